@@ -1,0 +1,57 @@
+// The seam to the maker's device library: one member for each function that QueltaDSCLibrary.dll exports under the prefix
+// "quelta_" (spellings are the library's). Every int answered is a result, 0 for success. The last argument is a library context,
+// which may be null. Lists come back by reference to storage that the next call may overwrite: copy at once.
+#pragma once
+
+#include "token/device_records.h"
+
+#include <string>
+#include <vector>
+
+namespace quelta {
+
+class DeviceLibrary {
+public:
+    virtual ~DeviceLibrary() = default;
+
+    virtual int init(int first, int second) = 0;
+    virtual int initDevice(const char* deviceId, bool flag, void* libContext) = 0;
+    virtual std::vector<std::string> getConnectedDeviceList(bool flag, void* libContext) = 0;
+    virtual TokenInfo getTokenInfo(const char* deviceId, void* libContext) = 0;
+    virtual int validatePassword(const char* deviceId, const char* pin, int mode, int* remaining, void* libContext) = 0;
+
+    virtual std::vector<QueltaKeyPair>& getKeyPairList(const char* deviceId, void* libContext) = 0;
+    virtual std::vector<QueltaCertificate>& getCertificateList(const char* deviceId, void* libContext) = 0;
+    virtual std::vector<QueltaSymmetricKey>& getAesKeyList(const char* deviceId, void* libContext) = 0;
+    virtual int getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void* libContext) = 0;
+
+    virtual int generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair* inOut, void* libContext) = 0;
+    virtual int deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool hardware, void* libContext) = 0;
+    virtual int importCertificate(const char* deviceId, const char* pin, QueltaCertificate* inOut, void* libContext) = 0;
+    virtual int importAesKey(const char* deviceId, const char* pin, QueltaSymmetricKey* inOut, void* libContext) = 0;
+
+    virtual int signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
+                         unsigned char* signature, int* signatureLength, bool flag, void* libContext) = 0;
+    virtual int verifySignatureHash(unsigned int algorithm, const char* deviceId, const unsigned char* hash, int hashLength,
+                                    const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
+                                    int signatureLength, void* libContext) = 0;
+    virtual int decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
+                        int cipherLength, unsigned char** plain, int* plainLength, bool hardware, void* libContext) = 0;
+    virtual int encrypt(EncryptionType type, PaddingMode padding, const unsigned char* data, int length, unsigned char* out,
+                        int* outLength, const unsigned char* publicKey, int publicKeyLength, void* libContext) = 0;
+    virtual int decryptAes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength, const unsigned char* data,
+                           int length, unsigned char** plain, int* plainLength, bool flag, const unsigned char* iv, int ivLength,
+                           void* libContext) = 0;
+    virtual int decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
+                                const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength, void* libContext) = 0;
+
+    virtual int initHash(const char* deviceId, int algorithm, void** hash, void* libContext) = 0;
+    virtual int updateHash(void* hash, const unsigned char* data, int length, void* libContext) = 0;
+    virtual int finalHash(void* hash, unsigned char* out, int* length, void* libContext) = 0;
+    virtual int generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool flag, void* libContext) = 0;
+};
+
+// The library in use. The module and the tests each define it: the module forwards to the imported functions.
+DeviceLibrary& deviceLibrary();
+
+} // namespace quelta
