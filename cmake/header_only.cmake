@@ -1,0 +1,16 @@
+# Header-only packages of the distribution lie in /usr/include, among headers that a cross compiler must never see. So a link in the
+# build tree shows it the one folder that is asked for. Defines the interface target `target` for <folder/header>.
+function(quelta_header_only target folder header)
+  if(TARGET ${target})
+    return()
+  endif()
+  find_path(${target}_ROOT NAMES ${folder}/${header} NO_CMAKE_FIND_ROOT_PATH)
+  if(NOT ${target}_ROOT)
+    message(FATAL_ERROR "${folder}/${header} is missing; install its package (on Debian: libcli11-dev, nlohmann-json3-dev)")
+  endif()
+  set(links ${CMAKE_BINARY_DIR}/header_only/${target})
+  file(MAKE_DIRECTORY ${links})
+  file(CREATE_LINK ${${target}_ROOT}/${folder} ${links}/${folder} SYMBOLIC COPY_ON_ERROR)
+  add_library(${target} INTERFACE)
+  target_include_directories(${target} SYSTEM INTERFACE ${links})
+endfunction()
