@@ -1,0 +1,27 @@
+// Bridges the two forms of an RSA public key: the token gives a bare big-endian modulus, the device library's encryption and
+// verification want a DER SubjectPublicKeyInfo (RFC 5280, RFC 8017). Nothing here reports an error.
+#pragma once
+
+#include "log/bytes.h"
+
+#include <string>
+#include <string_view>
+
+namespace quelta {
+
+// A leading "0x" is dropped, an odd number of digits gets a 0 in front, and what is no hexadecimal digit counts as 0.
+Bytes hexToBytes(std::string_view text);
+
+Bytes encodeDerLength(std::size_t length);
+Bytes encodeDerTlv(unsigned char tag, ByteView content);
+
+// The SubjectPublicKeyInfo of modulus and exponent, both in hexadecimal. Leading zero bytes stay.
+Bytes rsaPublicKeyToDer(std::string_view modulusHex, std::string_view exponentHex);
+
+// A key whose first byte is 0x30 is taken for DER.
+bool isDer(ByteView publicKey);
+
+// A raw modulus with the exponent 65537.
+Bytes rawModulusToDer(ByteView modulus);
+
+} // namespace quelta

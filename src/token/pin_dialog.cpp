@@ -1,0 +1,86 @@
+#include "token/pin_dialog.h"
+
+#include "log/log_writer.h"
+#include "resources/resource_ids.h"
+#include "token/token_state.h"
+#include "token/wipe.h"
+
+#include <windows.h>
+
+#include <array>
+
+namespace quelta {
+
+namespace {
+
+constexpr int loginButton = IDOK;
+constexpr int cancelButton = IDCANCEL;
+
+void allowLogin(HWND dialog, bool allowed)
+{
+    EnableWindow(GetDlgItem(dialog, loginButton), allowed);
+}
+
+bool isPinLength(int length)
+{
+    return static_cast<unsigned>(length) - 4U < 60U;
+}
+
+// The text of this run of the dialog, so that two threads that ask at once do not read each other's.
+std::string& dialogPinOf(HWND dialog)
+{
+    return *reinterpret_cast<std::string*>(GetWindowLongPtrA(dialog, GWLP_USERDATA));
+}
+
+void readPin(HWND dialog)
+{
+    std::array<char, 256> text{};
+    GetDlgItemTextA(dialog, IDC_USER_PIN, text.data(), static_cast<int>(text.size()));
+    dialogPinOf(dialog) = text.data();
+    wipe(text.data(), text.size());
+}
+
+void onCommand(HWND dialog, int id, int notification)
+{
+    switch (id) {
+    case IDC_USER_PIN:
+        if (notification == EN_CHANGE) {
+            allowLogin(dialog, isPinLength(GetWindowTextLengthA(GetDlgItem(dialog, IDC_USER_PIN))));
+        }
+        return;
+    case loginButton: readPin(dialog); break;
+    case cancelButton: dialogPinOf(dialog).clear(); break;
+    default: break;
+    }
+    EndDialog(dialog, 0);
+}
+
+INT_PTR CALLBACK onDialogMessage(HWND dialog, UINT message, WPARAM wParam, LPARAM lParam) noexcept
+{
+    switch (message) {
+    case WM_INITDIALOG:
+        SetWindowLongPtrA(dialog, GWLP_USERDATA, lParam);
+        allowLogin(dialog, false);
+        return TRUE;
+    case WM_COMMAND: onCommand(dialog, LOWORD(wParam), HIWORD(wParam)); return TRUE;
+    case WM_CLOSE: EndDialog(dialog, 0); return TRUE;
+    default: return FALSE;
+    }
+}
+
+} // namespace
+
+int showPasswordDialog(std::string& dialogPin)
+{
+    logDebug("Password dialog show window");
+    dialogPin.clear();
+    logDebug("Password dialog show window before");
+    const auto module = static_cast<HINSTANCE>(tokenState().moduleHandle.load());
+    const INT_PTR result = DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage,
+                                           reinterpret_cast<LPARAM>(&dialogPin));
+    logDebug("Password dialog show window after");
+    if (result != 0) logError("Password dialog creation failed : ", result);
+    return 0;
+}
+
+} // namespace quelta

@@ -1,0 +1,34 @@
+#include "token/token_connection.h"
+
+#include "log/log_writer.h"
+#include "token/device_monitor.h"
+#include "token/token.h"
+
+namespace quelta {
+
+std::expected<std::string, OpeningFailure> openFirstToken(void* libContext, const OpeningTexts& texts)
+{
+    auto& initialised = tokenState().libraryInitialised;
+    if (!initialised) {
+        logDebug(texts.startingLibrary);
+        // Whether that went well shows when the device is opened.
+        deviceLibrary().init(0, 2);
+    }
+    startDeviceMonitor();
+    const auto connected = deviceLibrary().getConnectedDeviceList(false, libContext);
+    if (connected.empty()) {
+        logError(texts.noToken);
+        return std::unexpected(OpeningFailure::noToken);
+    }
+    std::string deviceId = connected.front();
+    if (!initialised) {
+        if (const int result = Token(deviceId, libContext).initDevice(false)) {
+            logError(texts.openFailed, result);
+            return std::unexpected(OpeningFailure::deviceOpenFailed);
+        }
+        initialised = true;
+    }
+    return deviceId;
+}
+
+} // namespace quelta

@@ -1,0 +1,66 @@
+// What both providers' key handles hold of a key: a copy, taken once, that never goes back to the token.
+#pragma once
+
+#include "log/bytes.h"
+#include "token/device_records.h"
+#include "token/wipe.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdint>
+#include <string>
+
+namespace quelta {
+
+template <std::size_t Room>
+class BoundedBytes {
+public:
+    static constexpr std::size_t room = Room;
+
+    ByteView view() const { return ByteView(data_).first(length_); }
+    std::size_t size() const { return length_; }
+    bool empty() const { return length_ == 0; }
+
+    // False, and nothing changed, if it does not fit.
+    bool assign(ByteView bytes)
+    {
+        if (bytes.size() > Room) return false;
+        std::ranges::copy(bytes, data_.begin());
+        length_ = bytes.size();
+        return true;
+    }
+    void wipeAll() { wipe(data_.data(), data_.size()); }
+
+private:
+    std::array<unsigned char, Room> data_{};
+    std::size_t length_ = 0;
+};
+
+struct TokenKey {
+    std::array<unsigned char, keyIdSize> keyId{};
+    std::uint32_t keyIdLength = 0;
+    std::uint32_t algorithm = 0;
+    std::uint32_t keyUsage = 0;
+    // Raw big-endian modulus, or a DER form, whose first byte is 0x30.
+    BoundedBytes<1024> publicKey;
+    // With the label, what tells the certificates of the key.
+    BoundedBytes<128> objectId;
+    std::string label;
+    std::uint32_t reserved = 0;
+    std::uint32_t bitLength = 0;
+    std::uint8_t keyPairFlag = 0;
+    // In clear; only of symmetric keys that came encrypted to a key pair.
+    BoundedBytes<32> symmetricKey;
+
+    TokenKey() = default;
+    TokenKey(const TokenKey&) = delete;
+    TokenKey& operator=(const TokenKey&) = delete;
+    ~TokenKey() { symmetricKey.wipeAll(); }
+};
+
+// Identifier, public key, object identifier, label and flag. Algorithm, usage and bit length are the caller's to set.
+void copyIdentity(const QueltaKeyPair& pair, TokenKey& key);
+// Identifier, object identifier, label, usage and flag of a symmetric key that the token stored.
+void copyIdentity(const QueltaSymmetricKey& stored, TokenKey& key);
+
+} // namespace quelta

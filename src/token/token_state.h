@@ -1,0 +1,74 @@
+// All that is process-wide: what callers' threads and the device monitor share. No lock is taken for it. Flags are atomic; texts and
+// bytes are immutable values swapped whole, so a reader takes one at the start of an operation and goes on with it, whatever is
+// swapped in meanwhile.
+#pragma once
+
+#include "log/bytes.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+
+namespace quelta {
+
+// A PIN that is wiped from memory when its last reader drops it.
+class PinText {
+public:
+    explicit PinText(std::string_view text) : text_(text) {}
+    ~PinText();
+    PinText(const PinText&) = delete;
+    PinText& operator=(const PinText&) = delete;
+
+    const char* c_str() const { return text_.c_str(); }
+    std::size_t length() const { return text_.size(); }
+    bool empty() const { return text_.empty(); }
+
+private:
+    std::string text_;
+};
+// Never null.
+using Pin = std::shared_ptr<const PinText>;
+
+class PinCache {
+public:
+    // The cached PIN; empty when there is none.
+    Pin pin() const;
+    bool validated() const { return content_.load() != nullptr; }
+    void setValidated(Pin pin) { content_.store(std::move(pin)); }
+    // Empties the cache and takes the validated flag back.
+    void clear() { content_.store(nullptr); }
+
+private:
+    // Null: not validated, and so nothing cached. Validated with an empty text: the token's own single sign-on.
+    std::atomic<Pin> content_;
+};
+
+class SharedIv {
+public:
+    // Never null.
+    std::shared_ptr<const Bytes> bytes() const;
+    void set(ByteView iv) { bytes_.store(std::make_shared<const Bytes>(iv.begin(), iv.end())); }
+    void clear() { bytes_.store(nullptr); }
+
+private:
+    std::atomic<std::shared_ptr<const Bytes>> bytes_;
+};
+
+struct TokenState {
+    // Set by the first device open that succeeds, cleared by the monitor while no token is connected.
+    std::atomic<bool> libraryInitialised = false;
+    PinCache pinCache;
+    SharedIv sharedIv;
+    // PP_USE_HARDWARE_RNG.
+    std::atomic<std::uint8_t> hardwareRngFlag = 1;
+    // Set by the first query for the container's name, never cleared: from then on a key specification filters nothing.
+    std::atomic<std::uint8_t> containerSelectedFlag = 0;
+    // The module's own handle, from which the PIN dialog's template is loaded.
+    std::atomic<void*> moduleHandle = nullptr;
+};
+
+TokenState& tokenState();
+
+} // namespace quelta

@@ -1,0 +1,32 @@
+// Owning types for what Windows hands out.
+#pragma once
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <memory>
+#include <type_traits>
+
+namespace quelta {
+
+template <class Handle, auto Release>
+struct WindowsRelease {
+    using pointer = Handle;
+    void operator()(Handle handle) const { Release(handle); }
+};
+template <class Handle, auto Release>
+using WindowsObject = std::unique_ptr<std::remove_pointer_t<Handle>, WindowsRelease<Handle, Release>>;
+
+inline void closeCertificateStore(HCERTSTORE store)
+{
+    CertCloseStore(store, 0);
+}
+
+using CertificateContext = WindowsObject<PCCERT_CONTEXT, CertFreeCertificateContext>;
+using CertificateStore = WindowsObject<HCERTSTORE, closeCertificateStore>;
+using CertificateChain = WindowsObject<PCCERT_CHAIN_CONTEXT, CertFreeCertificateChain>;
+using CryptMessage = WindowsObject<HCRYPTMSG, CryptMsgClose>;
+using Library = WindowsObject<HMODULE, FreeLibrary>;
+
+} // namespace quelta
