@@ -1,0 +1,200 @@
+#include "csp/certificate_chain.h"
+
+#include "token/key_match.h"
+#include "token/windows_objects.h"
+
+#include <algorithm>
+#include <map>
+#include <optional>
+
+namespace quelta {
+
+namespace {
+
+constexpr DWORD certificateEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+// Positions in the token's certificate list.
+using Chain = std::vector<std::size_t>;
+using CertificateChainMap = std::map<std::string, Chain>;
+
+// The token's certificates, each parsed at most once.
+class CertificateSet {
+public:
+    explicit CertificateSet(std::vector<QueltaCertificate> records) : records_(std::move(records)), parsed_(records_.size()) {}
+
+    std::size_t size() const { return records_.size(); }
+    ByteView der(std::size_t position) const { return certificateOf(records_[position]); }
+
+    // Null if it does not parse.
+    PCCERT_CONTEXT parsed(std::size_t position)
+    {
+        auto& entry = parsed_[position];
+        if (!entry) {
+            const ByteView bytes = der(position);
+            entry = CertificateContext(
+                CertCreateCertificateContext(certificateEncoding, bytes.data(), static_cast<DWORD>(bytes.size())));
+        }
+        return entry->get();
+    }
+
+private:
+    std::vector<QueltaCertificate> records_;
+    std::vector<std::optional<CertificateContext>> parsed_;
+};
+
+bool sameName(const CERT_NAME_BLOB& left, const CERT_NAME_BLOB& right)
+{
+    // The function only reads, whatever its parameters' type says.
+    return CertCompareCertificateName(X509_ASN_ENCODING, const_cast<CERT_NAME_BLOB*>(&left), const_cast<CERT_NAME_BLOB*>(&right));
+}
+
+std::optional<std::size_t> findIssuer(CertificateSet& certificates, std::size_t leaf, PCCERT_CONTEXT current)
+{
+    for (std::size_t i = 0; i < certificates.size(); ++i) {
+        if (i == leaf) continue;
+        const PCCERT_CONTEXT candidate = certificates.parsed(i);
+        if (candidate && sameName(candidate->pCertInfo->Subject, current->pCertInfo->Issuer)) return i;
+    }
+    return std::nullopt;
+}
+
+Chain issuerChain(CertificateSet& certificates, std::size_t leaf)
+{
+    Chain chain = {leaf};
+    PCCERT_CONTEXT current = certificates.parsed(leaf);
+    if (!current) {
+        logDebug("[ERROR] Cannot parse leaf cert");
+        return chain;
+    }
+    while (const auto issuer = findIssuer(certificates, leaf, current)) {
+        // Issuers that form a ring would be walked for ever.
+        if (std::ranges::find(chain, *issuer) != chain.end()) break;
+        chain.push_back(*issuer);
+        current = certificates.parsed(*issuer);
+        if (sameName(current->pCertInfo->Subject, current->pCertInfo->Issuer)) {
+            logDebug("[ROOT] Self-signed root detected.");
+            break;
+        }
+    }
+    return chain;
+}
+
+CertificateChainMap collectChains(CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs)
+{
+    CertificateChainMap chains;
+    for (std::size_t i = 0; i < certificates.size(); ++i) {
+        const auto publicKey = publicKeyOfCertificate(certificates.der(i));
+        if (!publicKey) continue;
+        for (const auto& pair : pairs) {
+            if (!sameBytes(publicKeyOf(pair), *publicKey)) continue;
+            const std::string container = keyName(pair);
+            logDebug("Public key match found; container=", container);
+            const Chain chain = issuerChain(certificates, i);
+            auto& collected = chains[container];
+            collected.insert(collected.end(), chain.begin(), chain.end());
+        }
+    }
+    return chains;
+}
+
+CertificateStore storeOf(CertificateSet& certificates, const Chain& chain)
+{
+    CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
+    if (!store) return store;
+    for (const auto position : chain) {
+        if (const PCCERT_CONTEXT certificate = certificates.parsed(position)) {
+            CertAddCertificateContextToStore(store.get(), certificate, CERT_STORE_ADD_ALWAYS, nullptr);
+        }
+    }
+    return store;
+}
+
+CertificateChain buildChain(PCCERT_CONTEXT leaf, HCERTSTORE store)
+{
+    CERT_CHAIN_PARA parameters{};
+    parameters.cbSize = sizeof parameters;
+    PCCERT_CHAIN_CONTEXT chain = nullptr;
+    if (!CertGetCertificateChain(nullptr, leaf, nullptr, store, &parameters, 0, nullptr, &chain)) return nullptr;
+    return CertificateChain(chain);
+}
+
+// Each simple chain from its root end down to the leaf. The blobs refer to the chain's certificates.
+std::vector<CERT_BLOB> encodedCertificates(PCCERT_CHAIN_CONTEXT chain)
+{
+    std::vector<CERT_BLOB> blobs;
+    for (DWORD i = 0; i < chain->cChain; ++i) {
+        const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[i];
+        for (DWORD j = simple.cElement; j > 0; --j) {
+            const PCCERT_CONTEXT certificate = simple.rgpElement[j - 1]->pCertContext;
+            blobs.push_back({certificate->cbCertEncoded, certificate->pbCertEncoded});
+        }
+    }
+    return blobs;
+}
+
+CryptMessage openMessage(std::vector<CERT_BLOB>& certificates)
+{
+    CMSG_SIGNED_ENCODE_INFO info{};
+    info.cbSize = sizeof info;
+    info.cCertEncoded = static_cast<DWORD>(certificates.size());
+    info.rgCertEncoded = certificates.data();
+    return CryptMessage(CryptMsgOpenToEncode(certificateEncoding, 0, CMSG_SIGNED, &info, nullptr, nullptr));
+}
+
+Answer putMessage(HCRYPTMSG message, Output out)
+{
+    CryptMsgUpdate(message, nullptr, 0, TRUE);
+    DWORD size = 0;
+    if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, nullptr, &size)) return fail(GetLastError());
+    if (!out.holds(size)) {
+        *out.length = size;
+        return moreDataButTrue();
+    }
+    if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, out.data, out.length)) return fail(GetLastError());
+    return done();
+}
+
+Answer encodeChain(CertificateSet& certificates, const Chain& chain, Output out)
+{
+    if (chain.empty()) {
+        logError("Certificate Is Empty");
+        return fail(NTE_NO_KEY);
+    }
+    const PCCERT_CONTEXT leaf = certificates.parsed(chain.front());
+    if (!leaf) {
+        logError("Failed creating leaf certificate");
+        return fail(NTE_BAD_KEY);
+    }
+    const CertificateStore store = storeOf(certificates, chain);
+    const CertificateChain built = buildChain(leaf, store.get());
+    if (!built) {
+        const DWORD reason = GetLastError();
+        logError("Chain build failed");
+        return fail(reason);
+    }
+    auto blobs = encodedCertificates(built.get());
+    if (blobs.empty()) {
+        logError("No certificates in PKCS#7 chain");
+        return failKeepingLastError();
+    }
+    const CryptMessage message = openMessage(blobs);
+    if (!message) return fail(GetLastError());
+    return putMessage(message.get(), out);
+}
+
+} // namespace
+
+Answer exportCertificateChain(const CspContext& context, Output out)
+{
+    const auto pairs = context.token().keyPairs();
+    CertificateSet certificates(context.token().certificates());
+    const auto chains = collectChains(certificates, pairs);
+    const auto found = chains.find(context.containerName);
+    if (found == chains.end()) {
+        *out.length = 0;
+        return fail(NTE_NO_KEY);
+    }
+    return encodeChain(certificates, found->second, out);
+}
+
+} // namespace quelta

@@ -1,0 +1,283 @@
+#include "csp/context.h"
+#include "csp/entry_points.h"
+#include "csp/hash_context.h"
+#include "csp/output.h"
+#include "log/utils.h"
+#include "token/handles.h"
+#include "token/table.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quelta {
+
+HashContext* hashOf(HCRYPTHASH handle)
+{
+    return recordOf<HashContext>(handle);
+}
+
+bool finaliseDigest(const Token& token, HashContext& hash, std::size_t preset)
+{
+    std::array<unsigned char, digestRoom> digest{};
+    const auto length = token.finalHash(hash.hashHandle, digest, preset);
+    if (!length) return false;
+    hash.hashValue = digest;
+    hash.hashLength = static_cast<std::uint32_t>(*length);
+    return true;
+}
+
+namespace {
+
+static_assert(sizeof(HMAC_INFO) == 40);
+
+struct CreatableHash {
+    ALG_ID id;
+    const char* line;
+    std::int32_t mechanism;
+    std::uint32_t size;
+};
+
+constexpr CreatableHash creatableHashes[] = {
+    {CALG_SHA1, "Crete hash algorithm sha1", 2, 20},
+    {CALG_SHA_256, "Crete hash algorithm 256", 3, 32},
+    {CALG_SHA_384, "Crete hash algorithm 384", 4, 48},
+    {CALG_SHA_512, "Crete hash algorithm 512", 5, 64},
+};
+
+struct ReadableHash {
+    std::int32_t mechanism;
+    ALG_ID id;
+    DWORD size;
+};
+
+// Narrower than the hashes that can be made: a SHA-384 or SHA-512 digest is for signing only, and not read back.
+constexpr ReadableHash readableHashes[] = {
+    {1, CALG_MD5, 16},
+    {2, CALG_SHA1, 20},
+    {3, CALG_SHA_256, 32},
+};
+
+const ReadableHash* readable(const HashContext& hash)
+{
+    return findRow(readableHashes, &ReadableHash::mechanism, hash.mechanism);
+}
+
+Answer startDeviceHash(const CspContext& context, HashContext& hash)
+{
+    void* started = nullptr;
+    if (context.token().initHash(hash.mechanism, started) != 0) return fail(NTE_FAIL);
+    hash.hashHandle = started;
+    return done();
+}
+
+Answer putNumber(Output out, DWORD value)
+{
+    *out.length = sizeof value;
+    std::memcpy(out.data, &value, sizeof value);
+    logDebug("Get hash param success");
+    return done();
+}
+
+Answer getAlgorithm(const CspContext&, HashContext& hash, Output out)
+{
+    if (!out.holds(sizeof(DWORD))) return putOrRefuse(out, bytesOf(DWORD{}));
+    const auto* row = readable(hash);
+    return row ? putNumber(out, row->id) : fail(NTE_BAD_ALGID);
+}
+
+Answer getSize(const CspContext&, HashContext& hash, Output out)
+{
+    if (!out.holds(sizeof(DWORD))) return putOrRefuse(out, bytesOf(DWORD{}));
+    const auto* row = readable(hash);
+    if (!row) return fail(NTE_BAD_ALGID);
+    logDebug("Get hash param hashSize : ", row->size);
+    return putNumber(out, row->size);
+}
+
+Answer getValue(const CspContext& context, HashContext& hash, Output out)
+{
+    const auto* row = readable(hash);
+    if (!row) {
+        logError("Unsupported Algorithm : ", hash.mechanism);
+        return fail(NTE_BAD_ALGID);
+    }
+    if (out.isQuery()) {
+        *out.length = row->size;
+        return done();
+    }
+    // A buffer that turns out too small still finishes the hash; the next call reads the kept digest.
+    if (!hash.finished) {
+        if (!finaliseDigest(context.token(), hash, row->size)) return fail(NTE_FAIL);
+        hash.finished = true;
+    }
+    return putOrRefuse(out, hash.digest());
+}
+
+Answer getHmacInfo(const CspContext&, HashContext& hash, Output out)
+{
+    if (!hash.hmacSet) return fail(NTE_BAD_TYPE);
+    const Answer answer = putOrRefuse(out, bytesOf(hash.hmacInfo));
+    if (answer.value && !out.isQuery()) logDebug("Get hash param success");
+    return answer;
+}
+
+struct ReadableParameter {
+    DWORD id;
+    Answer (*answer)(const CspContext& context, HashContext& hash, Output out);
+};
+
+constexpr ReadableParameter readableParameters[] = {
+    {HP_ALGID, getAlgorithm},
+    {HP_HASHVAL, getValue},
+    {HP_HASHSIZE, getSize},
+    {HP_HMAC_INFO, getHmacInfo},
+};
+
+Answer setValue(const CspContext&, HashContext& hash, const BYTE* data)
+{
+    std::copy_n(data, hash.hashSize, hash.hashValue.begin());
+    hash.hashLength = hash.hashSize;
+    hash.finished = true;
+    return done();
+}
+
+// The new hash is a plain digest: the token is never told of the structure, nor that the previous hash is over.
+Answer setHmacInfo(const CspContext& context, HashContext& hash, const BYTE* data)
+{
+    std::memcpy(&hash.hmacInfo, data, sizeof hash.hmacInfo);
+    return startDeviceHash(context, hash);
+}
+
+struct SettableParameter {
+    DWORD id;
+    Answer (*set)(const CspContext& context, HashContext& hash, const BYTE* data);
+};
+
+constexpr SettableParameter settableParameters[] = {
+    {HP_HASHVAL, setValue},
+    {HP_HMAC_INFO, setHmacInfo},
+};
+
+// The source's running state on the token is neither shared nor cloned: what was hashed so far is not part of the duplicate, unless
+// the source was finished.
+std::unique_ptr<HashContext> copyOf(const HashContext& source)
+{
+    auto copy = std::make_unique<HashContext>(source);
+    copy->hashAlgorithm = 0;
+    copy->hashHandle = nullptr;
+    return copy;
+}
+
+std::string addressText(const void* address)
+{
+    const auto value = reinterpret_cast<std::uintptr_t>(address);
+    std::array<unsigned char, sizeof value> bigEndian{};
+    for (std::size_t i = 0; i < bigEndian.size(); ++i) {
+        bigEndian[i] = static_cast<unsigned char>(value >> (8 * (bigEndian.size() - 1 - i)));
+    }
+    return "0x" + Utils::toHex(bigEndian.data(), static_cast<int>(bigEndian.size()));
+}
+
+} // namespace
+
+} // namespace quelta
+
+using namespace quelta;
+
+BOOL WINAPI CPCreateHash(HCRYPTPROV hProv, ALG_ID Algid, HCRYPTKEY, DWORD dwFlags, HCRYPTHASH* phHash)
+{
+    return entryPoint("CPCreateHash", [&]() -> Answer {
+        if (!phHash || !hProv) return fail(ERROR_INVALID_PARAMETER);
+        if (dwFlags != 0) return fail(NTE_BAD_FLAGS);
+        const auto* context = contextOf(hProv);
+        if (!context) return fail(NTE_BAD_UID);
+        auto hash = std::make_unique<HashContext>();
+        hash->inUse = true;
+        logDebug("Crete hash algorithm input : ", Algid);
+        const auto* row = findRow(creatableHashes, &CreatableHash::id, Algid);
+        logDebug(row ? row->line : "Crete hash algorithm defaukt");
+        if (!row) return fail(NTE_BAD_ALGID);
+        hash->mechanism = row->mechanism;
+        hash->hashSize = row->size;
+        logDebug("Crete hash algorithm : ", hash->mechanism);
+        const Answer started = startDeviceHash(*context, *hash);
+        if (started.value) *phHash = handOut(std::move(hash));
+        return started;
+    });
+}
+
+BOOL WINAPI CPHashData(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbData, DWORD cbDataLen, DWORD)
+{
+    return entryPoint("CPHashData", [&]() -> Answer {
+        const auto* context = contextOf(hProv);
+        if (!context) return fail(NTE_BAD_UID);
+        const auto* hash = hashOf(hHash);
+        if (!hash) return fail(NTE_BAD_HASH);
+        if (!pbData && cbDataLen != 0) return fail(ERROR_INVALID_PARAMETER);
+        return context->token().updateHash(hash->hashHandle, {pbData, cbDataLen}) == 0 ? done() : fail(NTE_FAIL);
+    });
+}
+
+BOOL WINAPI CPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen, DWORD dwFlags)
+{
+    return entryPoint("CPGetHashParam", [&]() -> Answer {
+        auto* hash = hashOf(hHash);
+        if (!hProv || !hash || !pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
+        if (dwFlags != 0) return fail(NTE_BAD_FLAGS);
+        const auto* context = contextOf(hProv);
+        if (!context || !hash->inUse) return fail(NTE_BAD_HASH);
+        logDebug("CPGetHashParam dwParam : ", dwParam);
+        logDebug("CPGetHashParam mechanism : ", hash->mechanism);
+        const auto* parameter = findRow(readableParameters, &ReadableParameter::id, dwParam);
+        return parameter ? parameter->answer(*context, *hash, {pbData, pdwDataLen}) : fail(NTE_BAD_TYPE);
+    });
+}
+
+BOOL WINAPI CPSetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, const BYTE* pbData, DWORD dwFlags)
+{
+    return entryPoint("CPSetHashParam", [&]() -> Answer {
+        auto* hash = hashOf(hHash);
+        if (!hProv || !hash || !pbData) return fail(ERROR_INVALID_PARAMETER);
+        if (dwFlags != 0) return fail(NTE_BAD_FLAGS);
+        const auto* context = contextOf(hProv);
+        if (!context || !hash->inUse) return fail(NTE_BAD_HASH);
+        logDebug("Set hash param dwParam : ", dwParam);
+        logDebug("Set hash param dwFlags : ", dwFlags);
+        const auto* parameter = findRow(settableParameters, &SettableParameter::id, dwParam);
+        return parameter ? parameter->set(*context, *hash, pbData) : fail(NTE_BAD_TYPE);
+    });
+}
+
+BOOL WINAPI CPDuplicateHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD*, DWORD dwFlags, HCRYPTHASH* phHash)
+{
+    return entryPoint("CPDuplicateHash", [&]() -> Answer {
+        const auto* source = hashOf(hHash);
+        if (!phHash || !hProv || !source) return fail(ERROR_INVALID_PARAMETER);
+        if (dwFlags != 0) return fail(NTE_BAD_FLAGS);
+        const auto* context = contextOf(hProv);
+        if (!context) return fail(NTE_BAD_UID);
+        if (!source->inUse) return fail(NTE_BAD_HASH);
+        auto copy = copyOf(*source);
+        const Answer started = startDeviceHash(*context, *copy);
+        if (!started.value) return started;
+        const void* const address = copy.get();
+        *phHash = handOut(std::move(copy));
+        logDebug("CPDuplicateHash - source: ", addressText(source), " duplicate: ", addressText(address));
+        return done();
+    });
+}
+
+BOOL WINAPI CPDestroyHash(HCRYPTPROV hProv, HCRYPTHASH hHash)
+{
+    return entryPoint("CPDestroyHash", [&]() -> Answer {
+        if (!contextOf(hProv)) return fail(NTE_BAD_UID);
+        if (!hashOf(hHash)) return fail(NTE_BAD_HASH);
+        takeBack<HashContext>(hHash).reset();
+        return done();
+    });
+}
+
+BOOL WINAPI CPHashSessionKey(HCRYPTPROV, HCRYPTHASH, HCRYPTKEY, DWORD)
+{
+    return entryPoint("CPHashSessionKey", []() -> Answer { return fail(ERROR_CALL_NOT_IMPLEMENTED); });
+}

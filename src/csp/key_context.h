@@ -1,0 +1,23 @@
+// The record behind HCRYPTKEY, owned by the handle and freed by CPDestroyKey. It never changes once made.
+#pragma once
+
+#include "csp/entry.h"
+#include "token/token_key.h"
+
+#include <memory>
+
+namespace quelta {
+
+// The key pair of the signature algorithm where the key is one of an elliptic curve.
+constexpr ALG_ID algorithmEcSign = 0x2200;
+
+// `algorithm` holds an ALG_ID for a key pair of the token and for a key that came wrapped under a token key; the token's algorithm
+// code (1 to 4) for an imported public key; the encryption-type code for a symmetric key that came in clear or encrypted to a key
+// pair.
+struct KeyContext : TokenKey {};
+
+// Null for a null handle.
+KeyContext* keyOf(HCRYPTKEY handle);
+HCRYPTKEY handOutKey(std::unique_ptr<KeyContext> key);
+
+} // namespace quelta

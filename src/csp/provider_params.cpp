@@ -1,0 +1,295 @@
+#include "csp/certificate_chain.h"
+#include "csp/context.h"
+#include "csp/entry_points.h"
+#include "csp/output.h"
+#include "csp/supported_algorithms.h"
+#include "token/key_match.h"
+#include "token/table.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quelta {
+
+namespace {
+
+constexpr DWORD implementationType = CRYPT_IMPL_HARDWARE | CRYPT_IMPL_REMOVABLE;
+constexpr DWORD providerVersion = 0x100;
+constexpr DWORD pinIsNeeded = 1;
+
+Answer answerQuietly(Output out)
+{
+    logDebug("CPGetProvParam out length : ", *out.length);
+    logDebug("CPGetProvParam return success");
+    return done();
+}
+
+// TRUE always, written when it fits, and the length told.
+Answer putQuietly(Output out, ByteView value)
+{
+    if (out.holds(value.size())) std::ranges::copy(value, out.data);
+    *out.length = static_cast<DWORD>(value.size());
+    return answerQuietly(out);
+}
+
+Answer putQuietly(Output out, DWORD value)
+{
+    return putQuietly(out, bytesOf(value));
+}
+
+Answer getImplementationType(CspContext&, Output out, DWORD)
+{
+    if (out.holds(sizeof implementationType)) logDebug("CPGetProvParam not null value provided");
+    return putQuietly(out, implementationType);
+}
+
+Answer getName(CspContext&, Output out, DWORD)
+{
+    const std::string name = "Quelta Cryptographic Provider CSP";
+    const ByteView value = bytesWithZero(name);
+    const bool written = out.holds(value.size());
+    if (written) std::ranges::copy(value, out.data);
+    // 34 before a copy and 33 after it: meant so, a caller sizes by the first and reads by the second.
+    *out.length = static_cast<DWORD>(written ? name.size() : value.size());
+    return answerQuietly(out);
+}
+
+Answer getVersion(CspContext&, Output out, DWORD)
+{
+    return putQuietly(out, providerVersion);
+}
+
+Answer getContainer(CspContext& context, Output out, DWORD)
+{
+    tokenState().containerSelectedFlag = 1;
+    logDebug("CPGetProvParam - copying container");
+    return putQuietly(out, bytesWithZero(context.containerName));
+}
+
+Answer getProviderType(CspContext&, Output out, DWORD)
+{
+    return putQuietly(out, DWORD{PROV_RSA_FULL});
+}
+
+Answer getKeyStorage(CspContext&, Output out, DWORD)
+{
+    return putOrMoreData(out, bytesOf(implementationType));
+}
+
+Answer getKeysetType(CspContext& context, Output out, DWORD)
+{
+    return putQuietly(out, context.keysetType);
+}
+
+Answer getPin(CspContext&, Output out, DWORD)
+{
+    logDebug("CPGetProvParam: PIN query");
+    return putOrMoreData(out, bytesOf(pinIsNeeded));
+}
+
+Answer getHardwareRng(CspContext&, Output out, DWORD)
+{
+    const DWORD value = tokenState().hardwareRngFlag;
+    const Answer answer = putOrMoreData(out, bytesOf(value));
+    if (answer.lastError) {
+        logDebug("Required size is Large");
+    } else {
+        logDebug("CPGetProvParam: PP_USE_HARDWARE_RNG = ", value);
+    }
+    return answer;
+}
+
+Answer getSigningProtection(CspContext&, Output out, DWORD)
+{
+    constexpr DWORD value = 1;
+    const Answer answer = putOrMoreData(out, bytesOf(value));
+    if (!answer.lastError) logDebug("CPGetProvParam: PP_ENUMEX_SIGNING_PROT = ", value);
+    return answer;
+}
+
+// The position moves before the buffer is looked at: a size query with CRYPT_NEXT uses up an item. False for any other flag.
+bool moveCursor(DWORD& cursor, DWORD flags)
+{
+    if (flags == CRYPT_FIRST) {
+        cursor = 0;
+    } else if (flags == CRYPT_NEXT) {
+        ++cursor;
+    } else {
+        return false;
+    }
+    return true;
+}
+
+Answer enumerateAlgorithms(CspContext& context, Output out, DWORD flags)
+{
+    logDebug("CPGetProvParam: PP_ENUMALGS");
+    DWORD& cursor = context.algorithmCursor;
+    if (!moveCursor(cursor, flags)) return fail(ERROR_INVALID_PARAMETER);
+    if (cursor >= supportedAlgorithmCount) return fail(ERROR_NO_MORE_ITEMS);
+    const auto& algorithm = supportedAlgorithms[cursor];
+    const Answer answer = putEnumerated(out, bytesOf(enumAlgsOf(algorithm)));
+    if (!answer.lastError) logDebug("CPGetProvParam: returned algorithm -> ", algorithm.shortName);
+    return answer;
+}
+
+Answer enumerateAlgorithmsEx(CspContext& context, Output out, DWORD flags)
+{
+    logDebug("CPGetProvParam: PP_ENUMALGS_EX");
+    DWORD& cursor = context.algorithmCursor;
+    if (!moveCursor(cursor, flags)) {
+        logDebug("Invalid dwFlags for PP_ENUMALGS_EX");
+        return fail(ERROR_INVALID_PARAMETER);
+    }
+    if (cursor >= supportedAlgorithmCount) {
+        logDebug("No more algorithms");
+        return fail(ERROR_NO_MORE_ITEMS);
+    }
+    const auto& algorithm = supportedAlgorithms[cursor];
+    const Answer answer = putEnumerated(out, bytesOf(enumAlgsExOf(algorithm)));
+    if (!answer.lastError) logDebug("CPGetProvParam: returned EX algorithm -> ", algorithm.shortName);
+    return answer;
+}
+
+Answer enumerateContainers(CspContext& context, Output out, DWORD flags)
+{
+    DWORD& cursor = context.containerCursor;
+    if (!moveCursor(cursor, flags)) return fail(ERROR_INVALID_PARAMETER);
+    if (cursor >= context.keyIdentifiers.size()) return fail(ERROR_NO_MORE_ITEMS);
+    const std::string& name = context.keyIdentifiers[cursor];
+    const Answer answer = putOrMoreData(out, bytesWithZero(name));
+    if (!answer.lastError) logDebug("CPGetProvParam: returned container -> ", name);
+    return answer;
+}
+
+DWORD keySpecOfUsage(std::uint32_t usage)
+{
+    if (usage == usageKeyExchange) return AT_KEYEXCHANGE;
+    return canSign(usage) ? AT_SIGNATURE : 0;
+}
+
+Answer getKeySpec(CspContext& context, Output out, DWORD)
+{
+    const auto pairs = context.token().keyPairs();
+    const auto pair = std::ranges::find(pairs, context.containerName, keyName);
+    if (pair == pairs.end()) return fail(NTE_NO_KEY);
+    const Answer answer = putOrMoreData(out, bytesOf(keySpecOfUsage(pair->usage)));
+    if (answer.lastError) logDebug("More Data");
+    return answer;
+}
+
+Answer getCertificateChain(CspContext& context, Output out, DWORD)
+{
+    return exportCertificateChain(context, out);
+}
+
+struct ProviderParameter {
+    DWORD id;
+    Answer (*answer)(CspContext& context, Output out, DWORD flags);
+};
+
+constexpr ProviderParameter providerParameters[] = {
+    {PP_ENUMALGS, enumerateAlgorithms},
+    {PP_ENUMCONTAINERS, enumerateContainers},
+    {PP_IMPTYPE, getImplementationType},
+    {PP_NAME, getName},
+    {PP_VERSION, getVersion},
+    {PP_CONTAINER, getContainer},
+    {PP_CERTCHAIN, getCertificateChain},
+    {PP_PROVTYPE, getProviderType},
+    {PP_KEYSTORAGE, getKeyStorage},
+    {PP_ENUMALGS_EX, enumerateAlgorithmsEx},
+    {PP_KEYSET_TYPE, getKeysetType},
+    {PP_ADMIN_PIN, getPin},
+    {PP_KEYEXCHANGE_PIN, getPin},
+    {PP_SIGNATURE_PIN, getPin},
+    {PP_UNIQUE_CONTAINER, getContainer},
+    {PP_USE_HARDWARE_RNG, getHardwareRng},
+    {PP_KEYSPEC, getKeySpec},
+    {PP_ENUMEX_SIGNING_PROT, getSigningProtection},
+};
+
+Answer setOwnerWindow(CspContext& context, const BYTE* data)
+{
+    context.ownerWindow = nullptr;
+    if (data) std::memcpy(&context.ownerWindow, data, sizeof context.ownerWindow);
+    return done();
+}
+
+Answer setPin(CspContext& context, const BYTE* data)
+{
+    if (!data) {
+        logError("CPSetProvParam: NULL PIN data");
+        return fail(ERROR_INVALID_PARAMETER);
+    }
+    // The length of the PIN that is cached so far, not of the new one.
+    logDebug("CPSetProvParam - passwordLength : ", tokenState().pinCache.pin()->length());
+    if (const int result = validateGivenPin(context.token(), reinterpret_cast<const char*>(data))) {
+        logError("CPSetProvParam - Token password validation failed : ", result);
+        return fail(NTE_KEYSET_ENTRY_BAD);
+    }
+    return done();
+}
+
+Answer setHardwareRng(CspContext&, const BYTE* data)
+{
+    if (!data) {
+        logDebug("CPSetProvParam: NULL data for PP_USE_HARDWARE_RNG");
+        return fail(ERROR_INVALID_PARAMETER);
+    }
+    DWORD wanted = 0;
+    std::memcpy(&wanted, data, sizeof wanted);
+    const std::uint8_t value = wanted != 0 ? 1 : 0;
+    tokenState().hardwareRngFlag = value;
+    logDebug("CPSetProvParam: PP_USE_HARDWARE_RNG set to ", DWORD{value});
+    return done();
+}
+
+struct SettableParameter {
+    DWORD id;
+    Answer (*set)(CspContext& context, const BYTE* data);
+};
+
+constexpr SettableParameter settableParameters[] = {
+    {PP_CLIENT_HWND, setOwnerWindow},
+    {PP_KEYEXCHANGE_PIN, setPin},
+    {PP_SIGNATURE_PIN, setPin},
+    {PP_USE_HARDWARE_RNG, setHardwareRng},
+};
+
+} // namespace
+
+} // namespace quelta
+
+using namespace quelta;
+
+BOOL WINAPI CPGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD* pdwDataLen, DWORD dwFlags)
+{
+    return entryPoint("CPGetProvParam", [&]() -> Answer {
+        auto* context = contextOf(hProv);
+        if (!context) {
+            logDebug("CPGetProvParam not initialised");
+            return fail(NTE_BAD_UID);
+        }
+        logDebug("CPGetProvParam input : ", dwParam);
+        logDebug("CPGetProvParam : ", dwParam);
+        const auto* parameter = findRow(providerParameters, &ProviderParameter::id, dwParam);
+        if (!parameter) {
+            logDebug("CPGetProvParam default failed");
+            return fail(NTE_BAD_TYPE);
+        }
+        if (!pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
+        return parameter->answer(*context, {pbData, pdwDataLen}, dwFlags);
+    });
+}
+
+BOOL WINAPI CPSetProvParam(HCRYPTPROV hProv, DWORD dwParam, const BYTE* pbData, DWORD)
+{
+    return entryPoint("CPSetProvParam", [&]() -> Answer {
+        auto* context = contextOf(hProv);
+        if (!context) return fail(NTE_BAD_UID);
+        logDebug("CPSetProvParam - input param : ", dwParam);
+        const auto* parameter = findRow(settableParameters, &SettableParameter::id, dwParam);
+        if (!parameter) return fail(NTE_BAD_TYPE);
+        return parameter->set(*context, pbData);
+    });
+}

@@ -1,0 +1,203 @@
+#include "csp/context.h"
+#include "csp/entry_points.h"
+#include "csp/hash_context.h"
+#include "csp/key_context.h"
+#include "encoding/rsa_public_key.h"
+#include "token/expired_session.h"
+#include "token/key_match.h"
+
+#include <algorithm>
+
+namespace quelta {
+
+namespace {
+
+void choose(const QueltaKeyPair& pair, HashContext& hash)
+{
+    std::ranges::copy(pair.keyId, hash.keyId.begin());
+    hash.keyIdLength = keyIdSize;
+    hash.mechanism = static_cast<std::int32_t>(pair.algorithm);
+}
+
+// Signs with another key pair than the named one: a container whose own key can't sign falls back to the token's last one that can.
+void chooseLastEligible(const std::vector<QueltaKeyPair>& pairs, HashContext& hash)
+{
+    for (const auto& pair : pairs) {
+        if (canSign(pair.usage)) choose(pair, hash);
+    }
+}
+
+bool chooseSigningKey(const CspContext& context, HashContext& hash)
+{
+    hash.keyIdLength = 0;
+    const auto pairs = context.token().keyPairs();
+    bool matched = false;
+    for (const auto& pair : pairs) {
+        if (!context.names(pair)) continue;
+        matched = true;
+        if (!canSign(pair.usage)) continue;
+        choose(pair, hash);
+        return true;
+    }
+    if (matched) chooseLastEligible(pairs, hash);
+    return hash.keyIdLength != 0;
+}
+
+DWORD signatureLengthOf(const HashContext& hash)
+{
+    switch (hash.mechanism) {
+    case algorithmRsa3072: return 384;
+    case algorithmRsa4096: return 512;
+    default: return 256;
+    }
+}
+
+Answer signInto(const CspContext& context, const HashContext& hash, DWORD flags, std::span<BYTE> room, DWORD& signatureLength)
+{
+    const auto pin = ensurePinValidated(context);
+    if (!pin) return pin.error();
+    logDebug("CPSignHash dwFlags : ", flags);
+    logDebug("CPSignHash hashAlgorithm : ", hash.hashAlgorithm);
+    logDebug("CPSignHash key mechanism : ", hash.mechanism);
+    const auto sign = [&](const PinText& text) { return context.token().signHash(hash.keyId, text, hash.digest(), room); };
+    Answer refusal = done();
+    const auto outcome = callWithFreshPin(*pin, "CPSignHash: SSO expired, re-prompting for PIN", sign, [&] {
+        const auto renewed = ensurePinValidated(context);
+        if (!renewed) refusal = renewed.error();
+        return renewed;
+    });
+    if (!outcome) return refusal;
+    const auto& signedLength = *outcome;
+    if (!signedLength) {
+        logError("Sign hash failed : ", signedLength.error());
+        return fail(NTE_PROVIDER_DLL_FAIL);
+    }
+    // The token gives the most significant byte first, CryptoAPI wants it last.
+    std::ranges::reverse(room.first(*signedLength));
+    signatureLength = static_cast<DWORD>(*signedLength);
+    return done();
+}
+
+Outcome<DWORD> finishedSize(HCRYPTPROV hProv, HCRYPTHASH hHash, const HashContext& hash)
+{
+    DWORD size = 0;
+    if (!CPGetHashParam(hProv, hHash, HP_HASHVAL, nullptr, &size, 0)) {
+        logError("CPGetHashParam failed to get hash size");
+        return std::unexpected(fail(NTE_BAD_HASH));
+    }
+    if (size > hash.hashSize) {
+        logError("Hash size larger than expected");
+        return std::unexpected(fail(NTE_BAD_HASH));
+    }
+    return size;
+}
+
+// Through the entry point, as a caller would, so that its rules on what can be read back hold here too.
+Outcome<void> readDigest(HCRYPTPROV hProv, HCRYPTHASH hHash, HashContext& hash)
+{
+    auto size = finishedSize(hProv, hHash, hash);
+    if (!size) return std::unexpected(size.error());
+    Bytes digest(*size);
+    if (!CPGetHashParam(hProv, hHash, HP_HASHVAL, digest.data(), &*size, 0)) {
+        logError("CPGetHashParam failed to get hash value");
+        return std::unexpected(fail(NTE_BAD_HASH));
+    }
+    std::copy_n(digest.begin(), *size, hash.hashValue.begin());
+    hash.hashLength = *size;
+    logDebug("Hash obtained using CPGetHashParam");
+    return {};
+}
+
+Bytes publicKeyOfHandle(const KeyContext& key)
+{
+    logDebug("key handle available");
+    const ByteView publicKey = key.publicKey.view();
+    if (isDer(publicKey)) {
+        logDebug("Public key is already DER encoded");
+        return {publicKey.begin(), publicKey.end()};
+    }
+    logDebug("Public key is not DER encoded, converting to DER");
+    return rawModulusToDer(publicKey);
+}
+
+Outcome<Bytes> publicKeyOfContainer(const CspContext& context)
+{
+    logError("Key Handle Not Initialized or Public Key Length is zero");
+    logDebug("Container name : ", context.containerName);
+    const auto pairs = context.token().keyPairs();
+    const auto pair =
+        std::ranges::find_if(pairs, [&](const auto& candidate) { return canSign(candidate.usage) && context.names(candidate); });
+    if (pair == pairs.end()) return std::unexpected(fail(NTE_BAD_KEY));
+    // Always a raw modulus here, even if it begins with the byte that elsewhere stands for DER.
+    return rawModulusToDer(publicKeyOf(*pair));
+}
+
+Outcome<Bytes> verificationKey(const CspContext& context, const KeyContext* key)
+{
+    if (key && !key->publicKey.empty()) return publicKeyOfHandle(*key);
+    return publicKeyOfContainer(context);
+}
+
+} // namespace
+
+} // namespace quelta
+
+using namespace quelta;
+
+// The key specification is not looked at: whichever is asked for, the container's key signs.
+BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD dwFlags, BYTE* pbSignature, DWORD* pdwSigLen)
+{
+    return entryPoint("CPSignHash", [&]() -> Answer {
+        const auto* context = contextOf(hProv);
+        if (!context) return fail(NTE_BAD_UID);
+        auto* hash = hashOf(hHash);
+        if (!hash) return fail(NTE_BAD_HASH);
+        if (!pdwSigLen || (pbSignature && *pdwSigLen > longestDeviceLength)) return fail(ERROR_INVALID_PARAMETER);
+        if (hash->hashLength == 0 && !finaliseDigest(context->token(), *hash, digestRoom)) return fail(NTE_FAIL);
+        if (hash->keyIdLength != keyIdSize && !chooseSigningKey(*context, *hash)) {
+            logDebug("Sign certificate not found");
+            return fail(NTE_NO_KEY);
+        }
+        if (!pbSignature) {
+            *pdwSigLen = signatureLengthOf(*hash);
+            return done();
+        }
+        return signInto(*context, *hash, dwFlags, {pbSignature, *pdwSigLen}, *pdwSigLen);
+    });
+}
+
+BOOL WINAPI CPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbSignature, DWORD cbSigLen, HCRYPTKEY hPubKey, LPCWSTR,
+                              DWORD)
+{
+    return entryPoint("CPVerifySignature", [&]() -> Answer {
+        const auto* context = contextOf(hProv);
+        if (!context) {
+            logError("CSP Context Not Initialized");
+            return fail(NTE_BAD_UID);
+        }
+        auto* hash = hashOf(hHash);
+        if (!hash) {
+            logError("Hash Context is not Initialized");
+            return fail(NTE_BAD_HASH);
+        }
+        if ((!pbSignature && cbSigLen != 0) || cbSigLen > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
+        if (hash->hashLength == 0) {
+            if (const auto digest = readDigest(hProv, hHash, *hash); !digest) return digest.error();
+        }
+        const auto publicKey = verificationKey(*context, keyOf(hPubKey));
+        if (!publicKey) return publicKey.error();
+        // The caller's buffer is not changed: CryptoAPI's last byte first goes to the token as a copy the other way round.
+        Bytes signature(pbSignature, pbSignature + cbSigLen);
+        std::ranges::reverse(signature);
+        // Whatever the key, this side names the algorithm by the same number.
+        constexpr std::uint32_t algorithm = 2;
+        const int result = context->token().verifySignatureHash(algorithm, hash->digest(), *publicKey, signature);
+        logDebug("pContext->serialNumber: ", context->serialNumber);
+        logDebug("pHashContext->hashLength: ", hash->hashLength);
+        logDebug("PublicKeyLength: ", publicKey->size());
+        logDebug("Signature Length: ", cbSigLen);
+        if (result == 0) return done();
+        logError("VERIFY SIGNATURE FAILED :: ", result);
+        return fail(NTE_BAD_SIGNATURE);
+    });
+}
