@@ -13,22 +13,20 @@ namespace quelta {
 class DeviceBuffer {
 public:
     // `size` must be a length that was checked; 0 where the library's word on it can't be true.
-    DeviceBuffer(unsigned char* memory, std::size_t size) : memory_(memory), size_(memory ? size : 0) {}
-    DeviceBuffer(DeviceBuffer&&) = default;
-    DeviceBuffer& operator=(DeviceBuffer&&) = delete;
-    ~DeviceBuffer()
-    {
-        if (memory_) wipe(memory_.get(), size_);
-    }
+    DeviceBuffer(unsigned char* memory, std::size_t size) : memory_(memory, WipeAndFree{size}) {}
 
-    ByteView view() const { return {memory_.get(), size_}; }
+    ByteView view() const { return {memory_.get(), memory_ ? memory_.get_deleter().size : 0}; }
 
 private:
-    struct Free {
-        void operator()(unsigned char* memory) const { std::free(memory); }
+    struct WipeAndFree {
+        std::size_t size;
+        void operator()(unsigned char* memory) const
+        {
+            wipe(memory, size);
+            std::free(memory);
+        }
     };
-    std::unique_ptr<unsigned char, Free> memory_;
-    std::size_t size_;
+    std::unique_ptr<unsigned char, WipeAndFree> memory_;
 };
 
 } // namespace quelta

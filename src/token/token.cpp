@@ -1,5 +1,8 @@
 #include "token/token.h"
 
+#include "token/key_match.h"
+
+#include <algorithm>
 #include <stdexcept>
 
 namespace quelta {
@@ -115,6 +118,20 @@ DeviceResult<std::size_t> Token::decryptSymmetric(ByteView data, std::span<unsig
     const int result = deviceLibrary().decryptSymetric(deviceId_, data.data(), lengthOf(data.size()), out.data(), &length, iv.data(),
                                                        lengthOf(iv.size()), key.data(), lengthOf(key.size()), libContext_);
     return checkedLength(result, length, out.size());
+}
+
+DeviceResult<Token::Unwrapped> Token::decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const
+{
+    const ByteView reference = keyReferenceOf(key);
+    unsigned char* plain = nullptr;
+    int length = 0;
+    const int result =
+        deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(), lengthOf(wrapped.size()),
+                                   &plain, &length, key.flag != 0, nullptr, 0, libContext_);
+    const auto checked = checkedLength(result, length, importedKeyRoom);
+    DeviceBuffer buffer(plain, checked.value_or(0));
+    if (result != 0) return std::unexpected(result);
+    return Unwrapped{std::move(buffer), plain ? length : -1};
 }
 
 int Token::initHash(int mechanism, void*& hash) const

@@ -24,6 +24,9 @@ constexpr std::uint32_t longestDeviceLength = 0x7FFFFFFF;
 // Large enough for what any key of the token encrypts; the library is not told a capacity.
 constexpr std::size_t encryptionRoom = 1024;
 
+// What an import request holds of a key's value.
+constexpr std::size_t importedKeyRoom = sizeof(QueltaSymmetricKey::keyValue);
+
 // The digest of any algorithm fits.
 constexpr std::size_t digestRoom = 128;
 
@@ -57,9 +60,10 @@ public:
     DeviceResult<std::size_t> decryptSymmetric(ByteView data, std::span<unsigned char> out, ByteView iv, ByteView key) const;
 
     struct Unwrapped {
+        // Empty where `reported` is not a length that an import request holds.
         DeviceBuffer key;
-        // False: success was reported, but with no buffer or a negative length.
-        bool sound;
+        // As the library reported it; negative, too, where it gave no buffer.
+        int reported;
     };
     // Unwraps with the token's own AES key; the library's result if that is not 0.
     DeviceResult<Unwrapped> decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const;

@@ -1,0 +1,269 @@
+#include "csp/context.h"
+#include "csp/entry_points.h"
+#include "csp/key_context.h"
+#include "csp/output.h"
+#include "encoding/capi_blobs.h"
+#include "encoding/key_unwrap.h"
+#include "token/key_match.h"
+#include "token/table.h"
+
+#include <algorithm>
+
+namespace quelta {
+
+namespace {
+
+struct Import {
+    const CspContext& context;
+    ByteView blob;
+    CapiBlobHeader header;
+    // Null where the caller named none.
+    const KeyContext* importKey;
+};
+
+using ImportedKey = Outcome<std::unique_ptr<KeyContext>>;
+
+std::unexpected<Answer> refuse(auto code)
+{
+    return std::unexpected(fail(code));
+}
+
+struct SymmetricAlgorithm {
+    ALG_ID id;
+    std::uint32_t encryptionType;
+};
+
+constexpr SymmetricAlgorithm plainTextAlgorithms[] = {
+    {CALG_AES_128, encryptionAes128},
+    {CALG_AES_256, encryptionAes256},
+};
+
+constexpr SymmetricAlgorithm simpleBlobAlgorithms[] = {
+    {CALG_3DES, encryptionTripleDes},
+    {CALG_AES_128, encryptionAes128},
+    {CALG_AES_256, encryptionAes256},
+};
+
+ImportedKey importPublicKey(const Import& import)
+{
+    const auto parsed = parseCapiPublicBlob(import.blob);
+    if (!parsed) return refuse(NTE_BAD_DATA);
+    logDebug("Public exponent : ", hex(parsed->exponent));
+    auto key = std::make_unique<KeyContext>();
+    const auto algorithm = rsaAlgorithmOfBits(parsed->bitLength);
+    if (!algorithm || !key->publicKey.assign(capiPublicKeyToDer(*parsed))) {
+        logError("Unsupported RSA key size");
+        return refuse(NTE_BAD_DATA);
+    }
+    key->algorithm = *algorithm;
+    key->bitLength = parsed->bitLength;
+    logDebug("PUBLICKEYBLOB imported successfully");
+    return key;
+}
+
+std::unique_ptr<KeyContext> storedKey(const QueltaSymmetricKey& stored, std::uint32_t algorithm)
+{
+    auto key = std::make_unique<KeyContext>();
+    copyIdentity(stored, *key);
+    key->algorithm = algorithm;
+    return key;
+}
+
+ImportedKey importPlainTextKey(const Import& import)
+{
+    const auto* algorithm = findRow(plainTextAlgorithms, &SymmetricAlgorithm::id, import.header.algorithm);
+    if (!algorithm) {
+        logError("Unsupported algorithm for PLAINTEXTKEYBLOB: ", import.header.algorithm);
+        return refuse(NTE_BAD_ALGID);
+    }
+    const ByteView value = keyOfCapiBlob(import.blob);
+    if (value.size() > importedKeyRoom) return refuse(NTE_BAD_DATA);
+    const auto stored =
+        importSymmetricKey(import.context.token(), *tokenState().pinCache.pin(), value, algorithm->encryptionType);
+    if (!stored) {
+        logError("PLAINTEXTKEYBLOB import failed");
+        return refuse(NTE_BAD_TYPE);
+    }
+    auto key = storedKey(*stored, algorithm->encryptionType);
+    logDebug("PLAINTEXTKEYBLOB imported successfully (AES)");
+    return key;
+}
+
+std::unexpected<Answer> refuse(UnwrapFailure failure)
+{
+    switch (failure) {
+    case UnwrapFailure::noKeyFits:
+        logError("Failed to unwrap SYMMETRICWRAPKEYBLOB with any available KEK");
+        return refuse(NTE_BAD_KEY);
+    case UnwrapFailure::importRefused:
+        logError("Import of unwrapped AES key failed");
+        return refuse(NTE_BAD_TYPE);
+    case UnwrapFailure::noKeyRecovered: return refuse(NTE_PROVIDER_DLL_FAIL);
+    case UnwrapFailure::keyTooLong: break;
+    }
+    return refuse(NTE_BAD_DATA);
+}
+
+ImportedKey importWrappedKey(const Import& import)
+{
+    const ByteView wrapped = wrappedKeyOfCapiBlob(import.blob);
+    logDebug("SYMMETRICWRAPKEYBLOB: wrapped key length = ", wrapped.size());
+    const std::uint32_t sizeCode = import.header.algorithm == CALG_AES_128 ? encryptionAes128 : encryptionAes256;
+    const auto unwrapped = UnwrapWithAnyKek(
+        import.context.token(), wrapped, *tokenState().pinCache.pin(), [=](std::size_t) { return sizeCode; },
+        "Successfully unwrapped key with KEK: ");
+    if (!unwrapped) return refuse(unwrapped.error());
+    // The blob's own algorithm, not the token's code for it.
+    auto key = storedKey(unwrapped->stored, import.header.algorithm);
+    logDebug("SYMMETRICWRAPKEYBLOB imported successfully");
+    return key;
+}
+
+DeviceResult<DeviceBuffer> decryptOnce(const Import& import, const PinText& pin, ByteView encrypted)
+{
+    auto clear = import.context.token().decrypt(import.importKey->keyId, pin, encrypted, import.importKey->keyPairFlag != 0);
+    if (!clear) logError("SIMPLEBLOB decryption failed");
+    return clear;
+}
+
+// CryptoAPI stores the encrypted key least significant byte first; a caller that did not is served all the same.
+Outcome<DeviceBuffer> decryptSimpleBlob(const Import& import)
+{
+    const Pin pin = tokenState().pinCache.pin();
+    const ByteView given = keyOfCapiBlob(import.blob);
+    auto clear = decryptOnce(import, *pin, Bytes(given.rbegin(), given.rend()));
+    if (!clear && clear.error() != 0) {
+        clear = decryptOnce(import, *pin, given);
+        if (!clear && clear.error() != 0) return std::unexpected(failKeepingLastError());
+    }
+    if (!clear) return refuse(NTE_PROVIDER_DLL_FAIL);
+    return *std::move(clear);
+}
+
+ImportedKey importSimpleKey(const Import& import)
+{
+    if (!import.importKey) {
+        logError("SIMPLEBLOB requires public key handle");
+        return refuse(NTE_BAD_TYPE);
+    }
+    logDebug("Input key id : ", hex(import.importKey->keyId));
+    const auto clear = decryptSimpleBlob(import);
+    if (!clear) return std::unexpected(clear.error());
+    const auto* algorithm = findRow(simpleBlobAlgorithms, &SymmetricAlgorithm::id, import.header.algorithm);
+    if (!algorithm) {
+        logError("Unsupported algorithm for SIMPLEBLOB: ", import.header.algorithm);
+        return refuse(NTE_BAD_ALGID);
+    }
+    auto key = std::make_unique<KeyContext>();
+    if (clear->view().empty() || !key->symmetricKey.assign(clear->view())) return refuse(NTE_BAD_DATA);
+    key->algorithm = algorithm->encryptionType;
+    logDebug("Output key id : ", hex(key->keyId));
+    logDebug("SIMPLEBLOB imported successfully (AES)");
+    return key;
+}
+
+struct BlobType {
+    std::uint8_t type;
+    ImportedKey (*import)(const Import& import);
+};
+
+constexpr BlobType blobTypes[] = {
+    {blobTypeSimple, importSimpleKey},
+    {blobTypePublicKey, importPublicKey},
+    {blobTypePlainTextKey, importPlainTextKey},
+    {blobTypeSymmetricWrapKey, importWrappedKey},
+};
+
+Answer refuseType(std::uint8_t type)
+{
+    if (type == blobTypePrivateKey || type == blobTypePublicKeyEx) {
+        logError("Key Block Not Implemented yet");
+    } else {
+        logError("CPImportKey - Unsupported type : ", type);
+    }
+    return fail(NTE_BAD_TYPE);
+}
+
+Answer importBlob(const CspContext& context, ByteView blob, HCRYPTKEY importKey, HCRYPTKEY* imported)
+{
+    if (blob.size() < capiKeyBlobHeaderSize) return fail(NTE_BAD_DATA);
+    const CapiBlobHeader header = *readCapiBlobHeader(blob);
+    logDebug("CPImportKey - input type : ", header.type);
+    logDebug("CPImportKey - input version : ", header.version);
+    logDebug("CPImportKey - input alg : ", header.algorithm);
+    logDebug("CPImportKey - input data length : ", blob.size() - capiKeyBlobHeaderSize);
+    if (blob.size() == capiKeyBlobHeaderSize) {
+        logError("CPImportKey - Input data to import is empty");
+        return fail(NTE_INVALID_PARAMETER);
+    }
+    const auto* type = findRow(blobTypes, &BlobType::type, header.type);
+    if (!type) return refuseType(header.type);
+    if (!imported) return fail(ERROR_INVALID_PARAMETER);
+    auto key = type->import({context, blob, header, keyOf(importKey)});
+    if (!key) return key.error();
+    *imported = handOutKey(*std::move(key));
+    return done();
+}
+
+Answer exportPublicKey(const CspContext& context, const KeyContext& key, Output out)
+{
+    const auto pairs = context.token().keyPairs();
+    const auto pair = std::ranges::find_if(pairs, [&](const auto& candidate) { return sameBytes(candidate.keyId, key.keyId); });
+    // Keys of 2048 bits only.
+    if (pair == pairs.end() || pair->algorithm != algorithmRsa2048) return fail(NTE_BAD_KEY);
+    const Bytes blob = writeCapiPublicBlob(key.algorithm, publicKeyOf(*pair));
+    if (out.holds(blob.size())) logDebug("key usage : ", key.algorithm);
+    const Answer answer = putEnumerated(out, blob);
+    if (out.isQuery()) logDebug("Emport public key more data required");
+    // Written: the last error says so, too.
+    return answer.lastError ? answer : Answer{TRUE, DWORD{ERROR_SUCCESS}};
+}
+
+Answer exportBlob(const CspContext& context, const KeyContext& key, DWORD type, Output out)
+{
+    switch (type) {
+    case PUBLICKEYBLOB: return exportPublicKey(context, key, out);
+    case PRIVATEKEYBLOB: return fail(ERROR_ACCESS_DENIED);
+    default: return fail(NTE_BAD_TYPE);
+    }
+}
+
+} // namespace
+
+} // namespace quelta
+
+using namespace quelta;
+
+BOOL WINAPI CPImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, HCRYPTKEY hPubKey, DWORD dwFlags, HCRYPTKEY* phKey)
+{
+    return entryPoint("CPImportKey", [&]() -> Answer {
+        logDebug("Input length : ", dwDataLen);
+        logDebug("Input flag : ", dwFlags);
+        if (!pbData) {
+            logError("CPImportKey - Input data is null");
+            return fail(ERROR_INVALID_PARAMETER);
+        }
+        const auto* context = contextOf(hProv);
+        if (!context) {
+            logError("CPImportKey - Contest null or not initialised");
+            return fail(NTE_BAD_UID);
+        }
+        if (dwDataLen > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
+        return importBlob(*context, {pbData, dwDataLen}, hPubKey, phKey);
+    });
+}
+
+BOOL WINAPI CPExportKey(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTKEY, DWORD dwBlobType, DWORD dwFlags, BYTE* pbData, DWORD* pdwDataLen)
+{
+    return entryPoint("CPExportKey", [&]() -> Answer {
+        logDebug("dwBlobType : ", dwBlobType);
+        logDebug("dwFlags : ", dwFlags);
+        const auto* key = keyOf(hKey);
+        if (!key || !pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
+        const auto* context = contextOf(hProv);
+        if (!context) return fail(NTE_BAD_UID);
+        const Answer answer = exportBlob(*context, *key, dwBlobType, {pbData, pdwDataLen});
+        logDebug("Exportkey return status : ", answer.value);
+        return answer;
+    });
+}

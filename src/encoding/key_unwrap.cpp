@@ -1,0 +1,63 @@
+#include "encoding/key_unwrap.h"
+
+#include "log/log_writer.h"
+#include "token/key_match.h"
+
+#include <algorithm>
+
+namespace quelta {
+
+namespace {
+
+bool canUnwrap(const QueltaSymmetricKey& key)
+{
+    return key.encryptionType == encryptionAes128 || key.encryptionType == encryptionAes256;
+}
+
+// Wipes the value when the record goes, however that comes about.
+struct WipedRequest {
+    QueltaSymmetricKey record{};
+
+    WipedRequest() = default;
+    WipedRequest(const WipedRequest&) = delete;
+    WipedRequest& operator=(const WipedRequest&) = delete;
+    ~WipedRequest() { wipeValue(); }
+    void wipeValue() { wipe(record.keyValue, sizeof record.keyValue); }
+};
+
+} // namespace
+
+std::expected<UnwrappedKey, UnwrapFailure> UnwrapWithAnyKek(const Token& token, ByteView wrapped, const PinText& pin,
+                                                            const std::function<std::uint32_t(std::size_t)>& sizeCodeOf,
+                                                            const char* unwrappedText)
+{
+    for (const auto& candidate : token.aesKeys()) {
+        if (!canUnwrap(candidate)) continue;
+        const auto unwrapped = token.decryptAes(candidate, wrapped);
+        if (!unwrapped) continue;
+        logDebug(unwrappedText, hex(keyIdOf(candidate)));
+        if (unwrapped->reported < 0) return std::unexpected(UnwrapFailure::noKeyRecovered);
+        if (static_cast<std::size_t>(unwrapped->reported) > importedKeyRoom) return std::unexpected(UnwrapFailure::keyTooLong);
+        const ByteView value = unwrapped->key.view();
+        const auto stored = importSymmetricKey(token, pin, value, sizeCodeOf(value.size()));
+        if (!stored) return std::unexpected(UnwrapFailure::importRefused);
+        UnwrappedKey result{*stored, {}};
+        std::ranges::copy(candidate.keyId, result.keyEncryptionKeyId.begin());
+        return result;
+    }
+    return std::unexpected(UnwrapFailure::noKeyFits);
+}
+
+std::expected<QueltaSymmetricKey, int> importSymmetricKey(const Token& token, const PinText& pin, ByteView value,
+                                                          std::uint32_t encryptionType)
+{
+    WipedRequest request;
+    std::ranges::copy(value, request.record.keyValue);
+    request.record.keyValueLength = static_cast<std::int32_t>(value.size());
+    request.record.encryptionType = encryptionType;
+    if (const int result = token.importAesKey(pin, request.record)) return std::unexpected(result);
+    request.wipeValue();
+    return request.record;
+}
+
+} // namespace quelta
