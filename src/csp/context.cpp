@@ -79,7 +79,8 @@ BOOL WINAPI CPAcquireContext(HCRYPTPROV* phProv, LPCSTR szContainer, DWORD dwFla
 {
     return entryPoint("CPAcquireContext", [&]() -> Answer {
         if (!phProv || !pVTable) return fail(ERROR_INVALID_PARAMETER);
-        // Whatever the flags ask for, a context on the connected token is what there is; silence does not keep the PIN dialog away.
+        // Whatever the flags ask for, a context on the connected token is what there is; silence does not keep the PIN dialog
+        // away.
         logDebug("CPAcquireContext - dwFlags : ", dwFlags);
         auto context = std::make_unique<CspContext>();
         auto deviceId = openFirstToken(context->libContext, openingTexts);

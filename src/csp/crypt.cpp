@@ -2,29 +2,16 @@
 #include "csp/entry_points.h"
 #include "csp/key_context.h"
 #include "csp/output.h"
-#include "encoding/rsa_public_key.h"
+#include "encoding/public_key_form.h"
 #include "token/expired_session.h"
 #include "token/table.h"
+#include "token/work_buffer.h"
 
 #include <algorithm>
 
 namespace quelta {
 
 namespace {
-
-// A buffer for what must not stay in memory.
-class WorkBuffer {
-public:
-    explicit WorkBuffer(std::size_t size) : bytes_(size) {}
-    WorkBuffer(const WorkBuffer&) = delete;
-    WorkBuffer& operator=(const WorkBuffer&) = delete;
-    ~WorkBuffer() { wipe(bytes_.data(), bytes_.size()); }
-
-    std::span<unsigned char> room() { return bytes_; }
-
-private:
-    Bytes bytes_;
-};
 
 struct EncryptionRow {
     std::size_t publicKeySize;
@@ -46,26 +33,22 @@ EncryptionType encryptionTypeOf(const KeyContext& key)
     return row ? row->type : defaultEncryptionType;
 }
 
-Bytes publicKeyToDer(const KeyContext& key)
-{
-    const ByteView publicKey = key.publicKey.view();
-    if (publicKey.empty() || isDer(publicKey)) {
-        logDebug("CSP: Public key is already DER encoded");
-        return {publicKey.begin(), publicKey.end()};
-    }
-    logDebug("CSP: Public key is raw modulus, converting to DER");
-    return rawModulusToDer(publicKey);
-}
+constexpr PublicKeyTexts publicKeyTexts = {
+    .alreadyDer = "CSP: Public key is already DER encoded",
+    .rawModulus = "CSP: Public key is raw modulus, converting to DER",
+};
 
-// Encrypts what stands at the front of the buffer in place.
-Answer encryptInPlace(const CspContext& context, const KeyContext& key, DWORD flags, std::span<BYTE> buffer, DWORD& length)
+// Encrypts what stands at the front of the buffer in place. The caller's length was read once: it may change while a dialog is
+// open.
+Answer encryptInPlace(const CspContext& context, const KeyContext& key, DWORD flags, std::span<BYTE> buffer, DWORD inputLength,
+                      DWORD& length)
 {
     // Although only the public key is used.
     if (const auto pin = ensurePinValidated(context); !pin) return pin.error();
-    const Bytes publicKey = publicKeyToDer(key);
+    const Bytes publicKey = publicKeyForDevice(key.publicKey.view(), publicKeyTexts);
     WorkBuffer work(encryptionRoom);
     const auto padding = flags & CRYPT_OAEP ? paddingOaep : paddingPkcs1;
-    const auto encrypted = context.token().encrypt(encryptionTypeOf(key), padding, buffer.first(length),
+    const auto encrypted = context.token().encrypt(encryptionTypeOf(key), padding, buffer.first(inputLength),
                                                    work.room().first<encryptionRoom>(), publicKey);
     if (!encrypted) {
         logError("Encrypt data failed: ", encrypted.error());
@@ -78,20 +61,22 @@ Answer encryptInPlace(const CspContext& context, const KeyContext& key, DWORD fl
     return done();
 }
 
-Answer copyPlain(ByteView plain, BYTE* data, DWORD& length)
+Answer copyPlain(ByteView plain, std::span<BYTE> data, DWORD& length)
 {
-    std::ranges::copy(plain, data);
+    std::ranges::copy(plain, data.begin());
     length = static_cast<DWORD>(plain.size());
     return done();
 }
 
-Answer decryptWithKeyPair(const CspContext& context, const KeyContext& key, const Pin& pin, BYTE* data, DWORD& length)
+Answer decryptWithKeyPair(const CspContext& context, const KeyContext& key, const Pin& pin, std::span<BYTE> data, DWORD& length)
 {
     logDebug("Before reversing encrypted data");
-    const Bytes cipher(std::reverse_iterator(data + length), std::reverse_iterator(data));
+    const Bytes cipher(data.rbegin(), data.rend());
     logDebug("After reversing encrypted data");
     logDebug("Before decrypting data");
-    const auto decrypt = [&](const PinText& text) { return context.token().decrypt(key.keyId, text, cipher, key.keyPairFlag != 0); };
+    const auto decrypt = [&](const PinText& text) {
+        return context.token().decrypt(key.keyId, text, cipher, key.keyPairFlag != 0);
+    };
     Answer refusal = done();
     const auto outcome = callWithFreshPin(pin, "CPDecrypt: SSO expired, re-prompting for PIN", decrypt, [&] {
         const auto renewed = ensurePinValidated(context);
@@ -108,14 +93,13 @@ Answer decryptWithKeyPair(const CspContext& context, const KeyContext& key, cons
     return copyPlain(plain->view(), data, length);
 }
 
-Answer decryptWithSymmetricKey(const CspContext& context, const KeyContext& key, BYTE* data, DWORD& length)
+Answer decryptWithSymmetricKey(const CspContext& context, const KeyContext& key, std::span<BYTE> data, DWORD& length)
 {
-    WorkBuffer work(length);
+    WorkBuffer work(data.size());
     const auto iv = tokenState().sharedIv.bytes();
     logDebug("CPDecrypt input iv : ", hex(*iv));
     logDebug("CPDecrypt input key : ", hex(key.symmetricKey.view()));
-    const auto plain =
-        context.token().withoutContext().decryptSymmetric({data, length}, work.room(), *iv, key.symmetricKey.view());
+    const auto plain = context.token().withoutContext().decryptSymmetric(data, work.room(), *iv, key.symmetricKey.view());
     if (!plain) {
         logError("Symetric decryption failed : ", plain.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
@@ -145,12 +129,13 @@ BOOL WINAPI CPEncrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH, BOOL, DWORD 
             *pdwDataLen = outputSize;
             return pbData ? moreDataAndFalse() : done();
         }
-        if (*pdwDataLen > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
-        if (*pdwDataLen == 0 || *pdwDataLen > dwBufLen) {
-            logError("Invalid data length for encrypt: ", *pdwDataLen);
+        const DWORD inputLength = *pdwDataLen;
+        if (inputLength > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
+        if (inputLength == 0 || inputLength > dwBufLen) {
+            logError("Invalid data length for encrypt: ", inputLength);
             return fail(NTE_BAD_LEN);
         }
-        return encryptInPlace(*context, *key, dwFlags, {pbData, dwBufLen}, *pdwDataLen);
+        return encryptInPlace(*context, *key, dwFlags, {pbData, dwBufLen}, inputLength, *pdwDataLen);
     });
 }
 
@@ -165,15 +150,16 @@ BOOL WINAPI CPDecrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH, BOOL, DWORD 
         logDebug("CPDecrypt - key id : ", hex(key->keyId));
         logDebug("CPDecrypt - usage : ", key->keyUsage);
         if (!pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
-        if (!pbData || *pdwDataLen == 0) {
-            logError("Invalid data length for decrypt : ", *pdwDataLen);
+        const std::span<BYTE> data(pbData, *pdwDataLen);
+        if (!pbData || data.empty()) {
+            logError("Invalid data length for decrypt : ", data.size());
             return fail(NTE_BAD_DATA);
         }
-        if (*pdwDataLen > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
+        if (data.size() > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         const auto pin = ensurePinValidated(*context);
         if (!pin) return pin.error();
-        const Answer answer = key->symmetricKey.empty() ? decryptWithKeyPair(*context, *key, *pin, pbData, *pdwDataLen)
-                                                        : decryptWithSymmetricKey(*context, *key, pbData, *pdwDataLen);
+        const Answer answer = key->symmetricKey.empty() ? decryptWithKeyPair(*context, *key, *pin, data, *pdwDataLen)
+                                                        : decryptWithSymmetricKey(*context, *key, data, *pdwDataLen);
         if (answer.value) logDebug("CPDecrypt- return");
         return answer;
     });

@@ -23,12 +23,27 @@ struct Answer {
     std::optional<DWORD> lastError;
 };
 
-inline Answer done() { return {TRUE, std::nullopt}; }
+inline Answer done()
+{
+    return {TRUE, std::nullopt};
+}
 // Takes the published constants as they come: NTE_ codes are of a signed type, Win32 codes of another.
-inline Answer fail(std::integral auto code) { return {FALSE, static_cast<DWORD>(code)}; }
-inline Answer failKeepingLastError() { return {FALSE, std::nullopt}; }
-inline Answer moreDataButTrue() { return {TRUE, static_cast<DWORD>(ERROR_MORE_DATA)}; }
-inline Answer moreDataAndFalse() { return {FALSE, static_cast<DWORD>(ERROR_MORE_DATA)}; }
+inline Answer fail(std::integral auto code)
+{
+    return {FALSE, static_cast<DWORD>(code)};
+}
+inline Answer failKeepingLastError()
+{
+    return {FALSE, std::nullopt};
+}
+inline Answer moreDataButTrue()
+{
+    return {TRUE, static_cast<DWORD>(ERROR_MORE_DATA)};
+}
+inline Answer moreDataAndFalse()
+{
+    return {FALSE, static_cast<DWORD>(ERROR_MORE_DATA)};
+}
 
 template <class T>
 using Outcome = std::expected<T, Answer>;

@@ -158,8 +158,8 @@ constexpr SettableParameter settableParameters[] = {
     {HP_HMAC_INFO, setHmacInfo},
 };
 
-// The source's running state on the token is neither shared nor cloned: what was hashed so far is not part of the duplicate, unless
-// the source was finished.
+// The source's running state on the token is neither shared nor cloned: what was hashed so far is not part of the duplicate,
+// unless the source was finished.
 std::unique_ptr<HashContext> copyOf(const HashContext& source)
 {
     auto copy = std::make_unique<HashContext>(source);

@@ -9,7 +9,8 @@
 namespace quelta {
 
 struct HashContext {
-    // The token's hash mechanism; signing overwrites it with the chosen key pair's algorithm code, which is what later queries see.
+    // The token's hash mechanism; signing overwrites it with the chosen key pair's algorithm code, which is what later queries
+    // see.
     std::int32_t mechanism = 0;
     // Never set, only logged.
     std::int32_t hashAlgorithm = 0;

@@ -95,9 +95,7 @@ std::unexpected<Answer> refuse(UnwrapFailure failure)
     case UnwrapFailure::noKeyFits:
         logError("Failed to unwrap SYMMETRICWRAPKEYBLOB with any available KEK");
         return refuse(NTE_BAD_KEY);
-    case UnwrapFailure::importRefused:
-        logError("Import of unwrapped AES key failed");
-        return refuse(NTE_BAD_TYPE);
+    case UnwrapFailure::importRefused: logError("Import of unwrapped AES key failed"); return refuse(NTE_BAD_TYPE);
     case UnwrapFailure::noKeyRecovered: return refuse(NTE_PROVIDER_DLL_FAIL);
     case UnwrapFailure::keyTooLong: break;
     }
@@ -253,7 +251,8 @@ BOOL WINAPI CPImportKey(HCRYPTPROV hProv, const BYTE* pbData, DWORD dwDataLen, H
     });
 }
 
-BOOL WINAPI CPExportKey(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTKEY, DWORD dwBlobType, DWORD dwFlags, BYTE* pbData, DWORD* pdwDataLen)
+BOOL WINAPI CPExportKey(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTKEY, DWORD dwBlobType, DWORD dwFlags, BYTE* pbData,
+                        DWORD* pdwDataLen)
 {
     return entryPoint("CPExportKey", [&]() -> Answer {
         logDebug("dwBlobType : ", dwBlobType);

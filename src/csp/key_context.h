@@ -11,9 +11,9 @@ namespace quelta {
 // The key pair of the signature algorithm where the key is one of an elliptic curve.
 constexpr ALG_ID algorithmEcSign = 0x2200;
 
-// `algorithm` holds an ALG_ID for a key pair of the token and for a key that came wrapped under a token key; the token's algorithm
-// code (1 to 4) for an imported public key; the encryption-type code for a symmetric key that came in clear or encrypted to a key
-// pair.
+// `algorithm` holds an ALG_ID for a key pair of the token and for a key that came wrapped under a token key; the token's
+// algorithm code (1 to 4) for an imported public key; the encryption-type code for a symmetric key that came in clear or
+// encrypted to a key pair.
 struct KeyContext : TokenKey {};
 
 // Null for a null handle.

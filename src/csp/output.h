@@ -1,5 +1,5 @@
-// Where an entry point hands out data, and by which of the interface's rules. They differ in what a null or a short buffer answers;
-// each parameter names its rule.
+// Where an entry point hands out data, and by which of the interface's rules. They differ in what a null or a short buffer
+// answers; each parameter names its rule.
 #pragma once
 
 #include "csp/entry.h"

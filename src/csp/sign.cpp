@@ -2,6 +2,7 @@
 #include "csp/entry_points.h"
 #include "csp/hash_context.h"
 #include "csp/key_context.h"
+#include "encoding/public_key_form.h"
 #include "encoding/rsa_public_key.h"
 #include "token/expired_session.h"
 #include "token/key_match.h"
@@ -19,7 +20,8 @@ void choose(const QueltaKeyPair& pair, HashContext& hash)
     hash.mechanism = static_cast<std::int32_t>(pair.algorithm);
 }
 
-// Signs with another key pair than the named one: a container whose own key can't sign falls back to the token's last one that can.
+// Signs with another key pair than the named one: a container whose own key can't sign falls back to the token's last one that
+// can.
 void chooseLastEligible(const std::vector<QueltaKeyPair>& pairs, HashContext& hash)
 {
     for (const auto& pair : pairs) {
@@ -108,17 +110,10 @@ Outcome<void> readDigest(HCRYPTPROV hProv, HCRYPTHASH hHash, HashContext& hash)
     return {};
 }
 
-Bytes publicKeyOfHandle(const KeyContext& key)
-{
-    logDebug("key handle available");
-    const ByteView publicKey = key.publicKey.view();
-    if (isDer(publicKey)) {
-        logDebug("Public key is already DER encoded");
-        return {publicKey.begin(), publicKey.end()};
-    }
-    logDebug("Public key is not DER encoded, converting to DER");
-    return rawModulusToDer(publicKey);
-}
+constexpr PublicKeyTexts publicKeyTexts = {
+    .alreadyDer = "Public key is already DER encoded",
+    .rawModulus = "Public key is not DER encoded, converting to DER",
+};
 
 Outcome<Bytes> publicKeyOfContainer(const CspContext& context)
 {
@@ -134,8 +129,9 @@ Outcome<Bytes> publicKeyOfContainer(const CspContext& context)
 
 Outcome<Bytes> verificationKey(const CspContext& context, const KeyContext* key)
 {
-    if (key && !key->publicKey.empty()) return publicKeyOfHandle(*key);
-    return publicKeyOfContainer(context);
+    if (!key || key->publicKey.empty()) return publicKeyOfContainer(context);
+    logDebug("key handle available");
+    return publicKeyForDevice(key->publicKey.view(), publicKeyTexts);
 }
 
 } // namespace
@@ -166,8 +162,8 @@ BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD
     });
 }
 
-BOOL WINAPI CPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbSignature, DWORD cbSigLen, HCRYPTKEY hPubKey, LPCWSTR,
-                              DWORD)
+BOOL WINAPI CPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pbSignature, DWORD cbSigLen, HCRYPTKEY hPubKey,
+                              LPCWSTR, DWORD)
 {
     return entryPoint("CPVerifySignature", [&]() -> Answer {
         const auto* context = contextOf(hProv);

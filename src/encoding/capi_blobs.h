@@ -1,5 +1,5 @@
-// CryptoAPI key blobs: the published BLOBHEADER, then what the type asks for. Integers are little-endian, moduli least significant
-// byte first. Reads only within the span it is given; the views in a result refer to it.
+// CryptoAPI key blobs: the published BLOBHEADER, then what the type asks for. Integers are little-endian, moduli least
+// significant byte first. Reads only within the span it is given; the views in a result refer to it.
 #pragma once
 
 #include "log/bytes.h"
@@ -34,8 +34,8 @@ std::optional<CapiBlobHeader> readCapiBlobHeader(ByteView blob);
 // The key of a blob of at least 12 bytes: what follows those.
 ByteView keyOfCapiBlob(ByteView blob);
 
-// The wrapped key of a blob of at least 12 bytes: it begins right after the 8-byte header, yet is as long as the blob less 12, so that
-// the last four bytes are left out. Meant so.
+// The wrapped key of a blob of at least 12 bytes: it begins right after the 8-byte header, yet is as long as the blob less 12, so
+// that the last four bytes are left out. Meant so.
 ByteView wrappedKeyOfCapiBlob(ByteView blob);
 
 struct CapiPublicKey {
@@ -46,8 +46,8 @@ struct CapiPublicKey {
     std::array<unsigned char, 3> exponent;
 };
 
-// Nothing if the blob is too short, for its header or for the modulus it announces, or lacks the magic "RSA1". The BLOBHEADER is not
-// looked at.
+// Nothing if the blob is too short, for its header or for the modulus it announces, or lacks the magic "RSA1". The BLOBHEADER is
+// not looked at.
 std::optional<CapiPublicKey> parseCapiPublicBlob(ByteView blob);
 
 // The DER form of modulus and exponent.

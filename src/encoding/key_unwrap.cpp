@@ -4,6 +4,7 @@
 #include "token/key_match.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace quelta {
 
@@ -33,12 +34,12 @@ std::expected<UnwrappedKey, UnwrapFailure> UnwrapWithAnyKek(const Token& token, 
 {
     for (const auto& candidate : token.aesKeys()) {
         if (!canUnwrap(candidate)) continue;
-        const auto unwrapped = token.decryptAes(candidate, wrapped);
+        auto unwrapped = token.decryptAes(candidate, wrapped);
         if (!unwrapped) continue;
         logDebug(unwrappedText, hex(keyIdOf(candidate)));
-        if (unwrapped->reported < 0) return std::unexpected(UnwrapFailure::noKeyRecovered);
-        if (static_cast<std::size_t>(unwrapped->reported) > importedKeyRoom) return std::unexpected(UnwrapFailure::keyTooLong);
-        const ByteView value = unwrapped->key.view();
+        if (!*unwrapped || unwrapped->reportedLength() < 0) return std::unexpected(UnwrapFailure::noKeyRecovered);
+        if (std::cmp_greater(unwrapped->reportedLength(), importedKeyRoom)) return std::unexpected(UnwrapFailure::keyTooLong);
+        const ByteView value = unwrapped->accept();
         const auto stored = importSymmetricKey(token, pin, value, sizeCodeOf(value.size()));
         if (!stored) return std::unexpected(UnwrapFailure::importRefused);
         UnwrappedKey result{*stored, {}};

@@ -1,5 +1,5 @@
-// One line a call into today's log file, <temporary folder>/Oskvar/<process>/<date>.LOG. Nothing is kept between lines: the level is
-// read from the registry and the file opened for each, so that a changed level or a deleted folder shows at the next line. No
+// One line a call into today's log file, <temporary folder>/Oskvar/<process>/<date>.LOG. Nothing is kept between lines: the level
+// is read from the registry and the file opened for each, so that a changed level or a deleted folder shows at the next line. No
 // failure reaches the caller, and the thread's last error stays as it was.
 #pragma once
 
@@ -24,13 +24,19 @@ constexpr int logLevelDebug = 3;
 struct HexText {
     ByteView bytes;
 };
-inline HexText hex(ByteView bytes) { return {bytes}; }
+inline HexText hex(ByteView bytes)
+{
+    return {bytes};
+}
 
 // A wide text of which each unit keeps its low 8 bits.
 struct NarrowedText {
     std::wstring_view text;
 };
-inline NarrowedText narrowed(std::wstring_view text) { return {text}; }
+inline NarrowedText narrowed(std::wstring_view text)
+{
+    return {text};
+}
 std::string toNarrow(std::wstring_view text);
 
 // One piece of a line; put into words only if the line is written.
@@ -42,9 +48,11 @@ public:
     LogPiece(HexText bytes) : value_(bytes) {}
     LogPiece(NarrowedText text) : value_(text) {}
     template <std::signed_integral T>
-    LogPiece(T number) : value_(static_cast<std::int64_t>(number)) {}
+    LogPiece(T number) : value_(static_cast<std::int64_t>(number))
+    {}
     template <std::unsigned_integral T>
-    LogPiece(T number) : value_(static_cast<std::uint64_t>(number)) {}
+    LogPiece(T number) : value_(static_cast<std::uint64_t>(number))
+    {}
     LogPiece(bool) = delete;
 
     void appendTo(std::string& line) const;

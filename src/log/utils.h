@@ -11,7 +11,8 @@ class Utils {
 public:
     virtual ~Utils() = default;
 
-    // The pieces between occurrences of `delimiter`, in order; at least one, empty ones included. An empty delimiter splits nothing.
+    // The pieces between occurrences of `delimiter`, in order; at least one, empty ones included. An empty delimiter splits
+    // nothing.
     static std::vector<std::string> split(std::string text, std::string_view delimiter);
 
     // Upper-case hexadecimal, two characters a byte, no separators. A length below 1 gives an empty text.

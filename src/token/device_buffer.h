@@ -5,17 +5,33 @@
 
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace quelta {
 
-// Owns a buffer that the device library returned through an unsigned char**: it comes from the C runtime's heap. What it holds is a
-// secret, and wiped.
+// A buffer that the device library returned through an unsigned char**, with the length it reported. It comes from the C
+// runtime's heap and is released as such; what it holds is a secret, and wiped.
 class DeviceBuffer {
 public:
-    // `size` must be a length that was checked; 0 where the library's word on it can't be true.
-    DeviceBuffer(unsigned char* memory, std::size_t size) : memory_(memory, WipeAndFree{size}) {}
+    // Decryption makes nothing longer: what is reported to exceed `inputLength` is not to be touched, not even to wipe it.
+    DeviceBuffer(unsigned char* memory, int reportedLength, std::size_t inputLength)
+        : memory_(memory, WipeAndFree{plausible(reportedLength, inputLength)}), reportedLength_(reportedLength)
+    {}
 
-    ByteView view() const { return {memory_.get(), memory_ ? memory_.get_deleter().size : 0}; }
+    // False where the library gave none, whatever length it reported.
+    explicit operator bool() const { return memory_ != nullptr; }
+    // The library's word, which may be anything.
+    int reportedLength() const { return reportedLength_; }
+
+    // Believes the reported length, which the caller has checked.
+    ByteView accept()
+    {
+        memory_.get_deleter().size = static_cast<std::size_t>(reportedLength_);
+        accepted_ = memory_.get_deleter().size;
+        return view();
+    }
+    // Empty until the length is believed.
+    ByteView view() const { return {memory_.get(), accepted_}; }
 
 private:
     struct WipeAndFree {
@@ -26,7 +42,14 @@ private:
             std::free(memory);
         }
     };
+    static std::size_t plausible(int length, std::size_t inputLength)
+    {
+        return std::cmp_less(length, 0) || std::cmp_greater(length, inputLength) ? 0 : static_cast<std::size_t>(length);
+    }
+
     std::unique_ptr<unsigned char, WipeAndFree> memory_;
+    int reportedLength_;
+    std::size_t accepted_ = 0;
 };
 
 } // namespace quelta

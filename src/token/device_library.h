@@ -26,12 +26,13 @@ public:
     virtual int getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void* libContext) = 0;
 
     virtual int generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair* inOut, void* libContext) = 0;
-    virtual int deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool hardware, void* libContext) = 0;
+    virtual int deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool hardware,
+                              void* libContext) = 0;
     virtual int importCertificate(const char* deviceId, const char* pin, QueltaCertificate* inOut, void* libContext) = 0;
     virtual int importAesKey(const char* deviceId, const char* pin, QueltaSymmetricKey* inOut, void* libContext) = 0;
 
-    virtual int signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
-                         unsigned char* signature, int* signatureLength, bool flag, void* libContext) = 0;
+    virtual int signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash,
+                         int hashLength, unsigned char* signature, int* signatureLength, bool flag, void* libContext) = 0;
     virtual int verifySignatureHash(unsigned int algorithm, const char* deviceId, const unsigned char* hash, int hashLength,
                                     const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
                                     int signatureLength, void* libContext) = 0;
@@ -39,11 +40,12 @@ public:
                         int cipherLength, unsigned char** plain, int* plainLength, bool hardware, void* libContext) = 0;
     virtual int encrypt(EncryptionType type, PaddingMode padding, const unsigned char* data, int length, unsigned char* out,
                         int* outLength, const unsigned char* publicKey, int publicKeyLength, void* libContext) = 0;
-    virtual int decryptAes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength, const unsigned char* data,
-                           int length, unsigned char** plain, int* plainLength, bool flag, const unsigned char* iv, int ivLength,
-                           void* libContext) = 0;
+    virtual int decryptAes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength,
+                           const unsigned char* data, int length, unsigned char** plain, int* plainLength, bool flag,
+                           const unsigned char* iv, int ivLength, void* libContext) = 0;
     virtual int decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
-                                const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength, void* libContext) = 0;
+                                const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength,
+                                void* libContext) = 0;
 
     virtual int initHash(const char* deviceId, int algorithm, void** hash, void* libContext) = 0;
     virtual int updateHash(void* hash, const unsigned char* data, int length, void* libContext) = 0;

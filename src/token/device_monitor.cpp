@@ -26,8 +26,8 @@ bool processIsExiting()
 {
     using Query = BOOLEAN(NTAPI*)();
     const HMODULE ntdll = GetModuleHandleA("ntdll.dll");
-    const auto query = ntdll ? reinterpret_cast<Query>(reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlDllShutdownInProgress")))
-                             : nullptr;
+    const auto query =
+        ntdll ? reinterpret_cast<Query>(reinterpret_cast<void*>(GetProcAddress(ntdll, "RtlDllShutdownInProgress"))) : nullptr;
     return query && query();
 }
 
@@ -60,8 +60,8 @@ public:
     {
         stopping_ = true;
         if (work_ && !processIsExiting()) {
-            // A thread of its own would have to be joined here, under the loader's lock, which a thread needs to end: a deadlock. A
-            // thread of the process's pool only has to come back from the callback. One that has not begun is cancelled.
+            // A thread of its own would have to be joined here, under the loader's lock, which a thread needs to end: a deadlock.
+            // A thread of the process's pool only has to come back from the callback. One that has not begun is cancelled.
             WaitForThreadpoolWorkCallbacks(work_.get(), TRUE);
             work_.reset();
             logDebug("Monitor thread joined (stopDeviceMonitor).");

@@ -1,5 +1,5 @@
-// A handle is the address of the record behind it. These are the only places that convert one into the other. A handle that was freed
-// or never was one can't be told from a live one.
+// A handle is the address of the record behind it. These are the only places that convert one into the other. A handle that was
+// freed or never was one can't be told from a live one.
 #pragma once
 
 #include <cstdint>

@@ -30,8 +30,8 @@ int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char
 int quelta_verifySignatureHash(unsigned int algorithm, const char* deviceId, const unsigned char* hash, int hashLength,
                                const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
                                int signatureLength, void* libContext);
-int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher, int cipherLength,
-                   unsigned char** plain, int* plainLength, bool hardware, void* libContext);
+int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
+                   int cipherLength, unsigned char** plain, int* plainLength, bool hardware, void* libContext);
 int quelta_encrypt(quelta::EncryptionType, quelta::PaddingMode, const unsigned char* data, int length, unsigned char* out,
                    int* outLength, const unsigned char* publicKey, int publicKeyLength, void* libContext);
 int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength, const unsigned char* data,

@@ -1,4 +1,5 @@
-// Names, fields and usage of what the token lists. A field whose reported length is negative or larger than the field reads as empty.
+// Names, fields and usage of what the token lists. A field whose reported length is negative or larger than the field reads as
+// empty.
 #pragma once
 
 #include "log/bytes.h"

@@ -1,5 +1,5 @@
-// Names that the maker's own tools of this generation share. Nothing in this module reads them; they stay here so that a search of
-// the binary or the sources for one of them finds it.
+// Names that the maker's own tools of this generation share. Nothing in this module reads them; they stay here so that a search
+// of the binary or the sources for one of them finds it.
 #pragma once
 
 namespace quelta {

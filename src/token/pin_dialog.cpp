@@ -15,6 +15,7 @@ namespace {
 
 constexpr int loginButton = IDOK;
 constexpr int cancelButton = IDCANCEL;
+constexpr std::size_t longestText = 255;
 
 void allowLogin(HWND dialog, bool allowed)
 {
@@ -34,7 +35,7 @@ std::string& dialogPinOf(HWND dialog)
 
 void readPin(HWND dialog)
 {
-    std::array<char, 256> text{};
+    std::array<char, longestText + 1> text{};
     GetDlgItemTextA(dialog, IDC_USER_PIN, text.data(), static_cast<int>(text.size()));
     dialogPinOf(dialog) = text.data();
     wipe(text.data(), text.size());
@@ -74,10 +75,12 @@ int showPasswordDialog(std::string& dialogPin)
 {
     logDebug("Password dialog show window");
     dialogPin.clear();
+    // Nothing is to be allocated while Windows waits for the dialog procedure.
+    dialogPin.reserve(longestText);
     logDebug("Password dialog show window before");
     const auto module = static_cast<HINSTANCE>(tokenState().moduleHandle.load());
-    const INT_PTR result = DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage,
-                                           reinterpret_cast<LPARAM>(&dialogPin));
+    const INT_PTR result =
+        DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&dialogPin));
     logDebug("Password dialog show window after");
     if (result != 0) logError("Password dialog creation failed : ", result);
     return 0;

@@ -76,7 +76,8 @@ int Token::importAesKey(const PinText& pin, QueltaSymmetricKey& inOut) const
     return deviceLibrary().importAesKey(deviceId_, pin.c_str(), &inOut, libContext_);
 }
 
-DeviceResult<std::size_t> Token::signHash(ByteView keyId, const PinText& pin, ByteView hash, std::span<unsigned char> signature) const
+DeviceResult<std::size_t> Token::signHash(ByteView keyId, const PinText& pin, ByteView hash,
+                                          std::span<unsigned char> signature) const
 {
     int length = lengthOf(signature.size());
     const int result = deviceLibrary().signHash(deviceId_, keyId.data(), pin.c_str(), hash.data(), lengthOf(hash.size()),
@@ -92,14 +93,21 @@ int Token::verifySignatureHash(std::uint32_t algorithm, ByteView hash, ByteView 
 
 DeviceResult<DeviceBuffer> Token::decrypt(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const
 {
+    auto plain = decryptUnchecked(keyId, pin, cipher, hardware);
+    if (!plain) return plain;
+    if (!*plain || !checkedLength(0, plain->reportedLength(), cipher.size())) return std::unexpected(0);
+    plain->accept();
+    return plain;
+}
+
+std::expected<DeviceBuffer, int> Token::decryptUnchecked(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const
+{
     unsigned char* plain = nullptr;
-    int plainLength = 0;
-    const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin.c_str(), cipher.data(), lengthOf(cipher.size()), &plain,
-                                               &plainLength, hardware, libContext_);
-    const auto length = checkedLength(result, plainLength, cipher.size());
-    DeviceBuffer buffer(plain, length.value_or(0));
-    if (!length) return std::unexpected(length.error());
-    if (!plain) return std::unexpected(0);
+    int length = 0;
+    const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin.c_str(), cipher.data(), lengthOf(cipher.size()),
+                                               &plain, &length, hardware, libContext_);
+    DeviceBuffer buffer(plain, length, cipher.size());
+    if (result != 0) return std::unexpected(result);
     return buffer;
 }
 
@@ -115,23 +123,23 @@ DeviceResult<std::size_t> Token::encrypt(EncryptionType type, PaddingMode paddin
 DeviceResult<std::size_t> Token::decryptSymmetric(ByteView data, std::span<unsigned char> out, ByteView iv, ByteView key) const
 {
     int length = 0;
-    const int result = deviceLibrary().decryptSymetric(deviceId_, data.data(), lengthOf(data.size()), out.data(), &length, iv.data(),
-                                                       lengthOf(iv.size()), key.data(), lengthOf(key.size()), libContext_);
+    const int result =
+        deviceLibrary().decryptSymetric(deviceId_, data.data(), lengthOf(data.size()), out.data(), &length, iv.data(),
+                                        lengthOf(iv.size()), key.data(), lengthOf(key.size()), libContext_);
     return checkedLength(result, length, out.size());
 }
 
-DeviceResult<Token::Unwrapped> Token::decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const
+std::expected<DeviceBuffer, int> Token::decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const
 {
     const ByteView reference = keyReferenceOf(key);
     unsigned char* plain = nullptr;
     int length = 0;
     const int result =
-        deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(), lengthOf(wrapped.size()),
-                                   &plain, &length, key.flag != 0, nullptr, 0, libContext_);
-    const auto checked = checkedLength(result, length, importedKeyRoom);
-    DeviceBuffer buffer(plain, checked.value_or(0));
+        deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(),
+                                   lengthOf(wrapped.size()), &plain, &length, key.flag != 0, nullptr, 0, libContext_);
+    DeviceBuffer buffer(plain, length, wrapped.size());
     if (result != 0) return std::unexpected(result);
-    return Unwrapped{std::move(buffer), plain ? length : -1};
+    return buffer;
 }
 
 int Token::initHash(int mechanism, void*& hash) const

@@ -51,22 +51,19 @@ public:
     int importCertificate(const PinText& pin, QueltaCertificate& inOut) const;
     int importAesKey(const PinText& pin, QueltaSymmetricKey& inOut) const;
 
-    DeviceResult<std::size_t> signHash(ByteView keyId, const PinText& pin, ByteView hash, std::span<unsigned char> signature) const;
+    DeviceResult<std::size_t> signHash(ByteView keyId, const PinText& pin, ByteView hash,
+                                       std::span<unsigned char> signature) const;
     // 0 when the signature is right.
     int verifySignatureHash(std::uint32_t algorithm, ByteView hash, ByteView publicKey, ByteView signature) const;
     DeviceResult<DeviceBuffer> decrypt(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const;
+    // The same for callers with a rule of their own: the buffer as it was reported.
+    std::expected<DeviceBuffer, int> decryptUnchecked(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const;
     DeviceResult<std::size_t> encrypt(EncryptionType type, PaddingMode padding, ByteView data,
                                       std::span<unsigned char, encryptionRoom> out, ByteView publicKey) const;
     DeviceResult<std::size_t> decryptSymmetric(ByteView data, std::span<unsigned char> out, ByteView iv, ByteView key) const;
 
-    struct Unwrapped {
-        // Empty where `reported` is not a length that an import request holds.
-        DeviceBuffer key;
-        // As the library reported it; negative, too, where it gave no buffer.
-        int reported;
-    };
-    // Unwraps with the token's own AES key; the library's result if that is not 0.
-    DeviceResult<Unwrapped> decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const;
+    // Unwraps with the token's own AES key; the buffer as it was reported.
+    std::expected<DeviceBuffer, int> decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const;
 
     int initHash(int mechanism, void*& hash) const;
     int updateHash(void* hash, ByteView data) const;

@@ -1,5 +1,5 @@
-// How both providers reach the token when a handle is opened: start the library and the monitor, take the first connected token, and
-// open it once per process.
+// How both providers reach the token when a handle is opened: start the library and the monitor, take the first connected token,
+// and open it once per process.
 #pragma once
 
 #include <expected>

@@ -1,6 +1,6 @@
-// All that is process-wide: what callers' threads and the device monitor share. No lock is taken for it. Flags are atomic; texts and
-// bytes are immutable values swapped whole, so a reader takes one at the start of an operation and goes on with it, whatever is
-// swapped in meanwhile.
+// All that is process-wide: what callers' threads and the device monitor share. No lock is taken for it. Flags are atomic; texts
+// and bytes are immutable values swapped whole, so a reader takes one at the start of an operation and goes on with it, whatever
+// is swapped in meanwhile.
 #pragma once
 
 #include "log/bytes.h"

@@ -1,0 +1,228 @@
+#include "encoding/public_key_form.h"
+#include "ksp/function_table.h"
+#include "ksp/key.h"
+#include "ksp/property.h"
+#include "ksp/provider.h"
+#include "token/expired_session.h"
+#include "token/table.h"
+#include "token/work_buffer.h"
+
+#include <algorithm>
+
+namespace quelta {
+
+namespace {
+
+constexpr PublicKeyTexts publicKeyTexts = {
+    .alreadyDer = "KSP: Public key is already DER encoded",
+    .rawModulus = "KSP: Public key is raw modulus, converting to DER",
+};
+
+struct EncryptionRow {
+    std::uint32_t bits;
+    EncryptionType type;
+};
+
+constexpr EncryptionRow encryptionTypes[] = {
+    {1024, EncryptionType{7}},
+    {2048, EncryptionType{8}},
+    {3072, EncryptionType{9}},
+    {4096, EncryptionType{10}},
+};
+constexpr EncryptionType defaultEncryptionType{8};
+
+EncryptionType encryptionTypeOf(const KspKey& key)
+{
+    const auto* row = findRow(encryptionTypes, &EncryptionRow::bits, key.bitLength);
+    return row ? row->type : defaultEncryptionType;
+}
+
+bool isInput(const BYTE* data, DWORD length)
+{
+    return data && length != 0 && length <= longestDeviceLength;
+}
+
+SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS status)
+{
+    *out.result = static_cast<DWORD>(length);
+    return status;
+}
+
+using PinOutcome = std::expected<Pin, SECURITY_STATUS>;
+
+PinOutcome pinFor(const KspProvider& provider, DWORD flags)
+{
+    // Whether a silent caller can be served shows by the flag alone: an open single sign-on is not asked for.
+    if ((flags & NCRYPT_SILENT_FLAG) && !tokenState().pinCache.validated()) return std::unexpected(NTE_SILENT_CONTEXT);
+    if (auto pin = kspEnsurePin(provider)) return *std::move(pin);
+    return std::unexpected(NTE_FAIL);
+}
+
+SECURITY_STATUS encryptTo(KspOutput out, const KspProvider& provider, const KspKey& key, ByteView input, DWORD flags)
+{
+    const Bytes publicKey = publicKeyForDevice(key.publicKey.view(), publicKeyTexts);
+    WorkBuffer work(encryptionRoom);
+    const auto padding = flags & NCRYPT_PAD_OAEP_FLAG ? paddingOaep : paddingPkcs1;
+    const auto encrypted =
+        provider.token().encrypt(encryptionTypeOf(key), padding, input, work.room().first<encryptionRoom>(), publicKey);
+    if (!encrypted) {
+        logError("KSP: Encrypt failed: ", encrypted.error());
+        return NTE_INTERNAL_ERROR;
+    }
+    const SECURITY_STATUS status = putProperty(out, work.room().first(*encrypted));
+    if (status == statusDone) logDebug("KSP: Encrypt success");
+    return status;
+}
+
+SECURITY_STATUS decryptWithKeyPair(KspOutput out, const KspProvider& provider, const KspKey& key, const Pin& pin, ByteView input)
+{
+    const auto decrypt = [&](const PinText& text) {
+        return provider.token().decrypt(key.keyId, text, input, key.keyPairFlag != 0);
+    };
+    const auto outcome =
+        callWithFreshPin(pin, "KSP: Decrypt SSO expired, re-prompting for PIN", decrypt, [&] { return kspEnsurePin(provider); });
+    if (!outcome) return NTE_FAIL;
+    const auto& plain = *outcome;
+    if (!plain) {
+        logError("KSP: Decrypt failed: ", plain.error());
+        return NTE_INTERNAL_ERROR;
+    }
+    const SECURITY_STATUS status = putProperty(out, plain->view());
+    if (status == statusDone) logDebug("KSP: Decrypt success");
+    return status;
+}
+
+SECURITY_STATUS decryptWithSymmetricKey(KspOutput out, const KspProvider& provider, const KspKey& key, ByteView input)
+{
+    const bool ecb = key.chainingMode == ChainingMode::ecb;
+    logDebug(ecb ? "KSP: Symmetric decrypt ECB mode" : "KSP: Symmetric decrypt CBC mode");
+    const auto sharedIv = tokenState().sharedIv.bytes();
+    const ByteView iv = ecb ? ByteView() : ByteView(*sharedIv);
+    logDebug("KSP: Decrypt input iv : ", hex(iv));
+    logDebug("KSP: Decrypt input key : ", hex(key.symmetricKey.view()));
+    WorkBuffer work(input.size());
+    const auto plain = provider.token().decryptSymmetric(input, work.room(), iv, key.symmetricKey.view());
+    if (!plain) {
+        logError("KSP: Symmetric decryption failed: ", plain.error());
+        return NTE_INTERNAL_ERROR;
+    }
+    if (!out.data || out.room < *plain) {
+        // The same line for a buffer that is only too short.
+        logDebug("pbOutput == NULL ");
+        return tellLength(out, *plain, out.data ? NTE_BUFFER_TOO_SMALL : statusDone);
+    }
+    logDebug("KSP: Symmetric decrypt success, length: ", *plain);
+    return putProperty(out, work.room().first(*plain));
+}
+
+SECURITY_STATUS signInto(KspOutput out, const KspProvider& provider, const KspKey& key, const Pin& pin, ByteView hash)
+{
+    logDebug("KSP: SignHash - credential: ", hex(key.keyId));
+    logDebug("KSP: SignHash - hash length: ", hash.size());
+    const auto sign = [&](const PinText& text) { return provider.token().signHash(key.keyId, text, hash, {out.data, out.room}); };
+    const auto outcome =
+        callWithFreshPin(pin, "KSP: SignHash SSO expired, re-prompting for PIN", sign, [&] { return kspEnsurePin(provider); });
+    if (!outcome) return NTE_FAIL;
+    const auto& length = *outcome;
+    if (!length) {
+        logError("KSP: Sign hash failed: ", length.error());
+        return NTE_INTERNAL_ERROR;
+    }
+    logDebug("KSP: SignHash success, signature length=", *length);
+    return tellLength(out, *length, statusDone);
+}
+
+} // namespace
+
+SECURITY_STATUS WINAPI KSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput, VOID*,
+                                  PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
+{
+    return slot("KSPEncrypt", [&]() -> SECURITY_STATUS {
+        const auto* provider = providerOf(hProvider);
+        if (!provider) return NTE_INVALID_HANDLE;
+        const auto* key = kspKeyOf(hKey);
+        if (!key || !pcbResult) return NTE_INVALID_PARAMETER;
+        const KspOutput out{pbOutput, cbOutput, pcbResult};
+        const std::uint32_t size = key->bitLength / 8;
+        if (!pbOutput) return tellLength(out, size, statusDone);
+        if (cbOutput < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
+        if (!isInput(pbInput, cbInput)) return NTE_INVALID_PARAMETER;
+        if (const auto pin = pinFor(*provider, dwFlags); !pin) return pin.error();
+        return encryptTo(out, *provider, *key, {pbInput, cbInput}, dwFlags);
+    });
+}
+
+SECURITY_STATUS WINAPI KSPDecrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput, VOID*,
+                                  PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
+{
+    return slot("KSPDecrypt", [&]() -> SECURITY_STATUS {
+        const auto* provider = providerOf(hProvider);
+        if (!provider) return NTE_INVALID_HANDLE;
+        const auto* key = kspKeyOf(hKey);
+        if (!key || !pcbResult) return NTE_INVALID_PARAMETER;
+        const KspOutput out{pbOutput, cbOutput, pcbResult};
+        if (!key->isSymmetric() && !pbOutput) return tellLength(out, key->bitLength / 8, statusDone);
+        if (!isInput(pbInput, cbInput)) return NTE_INVALID_PARAMETER;
+        const auto pin = pinFor(*provider, dwFlags);
+        if (!pin) return pin.error();
+        const ByteView input(pbInput, cbInput);
+        return key->isSymmetric() ? decryptWithSymmetricKey(out, *provider, *key, input)
+                                  : decryptWithKeyPair(out, *provider, *key, *pin, input);
+    });
+}
+
+SECURITY_STATUS WINAPI KSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, VOID*, PBYTE pbHashValue,
+                                   DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags)
+{
+    return slot("KSPSignHash", [&]() -> SECURITY_STATUS {
+        const auto* provider = providerOf(hProvider);
+        if (!provider) return NTE_INVALID_HANDLE;
+        const auto* key = kspKeyOf(hKey);
+        if (!key || !pcbResult) return NTE_INVALID_PARAMETER;
+        const KspOutput out{pbSignature, cbSignature, pcbResult};
+        const std::uint32_t size = key->bitLength / 8;
+        if (!pbSignature) {
+            logDebug("KSP: SignHash size query, returning ", size);
+            return tellLength(out, size, statusDone);
+        }
+        if (!isInput(pbHashValue, cbHashValue) || cbSignature > longestDeviceLength) return NTE_INVALID_PARAMETER;
+        if (cbSignature < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
+        const auto pin = pinFor(*provider, dwFlags);
+        if (!pin) return pin.error();
+        // Only now: the user is asked for the PIN even for a request that is then refused.
+        if ((dwFlags & BCRYPT_PAD_PSS) && !(dwFlags & BCRYPT_PAD_PKCS1)) {
+            logError("KSP: PSS padding not supported");
+            return NTE_NOT_SUPPORTED;
+        }
+        return signInto(out, *provider, *key, *pin, {pbHashValue, cbHashValue});
+    });
+}
+
+SECURITY_STATUS WINAPI KSPVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey, VOID*, PBYTE pbHashValue,
+                                          DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature, DWORD)
+{
+    return slot("KSPVerifySignature", [&]() -> SECURITY_STATUS {
+        const auto* provider = providerOf(hProvider);
+        const auto* key = kspKeyOf(hKey);
+        if (!provider || !key) return NTE_INVALID_HANDLE;
+        if (!isInput(pbHashValue, cbHashValue) || !isInput(pbSignature, cbSignature)) return NTE_INVALID_PARAMETER;
+        if (key->publicKey.empty()) {
+            logError("KSP: No public key for verification");
+            return NTE_BAD_KEY;
+        }
+        const Bytes publicKey = publicKeyForDevice(key->publicKey.view(), publicKeyTexts);
+        logDebug("KSP: VerifySignature - hash length: ", cbHashValue);
+        logDebug("KSP: VerifySignature - public key length: ", publicKey.size());
+        logDebug("KSP: VerifySignature - signature length: ", cbSignature);
+        const ByteView hash(pbHashValue, cbHashValue);
+        const ByteView signature(pbSignature, cbSignature);
+        if (const int result = provider->token().verifySignatureHash(key->algorithm, hash, publicKey, signature)) {
+            logError("KSP: Verify signature failed: ", result);
+            return NTE_BAD_SIGNATURE;
+        }
+        logDebug("KSP: Verify signature success");
+        return statusDone;
+    });
+}
+
+} // namespace quelta

@@ -1,0 +1,24 @@
+#pragma once
+
+#include "ksp/entry.h"
+#include "log/bytes.h"
+
+#include <string_view>
+
+namespace quelta {
+
+struct KspOutput {
+    BYTE* data;
+    DWORD room;
+    // Never null.
+    DWORD* result;
+};
+
+// The length is told first; a null buffer asks for no more, a short one is NTE_BUFFER_TOO_SMALL.
+SECURITY_STATUS putProperty(KspOutput out, ByteView value);
+
+Bytes dwordValue(DWORD value);
+// With its terminating zero.
+Bytes wideValue(std::wstring_view text);
+
+} // namespace quelta

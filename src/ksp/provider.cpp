@@ -1,0 +1,192 @@
+#include "ksp/provider.h"
+
+#include "ksp/function_table.h"
+#include "ksp/property.h"
+#include "token/handles.h"
+#include "token/table.h"
+#include "token/token_connection.h"
+
+#include <cstdlib>
+#include <cstring>
+
+namespace quelta {
+
+namespace {
+
+constexpr OpeningTexts openingTexts = {
+    .startingLibrary = "KSP: Library not initialised, initialising",
+    .noToken = "KSP: No valid token connected",
+    .openFailed = "KSP: Init device failed: ",
+};
+
+constexpr PinTexts pinTexts = {
+    .alreadyValidated = "KSP: PIN already validated",
+    .askingForPin = "KSP: Password not validated, checking SSO",
+    .clockMismatch = "System time mismatch, Kindly login to Token Manager",
+    .cancelled = "KSP: User cancelled password dialog",
+};
+
+constexpr DWORD implementationType = NCRYPT_IMPL_HARDWARE_FLAG | NCRYPT_IMPL_REMOVABLE_FLAG;
+
+struct ProviderProperty {
+    std::wstring_view name;
+    Bytes (*value)();
+};
+
+constexpr ProviderProperty providerProperties[] = {
+    {L"Name", [] { return wideValue(L"Quelta Cryptographic Provider CSP"); }},
+    {L"Impl Type", [] { return dwordValue(implementationType); }},
+    {L"Version", [] { return dwordValue(0x100); }},
+    {L"Algorithm Name", [] { return wideValue(L"RSA"); }},
+    {L"Max Name Length", [] { return dwordValue(256); }},
+    {L"Security Descr Support", [] { return dwordValue(0); }},
+};
+
+// Known and refused, so that it is not reported as unknown.
+constexpr std::wstring_view useCount = L"Use Count";
+
+SECURITY_STATUS setWindow(KspProvider& provider, ByteView input)
+{
+    // What is too short to be a handle clears it.
+    provider.hwnd = windowHandleOf(input).value_or(0);
+    return statusDone;
+}
+
+SECURITY_STATUS setPin(KspProvider& provider, ByteView input)
+{
+    if (!input.data()) return NTE_INVALID_PARAMETER;
+    logDebug("KSP: Setting PIN via property");
+    return setPinProperty(provider, input.data());
+}
+
+struct SettableProperty {
+    std::wstring_view name;
+    // A null input has a null pointer.
+    SECURITY_STATUS (*set)(KspProvider& provider, ByteView input);
+};
+
+constexpr SettableProperty settableProperties[] = {
+    {L"HWND Handle", setWindow},
+    {L"SmartCardPin", setPin},
+};
+
+} // namespace
+
+KspProvider* providerOf(NCRYPT_PROV_HANDLE handle)
+{
+    auto* provider = recordOf<KspProvider>(handle);
+    return provider && provider->isOpen ? provider : nullptr;
+}
+
+std::optional<Pin> kspEnsurePin(const KspProvider& provider)
+{
+    return ensurePin(provider.token(), pinTexts);
+}
+
+SECURITY_STATUS setPinProperty(const KspProvider& provider, const BYTE* input)
+{
+    if (!input) return NTE_INVALID_PARAMETER;
+    if (const int result = validateGivenPin(provider.token(), reinterpret_cast<const char*>(input))) {
+        logError("KSP: PIN validation failed: ", result);
+        return NTE_VALIDATION_FAILED;
+    }
+    return statusDone;
+}
+
+std::optional<std::uint64_t> windowHandleOf(ByteView input)
+{
+    std::uint64_t window = 0;
+    if (!input.data() || input.size() < sizeof window) return std::nullopt;
+    std::memcpy(&window, input.data(), sizeof window);
+    return window;
+}
+
+SECURITY_STATUS WINAPI KSPOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR, DWORD)
+{
+    return slot("KSPOpenProvider", [&]() -> SECURITY_STATUS {
+        if (!phProvider) return NTE_INVALID_PARAMETER;
+        auto provider = std::make_unique<KspProvider>();
+        auto deviceId = openFirstToken(provider->libraryContext, openingTexts);
+        if (!deviceId) return deviceId.error() == OpeningFailure::noToken ? NTE_DEVICE_NOT_FOUND : NTE_PROVIDER_DLL_FAIL;
+        provider->deviceId = *std::move(deviceId);
+        provider->isOpen = true;
+        *phProvider = handOut(std::move(provider));
+        logDebug("KSP: Provider opened successfully");
+        return statusDone;
+    });
+}
+
+SECURITY_STATUS WINAPI KSPFreeProvider(NCRYPT_PROV_HANDLE hProvider)
+{
+    return slot("KSPFreeProvider", [&]() -> SECURITY_STATUS {
+        if (!hProvider) return NTE_INVALID_HANDLE;
+        takeBack<KspProvider>(hProvider).reset();
+        return statusDone;
+    });
+}
+
+SECURITY_STATUS WINAPI KSPGetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
+                                              DWORD* pcbResult, DWORD)
+{
+    return slot("KSPGetProviderProperty", [&]() -> SECURITY_STATUS {
+        if (!providerOf(hProvider)) return NTE_INVALID_HANDLE;
+        if (!pszProperty || !pcbResult) return NTE_INVALID_PARAMETER;
+        if (const auto* property = findRow(providerProperties, &ProviderProperty::name, pszProperty)) {
+            return putProperty({pbOutput, cbOutput, pcbResult}, property->value());
+        }
+        if (pszProperty != useCount) logDebug("KSP: Unsupported provider property");
+        return NTE_NOT_SUPPORTED;
+    });
+}
+
+SECURITY_STATUS WINAPI KSPSetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty, PBYTE pbInput, DWORD cbInput,
+                                              DWORD)
+{
+    return slot("KSPSetProviderProperty", [&]() -> SECURITY_STATUS {
+        auto* provider = providerOf(hProvider);
+        if (!provider) return NTE_INVALID_HANDLE;
+        if (!pszProperty) return NTE_INVALID_PARAMETER;
+        const auto* property = findRow(settableProperties, &SettableProperty::name, pszProperty);
+        return property ? property->set(*provider, {pbInput, cbInput}) : NTE_NOT_SUPPORTED;
+    });
+}
+
+SECURITY_STATUS WINAPI KSPFreeBuffer(PVOID pvInput)
+{
+    return slot("KSPFreeBuffer", [&]() -> SECURITY_STATUS {
+        std::free(pvInput);
+        return statusDone;
+    });
+}
+
+SECURITY_STATUS WINAPI KSPPromptUser(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE, LPCWSTR, DWORD)
+{
+    return slot("KSPPromptUser", [&]() -> SECURITY_STATUS {
+        const auto* provider = providerOf(hProvider);
+        if (!provider) return NTE_INVALID_HANDLE;
+        return kspEnsurePin(*provider) ? statusDone : NTE_FAIL;
+    });
+}
+
+SECURITY_STATUS WINAPI KSPNotifyChangeKey(NCRYPT_PROV_HANDLE, HANDLE*, DWORD)
+{
+    return slot("KSPNotifyChangeKey", []() -> SECURITY_STATUS { return NTE_NOT_SUPPORTED; });
+}
+
+SECURITY_STATUS WINAPI KSPSecretAgreement(NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE, NCRYPT_KEY_HANDLE, NCRYPT_SECRET_HANDLE*, DWORD)
+{
+    return slot("KSPSecretAgreement", []() -> SECURITY_STATUS { return NTE_NOT_SUPPORTED; });
+}
+
+SECURITY_STATUS WINAPI KSPDeriveKey(NCRYPT_PROV_HANDLE, NCRYPT_SECRET_HANDLE, LPCWSTR, NCryptBufferDesc*, PBYTE, DWORD, DWORD*,
+                                    ULONG)
+{
+    return slot("KSPDeriveKey", []() -> SECURITY_STATUS { return NTE_NOT_SUPPORTED; });
+}
+
+SECURITY_STATUS WINAPI KSPFreeSecret(NCRYPT_PROV_HANDLE, NCRYPT_SECRET_HANDLE)
+{
+    return slot("KSPFreeSecret", []() -> SECURITY_STATUS { return statusDone; });
+}
+
+} // namespace quelta

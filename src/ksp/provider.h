@@ -1,0 +1,39 @@
+// The record behind NCRYPT_PROV_HANDLE, owned by the handle: made by KSPOpenProvider, freed by KSPFreeProvider.
+#pragma once
+
+#include "ksp/entry.h"
+#include "token/pin_prompt.h"
+#include "token/token.h"
+
+#include <optional>
+#include <string>
+
+namespace quelta {
+
+struct KspProvider {
+    std::string deviceId;
+    // Passed to every call of the device library; never set.
+    void* libraryContext = nullptr;
+    bool isOpen = false;
+    // "HWND Handle". The dialogs have no owner window all the same.
+    std::uint64_t hwnd = 0;
+    // Read by nobody.
+    std::uint64_t unused[2] = {};
+
+    Token token() const { return {deviceId, libraryContext}; }
+};
+
+// Null for a null handle and for one that is not open.
+KspProvider* providerOf(NCRYPT_PROV_HANDLE handle);
+
+// The PIN to use, or nothing: the caller answers NTE_FAIL.
+std::optional<Pin> kspEnsurePin(const KspProvider& provider);
+
+// "SmartCardPin" of a provider and of a key: an 8-bit text whatever its length argument says, so that of a wide PIN the token
+// sees the first character only.
+SECURITY_STATUS setPinProperty(const KspProvider& provider, const BYTE* input);
+
+// The 64-bit value of "HWND Handle"; nothing if there are fewer than 8 bytes.
+std::optional<std::uint64_t> windowHandleOf(ByteView input);
+
+} // namespace quelta

@@ -1,0 +1,171 @@
+#include "register/self_registration.h"
+
+#include "log/log_writer.h"
+
+#include <ncrypt.h>
+
+namespace quelta {
+
+namespace {
+
+using RegisterProvider = NTSTATUS(WINAPI*)(LPCWSTR provider, ULONG flags, CRYPT_PROVIDER_REG* registration);
+using UnregisterProvider = NTSTATUS(WINAPI*)(LPCWSTR provider);
+using AddContextFunctionProvider = NTSTATUS(WINAPI*)(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR function,
+                                                     LPCWSTR provider, ULONG position);
+using RemoveContextFunctionProvider = NTSTATUS(WINAPI*)(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR function,
+                                                        LPCWSTR provider);
+
+constexpr wchar_t providerName[] = L"Quelta Cryptographic Provider CSP";
+constexpr ULONG interfaceId = NCRYPT_KEY_STORAGE_INTERFACE;
+constexpr wchar_t functionName[] = NCRYPT_KEY_STORAGE_ALGORITHM;
+
+// The form in which an NTSTATUS travels as an HRESULT.
+HRESULT asResult(NTSTATUS status)
+{
+    return static_cast<HRESULT>(static_cast<ULONG>(status) | 0x10000000UL);
+}
+
+class LoadedLibrary {
+public:
+    explicit LoadedLibrary(CngLibrary& library) : library_(library), loaded_(library.load()) {}
+    ~LoadedLibrary()
+    {
+        if (loaded_) library_.free();
+    }
+    LoadedLibrary(const LoadedLibrary&) = delete;
+    LoadedLibrary& operator=(const LoadedLibrary&) = delete;
+
+    explicit operator bool() const { return loaded_; }
+
+    template <class Function>
+    Function find(const char* name) const
+    {
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(library_.find(name)));
+    }
+
+private:
+    CngLibrary& library_;
+    bool loaded_;
+};
+
+NTSTATUS callRegister(RegisterProvider registerFunction)
+{
+    // The published records take their texts as writable and write to none.
+    wchar_t image[] = L"QueltaCSP.dll";
+    wchar_t function[] = NCRYPT_KEY_STORAGE_ALGORITHM;
+    PWSTR functions[] = {function};
+    CRYPT_INTERFACE_REG interfaceRecord{};
+    interfaceRecord.dwInterface = interfaceId;
+    interfaceRecord.dwFlags = CRYPT_LOCAL;
+    interfaceRecord.cFunctions = 1;
+    interfaceRecord.rgpszFunctions = functions;
+    PCRYPT_INTERFACE_REG interfaces[] = {&interfaceRecord};
+    CRYPT_IMAGE_REG imageRecord{};
+    imageRecord.pszImage = image;
+    imageRecord.cInterfaces = 1;
+    imageRecord.rgpInterfaces = interfaces;
+    CRYPT_PROVIDER_REG registration{};
+    registration.pUM = &imageRecord;
+    return registerFunction(providerName, 0, &registration);
+}
+
+void removeFromTable(RemoveContextFunctionProvider remove)
+{
+    if (remove) remove(CRYPT_LOCAL, nullptr, interfaceId, functionName, providerName);
+}
+
+HRESULT registerWith(const LoadedLibrary& library)
+{
+    const auto registerFunction = library.find<RegisterProvider>("BCryptRegisterProvider");
+    const auto unregister = library.find<UnregisterProvider>("BCryptUnregisterProvider");
+    const auto add = library.find<AddContextFunctionProvider>("BCryptAddContextFunctionProvider");
+    if (!registerFunction || !unregister || !add) {
+        logError("Failed to find BCrypt registration functions");
+        return E_FAIL;
+    }
+    // An earlier registration goes first, so that registering twice is no error.
+    removeFromTable(library.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
+    unregister(providerName);
+    if (const NTSTATUS status = callRegister(registerFunction); status != 0) {
+        // A decimal number behind "0x": meant so.
+        logError("BCryptRegisterProvider failed: 0x", status);
+        return asResult(status);
+    }
+    const NTSTATUS status = add(CRYPT_LOCAL, nullptr, interfaceId, functionName, providerName, CRYPT_PRIORITY_BOTTOM);
+    if (status != 0) {
+        logError("BCryptAddContextFunctionProvider failed: 0x", status);
+        return asResult(status);
+    }
+    return S_OK;
+}
+
+class SystemCngLibrary final : public CngLibrary {
+public:
+    bool load() override
+    {
+        module_ = LoadLibraryW(L"bcrypt.dll");
+        return module_ != nullptr;
+    }
+    FARPROC find(const char* function) override { return GetProcAddress(module_, function); }
+    void free() override { FreeLibrary(module_); }
+
+private:
+    HMODULE module_ = nullptr;
+};
+
+template <class Work>
+HRESULT guarded(Work work) noexcept
+{
+    try {
+        SystemCngLibrary library;
+        return work(library);
+    } catch (...) {
+        return E_FAIL;
+    }
+}
+
+} // namespace
+
+HRESULT registerProvider(CngLibrary& library)
+{
+    logDebug("DllRegisterServer: Registering KSP via CNG API");
+    HRESULT result = E_FAIL;
+    {
+        const LoadedLibrary loaded(library);
+        if (!loaded) {
+            logError("Failed to load bcrypt.dll");
+            return E_FAIL;
+        }
+        result = registerWith(loaded);
+    }
+    if (result == S_OK) logDebug("DllRegisterServer: KSP registered successfully");
+    return result;
+}
+
+HRESULT unregisterProvider(CngLibrary& library)
+{
+    logDebug("DllUnregisterServer: Unregistering KSP via CNG API");
+    {
+        const LoadedLibrary loaded(library);
+        if (!loaded) return E_FAIL;
+        const auto unregister = loaded.find<UnregisterProvider>("BCryptUnregisterProvider");
+        removeFromTable(loaded.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
+        if (unregister) unregister(providerName);
+    }
+    logDebug("DllUnregisterServer: KSP unregistered successfully");
+    return S_OK;
+}
+
+} // namespace quelta
+
+using namespace quelta;
+
+HRESULT WINAPI DllRegisterServer()
+{
+    return guarded([](CngLibrary& library) { return registerProvider(library); });
+}
+
+HRESULT WINAPI DllUnregisterServer()
+{
+    return guarded([](CngLibrary& library) { return unregisterProvider(library); });
+}
