@@ -13,7 +13,7 @@ struct SupportedAlgorithm {
     DWORD minimumBits;
     DWORD maximumBits;
     DWORD defaultBits;
-    // Read by nobody; part of the published table.
+    // Read by nobody.
     DWORD keyIncrement;
     DWORD protocols;
     std::string_view shortName;

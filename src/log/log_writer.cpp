@@ -171,7 +171,7 @@ int getLogBaseFolderPath(LogPath& buffer) noexcept
     return -1;
 }
 
-std::string getProcessName() noexcept
+std::string getProcessName()
 {
     try {
         std::array<char, 1024> name{};

@@ -82,7 +82,7 @@ using LogPath = std::array<char, 1024>;
 
 // 0 on success; -1 leaves the buffer empty.
 int getLogBaseFolderPath(LogPath& buffer) noexcept;
-std::string getProcessName() noexcept;
+std::string getProcessName();
 // Stops after the first folder that it had to make, so the first line of a process may find no folder yet.
 int createLogFolder(std::string_view path) noexcept;
 

@@ -12,8 +12,6 @@ namespace quelta {
 
 class DeviceLibrary {
 public:
-    virtual ~DeviceLibrary() = default;
-
     virtual int init(int first, int second) = 0;
     virtual int initDevice(const char* deviceId, bool flag, void* libContext) = 0;
     virtual std::vector<std::string> getConnectedDeviceList(bool flag, void* libContext) = 0;
@@ -51,6 +49,10 @@ public:
     virtual int updateHash(void* hash, const unsigned char* data, int length, void* libContext) = 0;
     virtual int finalHash(void* hash, unsigned char* out, int* length, void* libContext) = 0;
     virtual int generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool flag, void* libContext) = 0;
+
+protected:
+    // Nobody owns one through this type. Trivial, so that the module's own outlives everything that may still call it.
+    ~DeviceLibrary() = default;
 };
 
 // The library in use. The module and the tests each define it: the module forwards to the imported functions.

@@ -1,14 +1,51 @@
-// The module's only thread of its own: asks once a second whether a token is connected, and while none is, forgets the PIN and
-// that the library was initialised. It runs until the module is unloaded.
+// The module's only thread of its own: asks once a second whether a token is connected, and while none is, forgets the PIN and that
+// the library was initialised. It runs until the module is unloaded.
 #pragma once
+
+#include "token/token_state.h"
+
+#include <windows.h>
+
+#include <atomic>
+#include <memory>
+#include <mutex>
 
 namespace quelta {
 
-// Starts the monitor unless it is running. Without a thread to be had, nothing is started and the next call tries again.
-void startDeviceMonitor();
+class DeviceMonitor {
+public:
+    // `state` must outlive the monitor.
+    explicit DeviceMonitor(TokenState& state) : state_(state) {}
+    ~DeviceMonitor() { stop(); }
+    DeviceMonitor(const DeviceMonitor&) = delete;
+    DeviceMonitor& operator=(const DeviceMonitor&) = delete;
 
-// Sets the stop flag, waits until nothing of the loop runs any more (up to one poll interval and one library call), then says so
-// in the log. Runs by itself when the module is unloaded.
+    // Starts the loop unless it is running. Without a thread to be had, nothing is started and the next call tries again.
+    void start();
+
+    // Sets the stop flag, waits until nothing of the loop runs any more (up to one poll interval and one library call), then says so
+    // in the log.
+    void stop();
+
+private:
+    struct CloseWork {
+        void operator()(PTP_WORK work) const { CloseThreadpoolWork(work); }
+    };
+
+    static void CALLBACK onThread(PTP_CALLBACK_INSTANCE, void* monitor, PTP_WORK);
+    bool submit();
+    void run() noexcept;
+    void poll() noexcept;
+
+    TokenState& state_;
+    std::atomic<bool> running_ = false;
+    std::atomic<bool> stopping_ = false;
+    std::mutex clearing_;
+    std::unique_ptr<TP_WORK, CloseWork> work_;
+};
+
+// The process's monitor. It stops by itself when the module is unloaded.
+void startDeviceMonitor();
 void stopDeviceMonitor();
 
 } // namespace quelta

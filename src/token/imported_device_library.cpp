@@ -106,12 +106,13 @@ public:
     }
 };
 
+constinit ImportedDeviceLibrary importedLibrary;
+
 } // namespace
 
 DeviceLibrary& deviceLibrary()
 {
-    static ImportedDeviceLibrary library;
-    return library;
+    return importedLibrary;
 }
 
 } // namespace quelta

@@ -106,7 +106,7 @@ std::expected<DeviceBuffer, int> Token::decryptUnchecked(ByteView keyId, const P
     int length = 0;
     const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin.c_str(), cipher.data(), lengthOf(cipher.size()),
                                                &plain, &length, hardware, libContext_);
-    DeviceBuffer buffer(plain, length, cipher.size());
+    DeviceBuffer buffer(plain, result == 0 ? length : 0, cipher.size());
     if (result != 0) return std::unexpected(result);
     return buffer;
 }
@@ -137,7 +137,7 @@ std::expected<DeviceBuffer, int> Token::decryptAes(const QueltaSymmetricKey& key
     const int result =
         deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(),
                                    lengthOf(wrapped.size()), &plain, &length, key.flag != 0, nullptr, 0, libContext_);
-    DeviceBuffer buffer(plain, length, wrapped.size());
+    DeviceBuffer buffer(plain, result == 0 ? length : 0, wrapped.size());
     if (result != 0) return std::unexpected(result);
     return buffer;
 }

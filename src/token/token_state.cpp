@@ -1,8 +1,22 @@
 #include "token/token_state.h"
 
+#include "token/device_monitor.h"
 #include "token/wipe.h"
 
 namespace quelta {
+
+namespace {
+
+// One object at namespace scope: the monitor is gone before what it uses is. And not a static of a function: the guard of such a one
+// makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that no unloading releases.
+struct ProcessWide {
+    TokenState state;
+    DeviceMonitor monitor{state};
+};
+
+ProcessWide processWide;
+
+} // namespace
 
 PinText::~PinText()
 {
@@ -11,22 +25,29 @@ PinText::~PinText()
 
 Pin PinCache::pin() const
 {
-    static const Pin none = std::make_shared<const PinText>("");
     const Pin pin = content_.load();
-    return pin ? pin : none;
+    return pin ? pin : none_;
 }
 
 std::shared_ptr<const Bytes> SharedIv::bytes() const
 {
-    static const auto none = std::make_shared<const Bytes>();
     const auto bytes = bytes_.load();
-    return bytes ? bytes : none;
+    return bytes ? bytes : none_;
 }
 
 TokenState& tokenState()
 {
-    static TokenState state;
-    return state;
+    return processWide.state;
+}
+
+void startDeviceMonitor()
+{
+    processWide.monitor.start();
+}
+
+void stopDeviceMonitor()
+{
+    processWide.monitor.stop();
 }
 
 } // namespace quelta

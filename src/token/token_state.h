@@ -43,6 +43,7 @@ public:
 private:
     // Null: not validated, and so nothing cached. Validated with an empty text: the token's own single sign-on.
     std::atomic<Pin> content_;
+    const Pin none_ = std::make_shared<const PinText>("");
 };
 
 class SharedIv {
@@ -54,6 +55,7 @@ public:
 
 private:
     std::atomic<std::shared_ptr<const Bytes>> bytes_;
+    const std::shared_ptr<const Bytes> none_ = std::make_shared<const Bytes>();
 };
 
 struct TokenState {
