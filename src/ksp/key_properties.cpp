@@ -105,7 +105,6 @@ constexpr KeyProperty keyProperties[] = {
 struct KeySetting {
     KspProvider& provider;
     KspKey& key;
-    // A null input has a null pointer and no length.
     ByteView input;
 };
 
@@ -172,15 +171,20 @@ SECURITY_STATUS setUsage(const KeySetting& setting)
 // Up to its zero or to the end of the input, whichever comes first; the input need not be aligned.
 std::wstring wideTextOf(ByteView input)
 {
-    std::wstring text(input.size() / sizeof(wchar_t), L'\0');
-    std::memcpy(text.data(), input.data(), text.size() * sizeof(wchar_t));
-    text.resize(std::min(text.find(L'\0'), text.size()));
+    std::wstring text;
+    for (; input.size() >= sizeof(wchar_t); input = input.subspan(sizeof(wchar_t))) {
+        wchar_t unit = 0;
+        std::memcpy(&unit, input.data(), sizeof unit);
+        if (unit == 0) break;
+        text += unit;
+    }
     return text;
 }
 
 SECURITY_STATUS setChainingMode(const KeySetting& setting)
 {
     if (setting.input.empty()) return statusDone;
+    if (setting.input.size() > longestDeviceLength) return NTE_INVALID_PARAMETER;
     const std::wstring name = wideTextOf(setting.input);
     if (name == chainingModeNames[static_cast<std::size_t>(ChainingMode::cbc)]) {
         setting.key.chainingMode = ChainingMode::cbc;
@@ -273,8 +277,7 @@ SECURITY_STATUS WINAPI KSPSetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KE
         if (!pszProperty) return NTE_INVALID_PARAMETER;
         const auto* property = findRow(settableKeyProperties, &SettableKeyProperty::name, pszProperty);
         if (!property) return NTE_NOT_SUPPORTED;
-        const ByteView input = pbInput ? ByteView(pbInput, cbInput) : ByteView();
-        return property->set({*provider, *key, input});
+        return property->set({*provider, *key, propertyInput(pbInput, cbInput)});
     });
 }
 

@@ -61,7 +61,6 @@ SECURITY_STATUS setPin(KspProvider& provider, ByteView input)
 
 struct SettableProperty {
     std::wstring_view name;
-    // A null input has a null pointer.
     SECURITY_STATUS (*set)(KspProvider& provider, ByteView input);
 };
 
@@ -147,7 +146,7 @@ SECURITY_STATUS WINAPI KSPSetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCW
         if (!provider) return NTE_INVALID_HANDLE;
         if (!pszProperty) return NTE_INVALID_PARAMETER;
         const auto* property = findRow(settableProperties, &SettableProperty::name, pszProperty);
-        return property ? property->set(*provider, {pbInput, cbInput}) : NTE_NOT_SUPPORTED;
+        return property ? property->set(*provider, propertyInput(pbInput, cbInput)) : NTE_NOT_SUPPORTED;
     });
 }
 

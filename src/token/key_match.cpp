@@ -126,11 +126,12 @@ bool belongsTo(const QueltaCertificate& record, const TokenKey& key)
 
 void copyIdentity(const QueltaKeyPair& pair, TokenKey& key)
 {
+    // The label alone may find no memory: first, so that the key is then as it was.
+    key.label = labelOf(pair);
     std::ranges::copy(pair.keyId, key.keyId.begin());
     key.keyIdLength = keyIdSize;
     key.publicKey.assign(publicKeyOf(pair));
     key.objectId.assign(keyReferenceOf(pair));
-    key.label = labelOf(pair);
     key.reserved = 0;
     key.keyPairFlag = pair.hardware;
 }
