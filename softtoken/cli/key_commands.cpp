@@ -1,0 +1,142 @@
+#include "cli/commands.h"
+#include "cli/select.h"
+#include "crypto/primitives.h"
+#include "formats/byte_text.h"
+#include "formats/certificate.h"
+#include "formats/key_file.h"
+#include "store/files.h"
+#include "store/token_keys.h"
+
+#include <algorithm>
+#include <iostream>
+
+namespace quelta::softtoken::cli {
+
+namespace {
+
+constexpr std::uint32_t aesUsage = usageBoth;
+
+std::uint32_t usageFor(const PrivateKey& key, const std::string& name)
+{
+    return usageNamed(name, std::holds_alternative<EcPrivate>(key) ? usageSigning : usageBoth);
+}
+
+void storeAesKey(const Folder& folder, ByteView value, const std::string& label)
+{
+    KeyId id{};
+    change(folder, [&](TokenState& state) {
+        requireFreeLabel(state, label);
+        const std::uint32_t type = value.size() == 16 ? encryptionAes128 : encryptionAes256;
+        id = addAesKey(state, value, type, aesUsage, label).id;
+    });
+    std::cout << toHex(id) << "\n";
+}
+
+KeyFile readFiles(const ImportOptions& options)
+{
+    if (options.files.empty()) throw TokenError(Result::badArgument, "nothing to import: give files, or an AES key with --aes");
+    KeyFile all;
+    for (const std::string& name : options.files) {
+        try {
+            KeyFile file = readKeyFile(readFile(pathFrom(name)), options.password);
+            all.keys.insert(all.keys.end(), file.keys.begin(), file.keys.end());
+            all.certificates.insert(all.certificates.end(), file.certificates.begin(), file.certificates.end());
+        } catch (const TokenError& error) {
+            throw TokenError(error.result(), name + ": " + error.what());
+        }
+    }
+    if (all.keys.empty() && all.certificates.empty())
+        throw TokenError("neither a private key nor a certificate in there: give PEM, PKCS#12 or DER files");
+    return all;
+}
+
+const StoredKeyPair* findByPublicKey(const TokenState& state, const Bytes& publicKey)
+{
+    const auto found =
+        std::ranges::find_if(state.keyPairs, [&](const StoredKeyPair& pair) { return pair.publicKey == publicKey; });
+    return found == state.keyPairs.end() ? nullptr : &*found;
+}
+
+KeyId storeKey(TokenState& state, const KeyOfFile& item, const ImportOptions& options)
+{
+    if (const StoredKeyPair* known = findByPublicKey(state, shownPublicKey(publicOf(item.key)))) return known->id;
+    const std::string& label = options.label.empty() ? item.label : options.label;
+    requireFreeLabel(state, label);
+    return addKeyPair(state, item.key, usageFor(item.key, options.usage), label).id;
+}
+
+// An issuer's key may be of a kind that the token itself can't hold.
+const StoredKeyPair* pairOfCertificate(const TokenState& state, ByteView der)
+{
+    const CertificateFields fields = readCertificate(der);
+    try {
+        return findByPublicKey(state, shownPublicKey(decodePublicKey(fields.publicKeyInfo)));
+    } catch (const TokenError&) {
+        return nullptr;
+    }
+}
+
+} // namespace
+
+void keygen(const Folder& folder, const KeygenOptions& options)
+{
+    requireToken(folder);
+    if (options.type == "aes128" || options.type == "aes256") {
+        storeAesKey(folder, randomBytes(options.type == "aes128" ? 16 : 32), options.label);
+        return;
+    }
+    const PrivateKey key = generateKey(algorithmNamed(options.type));
+    const std::uint32_t usage = usageFor(key, options.usage);
+    KeyId id{};
+    change(folder, [&](TokenState& state) {
+        requireFreeLabel(state, options.label);
+        id = addKeyPair(state, key, usage, options.label).id;
+    });
+    std::cout << toHex(id) << "\n";
+}
+
+void importItems(const Folder& folder, const ImportOptions& options)
+{
+    requireToken(folder);
+    if (!options.aes.empty()) {
+        storeAesKey(folder, fromHex(options.aes), options.label);
+        return;
+    }
+    const KeyFile file = readFiles(options);
+    std::vector<KeyId> ids;
+    change(folder, [&](TokenState& state) {
+        for (const KeyOfFile& item : file.keys) ids.push_back(storeKey(state, item, options));
+        for (const Bytes& der : file.certificates) {
+            if (const StoredKeyPair* pair = pairOfCertificate(state, der))
+                addCertificate(state, *pair, der);
+            else
+                addIssuer(state, der, {});
+        }
+    });
+    for (const KeyId& id : ids) std::cout << toHex(id) << "\n";
+    std::cerr << "imported: key pairs " << file.keys.size() << ", certificates " << file.certificates.size() << "\n";
+}
+
+void publicKey(const Folder& folder, const std::string& key, const std::string& out)
+{
+    const auto state = requireToken(folder);
+    const PrivateKey pair = decodePrivateKey(selectKeyPair(*state, key).privateKey);
+    give(out, pemOf("PUBLIC KEY", encodePublicKey(publicOf(pair))));
+}
+
+void remove(const Folder& folder, const std::string& name)
+{
+    change(folder, [&](TokenState& state) {
+        std::size_t removed =
+            std::erase_if(state.aesKeys, [&](const StoredAesKey& key) { return isNamed(key.id, key.label, name); });
+        removed += std::erase_if(state.certificates,
+                                 [&](const StoredCertificate& certificate) { return thumbprint(certificate.der) == name; });
+        const auto pair =
+            std::ranges::find_if(state.keyPairs, [&](const StoredKeyPair& item) { return isNamed(item.id, item.label, name); });
+        if (removed == 0 && pair == state.keyPairs.end())
+            throw TokenError(Result::noSuchKey, "no key and no certificate " + name + " on the token: see: quelta-token list");
+        if (pair != state.keyPairs.end()) removeKeyPair(state, selectKeyPair(state, name).id);
+    });
+}
+
+} // namespace quelta::softtoken::cli

@@ -1,0 +1,146 @@
+#include "cli/commands.h"
+#include "cli/select.h"
+#include "crypto/asymmetric_key.h"
+#include "formats/byte_text.h"
+#include "formats/certificate.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <iostream>
+
+namespace quelta::softtoken::cli {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+using Row = std::vector<std::string>;
+
+// The same figures for both forms of the list.
+struct Listing {
+    std::vector<Row> keyPairs;
+    std::vector<Row> certificates;
+    std::vector<Row> aesKeys;
+};
+
+const Row keyPairColumns{"id", "type", "usage", "label", "certificate"};
+const Row certificateColumns{"thumbprint", "subject", "issuer", "notBefore", "notAfter", "serial", "keyId"};
+const Row certificateColumnsShown{"thumbprint", "subject", "issuer", "notAfter", "keyId"};
+const Row aesKeyColumns{"id", "type", "label"};
+
+std::string certificateOf(const TokenState& state, const StoredKeyPair& pair)
+{
+    for (const StoredCertificate& certificate : state.certificates)
+        if (std::ranges::equal(certificate.keyId, pair.id)) return thumbprint(certificate.der);
+    return {};
+}
+
+Row certificateRow(const StoredCertificate& certificate)
+{
+    const CertificateFields fields = readCertificate(certificate.der);
+    return {thumbprint(certificate.der), nameText(fields.subject), nameText(fields.issuer), fields.notBefore, fields.notAfter,
+            toHex(fields.serial),        toHex(certificate.keyId)};
+}
+
+std::string aesType(const StoredAesKey& key)
+{
+    return "aes" + std::to_string(key.value.size() * 8);
+}
+
+Listing listingOf(const TokenState& state)
+{
+    Listing listing;
+    for (const StoredKeyPair& pair : state.keyPairs)
+        listing.keyPairs.push_back(
+            {toHex(pair.id), nameOfAlgorithm(pair.algorithm), nameOfUsage(pair.usage), pair.label, certificateOf(state, pair)});
+    for (const StoredCertificate& certificate : state.certificates) listing.certificates.push_back(certificateRow(certificate));
+    for (const StoredAesKey& key : state.aesKeys) listing.aesKeys.push_back({toHex(key.id), aesType(key), key.label});
+    return listing;
+}
+
+Json jsonRows(const Row& columns, const std::vector<Row>& rows)
+{
+    Json list = Json::array();
+    for (const Row& row : rows) {
+        Json item = Json::object();
+        for (std::size_t i = 0; i < columns.size(); ++i) item[columns[i]] = row[i].empty() ? Json() : Json(row[i]);
+        list.push_back(item);
+    }
+    return list;
+}
+
+void printJson(const Folder& folder, const TokenState& state, const Listing& listing)
+{
+    const Json json{{"folder", textOf(folder)},
+                    {"serial", state.serial},
+                    {"label", state.label},
+                    {"plugged", state.plugged},
+                    {"clock", state.clockMismatch ? "mismatch" : "ok"},
+                    {"singleSignOn", {{"enabled", state.singleSignOnEnabled}, {"open", state.singleSignOnOpen}}},
+                    {"pin", {{"attempts", state.pin.attempts}, {"remaining", state.pin.remaining}}},
+                    {"keyPairs", jsonRows(keyPairColumns, listing.keyPairs)},
+                    {"certificates", jsonRows(certificateColumns, listing.certificates)},
+                    {"aesKeys", jsonRows(aesKeyColumns, listing.aesKeys)}};
+    std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
+}
+
+// Of UTF-8, where every character counts once.
+std::size_t widthOf(const std::string& text)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(text, [](char unit) { return (unit & 0xC0) != 0x80; }));
+}
+
+// A table of all would be too wide to read.
+std::vector<Row> onlyColumns(const std::vector<Row>& rows, const Row& all, const Row& shown)
+{
+    std::vector<Row> narrower;
+    for (const Row& row : rows) {
+        Row kept;
+        for (std::size_t i = 0; i < all.size(); ++i)
+            if (std::ranges::find(shown, all[i]) != shown.end()) kept.push_back(row[i]);
+        narrower.push_back(kept);
+    }
+    return narrower;
+}
+
+void printTable(const std::string& title, const Row& columns, std::vector<Row> rows)
+{
+    if (rows.empty()) return;
+    rows.insert(rows.begin(), columns);
+    std::vector<std::size_t> widths(columns.size());
+    for (const Row& row : rows)
+        for (std::size_t i = 0; i < columns.size(); ++i) widths[i] = std::max(widths[i], widthOf(row[i]));
+    std::cout << "\n" << title << "\n";
+    for (const Row& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < columns.size(); ++i) line += "  " + row[i] + std::string(widths[i] - widthOf(row[i]), ' ');
+        std::cout << line.substr(0, line.find_last_not_of(' ') + 1) << "\n";
+    }
+}
+
+void printTables(const Folder& folder, const TokenState& state, const Listing& listing)
+{
+    const std::string session = !state.singleSignOnEnabled ? "off" : state.singleSignOnOpen ? "open" : "expired";
+    std::cout << state.serial << " \"" << state.label << "\" in " << textOf(folder) << "\n"
+              << (state.plugged ? "plugged in" : "unplugged") << ", clock " << (state.clockMismatch ? "mismatch" : "ok")
+              << ", single sign-on " << session << ", PIN " << (state.pin.remaining > 0 ? "" : "locked, ") << state.pin.remaining
+              << " of " << state.pin.attempts << " attempts left\n";
+    printTable("Key pairs", keyPairColumns, listing.keyPairs);
+    printTable("Certificates", certificateColumnsShown,
+               onlyColumns(listing.certificates, certificateColumns, certificateColumnsShown));
+    printTable("AES keys", aesKeyColumns, listing.aesKeys);
+}
+
+} // namespace
+
+void list(const Folder& folder, bool json)
+{
+    const auto state = requireToken(folder);
+    const Listing listing = listingOf(*state);
+    if (json)
+        printJson(folder, *state, listing);
+    else
+        printTables(folder, *state, listing);
+}
+
+} // namespace quelta::softtoken::cli

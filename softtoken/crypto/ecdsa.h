@@ -1,0 +1,38 @@
+// ECDSA over the three curves of the token. Points travel uncompressed (04, x, y); signatures are r and s, one after the other,
+// each as wide as the field.
+#pragma once
+
+#include "log/bytes.h"
+
+#include <cstdint>
+#include <string_view>
+
+namespace quelta::softtoken {
+
+struct Curve {
+    std::string_view name;
+    std::string_view oid;
+    std::uint32_t algorithm;
+    std::size_t bits;
+    std::string_view prime;
+    std::string_view coefficientB;
+    std::string_view order;
+    std::string_view generatorX;
+    std::string_view generatorY;
+
+    std::size_t fieldSize() const { return (bits + 7) / 8; }
+};
+
+// Null when it is none of the three.
+const Curve* curveOfOid(std::string_view oid);
+const Curve* curveOfAlgorithm(std::uint32_t algorithm);
+
+Bytes newScalar(const Curve& curve);
+// Throws TokenError if the scalar is zero or not below the curve's order.
+Bytes pointOfScalar(const Curve& curve, ByteView scalar);
+bool isPointOnCurve(const Curve& curve, ByteView point);
+
+Bytes ecdsaSign(const Curve& curve, ByteView scalar, ByteView digest);
+bool ecdsaVerify(const Curve& curve, ByteView point, ByteView digest, ByteView signature);
+
+} // namespace quelta::softtoken

@@ -1,0 +1,68 @@
+// What the system's own cryptography (bcrypt.dll) does for the software token, behind owning types and byte vectors.
+// Every function throws TokenError when the system refuses.
+#pragma once
+
+#include "log/bytes.h"
+#include "store/token_error.h"
+
+#include <windows.h>
+
+#include <bcrypt.h>
+
+#include <memory>
+#include <string_view>
+
+namespace quelta::softtoken {
+
+struct DestroyKey {
+    void operator()(BCRYPT_KEY_HANDLE key) const { BCryptDestroyKey(key); }
+};
+using SystemKey = std::unique_ptr<void, DestroyKey>;
+
+struct DestroyHash {
+    void operator()(BCRYPT_HASH_HANDLE hash) const { BCryptDestroyHash(hash); }
+};
+using SystemHash = std::unique_ptr<void, DestroyHash>;
+
+enum class ProviderUse { plain, hmac };
+
+// Opened once for each name and use, for the life of the process.
+BCRYPT_ALG_HANDLE provider(const wchar_t* algorithm, ProviderUse use = ProviderUse::plain);
+
+void requireSuccess(NTSTATUS status, const char* what);
+
+// bcrypt's functions want lengths as ULONG and buffers without const.
+ULONG lengthOf(ByteView bytes);
+PUCHAR dataOf(ByteView bytes);
+
+Bytes randomBytes(std::size_t count);
+
+// One row for each digest: how bcrypt calls it, its size, its object identifiers and the number that the device library gives it.
+struct DigestAlgorithm {
+    const wchar_t* name;
+    std::size_t size;
+    std::string_view oid;
+    std::string_view hmacOid;
+    int mechanism;
+};
+
+extern const DigestAlgorithm md5;
+extern const DigestAlgorithm sha1;
+extern const DigestAlgorithm sha256;
+
+// Null when nothing fits.
+const DigestAlgorithm* digestOfMechanism(int mechanism);
+const DigestAlgorithm* digestOfSize(std::size_t size);
+const DigestAlgorithm* digestOfOid(std::string_view oid);
+const DigestAlgorithm* digestOfHmacOid(std::string_view oid);
+
+SystemHash startDigest(const DigestAlgorithm& algorithm);
+void updateDigest(const SystemHash& hash, ByteView data);
+Bytes finishDigest(const SystemHash& hash, const DigestAlgorithm& algorithm);
+Bytes digest(const DigestAlgorithm& algorithm, ByteView data);
+Bytes hmac(const DigestAlgorithm& algorithm, ByteView key, ByteView data);
+Bytes pbkdf2(const DigestAlgorithm& algorithm, ByteView password, ByteView salt, std::uint64_t iterations, std::size_t size);
+
+bool equalInConstantTime(ByteView left, ByteView right);
+
+} // namespace quelta::softtoken

@@ -1,0 +1,93 @@
+#include "crypto/rsa_padding.h"
+
+#include "formats/byte_text.h"
+#include "formats/der.h"
+
+#include <algorithm>
+
+namespace quelta::softtoken {
+
+namespace {
+
+Bytes mask(const DigestAlgorithm& algorithm, ByteView seed, std::size_t size)
+{
+    Bytes bytes;
+    for (unsigned char counter = 0; bytes.size() < size; ++counter) {
+        Bytes input = copyOf(seed);
+        append(input, Bytes{0, 0, 0, counter});
+        append(bytes, digest(algorithm, input));
+    }
+    bytes.resize(size);
+    return bytes;
+}
+
+Bytes exclusiveOr(ByteView left, ByteView right)
+{
+    Bytes result = copyOf(left);
+    for (std::size_t i = 0; i < result.size(); ++i) result[i] = static_cast<unsigned char>(result[i] ^ right[i]);
+    return result;
+}
+
+} // namespace
+
+Bytes digestInfo(const DigestAlgorithm& algorithm, ByteView digest)
+{
+    return derSequence({derSequence({derObjectId(algorithm.oid), derNull()}), derOctetString(digest)});
+}
+
+Bytes signaturePadded(ByteView content, std::size_t size)
+{
+    if (content.size() + pkcs1Overhead > size) throw TokenError(Result::badArgument, "too much data for the key");
+    Bytes block(size, 0xFF);
+    block[0] = 0x00;
+    block[1] = 0x01;
+    block[size - content.size() - 1] = 0x00;
+    std::ranges::copy(content, block.end() - static_cast<std::ptrdiff_t>(content.size()));
+    return block;
+}
+
+std::optional<Bytes> pkcs1Unpadded(ByteView block)
+{
+    if (block.size() < pkcs1Overhead || block[0] != 0x00 || block[1] != 0x02) return std::nullopt;
+    const auto end = std::ranges::find(block.subspan(2), 0x00);
+    const std::size_t filling = static_cast<std::size_t>(end - block.subspan(2).begin());
+    if (filling < 8 || 2 + filling == block.size()) return std::nullopt;
+    return copyOf(block.subspan(2 + filling + 1));
+}
+
+Bytes oaepPadded(const DigestAlgorithm& algorithm, ByteView data, std::size_t size)
+{
+    const std::size_t hashSize = algorithm.size;
+    if (size < 2 * hashSize + 2 || data.size() > size - 2 * hashSize - 2)
+        throw TokenError(Result::badArgument, "too much data for the key");
+    Bytes content = digest(algorithm, {});
+    content.resize(size - hashSize - 1 - data.size() - 1, 0x00);
+    content.push_back(0x01);
+    append(content, data);
+
+    const Bytes seed = randomBytes(hashSize);
+    const Bytes maskedContent = exclusiveOr(content, mask(algorithm, seed, content.size()));
+    Bytes block{0x00};
+    append(block, exclusiveOr(seed, mask(algorithm, maskedContent, hashSize)));
+    append(block, maskedContent);
+    return block;
+}
+
+std::optional<Bytes> oaepUnpadded(const DigestAlgorithm& algorithm, ByteView block)
+{
+    const std::size_t hashSize = algorithm.size;
+    if (block.size() < 2 * hashSize + 2 || block[0] != 0x00) return std::nullopt;
+    const ByteView maskedSeed = block.subspan(1, hashSize);
+    const ByteView maskedContent = block.subspan(1 + hashSize);
+    const Bytes seed = exclusiveOr(maskedSeed, mask(algorithm, maskedContent, hashSize));
+    const Bytes content = exclusiveOr(maskedContent, mask(algorithm, seed, maskedContent.size()));
+
+    const ByteView all = content;
+    if (!equalInConstantTime(all.first(hashSize), digest(algorithm, {}))) return std::nullopt;
+    const auto rest = all.subspan(hashSize);
+    const auto mark = std::ranges::find_if(rest, [](unsigned char byte) { return byte != 0x00; });
+    if (mark == rest.end() || *mark != 0x01) return std::nullopt;
+    return Bytes(mark + 1, rest.end());
+}
+
+} // namespace quelta::softtoken

@@ -1,0 +1,28 @@
+#include "device/certificate_texts.h"
+
+#include "crypto/asymmetric_key.h"
+#include "formats/byte_text.h"
+#include "formats/certificate.h"
+
+namespace quelta::softtoken {
+
+namespace {
+
+std::string kindOf(const PublicKey& key)
+{
+    const RsaPublic* rsa = std::get_if<RsaPublic>(&key);
+    return rsa != nullptr ? "RSA" : std::string(std::get<EcPublic>(key).curve->name);
+}
+
+} // namespace
+
+CertificateDetails certificateDetails(ByteView der)
+{
+    const CertificateFields fields = readCertificate(der);
+    const PublicKey key = decodePublicKey(fields.publicKeyInfo);
+    return {{nameText(fields.subject), nameText(fields.issuer), toHex(fields.serial), fields.notBefore, fields.notAfter,
+             kindOf(key), fields.signatureOid, thumbprint(der)},
+            shownPublicKey(key)};
+}
+
+} // namespace quelta::softtoken

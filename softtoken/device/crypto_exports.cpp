@@ -1,0 +1,176 @@
+#include "crypto/primitives.h"
+#include "crypto/rsa.h"
+#include "crypto/symmetric.h"
+#include "device/exports.h"
+#include "device/guard.h"
+#include "store/pin.h"
+
+#include <algorithm>
+#include <cstdlib>
+
+using namespace quelta;
+using namespace quelta::softtoken;
+
+namespace {
+
+constexpr std::size_t encryptRoom = 1024;
+
+struct FreeBlock {
+    void operator()(unsigned char* block) const { std::free(block); }
+};
+
+// The caller releases the block with the C runtime's free.
+void giveBlock(ByteView bytes, unsigned char** block, int* length)
+{
+    std::unique_ptr<unsigned char, FreeBlock> made(
+        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(bytes.size(), 1))));
+    if (!made) throw std::bad_alloc();
+    std::ranges::copy(bytes, made.get());
+    *length = static_cast<int>(bytes.size());
+    *block = made.release();
+}
+
+// Capacity in, length out; nothing is written if the room is too small.
+Result giveInto(ByteView bytes, unsigned char* room, int* length)
+{
+    const bool fits = room != nullptr && *length >= 0 && static_cast<std::size_t>(*length) >= bytes.size();
+    *length = static_cast<int>(bytes.size());
+    if (!fits) return Result::bufferTooSmall;
+    std::ranges::copy(bytes, room);
+    return Result::ok;
+}
+
+struct PrivateUse {
+    int result;
+    const StoredKeyPair* pair;
+};
+
+PrivateUse privateUse(const TokenState& state, const unsigned char* keyId, const char* pin, std::uint32_t usage)
+{
+    if (const int refused = mayUse(state, Use::privateKey, pin); refused != 0) return {refused, nullptr};
+    if (keyId == nullptr) return {static_cast<int>(Result::badArgument), nullptr};
+    const StoredKeyPair* pair = findKeyPair(state, ByteView(keyId, keyIdSize));
+    if (pair == nullptr) return {static_cast<int>(Result::noSuchKey), nullptr};
+    if ((pair->usage & usage) == 0) return {static_cast<int>(Result::usageRefused), nullptr};
+    return {0, pair};
+}
+
+// The size is known before the work is done, so that a caller with too little room costs no signature.
+std::size_t signatureSize(const StoredKeyPair& pair)
+{
+    const std::size_t bytes = (bitsOfAlgorithm(pair.algorithm) + 7) / 8;
+    return isRsaAlgorithm(pair.algorithm) ? bytes : 2 * bytes;
+}
+
+const StoredAesKey& wrappingKey(const TokenState& state, ByteView reference)
+{
+    for (const StoredAesKey& key : state.aesKeys) {
+        const bool aes = key.encryptionType == encryptionAes128 || key.encryptionType == encryptionAes256;
+        if (aes && std::ranges::equal(key.reference, reference)) return key;
+    }
+    throw TokenError(Result::noSuchKey, "no AES key with this reference");
+}
+
+} // namespace
+
+int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
+                    unsigned char* signature, int* signatureLength, bool, void*)
+{
+    return guarded([&] {
+        const auto state = pluggedToken(deviceId);
+        const auto [refused, pair] = privateUse(*state, keyId, pin, usageSigning);
+        if (refused != 0) return refused;
+        const ByteView digest = viewOf(hash, hashLength);
+        if (digest.empty() || signatureLength == nullptr) return static_cast<int>(Result::badArgument);
+        const std::size_t size = signatureSize(*pair);
+        if (signature == nullptr || *signatureLength < 0 || static_cast<std::size_t>(*signatureLength) < size) {
+            *signatureLength = static_cast<int>(size);
+            return static_cast<int>(Result::bufferTooSmall);
+        }
+        return static_cast<int>(giveInto(signDigest(decodePrivateKey(pair->privateKey), digest), signature, signatureLength));
+    });
+}
+
+int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigned char* hash, int hashLength,
+                               const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
+                               int signatureLength, void*)
+{
+    return guarded([&] {
+        pluggedToken(deviceId);
+        const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
+        const ByteView digest = viewOf(hash, hashLength);
+        if (digest.empty()) return Result::badArgument;
+        return verifyDigest(key, digest, viewOf(signature, signatureLength)) ? Result::ok : Result::badData;
+    });
+}
+
+int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
+                   int cipherLength, unsigned char** plain, int* plainLength, bool, void*)
+{
+    return guarded([&] {
+        const auto state = pluggedToken(deviceId);
+        const auto [refused, pair] = privateUse(*state, keyId, pin, usageKeyExchange);
+        if (refused != 0) return refused;
+        if (plain == nullptr || plainLength == nullptr) return static_cast<int>(Result::badArgument);
+        const PrivateKey key = decodePrivateKey(pair->privateKey);
+        const RsaPrivate* rsa = std::get_if<RsaPrivate>(&key);
+        if (rsa == nullptr) return static_cast<int>(Result::usageRefused);
+        giveBlock(rsaDecrypt(*rsa, viewOf(cipher, cipherLength)), plain, plainLength);
+        return 0;
+    });
+}
+
+int quelta_encrypt(EncryptionType, PaddingMode padding, const unsigned char* data, int length, unsigned char* out, int* outLength,
+                   const unsigned char* publicKey, int publicKeyLength, void*)
+{
+    return guarded([&] {
+        pluggedToken();
+        if (out == nullptr || outLength == nullptr) return Result::badArgument;
+        if (padding != paddingPkcs1 && padding != paddingOaep) return Result::badArgument;
+        const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
+        const RsaPublic* rsa = std::get_if<RsaPublic>(&key);
+        if (rsa == nullptr) return Result::usageRefused;
+        const Bytes cipher =
+            rsaEncrypt(*rsa, padding == paddingOaep ? RsaPadding::oaepSha1 : RsaPadding::pkcs1, viewOf(data, length));
+        if (cipher.size() > encryptRoom) return Result::bufferTooSmall;
+        std::ranges::copy(cipher, out);
+        *outLength = static_cast<int>(cipher.size());
+        return Result::ok;
+    });
+}
+
+int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength, const unsigned char* data,
+                       int length, unsigned char** plain, int* plainLength, bool, const unsigned char* iv, int ivLength, void*)
+{
+    return guarded([&] {
+        const auto state = pluggedToken(deviceId);
+        if (plain == nullptr || plainLength == nullptr || !viewOf(iv, ivLength).empty()) return Result::badArgument;
+        const StoredAesKey& key = wrappingKey(*state, viewOf(keyReference, keyReferenceLength));
+        giveBlock(aesUnwrap(key.value, viewOf(data, length)), plain, plainLength);
+        return Result::ok;
+    });
+}
+
+int quelta_decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
+                           const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength, void*)
+{
+    return guarded([&] {
+        pluggedToken(deviceId);
+        if (out == nullptr || outLength == nullptr) return Result::badArgument;
+        const Cipher cipher = keyLength == 24 ? Cipher::tripleDes : Cipher::aes;
+        const Bytes plain = paddedDecrypt(cipher, viewOf(key, keyLength), viewOf(iv, ivLength), viewOf(data, length));
+        std::ranges::copy(plain, out);
+        *outLength = static_cast<int>(plain.size());
+        return Result::ok;
+    });
+}
+
+int quelta_generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool, void*)
+{
+    return guarded([&] {
+        pluggedToken(deviceId);
+        const ByteView room = viewOf(out, length);
+        std::ranges::copy(randomBytes(room.size()), out);
+        return Result::ok;
+    });
+}

@@ -1,0 +1,74 @@
+#include "device/certificate_texts.h"
+#include "device/exports.h"
+#include "device/guard.h"
+#include "device/per_thread.h"
+#include "device/records.h"
+
+using namespace quelta;
+using namespace quelta::softtoken;
+
+namespace {
+
+// Two threads that list at once must not overwrite each other's lists before they are copied.
+struct Lists {
+    std::vector<QueltaKeyPair> keyPairs;
+    std::vector<QueltaCertificate> certificates;
+    std::vector<QueltaSymmetricKey> aesKeys;
+};
+
+template <class Record, class Stored, class Convert>
+void fill(std::vector<Record>& list, const char* deviceId, std::vector<Stored> TokenState::*items, Convert convert)
+{
+    list.clear();
+    guarded([&] {
+        const auto state = pluggedToken(deviceId);
+        for (const Stored& item : (*state).*items) list.push_back(convert(item));
+        return Result::ok;
+    });
+}
+
+Lists& threadLists()
+{
+    static PerThread<Lists> lists;
+    return lists.mine();
+}
+
+// Without memory for the thread's own lists, an empty one that nobody else fills.
+template <class Record>
+std::vector<Record>& listOf(std::vector<Record> Lists::*member, const auto& fillIt)
+{
+    static std::vector<Record> nothing;
+    std::vector<Record>* list = &nothing;
+    guarded([&] {
+        list = &(threadLists().*member);
+        fillIt(*list);
+        return Result::ok;
+    });
+    return *list;
+}
+
+} // namespace
+
+std::vector<QueltaKeyPair>& quelta_getKeyPairList(const char* deviceId, void*)
+{
+    return listOf(&Lists::keyPairs, [&](auto& list) { fill(list, deviceId, &TokenState::keyPairs, keyPairRecord); });
+}
+
+std::vector<QueltaCertificate>& quelta_getCertificateList(const char* deviceId, void*)
+{
+    return listOf(&Lists::certificates, [&](auto& list) { fill(list, deviceId, &TokenState::certificates, certificateRecord); });
+}
+
+std::vector<QueltaSymmetricKey>& quelta_getAesKeyList(const char* deviceId, void*)
+{
+    return listOf(&Lists::aesKeys, [&](auto& list) { fill(list, deviceId, &TokenState::aesKeys, aesKeyRecord); });
+}
+
+int quelta_getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void*)
+{
+    return guarded([&] {
+        pluggedToken();
+        details = certificateDetails(viewOf(der, length));
+        return Result::ok;
+    });
+}

@@ -1,0 +1,29 @@
+// What the token reads of an X.509 certificate (RFC 5280).
+#pragma once
+
+#include "log/bytes.h"
+
+#include <string>
+
+namespace quelta::softtoken {
+
+struct CertificateFields {
+    Bytes serial;
+    Bytes issuer;          // DER
+    Bytes subject;         // DER
+    std::string notBefore; // "2031-05-17 08:00:00 UTC"
+    std::string notAfter;
+    Bytes publicKeyInfo; // DER
+    std::string signatureOid;
+};
+
+// Throws TokenError if it isn't a certificate, or has something after its end.
+CertificateFields readCertificate(ByteView der);
+
+// "CN=Ada, O=Example" in UTF-8.
+std::string nameText(ByteView nameDer);
+// The common name, or all of the name if there is none.
+std::string shortNameText(ByteView nameDer);
+std::string thumbprint(ByteView der);
+
+} // namespace quelta::softtoken

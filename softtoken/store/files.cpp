@@ -1,0 +1,124 @@
+#include "store/files.h"
+
+#include "store/token_error.h"
+#include "store/token_store.h"
+
+#include <algorithm>
+
+namespace quelta::softtoken {
+
+namespace {
+
+constexpr DWORD everythingShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+constexpr std::uintmax_t mostToRead = 64U * 1024 * 1024;
+constexpr int replaceTries = 50;
+constexpr DWORD replacePause = 20;
+
+[[noreturn]] void fail(const char* what, const std::filesystem::path& path)
+{
+    const DWORD error = GetLastError();
+    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+    const std::string reason = missing                        ? "no such file or folder"
+                               : error == ERROR_ACCESS_DENIED ? "access denied"
+                                                              : "Windows error " + std::to_string(error);
+    throw TokenError(std::string(what) + " " + textOf(path) + ": " + reason);
+}
+
+File openFile(const std::filesystem::path& path, DWORD access, DWORD disposition, const char* what)
+{
+    const HANDLE file = CreateFileW(path.c_str(), access, everythingShared, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (file == INVALID_HANDLE_VALUE) fail(what, path);
+    return File(file);
+}
+
+std::uint64_t joined(DWORD high, DWORD low)
+{
+    return std::uint64_t{high} << 32 | low;
+}
+
+void writeAll(const File& file, ByteView content, const std::filesystem::path& path)
+{
+    while (!content.empty()) {
+        DWORD written = 0;
+        const auto piece = static_cast<DWORD>(std::min<std::size_t>(content.size(), 1U << 20));
+        if (!WriteFile(file.get(), content.data(), piece, &written, nullptr)) fail("can't write", path);
+        content = content.subspan(written);
+    }
+}
+
+// Two changes may fall into one tick of the file system's clock: the stamp of the later one is moved on.
+void setLaterTime(const File& file, std::uint64_t earlier, const std::filesystem::path& path)
+{
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    const std::uint64_t time = std::max(joined(now.dwHighDateTime, now.dwLowDateTime), earlier + 1);
+    const FILETIME later{static_cast<DWORD>(time & 0xFFFFFFFFU), static_cast<DWORD>(time >> 32)};
+    if (!SetFileTime(file.get(), nullptr, nullptr, &later)) fail("can't date", path);
+}
+
+// A virus scanner or a backup may have the old file open for a moment.
+void replace(const std::filesystem::path& from, const std::filesystem::path& to)
+{
+    for (int attempt = 0; !MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH); ++attempt) {
+        if (attempt == replaceTries) fail("can't replace", to);
+        Sleep(replacePause);
+    }
+}
+
+} // namespace
+
+std::optional<FileStamp> stampOf(const std::filesystem::path& path)
+{
+    WIN32_FILE_ATTRIBUTE_DATA data{};
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return std::nullopt;
+    return FileStamp{joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime),
+                     joined(data.nFileSizeHigh, data.nFileSizeLow)};
+}
+
+Bytes readFile(const std::filesystem::path& path)
+{
+    const File file = openFile(path, GENERIC_READ, OPEN_EXISTING, "can't read");
+    LARGE_INTEGER size{};
+    if (!GetFileSizeEx(file.get(), &size)) fail("can't read", path);
+    if (static_cast<std::uintmax_t>(size.QuadPart) > mostToRead) throw TokenError("the file is too large: " + textOf(path));
+    Bytes content(static_cast<std::size_t>(size.QuadPart));
+    std::size_t filled = 0;
+    DWORD got = 1;
+    while (filled < content.size() && got != 0) {
+        if (!ReadFile(file.get(), content.data() + filled, static_cast<DWORD>(content.size() - filled), &got, nullptr))
+            fail("can't read", path);
+        filled += got;
+    }
+    content.resize(filled);
+    return content;
+}
+
+void writeFile(const std::filesystem::path& path, ByteView content)
+{
+    writeAll(openFile(path, GENERIC_WRITE, CREATE_ALWAYS, "can't write"), content, path);
+}
+
+void writeAtomically(const std::filesystem::path& path, ByteView content)
+{
+    const std::optional<FileStamp> before = stampOf(path);
+    std::filesystem::path beside = path;
+    beside += L".new";
+    {
+        const File file = openFile(beside, GENERIC_WRITE, CREATE_ALWAYS, "can't write");
+        writeAll(file, content, beside);
+        setLaterTime(file, before ? before->time : 0, beside);
+        if (!FlushFileBuffers(file.get())) fail("can't write", beside);
+    }
+    replace(beside, path);
+}
+
+File lockFile(const std::filesystem::path& path, LockKind kind)
+{
+    const bool exclusive = kind == LockKind::exclusive;
+    File file = openFile(path, exclusive ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ, OPEN_ALWAYS, "can't lock");
+    OVERLAPPED position{};
+    if (!LockFileEx(file.get(), exclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0, 0, 1, 0, &position)) fail("can't lock", path);
+    return file;
+}
+
+} // namespace quelta::softtoken

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "log/bytes.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <optional>
+
+#include <windows.h>
+
+namespace quelta::softtoken {
+
+struct CloseFile {
+    void operator()(HANDLE file) const { CloseHandle(file); }
+};
+using File = std::unique_ptr<void, CloseFile>;
+
+// Changes with every change of a file that writeAtomically makes.
+struct FileStamp {
+    std::uint64_t time;
+    std::uint64_t size;
+    bool operator==(const FileStamp&) const = default;
+};
+
+std::optional<FileStamp> stampOf(const std::filesystem::path& path);
+
+Bytes readFile(const std::filesystem::path& path);
+void writeFile(const std::filesystem::path& path, ByteView content);
+// Whole or not at all. The caller keeps other writers and readers out.
+void writeAtomically(const std::filesystem::path& path, ByteView content);
+
+enum class LockKind { shared, exclusive };
+
+// Held until destruction or until the process dies; waits for the others.
+File lockFile(const std::filesystem::path& path, LockKind kind);
+
+} // namespace quelta::softtoken

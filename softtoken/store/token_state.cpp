@@ -1,0 +1,185 @@
+#include "store/token_state.h"
+
+#include "crypto/primitives.h"
+#include "formats/byte_text.h"
+
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+
+namespace quelta::softtoken {
+
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+constexpr int formatVersion = 1;
+
+Bytes bytesAt(const Json& json, const char* name)
+{
+    return fromHex(json.at(name).get<std::string>());
+}
+
+template <class Item, class Write>
+Json listOf(const std::vector<Item>& items, Write write)
+{
+    Json list = Json::array();
+    for (const Item& item : items) list.push_back(write(item));
+    return list;
+}
+
+template <class Item, class Read>
+std::vector<Item> itemsOf(const Json& list, Read read)
+{
+    std::vector<Item> items;
+    for (const Json& json : list) items.push_back(read(json));
+    return items;
+}
+
+Json writeKeyPair(const StoredKeyPair& pair)
+{
+    return {{"id", toHex(pair.id)},
+            {"reference", toHex(pair.reference)},
+            {"label", pair.label},
+            {"usage", pair.usage},
+            {"algorithm", pair.algorithm},
+            {"publicKey", toHex(pair.publicKey)},
+            {"privateKey", toHex(pair.privateKey)}};
+}
+
+StoredKeyPair readKeyPair(const Json& json)
+{
+    return {keyIdFrom(bytesAt(json, "id")), bytesAt(json, "reference"), json.at("label"),           json.at("usage"),
+            json.at("algorithm"),           bytesAt(json, "publicKey"), bytesAt(json, "privateKey")};
+}
+
+Json writeCertificate(const StoredCertificate& certificate)
+{
+    return {{"keyId", toHex(certificate.keyId)},
+            {"chainOf", toHex(certificate.chainOf)},
+            {"reference", toHex(certificate.reference)},
+            {"label", certificate.label},
+            {"der", toHex(certificate.der)}};
+}
+
+StoredCertificate readCertificate(const Json& json)
+{
+    return {bytesAt(json, "keyId"), bytesAt(json, "chainOf"), bytesAt(json, "reference"), json.at("label"), bytesAt(json, "der")};
+}
+
+Json writeAesKey(const StoredAesKey& key)
+{
+    return {{"id", toHex(key.id)}, {"reference", toHex(key.reference)},    {"label", key.label},
+            {"usage", key.usage},  {"encryptionType", key.encryptionType}, {"value", toHex(key.value)}};
+}
+
+StoredAesKey readAesKey(const Json& json)
+{
+    return {keyIdFrom(bytesAt(json, "id")), bytesAt(json, "reference"), json.at("label"), json.at("usage"),
+            json.at("encryptionType"),      bytesAt(json, "value")};
+}
+
+Json writePin(const StoredPin& pin)
+{
+    return {{"salt", toHex(pin.salt)},
+            {"hash", toHex(pin.hash)},
+            {"iterations", pin.iterations},
+            {"attempts", pin.attempts},
+            {"remaining", pin.remaining}};
+}
+
+StoredPin readPin(const Json& json)
+{
+    return {bytesAt(json, "salt"), bytesAt(json, "hash"), json.at("iterations"), json.at("attempts"), json.at("remaining")};
+}
+
+TokenState readState(const Json& json)
+{
+    if (json.at("format") != formatVersion) throw TokenError(Result::badData, "it has another format");
+    TokenState state;
+    state.serial = json.at("serial");
+    state.label = json.at("label");
+    state.plugged = json.at("plugged");
+    state.clockMismatch = json.at("clockMismatch");
+    state.singleSignOnEnabled = json.at("singleSignOnEnabled");
+    state.singleSignOnOpen = json.at("singleSignOnOpen");
+    state.pin = readPin(json.at("pin"));
+    state.keyPairs = itemsOf<StoredKeyPair>(json.at("keyPairs"), readKeyPair);
+    state.certificates = itemsOf<StoredCertificate>(json.at("certificates"), readCertificate);
+    state.aesKeys = itemsOf<StoredAesKey>(json.at("aesKeys"), readAesKey);
+    return state;
+}
+
+template <class State>
+auto findPair(State& state, ByteView id)
+{
+    const auto found =
+        std::ranges::find_if(state.keyPairs, [&](const StoredKeyPair& pair) { return std::ranges::equal(pair.id, id); });
+    return found == state.keyPairs.end() ? nullptr : &*found;
+}
+
+} // namespace
+
+std::string toJson(const TokenState& state)
+{
+    const Json json{{"warning", "The keys stand here in clear: this software token protects nothing."},
+                    {"format", formatVersion},
+                    {"serial", state.serial},
+                    {"label", state.label},
+                    {"plugged", state.plugged},
+                    {"clockMismatch", state.clockMismatch},
+                    {"singleSignOnEnabled", state.singleSignOnEnabled},
+                    {"singleSignOnOpen", state.singleSignOnOpen},
+                    {"pin", writePin(state.pin)},
+                    {"keyPairs", listOf(state.keyPairs, writeKeyPair)},
+                    {"certificates", listOf(state.certificates, writeCertificate)},
+                    {"aesKeys", listOf(state.aesKeys, writeAesKey)}};
+    return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
+}
+
+TokenState fromJson(const std::string& text)
+{
+    try {
+        return readState(Json::parse(text));
+    } catch (const Json::exception& error) {
+        throw TokenError(Result::badData, error.what());
+    }
+}
+
+KeyId newKeyId()
+{
+    return keyIdFrom(randomBytes(keyIdSize));
+}
+
+KeyId keyIdFrom(ByteView bytes)
+{
+    if (bytes.size() != keyIdSize) throw TokenError(Result::badData, "a key identifier does not have 16 bytes");
+    KeyId id{};
+    std::ranges::copy(bytes, id.begin());
+    return id;
+}
+
+StoredKeyPair* findKeyPair(TokenState& state, ByteView id)
+{
+    return findPair(state, id);
+}
+
+const StoredKeyPair* findKeyPair(const TokenState& state, ByteView id)
+{
+    return findPair(state, id);
+}
+
+void removeCertificatesOf(TokenState& state, const KeyId& id)
+{
+    std::erase_if(state.certificates, [&](const StoredCertificate& certificate) {
+        return std::ranges::equal(certificate.keyId, id) || std::ranges::equal(certificate.chainOf, id);
+    });
+}
+
+void removeKeyPair(TokenState& state, const KeyId& id)
+{
+    removeCertificatesOf(state, id);
+    std::erase_if(state.keyPairs, [&](const StoredKeyPair& pair) { return pair.id == id; });
+}
+
+} // namespace quelta::softtoken

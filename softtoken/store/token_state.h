@@ -1,0 +1,77 @@
+// What a software token holds. The private keys stand here in clear: it protects nothing.
+#pragma once
+
+#include "log/bytes.h"
+#include "token/device_records.h"
+
+#include <array>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace quelta::softtoken {
+
+using KeyId = std::array<unsigned char, keyIdSize>;
+
+struct StoredKeyPair {
+    KeyId id{};
+    Bytes reference;
+    std::string label;
+    std::uint32_t usage = 0;
+    std::uint32_t algorithm = 0;
+    Bytes publicKey;  // as the device library shows it
+    Bytes privateKey; // PKCS#8
+};
+
+struct StoredCertificate {
+    Bytes keyId;   // of the key pair it certifies; empty for an issuer's
+    Bytes chainOf; // of the key pair it goes away with; empty for one that stays
+    Bytes reference;
+    std::string label;
+    Bytes der;
+};
+
+struct StoredAesKey {
+    KeyId id{};
+    Bytes reference;
+    std::string label;
+    std::uint32_t usage = 0;
+    std::uint32_t encryptionType = 0;
+    Bytes value;
+};
+
+struct StoredPin {
+    Bytes salt;
+    Bytes hash;
+    std::uint64_t iterations = 0;
+    int attempts = 0;
+    int remaining = 0;
+};
+
+struct TokenState {
+    std::string serial;
+    std::string label;
+    bool plugged = true;
+    bool clockMismatch = false;
+    bool singleSignOnEnabled = false;
+    bool singleSignOnOpen = false;
+    StoredPin pin;
+    std::vector<StoredKeyPair> keyPairs;
+    std::vector<StoredCertificate> certificates;
+    std::vector<StoredAesKey> aesKeys;
+};
+
+std::string toJson(const TokenState& state);
+// Throws TokenError for anything that toJson did not write.
+TokenState fromJson(const std::string& text);
+
+KeyId newKeyId();
+KeyId keyIdFrom(ByteView bytes);
+
+StoredKeyPair* findKeyPair(TokenState& state, ByteView id);
+const StoredKeyPair* findKeyPair(const TokenState& state, ByteView id);
+// The pair, its certificates, and the issuers' certificates that were made for it.
+void removeKeyPair(TokenState& state, const KeyId& id);
+void removeCertificatesOf(TokenState& state, const KeyId& id);
+
+} // namespace quelta::softtoken

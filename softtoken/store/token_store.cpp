@@ -1,0 +1,153 @@
+#include "store/token_store.h"
+
+#include "formats/byte_text.h"
+#include "store/files.h"
+#include "store/token_error.h"
+
+#include <mutex>
+
+namespace quelta::softtoken {
+
+namespace {
+
+constexpr const wchar_t* folderVariable = L"QUELTA_TOKEN_DIR";
+constexpr const wchar_t* stateName = L"token.json";
+constexpr const wchar_t* lockName = L"token.lock";
+
+std::wstring environment(const wchar_t* name)
+{
+    std::wstring value(256, L'\0');
+    for (;;) {
+        const DWORD size = GetEnvironmentVariableW(name, value.data(), static_cast<DWORD>(value.size()));
+        const bool fits = size < value.size();
+        value.resize(size);
+        if (fits) return value;
+    }
+}
+
+struct FreeHeap {
+    void operator()(wchar_t* text) const { HeapFree(GetProcessHeap(), 0, text); }
+};
+
+// A path like /tmp/token belongs to the current drive; that is drive C: as soon as the program runs inside the prefix.
+std::filesystem::path resolved(const std::wstring& text)
+{
+    if (!text.starts_with(L'/') || text.starts_with(L"//")) return text;
+    using Convert = wchar_t*(CDECL*)(const char*);
+    const FARPROC found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_dos_file_name");
+    if (found == nullptr) return text;
+    const auto convert = reinterpret_cast<Convert>(reinterpret_cast<void*>(found));
+    const std::unique_ptr<wchar_t, FreeHeap> path(convert(toUtf8(text).c_str()));
+    return path ? std::filesystem::path(path.get()) : std::filesystem::path(text);
+}
+
+// The last state that this process has parsed, of one folder: a process seldom drives two.
+struct Cache {
+    std::mutex mutex;
+    std::filesystem::path folder;
+    FileStamp stamp{};
+    std::shared_ptr<const TokenState> state;
+};
+
+Cache& cache()
+{
+    static Cache only;
+    return only;
+}
+
+std::shared_ptr<const TokenState> cached(const std::filesystem::path& folder, const FileStamp& stamp)
+{
+    Cache& known = cache();
+    const std::lock_guard guard(known.mutex);
+    return known.state && known.folder == folder && known.stamp == stamp ? known.state : nullptr;
+}
+
+void remember(const std::filesystem::path& folder, const FileStamp& stamp, std::shared_ptr<const TokenState> state)
+{
+    Cache& known = cache();
+    const std::lock_guard guard(known.mutex);
+    known.folder = folder;
+    known.stamp = stamp;
+    known.state = std::move(state);
+}
+
+// With the lock held.
+std::shared_ptr<const TokenState> load(const std::filesystem::path& folder)
+{
+    const std::optional<FileStamp> stamp = stampOf(folder / stateName);
+    if (!stamp) return nullptr;
+    if (auto state = cached(folder, *stamp)) return state;
+    try {
+        auto state = std::make_shared<const TokenState>(fromJson(textOf(readFile(folder / stateName))));
+        remember(folder, *stamp, state);
+        return state;
+    } catch (const TokenError& error) {
+        throw TokenError(Result::badData, "the token in " + textOf(folder) + " can't be read (" + error.what() +
+                                              "): restore its token.json, or make a new token with: quelta-token init --force");
+    }
+}
+
+// With the exclusive lock held.
+void save(const std::filesystem::path& folder, TokenState state)
+{
+    writeAtomically(folder / stateName, bytesOf(toJson(state)));
+    if (const auto stamp = stampOf(folder / stateName))
+        remember(folder, *stamp, std::make_shared<const TokenState>(std::move(state)));
+}
+
+} // namespace
+
+std::filesystem::path pathFrom(const std::string& text)
+{
+    return resolved(toWide(text));
+}
+
+std::string textOf(const std::filesystem::path& path)
+{
+    return toUtf8(path.wstring());
+}
+
+std::filesystem::path tokenFolder()
+{
+    const std::wstring chosen = environment(folderVariable);
+    if (!chosen.empty()) return resolved(chosen);
+    const std::wstring local = environment(L"LOCALAPPDATA");
+    if (local.empty()) throw TokenError(Result::noToken, "no folder for the token: set QUELTA_TOKEN_DIR");
+    return std::filesystem::path(local) / L"Oskvar" / L"Quelta" / L"SoftwareTokenProtectsNothing";
+}
+
+std::shared_ptr<const TokenState> readToken(const std::filesystem::path& folder)
+{
+    const std::optional<FileStamp> stamp = stampOf(folder / stateName);
+    if (!stamp) return nullptr;
+    if (auto state = cached(folder, *stamp)) return state;
+    const File lock = lockFile(folder / lockName, LockKind::shared);
+    return load(folder);
+}
+
+void changeToken(const std::filesystem::path& folder, const std::function<bool(TokenState&)>& change)
+{
+    const auto none = [&] {
+        return TokenError(Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN");
+    };
+    if (!stampOf(folder / stateName)) throw none();
+    const File lock = lockFile(folder / lockName, LockKind::exclusive);
+    const std::shared_ptr<const TokenState> before = load(folder);
+    if (!before) throw none();
+    TokenState state = *before;
+    if (change(state)) save(folder, std::move(state));
+}
+
+void createToken(const std::filesystem::path& folder, const TokenState& state, bool overwrite)
+{
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (error) throw TokenError("can't make the folder " + textOf(folder) + ": " + error.message());
+    const File lock = lockFile(folder / lockName, LockKind::exclusive);
+    if (stampOf(folder / stateName) && !overwrite)
+        throw TokenError("there is a token in " + textOf(folder) +
+                         " already: use --force to throw it away, or another folder with --dir");
+    save(folder, state);
+}
+
+} // namespace quelta::softtoken

@@ -1,0 +1,31 @@
+// A token is a folder: token.json is its state, token.lock what changers and loaders hold for a moment. A change is written
+// beside token.json, flushed and moved over it, so that whoever looks sees the old state or the new one, and a process that dies
+// in between loses nothing.
+#pragma once
+
+#include "store/token_state.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+namespace quelta::softtoken {
+
+// From UTF-8. Under Wine a Unix path is taken too, whatever the current drive is.
+std::filesystem::path pathFrom(const std::string& text);
+std::string textOf(const std::filesystem::path& path);
+
+// QUELTA_TOKEN_DIR as it stands at this moment, else a folder under the user's local application data.
+std::filesystem::path tokenFolder();
+
+// Null if there is no token in the folder. Throws TokenError if there is a damaged one. Parses again only when the file has
+// changed.
+std::shared_ptr<const TokenState> readToken(const std::filesystem::path& folder);
+
+// Applies the change to the state as it is now, with every other changer kept out, and writes it unless the change answers false.
+void changeToken(const std::filesystem::path& folder, const std::function<bool(TokenState&)>& change);
+
+// Refuses to overwrite a token unless told so.
+void createToken(const std::filesystem::path& folder, const TokenState& state, bool overwrite);
+
+} // namespace quelta::softtoken
