@@ -1,0 +1,135 @@
+#include "ber_stream.h"
+
+#include "der.h"
+#include "failure.h"
+
+#include <algorithm>
+
+namespace quelta {
+
+namespace {
+
+constexpr int deepest = 32;
+constexpr std::uint64_t largestElement = 1024 * 1024;
+constexpr unsigned char constructed = 0x20;
+
+} // namespace
+
+BerStream::BerStream(InputFile& file) : file_(file), buffer_(pieceSize) {}
+
+void BerStream::refuse() const
+{
+    throw Failure(file_.name() +
+                  " is no CMS EnvelopedData in DER; if it is PEM or S/MIME text, convert it first: openssl cms -cmsout " +
+                  "-inform PEM|SMIME -in IN -outform DER -out OUT");
+}
+
+unsigned char BerStream::byte()
+{
+    unsigned char value = 0;
+    bytes({&value, 1});
+    return value;
+}
+
+void BerStream::bytes(std::span<unsigned char> into)
+{
+    while (!into.empty()) {
+        if (at_ == end_) {
+            at_ = 0;
+            end_ = file_.read(buffer_);
+            if (!end_) throw Failure(file_.name() + " ends too early; get a complete copy of it");
+        }
+        const std::size_t count = std::min(into.size(), end_ - at_);
+        std::copy_n(buffer_.begin() + static_cast<std::ptrdiff_t>(at_), count, into.begin());
+        at_ += count;
+        position_ += count;
+        into = into.subspan(count);
+    }
+}
+
+BerStream::Header BerStream::header()
+{
+    Header head{byte(), false, byte()};
+    if ((head.tag & 0x1F) == 0x1F) refuse();
+    if (head.length == 0x80) {
+        if (!(head.tag & constructed)) refuse();
+        head.indefinite = true;
+    } else if (head.length > 0x80) {
+        const std::uint64_t count = head.length & 0x7F;
+        if (count > 8) refuse();
+        head.length = 0;
+        for (std::uint64_t i = 0; i < count; ++i) head.length = head.length << 8 | byte();
+    }
+    return head;
+}
+
+void BerStream::enter(unsigned char tag)
+{
+    if (header().tag != tag) refuse();
+}
+
+// For a constructed element: whether its last part has been read. An indefinite one ends in two zero bytes, read here as a header
+// by the caller; so only the definite one is told by its length.
+bool BerStream::atEnd(const Header& outer, std::uint64_t start)
+{
+    return !outer.indefinite && position_ - start >= outer.length;
+}
+
+Bytes BerStream::element()
+{
+    return elementAfter(header(), 0);
+}
+
+Bytes BerStream::elementAfter(const Header& head, int depth)
+{
+    if (depth > deepest || head.length > largestElement) refuse();
+    Bytes content;
+    if (!head.indefinite) {
+        content.resize(static_cast<std::size_t>(head.length));
+        bytes(content);
+        return der::element(head.tag, content);
+    }
+    for (Header part = header(); part.tag || part.length; part = header()) {
+        content = der::concat({content, elementAfter(part, depth + 1)});
+        if (content.size() > largestElement) refuse();
+    }
+    return der::element(head.tag, content);
+}
+
+void BerStream::octets(const std::function<void(ByteView)>& take)
+{
+    const Header head = header();
+    if (head.tag == der::implicitTag(0)) return pass(head.length, take);
+    if (head.tag != der::explicitTag(0)) refuse();
+    segments(head, take, 0);
+}
+
+void BerStream::segments(const Header& outer, const std::function<void(ByteView)>& take, int depth)
+{
+    if (depth > deepest) refuse();
+    const std::uint64_t start = position_;
+    while (!atEnd(outer, start)) {
+        const Header part = header();
+        if (outer.indefinite && !part.tag && !part.length) return;
+        if (part.tag == der::tagOctetString)
+            pass(part.length, take);
+        else if (part.tag == (der::tagOctetString | constructed))
+            segments(part, take, depth + 1);
+        else
+            refuse();
+    }
+    if (position_ - start != outer.length) refuse();
+}
+
+void BerStream::pass(std::uint64_t length, const std::function<void(ByteView)>& take)
+{
+    Bytes piece(static_cast<std::size_t>(std::min<std::uint64_t>(length, pieceSize)));
+    while (length) {
+        piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(length, pieceSize)));
+        bytes(piece);
+        take(piece);
+        length -= piece.size();
+    }
+}
+
+} // namespace quelta

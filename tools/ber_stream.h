@@ -1,0 +1,45 @@
+// Reads BER (ITU-T X.690) from a file front to back: definite and indefinite lengths, content of any size.
+#pragma once
+
+#include "files.h"
+
+#include <functional>
+
+namespace quelta {
+
+class BerStream {
+public:
+    explicit BerStream(InputFile& file);
+
+    struct Header {
+        unsigned char tag;
+        bool indefinite;
+        std::uint64_t length;
+    };
+
+    // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for.
+    void enter(unsigned char tag);
+    // The next element as a whole, in DER's definite form, at most 1 MB of it.
+    Bytes element();
+    // The content of an OCTET STRING under an implicit tag [0], whole or in segments, handed on in pieces.
+    void octets(const std::function<void(ByteView)>& take);
+
+    [[noreturn]] void refuse() const;
+
+private:
+    Header header();
+    unsigned char byte();
+    void bytes(std::span<unsigned char> into);
+    bool atEnd(const Header& outer, std::uint64_t start);
+    Bytes elementAfter(const Header& head, int depth);
+    void segments(const Header& outer, const std::function<void(ByteView)>& take, int depth);
+    void pass(std::uint64_t length, const std::function<void(ByteView)>& take);
+
+    InputFile& file_;
+    Bytes buffer_;
+    std::size_t at_ = 0;
+    std::size_t end_ = 0;
+    std::uint64_t position_ = 0;
+};
+
+} // namespace quelta

@@ -1,0 +1,180 @@
+#include "certificates.h"
+
+#include "der.h"
+#include "failure.h"
+#include "files.h"
+#include "text.h"
+
+#include <algorithm>
+#include <iterator>
+#include <string_view>
+
+namespace quelta {
+
+namespace {
+
+constexpr std::string_view pemBegin = "-----BEGIN ";
+
+struct Curve {
+    const char* oid;
+    std::size_t coordinateSize;
+};
+
+constexpr Curve curves[] = {{"1.2.840.10045.3.1.7", 32}, {"1.3.132.0.34", 48}, {"1.3.132.0.35", 66}};
+
+std::string nameText(const CERT_NAME_BLOB& name)
+{
+    constexpr DWORD style = CERT_X500_NAME_STR | CERT_NAME_STR_REVERSE_FLAG;
+    CERT_NAME_BLOB copy = name;
+    std::wstring text(CertNameToStrW(X509_ASN_ENCODING, &copy, style, nullptr, 0), L'\0');
+    const DWORD length = CertNameToStrW(X509_ASN_ENCODING, &copy, style, text.data(), static_cast<DWORD>(text.size()));
+    text.resize(length ? length - 1 : 0);
+    return text.empty() ? "(no name)" : utf8(text);
+}
+
+Bytes decodePem(std::string_view text)
+{
+    const auto length = static_cast<DWORD>(text.size());
+    DWORD size = 0;
+    if (!CryptStringToBinaryA(text.data(), length, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr)) return {};
+    Bytes bytes(size);
+    if (!CryptStringToBinaryA(text.data(), length, CRYPT_STRING_BASE64HEADER, bytes.data(), &size, nullptr, nullptr)) return {};
+    bytes.resize(size);
+    return bytes;
+}
+
+std::string_view textOf(const Bytes& content)
+{
+    return {reinterpret_cast<const char*>(content.data()), content.size()};
+}
+
+} // namespace
+
+ByteView viewOf(const CRYPT_DATA_BLOB& blob)
+{
+    return {blob.pbData, blob.cbData};
+}
+
+CRYPT_DATA_BLOB blobOf(ByteView bytes)
+{
+    // Wincrypt's blobs lack const; those made here are only read.
+    return {static_cast<DWORD>(bytes.size()), const_cast<BYTE*>(bytes.data())};
+}
+
+ByteView encodedOf(const CERT_CONTEXT& certificate)
+{
+    return {certificate.pbCertEncoded, certificate.cbCertEncoded};
+}
+
+Certificate parseCertificate(ByteView der)
+{
+    return Certificate(CertCreateCertificateContext(certificateEncoding, der.data(), static_cast<DWORD>(der.size())));
+}
+
+std::vector<Certificate> readCertificates(const std::filesystem::path& path)
+{
+    const Bytes content = readSmallFile(path);
+    std::vector<Certificate> found;
+    const std::string_view text = textOf(content);
+    if (text.find(pemBegin) == std::string_view::npos) {
+        if (auto certificate = parseCertificate(content)) found.push_back(std::move(certificate));
+    }
+    for (std::size_t at = text.find(pemBegin); at != std::string_view::npos;) {
+        const std::size_t next = text.find(pemBegin, at + pemBegin.size());
+        if (auto certificate = parseCertificate(decodePem(text.substr(at, next - at)))) found.push_back(std::move(certificate));
+        at = next;
+    }
+    if (found.empty()) throw Failure(nameOf(path) + " holds no certificate; give one in PEM or DER");
+    return found;
+}
+
+Bytes withoutPem(Bytes content)
+{
+    if (textOf(content).find(pemBegin) != 0) return content;
+    Bytes decoded = decodePem(textOf(content));
+    return decoded.empty() ? content : decoded;
+}
+
+std::string pemOf(ByteView der, const std::string& label)
+{
+    constexpr DWORD style = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCR;
+    DWORD size = 0;
+    CryptBinaryToStringA(der.data(), static_cast<DWORD>(der.size()), style, nullptr, &size);
+    std::string text(size, '\0');
+    if (!CryptBinaryToStringA(der.data(), static_cast<DWORD>(der.size()), style, text.data(), &size))
+        failWithLastError("can't write PEM");
+    text.resize(size);
+    return "-----BEGIN " + label + "-----\n" + text + "-----END " + label + "-----\n";
+}
+
+std::string subjectOf(const CERT_CONTEXT& certificate)
+{
+    return nameText(certificate.pCertInfo->Subject);
+}
+
+std::string issuerOf(const CERT_CONTEXT& certificate)
+{
+    return nameText(certificate.pCertInfo->Issuer);
+}
+
+std::string serialOf(const CERT_CONTEXT& certificate)
+{
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string text;
+    for (const unsigned char byte : serialContent(certificate)) {
+        text += digits[byte >> 4];
+        text += digits[byte & 15];
+    }
+    return text;
+}
+
+ByteView serialContent(const CERT_CONTEXT& certificate)
+{
+    // Not from pCertInfo: there the number stands reversed, and whether a leading zero survives is the system's choice.
+    const auto outer = der::Reader(encodedOf(certificate)).next(der::tagSequence);
+    const auto body = outer ? der::Reader(outer->content).next(der::tagSequence) : std::nullopt;
+    if (!body) return {};
+    der::Reader fields(body->content);
+    fields.next(der::explicitTag(0));
+    const auto serial = fields.next(der::tagInteger);
+    return serial ? serial->content : ByteView();
+}
+
+std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate)
+{
+    CERT_CHAIN_PARA parameters{};
+    parameters.cbSize = sizeof parameters;
+    PCCERT_CHAIN_CONTEXT built = nullptr;
+    std::vector<Bytes> found;
+    if (!CertGetCertificateChain(nullptr, &certificate, nullptr, nullptr, &parameters, CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL,
+                                 nullptr, &built))
+        return found;
+    const Chain chain(built);
+    const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
+    for (const CERT_CHAIN_ELEMENT* element : std::span(simple.rgpElement, simple.cElement)) {
+        const ByteView der = encodedOf(*element->pCertContext);
+        found.emplace_back(der.begin(), der.end());
+    }
+    return found;
+}
+
+std::optional<PublicKeyKind> publicKeyKind(const CERT_CONTEXT& certificate)
+{
+    const CRYPT_ALGORITHM_IDENTIFIER& algorithm = certificate.pCertInfo->SubjectPublicKeyInfo.Algorithm;
+    const std::string_view oid = algorithm.pszObjId;
+    if (oid == szOID_RSA_RSA) return PublicKeyKind{false, 0};
+    if (oid != szOID_ECC_PUBLIC_KEY) return std::nullopt;
+    const ByteView parameters = viewOf(algorithm.Parameters);
+    const auto* curve =
+        std::ranges::find_if(curves, [&](const Curve& row) { return std::ranges::equal(parameters, der::oid(row.oid)); });
+    if (curve == std::end(curves)) return std::nullopt;
+    return PublicKeyKind{true, curve->coordinateSize};
+}
+
+bool holdsRsaKey(const CERT_CONTEXT& certificate)
+{
+    const auto kind = publicKeyKind(certificate);
+    return kind && !kind->elliptic;
+}
+
+} // namespace quelta

@@ -1,0 +1,46 @@
+// Certificates: read from files, described, compared, and the kind of key in them.
+#pragma once
+
+#include "log/bytes.h"
+#include "windows_handles.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace quelta {
+
+ByteView viewOf(const CRYPT_DATA_BLOB& blob);
+CRYPT_DATA_BLOB blobOf(ByteView bytes);
+ByteView encodedOf(const CERT_CONTEXT& certificate);
+
+// Empty if the bytes are no certificate.
+Certificate parseCertificate(ByteView der);
+
+// All certificates of a PEM or DER file, at least one, or a Failure.
+std::vector<Certificate> readCertificates(const std::filesystem::path& path);
+
+// PEM text to its bytes; bytes that are no PEM come back unchanged.
+Bytes withoutPem(Bytes content);
+std::string pemOf(ByteView der, const std::string& label);
+
+std::string subjectOf(const CERT_CONTEXT& certificate);
+std::string issuerOf(const CERT_CONTEXT& certificate);
+std::string serialOf(const CERT_CONTEXT& certificate);
+// The INTEGER's content, byte for byte as the certificate has it.
+ByteView serialContent(const CERT_CONTEXT& certificate);
+
+// The certificate and its issuers, DER, as far as this system's own stores know them; nothing is fetched.
+std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate);
+
+struct PublicKeyKind {
+    bool elliptic;
+    // Bytes of a coordinate; 0 for RSA.
+    std::size_t coordinateSize;
+};
+// Nothing for a key that is neither RSA nor on P-256, P-384 or P-521.
+std::optional<PublicKeyKind> publicKeyKind(const CERT_CONTEXT& certificate);
+bool holdsRsaKey(const CERT_CONTEXT& certificate);
+
+} // namespace quelta

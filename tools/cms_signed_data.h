@@ -1,0 +1,30 @@
+// CMS SignedData (RFC 5652) for a detached content, put together by hand: for keys that crypt32 has no way to.
+#pragma once
+
+#include "digest.h"
+#include "log/bytes.h"
+#include "windows_handles.h"
+
+#include <vector>
+
+namespace quelta::cms {
+
+// The value of the signing-time attribute for now, a Time in DER.
+Bytes signingTimeNow();
+
+// The three signed attributes of a signature over content with this digest, as the SET OF whose bytes are signed.
+Bytes signedAttributes(ByteView contentDigest);
+
+struct Signature {
+    const HashAlgorithm* hash;
+    const CERT_CONTEXT* signer;
+    // As signedAttributes() gave them.
+    Bytes attributes;
+    // RSA: big-endian; ECDSA: the SEQUENCE of r and s.
+    Bytes value;
+};
+
+// The whole ContentInfo. `certificates` are DER, the signer's among them.
+Bytes detachedSignedData(const Signature& signature, const std::vector<Bytes>& certificates);
+
+} // namespace quelta::cms

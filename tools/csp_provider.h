@@ -1,0 +1,36 @@
+// The token through CryptoAPI.
+#pragma once
+
+#include "token_provider.h"
+
+#include <map>
+
+namespace quelta {
+
+class CspProvider : public TokenProvider {
+public:
+    CspProvider();
+
+    std::vector<TokenKey> keys() override;
+    void usePin(const std::string& pin) override;
+    std::vector<Bytes> chain(const TokenKey& key) override;
+    Bytes sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data) override;
+    Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) override;
+
+    // The context of a key's container, open as long as this object lives.
+    HCRYPTPROV contextOf(const TokenKey& key);
+
+private:
+    HCRYPTPROV contextOf(const std::string& container);
+
+    // Open from first to last: the module keeps its PIN only while it is loaded, and a context keeps it loaded.
+    CryptContext first_;
+    std::map<std::string, CryptContext> contexts_;
+};
+
+std::unique_ptr<TokenProvider> openCsp();
+
+// The certificates that the provider holds for a container; none if it isn't registered or has none.
+std::vector<Bytes> chainFromCsp(const std::string& container);
+
+} // namespace quelta

@@ -1,0 +1,13 @@
+// Encrypts a file of any size for the holder of a certificate: CMS EnvelopedData (RFC 5652), RSA PKCS#1 v1.5 around the content
+// key.
+#pragma once
+
+#include "files.h"
+#include "windows_handles.h"
+
+namespace quelta {
+
+// Throws a Failure unless the certificate holds an RSA key.
+void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output);
+
+} // namespace quelta

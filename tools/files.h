@@ -1,0 +1,66 @@
+// Files in pieces: a file of any size passes through one megabyte of memory.
+#pragma once
+
+#include "log/bytes.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+
+namespace quelta {
+
+struct CloseFile {
+    using pointer = void*;
+    void operator()(void* handle) const;
+};
+using FileHandle = std::unique_ptr<void, CloseFile>;
+
+constexpr std::size_t pieceSize = 1024 * 1024;
+
+class InputFile {
+public:
+    explicit InputFile(std::filesystem::path path);
+
+    std::uint64_t size() const { return size_; }
+    std::string name() const;
+    // Fills `buffer` as far as the file goes; fewer bytes than asked for mean its end.
+    std::size_t read(std::span<unsigned char> buffer);
+
+private:
+    std::filesystem::path path_;
+    FileHandle handle_;
+    std::uint64_t size_ = 0;
+};
+
+// Hands the file to `take` piece by piece and shows the progress under `verb`. Every piece but the last is full.
+void forEachPiece(InputFile& file, const std::string& verb, const std::function<void(ByteView)>& take);
+
+// Written under a temporary name in the target's folder. The target appears, or is replaced, by commit() alone, and complete.
+class OutputFile {
+public:
+    explicit OutputFile(std::filesystem::path target);
+    ~OutputFile();
+    OutputFile(const OutputFile&) = delete;
+    OutputFile& operator=(const OutputFile&) = delete;
+
+    void write(ByteView bytes);
+    void commit();
+
+private:
+    std::filesystem::path target_;
+    std::filesystem::path temporary_;
+    FileHandle handle_;
+};
+
+// For what is small by nature: certificates, detached signatures. Refuses a file of more than 16 MB.
+Bytes readSmallFile(const std::filesystem::path& path);
+
+// Refuses to write the result of reading `input` over `input` itself.
+void refuseSameFile(const std::filesystem::path& input, const std::filesystem::path& output);
+
+// From here on Ctrl-C ends a run between two pieces, so that no temporary file stays behind; a second Ctrl-C ends it at once.
+void stopOnInterrupt();
+
+} // namespace quelta

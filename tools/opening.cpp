@@ -1,0 +1,198 @@
+#include "opening.h"
+
+#include "ber_stream.h"
+#include "certificates.h"
+#include "cms_oids.h"
+#include "content_cipher.h"
+#include "der.h"
+#include "failure.h"
+#include "progress.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace quelta {
+
+namespace {
+
+struct Recipient {
+    // One of the two names the certificate: issuer and serial number, or its key identifier.
+    Bytes issuerAndSerial;
+    Bytes keyIdentifier;
+    Bytes algorithm;
+    Bytes wrappedKey;
+};
+
+struct Envelope {
+    std::vector<Recipient> recipients;
+    const ContentCipher* cipher;
+    Bytes iv;
+};
+
+Bytes copyOf(ByteView bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
+
+// Nothing for a recipient of another kind than one with an RSA key.
+std::optional<Recipient> readRecipient(const der::Element& info)
+{
+    if (info.tag != der::tagSequence) return std::nullopt;
+    der::Reader fields(info.content);
+    Recipient recipient;
+    if (!fields.next(der::tagInteger)) return std::nullopt;
+    if (const auto identity = fields.next(der::tagSequence))
+        recipient.issuerAndSerial = copyOf(identity->whole);
+    else if (const auto identifier = fields.next(der::implicitTag(0)))
+        recipient.keyIdentifier = copyOf(identifier->content);
+    const auto algorithm = fields.next(der::tagSequence);
+    const auto key = fields.next(der::tagOctetString);
+    const auto oid = algorithm ? der::Reader(algorithm->content).next(der::tagOid) : std::nullopt;
+    if (!oid || !key) return std::nullopt;
+    recipient.algorithm = copyOf(oid->whole);
+    recipient.wrappedKey = copyOf(key->content);
+    return recipient;
+}
+
+std::vector<Recipient> readRecipients(ByteView set)
+{
+    std::vector<Recipient> recipients;
+    const auto all = der::Reader(set).next(der::tagSet);
+    der::Reader infos(all ? all->content : ByteView());
+    while (const auto info = infos.next())
+        if (auto recipient = readRecipient(*info)) recipients.push_back(std::move(*recipient));
+    return recipients;
+}
+
+void readCipher(ByteView algorithm, Envelope& envelope)
+{
+    const auto outer = der::Reader(algorithm).next(der::tagSequence);
+    der::Reader fields(outer ? outer->content : ByteView());
+    const auto oid = fields.next(der::tagOid);
+    const auto iv = fields.next(der::tagOctetString);
+    envelope.cipher = oid ? cipherOfOid(oid->whole) : nullptr;
+    if (!envelope.cipher || !iv || iv->content.size() != envelope.cipher->blockSize)
+        throw Failure(
+            "the content's cipher is not one of AES-128, AES-192, AES-256 and triple DES in CBC mode; ask for one of these");
+    envelope.iv = copyOf(iv->content);
+}
+
+// Leaves the stream before the encrypted content.
+Envelope readEnvelope(BerStream& stream)
+{
+    Envelope envelope{};
+    stream.enter(der::tagSequence);
+    if (stream.element() != der::oid(cms::oidEnvelopedData)) stream.refuse();
+    stream.enter(der::explicitTag(0));
+    stream.enter(der::tagSequence);
+    stream.element();
+    Bytes recipients = stream.element();
+    // Certificates of the sender may stand before the recipients.
+    if (recipients.at(0) == der::explicitTag(0)) recipients = stream.element();
+    envelope.recipients = readRecipients(recipients);
+    stream.enter(der::tagSequence);
+    stream.element();
+    readCipher(stream.element(), envelope);
+    return envelope;
+}
+
+Bytes keyIdentifierOf(const CERT_CONTEXT& certificate)
+{
+    DWORD size = 0;
+    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, nullptr, &size)) return {};
+    Bytes identifier(size);
+    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, identifier.data(), &size)) return {};
+    return identifier;
+}
+
+bool isFor(const Recipient& recipient, const CERT_CONTEXT& certificate)
+{
+    if (!recipient.issuerAndSerial.empty()) return recipient.issuerAndSerial == cms::issuerAndSerial(certificate);
+    return !recipient.keyIdentifier.empty() && recipient.keyIdentifier == keyIdentifierOf(certificate);
+}
+
+struct Match {
+    TokenKey key;
+    const Recipient* recipient;
+};
+
+Match findRecipient(std::vector<TokenKey> keys, const std::string& keyName, const Envelope& envelope, const std::string& fileName)
+{
+    if (!keyName.empty()) {
+        TokenKey chosen = chooseDecryptionKey(std::move(keys), keyName);
+        keys.clear();
+        keys.push_back(std::move(chosen));
+    }
+    for (TokenKey& key : keys) {
+        if (!key.certificate || !key.canDecrypt) continue;
+        const auto found =
+            std::ranges::find_if(envelope.recipients, [&](const Recipient& item) { return isFor(item, *key.certificate); });
+        if (found != envelope.recipients.end()) return {std::move(key), &*found};
+    }
+    throw Failure(fileName +
+                  " is not encrypted for a key on this token that can decrypt; plug in the token it was encrypted for");
+}
+
+Bytes unwrapContentKey(TokenProvider& provider, const Match& match, const ContentCipher& cipher)
+{
+    const bool oaep = match.recipient->algorithm == der::oid(cms::oidRsaOaep);
+    if (!oaep && match.recipient->algorithm != der::oid(cms::oidRsaEncryption))
+        throw Failure("the content key is not encrypted with RSA as PKCS#1 v1.5 or OAEP; ask for one of these");
+    Bytes key = provider.unwrap(match.key, match.recipient->wrappedKey, oaep);
+    if (key.size() != cipher.keySize)
+        throw Failure("the content key does not fit the cipher; the message is damaged, get it anew");
+    return key;
+}
+
+// Decrypts in whole blocks and holds the last one back: how much of it is padding is known only at the end.
+class ContentWriter {
+public:
+    ContentWriter(ContentKey key, OutputFile& output) : key_(std::move(key)), output_(output) {}
+
+    void take(ByteView piece)
+    {
+        held_.insert(held_.end(), piece.begin(), piece.end());
+        if (held_.size() <= key_.blockSize()) return;
+        const std::size_t ready = (held_.size() - 1) / key_.blockSize() * key_.blockSize();
+        output_.write(key_.decrypt({held_.data(), ready}));
+        held_.erase(held_.begin(), held_.begin() + static_cast<std::ptrdiff_t>(ready));
+    }
+
+    void finish()
+    {
+        constexpr auto damaged = "the content is damaged or was encrypted with another key; get the message anew";
+        if (held_.size() != key_.blockSize()) throw Failure(damaged);
+        const Bytes last = key_.decrypt(held_);
+        const std::size_t padding = last.back();
+        if (padding == 0 || padding > last.size()) throw Failure(damaged);
+        const ByteView filler = ByteView(last).last(padding);
+        if (std::ranges::any_of(filler, [&](unsigned char byte) { return byte != padding; })) throw Failure(damaged);
+        output_.write(ByteView(last).first(last.size() - padding));
+    }
+
+private:
+    ContentKey key_;
+    OutputFile& output_;
+    Bytes held_;
+};
+
+} // namespace
+
+void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output)
+{
+    BerStream stream(file);
+    const Envelope envelope = readEnvelope(stream);
+    const Match match = findRecipient(provider.keys(), keyName, envelope, file.name());
+    Bytes key = unwrapContentKey(provider, match, *envelope.cipher);
+    ContentWriter writer(ContentKey(*envelope.cipher, key, envelope.iv), output);
+    SecureZeroMemory(key.data(), key.size());
+
+    Progress progress("decrypting", file.size());
+    stream.octets([&](ByteView piece) {
+        writer.take(piece);
+        progress.advance(piece.size());
+    });
+    writer.finish();
+}
+
+} // namespace quelta

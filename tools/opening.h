@@ -1,0 +1,13 @@
+// Opens CMS EnvelopedData of any size with a key on the token.
+#pragma once
+
+#include "files.h"
+#include "token_provider.h"
+
+namespace quelta {
+
+// `keyName` chooses the key; empty takes the one that the message was encrypted for. The whole content is in `output` on return,
+// or a Failure says why not.
+void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output);
+
+} // namespace quelta

@@ -1,0 +1,35 @@
+#include "progress.h"
+
+#include "text.h"
+
+#include <algorithm>
+
+namespace quelta {
+
+using namespace std::chrono_literals;
+
+Progress::Progress(std::string verb, std::uint64_t total)
+    : verb_(std::move(verb)), total_(total), next_(Clock::now() + 1s), console_(errorsGoToConsole())
+{}
+
+Progress::~Progress()
+{
+    if (shown_) writeToErrors('\r' + std::string(shown_, ' ') + '\r');
+}
+
+void Progress::advance(std::uint64_t bytes)
+{
+    done_ += bytes;
+    const auto now = Clock::now();
+    if (!console_ || now < next_) return;
+    next_ = now + 200ms;
+
+    constexpr std::uint64_t megabyte = 1024 * 1024;
+    const std::uint64_t percent = total_ ? std::min<std::uint64_t>(100, done_ / megabyte * 100 / (total_ / megabyte + 1)) : 100;
+    const std::string line = verb_ + ' ' + std::to_string(percent) + " % (" + std::to_string(done_ / megabyte) + " of " +
+                             std::to_string(total_ / megabyte) + " MB)";
+    writeToErrors('\r' + line);
+    shown_ = std::max(shown_, line.size());
+}
+
+} // namespace quelta

@@ -1,0 +1,30 @@
+// Tells how far a long run has come, on a console only and only once it has taken a second.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+namespace quelta {
+
+class Progress {
+public:
+    Progress(std::string verb, std::uint64_t total);
+    ~Progress();
+    Progress(const Progress&) = delete;
+    Progress& operator=(const Progress&) = delete;
+
+    void advance(std::uint64_t bytes);
+
+private:
+    using Clock = std::chrono::steady_clock;
+
+    std::string verb_;
+    std::uint64_t total_;
+    std::uint64_t done_ = 0;
+    Clock::time_point next_;
+    bool console_;
+    std::size_t shown_ = 0;
+};
+
+} // namespace quelta

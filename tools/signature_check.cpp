@@ -1,0 +1,228 @@
+#include "signature_check.h"
+
+#include "bcrypt_call.h"
+#include "certificates.h"
+#include "cms_oids.h"
+#include "der.h"
+#include "digest.h"
+#include "failure.h"
+
+#include <algorithm>
+#include <map>
+#include <string_view>
+
+namespace quelta {
+
+namespace {
+
+// A message parameter, whose structure points into its own bytes.
+template <class T>
+class MessageParameter {
+public:
+    MessageParameter(HCRYPTMSG message, DWORD parameter, DWORD index = 0)
+    {
+        DWORD size = 0;
+        if (!CryptMsgGetParam(message, parameter, index, nullptr, &size)) failWithLastError("can't read the signature");
+        bytes_.resize(std::max<std::size_t>(size, sizeof(T)));
+        if (!CryptMsgGetParam(message, parameter, index, bytes_.data(), &size)) failWithLastError("can't read the signature");
+    }
+    T* get() { return reinterpret_cast<T*>(bytes_.data()); }
+    T* operator->() { return get(); }
+
+private:
+    Bytes bytes_;
+};
+
+using Digests = std::map<const HashAlgorithm*, Bytes>;
+
+Message openDetached(ByteView signature)
+{
+    Message message(CryptMsgOpenToDecode(certificateEncoding, CMSG_DETACHED_FLAG, 0, 0, nullptr, nullptr));
+    if (!message) failWithLastError("can't read the signature");
+    DWORD type = 0;
+    DWORD size = sizeof type;
+    if (!CryptMsgUpdate(message.get(), signature.data(), static_cast<DWORD>(signature.size()), TRUE) ||
+        !CryptMsgGetParam(message.get(), CMSG_TYPE_PARAM, 0, &type, &size) || type != CMSG_SIGNED)
+        throw Failure("this is no CMS signature in DER or PEM; give the .p7s first, then the file that was signed");
+    return message;
+}
+
+const HashAlgorithm& hashOf(const CMSG_SIGNER_INFO& info)
+{
+    const HashAlgorithm* hash = hashOfOid(info.HashAlgorithm.pszObjId);
+    if (!hash)
+        throw Failure(std::string("the signature uses hash ") + info.HashAlgorithm.pszObjId + ", which this tool does not know");
+    return *hash;
+}
+
+Digests digestsOf(InputFile& file, const std::vector<const HashAlgorithm*>& hashes)
+{
+    std::map<const HashAlgorithm*, Digest> running;
+    for (const HashAlgorithm* hash : hashes) running.try_emplace(hash, *hash);
+    forEachPiece(file, "verifying", [&](ByteView piece) {
+        for (auto& [hash, digest] : running) digest.update(piece);
+    });
+    Digests finished;
+    for (auto& [hash, digest] : running) finished.emplace(hash, digest.finish());
+    return finished;
+}
+
+// Empty if there is no such attribute, or not exactly one value of it.
+ByteView attributeValue(const CRYPT_ATTRIBUTES& attributes, std::string_view type)
+{
+    for (const CRYPT_ATTRIBUTE& attribute : std::span(attributes.rgAttr, attributes.cAttr))
+        if (attribute.pszObjId == type && attribute.cValue == 1) return viewOf(attribute.rgValue[0]);
+    return {};
+}
+
+Bytes encodedAttributes(const CRYPT_ATTRIBUTES& attributes)
+{
+    DWORD size = 0;
+    if (!CryptEncodeObject(certificateEncoding, PKCS_ATTRIBUTES, &attributes, nullptr, &size))
+        failWithLastError("can't read the signature");
+    Bytes encoded(size);
+    if (!CryptEncodeObject(certificateEncoding, PKCS_ATTRIBUTES, &attributes, encoded.data(), &size))
+        failWithLastError("can't read the signature");
+    encoded.resize(size);
+    return encoded;
+}
+
+// What was signed: the content's digest itself, or that of attributes which name it.
+Bytes signedDigest(const CMSG_SIGNER_INFO& info, const HashAlgorithm& hash, const Bytes& contentDigest, HCRYPTMSG message)
+{
+    if (!info.AuthAttrs.cAttr) return contentDigest;
+    const ByteView named = attributeValue(info.AuthAttrs, cms::oidMessageDigest);
+    if (!std::ranges::equal(named, der::element(der::tagOctetString, contentDigest)))
+        throw Refusal("the file is not the one that was signed: it was changed since, or it is another file");
+    MessageParameter<const char> innerType(message, CMSG_INNER_CONTENT_TYPE_PARAM);
+    if (!std::ranges::equal(attributeValue(info.AuthAttrs, cms::oidContentType), der::oid(innerType.get())))
+        throw Refusal("the signature was made over content of another type");
+    return digestOf(hash, encodedAttributes(info.AuthAttrs));
+}
+
+BcryptKey importPublicKey(const CERT_CONTEXT& certificate)
+{
+    BCRYPT_KEY_HANDLE key = nullptr;
+    if (!CryptImportPublicKeyInfoEx2(X509_ASN_ENCODING, &certificate.pCertInfo->SubjectPublicKeyInfo, 0, nullptr, &key))
+        throw Failure(
+            "this system can't verify with the signer's kind of key; use another tool, as in openssl cms -verify -binary");
+    return BcryptKey(key);
+}
+
+bool signatureHolds(const CERT_CONTEXT& certificate, const HashAlgorithm& hash, ByteView digest, ByteView signature)
+{
+    const auto kind = publicKeyKind(certificate);
+    if (!kind) throw Failure("the signer's key is neither RSA nor on P-256, P-384 or P-521; verify with another tool");
+    const BcryptKey key = importPublicKey(certificate);
+    BCRYPT_PKCS1_PADDING_INFO padding{hash.cngName};
+    // ECDSA uses no more of a digest than the curve's size; some systems fail on a longer one instead of cutting it.
+    if (kind->elliptic) digest = digest.first(std::min(digest.size(), kind->coordinateSize));
+    const auto value =
+        kind->elliptic ? der::ecdsaHalves(signature, kind->coordinateSize) : Bytes(signature.begin(), signature.end());
+    return value && BCryptVerifySignature(key.get(), kind->elliptic ? nullptr : &padding, bcryptInput(digest),
+                                          static_cast<ULONG>(digest.size()), bcryptInput(*value),
+                                          static_cast<ULONG>(value->size()), kind->elliptic ? 0 : BCRYPT_PAD_PKCS1) >= 0;
+}
+
+std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
+{
+    const ByteView encoded = attributeValue(info.AuthAttrs, cms::oidSigningTime);
+    FILETIME time{};
+    DWORD size = sizeof time;
+    if (encoded.empty() || !CryptDecodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, encoded.data(),
+                                              static_cast<DWORD>(encoded.size()), 0, &time, &size))
+        return std::nullopt;
+    return time;
+}
+
+Signer checkSigner(HCRYPTMSG message, DWORD index, const Digests& digests, HCERTSTORE store)
+{
+    MessageParameter<CMSG_SIGNER_INFO> info(message, CMSG_SIGNER_INFO_PARAM, index);
+    MessageParameter<CERT_INFO> identity(message, CMSG_SIGNER_CERT_INFO_PARAM, index);
+    Certificate certificate(CertGetSubjectCertificateFromStore(store, certificateEncoding, identity.get()));
+    if (!certificate) throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
+    if (info->HashEncryptionAlgorithm.pszObjId == std::string_view("1.2.840.113549.1.1.10"))
+        throw Failure("the signature uses RSA-PSS, which this tool does not know; verify with another tool");
+
+    const HashAlgorithm& hash = hashOf(*info.get());
+    const Bytes digest = signedDigest(*info.get(), hash, digests.at(&hash), message);
+    if (!signatureHolds(*certificate, hash, digest, viewOf(info->EncryptedHash)))
+        throw Refusal(info->AuthAttrs.cAttr ? "the signature itself is damaged or forged: it is not the signer's"
+                                            : "the signature does not belong to this file: one of the two was changed");
+    return {std::move(certificate), hash.name, signingTime(*info.get())};
+}
+
+struct TrustFault {
+    DWORD status;
+    const char* text;
+};
+
+constexpr TrustFault trustFaults[] = {
+    {CERT_TRUST_IS_NOT_SIGNATURE_VALID, "a certificate of the signer's chain carries a bad signature"},
+    {CERT_TRUST_IS_NOT_TIME_VALID, "a certificate of the signer's chain has expired or is not valid yet"},
+    {CERT_TRUST_IS_PARTIAL_CHAIN, "the signer's certificate does not lead to a root: an issuer's certificate is missing"},
+    {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, "a certificate of the signer's chain was issued by one that may not issue any"},
+    {CERT_TRUST_IS_CYCLIC, "the signer's chain runs in a circle"},
+    {~DWORD{0}, "the signer's chain does not hold; openssl verify tells more about it"},
+};
+
+CertificateStore storeOf(const CheckedSignature& checked, const std::vector<Certificate>& roots)
+{
+    CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
+    if (!store) failWithLastError("can't check the chain");
+    PCCERT_CONTEXT certificate = nullptr;
+    while ((certificate = CertEnumCertificatesInStore(checked.certificates.get(), certificate)))
+        CertAddCertificateContextToStore(store.get(), certificate, CERT_STORE_ADD_ALWAYS, nullptr);
+    for (const Certificate& root : roots)
+        CertAddCertificateContextToStore(store.get(), root.get(), CERT_STORE_ADD_ALWAYS, nullptr);
+    return store;
+}
+
+} // namespace
+
+CheckedSignature checkSignature(ByteView signature, InputFile& file)
+{
+    const Message message = openDetached(signature);
+    MessageParameter<DWORD> count(message.get(), CMSG_SIGNER_COUNT_PARAM);
+    if (!*count.get()) throw Refusal("nobody signed: the message holds certificates alone");
+
+    std::vector<const HashAlgorithm*> hashes;
+    for (DWORD i = 0; i < *count.get(); ++i)
+        hashes.push_back(&hashOf(*MessageParameter<CMSG_SIGNER_INFO>(message.get(), CMSG_SIGNER_INFO_PARAM, i).get()));
+    const Digests digests = digestsOf(file, hashes);
+
+    CheckedSignature checked;
+    checked.certificates.reset(CertOpenStore(CERT_STORE_PROV_MSG, certificateEncoding, 0, 0, message.get()));
+    if (!checked.certificates) failWithLastError("can't read the signature's certificates");
+    for (DWORD i = 0; i < *count.get(); ++i)
+        checked.signers.push_back(checkSigner(message.get(), i, digests, checked.certificates.get()));
+    return checked;
+}
+
+const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked, const std::vector<Certificate>& roots)
+{
+    const CertificateStore store = storeOf(checked, roots);
+    CERT_CHAIN_PARA parameters{};
+    parameters.cbSize = sizeof parameters;
+    PCCERT_CHAIN_CONTEXT built = nullptr;
+    if (!CertGetCertificateChain(nullptr, signer.certificate.get(), nullptr, store.get(), &parameters,
+                                 CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &built))
+        failWithLastError("can't check the chain");
+    const Chain chain(built);
+
+    // That this system does not trust the root is no fault here: the caller names the roots that count.
+    constexpr DWORD ignored = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_NOT_TIME_NESTED;
+    const DWORD faults = chain->TrustStatus.dwErrorStatus & ~ignored;
+    for (const TrustFault& fault : trustFaults)
+        if (faults & fault.status) throw Refusal(fault.text);
+
+    const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
+    const CERT_CONTEXT& last = *simple.rgpElement[simple.cElement - 1]->pCertContext;
+    const auto found = std::ranges::find_if(
+        roots, [&](const Certificate& root) { return std::ranges::equal(encodedOf(*root), encodedOf(last)); });
+    if (found == roots.end())
+        throw Refusal("the signer's chain ends in " + subjectOf(last) + ", which is not the root given with --root");
+    return **found;
+}
+
+} // namespace quelta

@@ -1,0 +1,46 @@
+// A way to the token: through CryptoAPI or through the key storage table. Private keys stay where they are; only digests and
+// wrapped keys go in, signatures and content keys come out.
+#pragma once
+
+#include "digest.h"
+#include "log/bytes.h"
+#include "windows_handles.h"
+
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace quelta {
+
+struct TokenKey {
+    std::string name;
+    // Empty if the token has none for this key.
+    Certificate certificate;
+    bool canSign = false;
+    bool canDecrypt = false;
+};
+
+class TokenProvider {
+public:
+    virtual ~TokenProvider() = default;
+
+    virtual std::vector<TokenKey> keys() = 0;
+    // Without it the provider's own dialog asks when a private key is used.
+    virtual void usePin(const std::string& pin) = 0;
+    // The key's certificate and its issuers, DER, as far as they are known.
+    virtual std::vector<Bytes> chain(const TokenKey& key) = 0;
+    // Hashes `data` and signs the digest. RSA: PKCS#1 v1.5, big-endian; ECDSA: r and s, halves of equal length.
+    virtual Bytes sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data) = 0;
+    // Opens a content key that was encrypted for the key, given big-endian as a message carries it.
+    virtual Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) = 0;
+};
+
+enum class Interface { csp, ksp };
+
+std::unique_ptr<TokenProvider> openProvider(Interface kind);
+
+// The key called `name`, or the first that will do if `name` is empty; a Failure says what the token has instead.
+TokenKey chooseSigningKey(std::vector<TokenKey> keys, const std::string& name);
+TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const std::string& name);
+
+} // namespace quelta
