@@ -1,0 +1,224 @@
+# shellcheck shell=bash
+#
+# What demo.sh and test.sh have in common; sourced by both, after `set -euo pipefail`. Everything it makes stands under
+# build/: the build folders, the Wine prefix, the logs.
+#
+#   take_turn exclusive      one run at a time in this checkout
+#   take_turn shared         only beside others that share
+#   need_packages NAME...    installs through apt what is missing
+#   start_display            an X server of our own, so that windows appear on nobody's screen
+#   prepare_prefix           the Wine prefix, made at the first run, with its wineserver running
+#   choose_prefix            the prefix as it stands, for a command by hand
+#   build_preset NAME        configures if needed, builds
+#   register_provider DIR    registers DIR/QueltaCSP.dll for CryptoAPI in the prefix
+#
+# Whatever was started ends with the script, however that ends.
+
+# Wine turns file names and arguments into Windows' strings by the locale, and openssl's and apt's texts are read below.
+export LC_ALL=C.UTF-8
+
+self=$(basename "$0")
+root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
+build=$root/build
+logs=$build/logs
+prefix=$build/wine-prefix
+
+# shellcheck disable=SC2034
+build_packages=(wine wine64 xvfb g++-mingw-w64-x86-64-posix mingw-w64-tools cmake ninja-build openssl nlohmann-json3-dev
+    libcli11-dev)
+# shellcheck disable=SC2034
+test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev)
+
+display_pid=
+server_pid=
+
+say() {
+    printf '%s\n' "$*"
+}
+
+die() {
+    printf '%s: %s\n' "$self" "$*" >&2
+    exit 1
+}
+
+clean_up() {
+    local status=$?
+    trap '' INT TERM HUP
+    stop_wineserver
+    [[ -z $display_pid ]] || kill "$display_pid" 2>/dev/null || true
+    exit "$status"
+}
+
+trap clean_up EXIT
+trap 'exit 129' HUP
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+# Descriptor 9 holds the lock. No child may inherit it: a process that outlives the script would keep everybody out.
+take_turn() {
+    mkdir -p "$logs" 2>/dev/null || true
+    [[ -O $logs && -w $logs ]] ||
+        die "$build is not yours to write: remove it, or run as the user who made it"
+    exec 9>"$build/lock"
+    flock "--$1" -n 9 && return
+    say "Another run is at work in this checkout; waiting for its end." >&2
+    flock "--$1" 9
+}
+
+# Runs a command with its output in a log, whose end is shown when it fails.
+quietly() {
+    local log=$logs/$1
+    shift
+    "$@" >"$log" 2>&1 </dev/null 9>&- && return
+    show_failure "$log" >&2
+    return 1
+}
+
+# A compiler's complaint comes first and is the cause; of anything else the end tells most.
+show_failure() {
+    local found
+    found=$(grep -n -m1 -E '^FAILED:|CMake Error' "$1" | cut -d: -f1)
+    if [[ -n $found ]]; then
+        tail -n "+$found" "$1" | head -n 40
+    else
+        tail -n 30 "$1"
+    fi
+}
+
+need_packages() {
+    local name missing=() as_root=()
+    command -v dpkg-query >/dev/null || die "there is no apt here: run this on Debian 12, a container of it will do"
+    for name in "$@"; do
+        [[ $(dpkg-query -W -f='${db:Status-Status}' "$name" 2>/dev/null) == installed ]] || missing+=("$name")
+    done
+    [[ ${#missing[@]} -gt 0 ]] || return 0
+
+    say "Installing with apt: ${missing[*]}"
+    if [[ $EUID -ne 0 ]]; then
+        as_root=(sudo)
+        [[ -t 0 ]] || as_root+=(-n)
+        "${as_root[@]}" true 2>/dev/null ||
+            die "that needs root: run \"apt-get install ${missing[*]}\" as root, then ./$self again"
+    fi
+    local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
+    # Old lists may still be good enough, so only the installation decides.
+    "${apt[@]}" update >"$logs/apt.log" 2>&1 </dev/null 9>&- || true
+    "${apt[@]}" install --no-install-recommends "${missing[@]}" >>"$logs/apt.log" 2>&1 </dev/null 9>&- ||
+        die "apt could not install ${missing[*]}: check the network, then run ./$self again (see build/logs/apt.log)"
+}
+
+# Ends with the script even when that is killed, as does the wineserver.
+start_display() {
+    local number channel
+    exec {channel}< <(exec setpriv --pdeathsig TERM Xvfb -displayfd 1 -screen 0 1280x1024x24 -nolisten tcp \
+        2>"$logs/xvfb.log" </dev/null 9>&-)
+    display_pid=$!
+    read -r -t 30 -u "$channel" number || die "Xvfb did not start: $(tail -n 1 "$logs/xvfb.log")"
+    exec {channel}<&-
+    export DISPLAY=:$number
+}
+
+# One server for the whole run: without it each of a few hundred test processes would boot Windows anew. One that serves
+# the prefix already is somebody else's, and tied to another display; it gets the time to end by itself.
+start_wineserver() {
+    timeout --foreground 10 wineserver -w 9>&- ||
+        die "something else is running in build/wine-prefix: end it (WINEPREFIX=\"$prefix\" wineserver -k), then run ./$self again"
+    setpriv --pdeathsig INT wineserver -f -p >"$logs/wineserver.log" 2>&1 </dev/null 9>&- &
+    server_pid=$!
+}
+
+stop_wineserver() {
+    [[ -n $server_pid ]] || return 0
+    if kill -0 "$server_pid" 2>/dev/null; then
+        wineserver -k 9>&- || kill -9 "$server_pid" 2>/dev/null || true
+    fi
+    wait "$server_pid" 2>/dev/null || true
+    server_pid=
+}
+
+# Names what the prefix was made with; a prefix made otherwise is made again.
+prefix_recipe() {
+    printf '1 %s\n' "$(wine --version 9>&-)"
+}
+
+prefix_is_whole() {
+    local file
+    [[ -r $prefix/complete && $(<"$prefix/complete") == "$(prefix_recipe)" ]] || return 1
+    for file in system.reg user.reg dosdevices/c: dosdevices/z: drive_c/windows/system32/{kernel32,crypt32,user32}.dll; do
+        [[ -s $prefix/$file || -d $prefix/$file ]] || return 1
+    done
+}
+
+prefix_answers() {
+    quietly prefix.log timeout --foreground 180 wine reg query 'HKCU\Software\Wine\X11 Driver' /v Managed
+}
+
+make_prefix() {
+    stop_wineserver
+    rm -rf "$prefix"
+    mkdir "$prefix"
+    start_wineserver
+    quietly prefix.log timeout --foreground 600 wineboot -i || return 1
+    # There is no window manager to wait for: unmanaged windows get their focus at once.
+    quietly prefix.log wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /t REG_SZ /d N /f || return 1
+    # Writes the registry to disk.
+    stop_wineserver
+    prefix_recipe >"$prefix/complete"
+    start_wineserver
+}
+
+choose_prefix() {
+    export WINEPREFIX=$prefix WINEARCH=win64 WINEDEBUG=-all
+    # Neither .NET nor a browser engine, and no menu entries in the user's desktop.
+    export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+}
+
+prepare_prefix() {
+    choose_prefix
+    if prefix_is_whole; then
+        start_wineserver
+        prefix_answers 2>/dev/null && return
+    fi
+    say "Making a Wine prefix in build/wine-prefix."
+    make_prefix || die "Wine could not make its prefix: see build/logs/prefix.log, then run ./$self again"
+    prefix_answers || die "Wine does not run in its new prefix: see build/logs/prefix.log"
+}
+
+build_preset() {
+    local preset=$1 folder=$build/$1
+    if needs_configuring "$folder"; then
+        say "Building $preset; the first time takes some minutes."
+        quietly "configure-$preset.log" cmake --fresh --preset "$preset" -S "$root" ||
+            die "CMake could not configure $preset: see build/logs/configure-$preset.log"
+    fi
+    quietly "build-$preset.log" ninja -C "$folder" || die "$preset does not build: see build/logs/build-$preset.log"
+}
+
+# CMake itself looks after its own files; presets it reads only when asked to, and a checkout may have moved.
+needs_configuring() {
+    [[ ! -e $1/build.ninja || $root/CMakePresets.json -nt $1/CMakeCache.txt ]] ||
+        ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$1/CMakeCache.txt"
+}
+
+# The path as programs under Wine see it.
+windows_path() {
+    local path="Z:$1"
+    printf '%s' "${path//\//\\}"
+}
+
+# Windows wants a signature of the module there, and Wine that the value exists.
+register_provider() {
+    local module
+    [[ -e $1/QueltaCSP.dll ]] || die "${1#"$root"/}/QueltaCSP.dll was not built"
+    module=$(windows_path "$1/QueltaCSP.dll")
+    cat >"$build/provider.reg" <<END
+Windows Registry Editor Version 5.00
+
+[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Cryptography\\Defaults\\Provider\\Quelta Cryptographic Provider CSP]
+"Image Path"="${module//\\/\\\\}"
+"Type"=dword:00000001
+"Signature"=hex:00,00,00,00
+END
+    quietly register.log wine regedit /S "$(windows_path "$build/provider.reg")" ||
+        die "the provider could not be registered: see build/logs/register.log"
+}

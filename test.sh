@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Builds everything and runs all tests. Arguments go to ctest: ./test.sh -R SignHash
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
+
+if [[ ${1-} == --help || ${1-} == -h ]]; then
+    say "Usage: ./test.sh [CTEST-ARGUMENT]..."
+    say "Installs what is missing, builds everything under build/, and runs all tests through ctest."
+    say "Example: ./test.sh -R SignHash    the tests whose names contain SignHash"
+    exit 0
+fi
+[[ ${1-} != -- ]] || shift
+
+# One test run over both builds, so that there is one summary.
+join_tests() {
+    local preset
+    for preset in "$@"; do
+        [[ ! -e $build/$preset/CTestTestfile.cmake ]] || printf 'subdirs("%s")\n' "$preset"
+    done >"$build/CTestTestfile.cmake"
+}
+
+# Passed tests are left out of what is shown; asked for something particular, ctest answers in full.
+run_tests() {
+    local passed='^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+:.* Passed )'
+    local ctest=(ctest --test-dir "$build" --output-on-failure --no-tests=error "$@") status=0
+    if [[ $# -gt 0 ]]; then
+        "${ctest[@]}" </dev/null 9>&- || status=$?
+    else
+        "${ctest[@]}" 2>&1 </dev/null 9>&- | { grep --line-buffered -vE "$passed" || true; } || status=$?
+    fi
+    return "$status"
+}
+
+take_turn exclusive
+need_packages "${build_packages[@]}" "${test_packages[@]}"
+start_display
+prepare_prefix
+build_preset native-fuzz
+build_preset mingw-debug
+join_tests native-fuzz mingw-debug
+run_tests "$@"
