@@ -1,7 +1,7 @@
 #include "cms_signed_data.h"
 
 #include "certificates.h"
-#include "cms_oids.h"
+#include "cms_common.h"
 #include "der.h"
 #include "failure.h"
 
@@ -33,11 +33,6 @@ Bytes signerInfo(const Signature& signature)
 }
 
 } // namespace
-
-Bytes issuerAndSerial(const CERT_CONTEXT& certificate)
-{
-    return der::sequence({viewOf(certificate.pCertInfo->Issuer), der::element(der::tagInteger, serialContent(certificate))});
-}
 
 Bytes signingTimeNow()
 {

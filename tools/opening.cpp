@@ -2,7 +2,7 @@
 
 #include "ber_stream.h"
 #include "certificates.h"
-#include "cms_oids.h"
+#include "cms_common.h"
 #include "content_cipher.h"
 #include "der.h"
 #include "failure.h"

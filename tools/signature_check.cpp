@@ -2,7 +2,7 @@
 
 #include "bcrypt_call.h"
 #include "certificates.h"
-#include "cms_oids.h"
+#include "cms_common.h"
 #include "der.h"
 #include "digest.h"
 #include "failure.h"

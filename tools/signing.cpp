@@ -1,7 +1,7 @@
 #include "signing.h"
 
 #include "certificates.h"
-#include "cms_oids.h"
+#include "cms_common.h"
 #include "cms_signed_data.h"
 #include "der.h"
 #include "failure.h"
