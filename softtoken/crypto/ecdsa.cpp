@@ -77,12 +77,6 @@ private:
     const Curve& curve_;
 };
 
-const CurveArithmetic& arithmeticOf(const Curve& curve)
-{
-    static const CurveArithmetic all[] = {CurveArithmetic(curves[0]), CurveArithmetic(curves[1]), CurveArithmetic(curves[2])};
-    return all[curve.algorithm - algorithmP256];
-}
-
 Number CurveArithmetic::timesSmall(const Number& number, int factor) const
 {
     Number result = number;
@@ -202,25 +196,25 @@ const Curve* curveOfAlgorithm(std::uint32_t algorithm)
 // Eight bytes more than the order has, so that the remainder favours no value noticeably.
 Bytes newScalar(const Curve& curve)
 {
-    const Number last = difference(arithmeticOf(curve).order.value(), Number{1});
+    const Number last = difference(CurveArithmetic(curve).order.value(), Number{1});
     const Number below = remainder(numberFrom(randomBytes(curve.fieldSize() + 8)), last);
     return bigEndian(sum(below, Number{1}), curve.fieldSize());
 }
 
 Bytes pointOfScalar(const Curve& curve, ByteView scalar)
 {
-    const CurveArithmetic& arithmetic = arithmeticOf(curve);
+    const CurveArithmetic arithmetic(curve);
     return arithmetic.encode(arithmetic.multiply(arithmetic.generator, requireScalar(arithmetic, scalar)));
 }
 
 bool isPointOnCurve(const Curve& curve, ByteView point)
 {
-    return arithmeticOf(curve).decode(point).has_value();
+    return CurveArithmetic(curve).decode(point).has_value();
 }
 
 Bytes ecdsaSign(const Curve& curve, ByteView scalar, ByteView digest)
 {
-    const CurveArithmetic& arithmetic = arithmeticOf(curve);
+    const CurveArithmetic arithmetic(curve);
     const Modulus& order = arithmetic.order;
     const Number secret = requireScalar(arithmetic, scalar);
     const Number message = arithmetic.numberOfDigest(digest);
@@ -237,7 +231,7 @@ Bytes ecdsaSign(const Curve& curve, ByteView scalar, ByteView digest)
 
 bool ecdsaVerify(const Curve& curve, ByteView encodedPoint, ByteView digest, ByteView signature)
 {
-    const CurveArithmetic& arithmetic = arithmeticOf(curve);
+    const CurveArithmetic arithmetic(curve);
     const Modulus& order = arithmetic.order;
     const std::optional<Point> point = arithmetic.decode(encodedPoint);
     if (!point || signature.size() != 2 * curve.fieldSize()) return false;

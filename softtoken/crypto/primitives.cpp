@@ -1,20 +1,13 @@
 #include "crypto/primitives.h"
 
+#include <algorithm>
 #include <limits>
-#include <map>
-#include <mutex>
-#include <utility>
 
 namespace quelta::softtoken {
 
 namespace {
 
 constexpr ULONG mostAtOnce = 0x40000000;
-
-struct CloseProvider {
-    void operator()(BCRYPT_ALG_HANDLE algorithm) const { BCryptCloseAlgorithmProvider(algorithm, 0); }
-};
-using OwnedProvider = std::unique_ptr<void, CloseProvider>;
 
 template <class Rule>
 const DigestAlgorithm* findDigest(Rule rule);
@@ -47,12 +40,10 @@ void requireSuccess(NTSTATUS status, const char* what)
     if (status < 0) throw TokenError(std::string(what) + " was refused by the system, status " + std::to_string(status));
 }
 
-BCRYPT_ALG_HANDLE provider(const wchar_t* algorithm, ProviderUse use)
+BCRYPT_ALG_HANDLE Providers::get(const wchar_t* algorithm, ProviderUse use)
 {
-    static std::mutex mutex;
-    static std::map<std::pair<std::wstring, ProviderUse>, OwnedProvider> opened;
-    const std::lock_guard guard(mutex);
-    OwnedProvider& found = opened[{algorithm, use}];
+    const std::lock_guard guard(mutex_);
+    auto& found = opened_[{algorithm, use}];
     if (!found) {
         BCRYPT_ALG_HANDLE handle = nullptr;
         const ULONG flags = use == ProviderUse::hmac ? BCRYPT_ALG_HANDLE_HMAC_FLAG : 0;

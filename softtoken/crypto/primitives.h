@@ -9,8 +9,12 @@
 
 #include <bcrypt.h>
 
+#include <map>
 #include <memory>
+#include <mutex>
+#include <string>
 #include <string_view>
+#include <utility>
 
 namespace quelta::softtoken {
 
@@ -24,10 +28,31 @@ struct DestroyHash {
 };
 using SystemHash = std::unique_ptr<void, DestroyHash>;
 
+struct CloseProvider {
+    void operator()(BCRYPT_ALG_HANDLE algorithm) const { BCryptCloseAlgorithmProvider(algorithm, 0); }
+};
+
 enum class ProviderUse { plain, hmac };
 
-// Opened once for each name and use, for the life of the process.
-BCRYPT_ALG_HANDLE provider(const wchar_t* algorithm, ProviderUse use = ProviderUse::plain);
+// The system's algorithms, each opened once.
+class Providers {
+public:
+    BCRYPT_ALG_HANDLE get(const wchar_t* algorithm, ProviderUse use);
+
+private:
+    std::mutex mutex_;
+    std::map<std::pair<std::wstring, ProviderUse>, std::unique_ptr<void, CloseProvider>> opened_;
+};
+
+// In the header, so that it outlives whatever keeps digests or keys in another file. None of the process-wide objects here is a
+// static of a function: the guard of such a one makes the statically linked thread runtime keep a record of the thread, with two
+// handles and a TLS slot, that no unloading of the library releases.
+inline Providers providers;
+
+inline BCRYPT_ALG_HANDLE provider(const wchar_t* algorithm, ProviderUse use = ProviderUse::plain)
+{
+    return providers.get(algorithm, use);
+}
 
 void requireSuccess(NTSTATUS status, const char* what);
 

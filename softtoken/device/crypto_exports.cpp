@@ -76,9 +76,8 @@ const StoredAesKey& wrappingKey(const TokenState& state, ByteView reference)
 int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
                     unsigned char* signature, int* signatureLength, bool, void*)
 {
-    return guarded([&] {
-        const auto state = pluggedToken(deviceId);
-        const auto [refused, pair] = privateUse(*state, keyId, pin, usageSigning);
+    return withToken(deviceId, [&](const TokenState& state) {
+        const auto [refused, pair] = privateUse(state, keyId, pin, usageSigning);
         if (refused != 0) return refused;
         const ByteView digest = viewOf(hash, hashLength);
         if (digest.empty() || signatureLength == nullptr) return static_cast<int>(Result::badArgument);
@@ -95,8 +94,7 @@ int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigne
                                const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
                                int signatureLength, void*)
 {
-    return guarded([&] {
-        pluggedToken(deviceId);
+    return withToken(deviceId, [&](const TokenState&) {
         const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
         const ByteView digest = viewOf(hash, hashLength);
         if (digest.empty()) return Result::badArgument;
@@ -107,9 +105,8 @@ int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigne
 int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
                    int cipherLength, unsigned char** plain, int* plainLength, bool, void*)
 {
-    return guarded([&] {
-        const auto state = pluggedToken(deviceId);
-        const auto [refused, pair] = privateUse(*state, keyId, pin, usageKeyExchange);
+    return withToken(deviceId, [&](const TokenState& state) {
+        const auto [refused, pair] = privateUse(state, keyId, pin, usageKeyExchange);
         if (refused != 0) return refused;
         if (plain == nullptr || plainLength == nullptr) return static_cast<int>(Result::badArgument);
         const PrivateKey key = decodePrivateKey(pair->privateKey);
@@ -123,8 +120,7 @@ int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char*
 int quelta_encrypt(EncryptionType, PaddingMode padding, const unsigned char* data, int length, unsigned char* out, int* outLength,
                    const unsigned char* publicKey, int publicKeyLength, void*)
 {
-    return guarded([&] {
-        pluggedToken();
+    return withToken([&](const TokenState&) {
         if (out == nullptr || outLength == nullptr) return Result::badArgument;
         if (padding != paddingPkcs1 && padding != paddingOaep) return Result::badArgument;
         const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
@@ -142,10 +138,9 @@ int quelta_encrypt(EncryptionType, PaddingMode padding, const unsigned char* dat
 int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength, const unsigned char* data,
                        int length, unsigned char** plain, int* plainLength, bool, const unsigned char* iv, int ivLength, void*)
 {
-    return guarded([&] {
-        const auto state = pluggedToken(deviceId);
+    return withToken(deviceId, [&](const TokenState& state) {
         if (plain == nullptr || plainLength == nullptr || !viewOf(iv, ivLength).empty()) return Result::badArgument;
-        const StoredAesKey& key = wrappingKey(*state, viewOf(keyReference, keyReferenceLength));
+        const StoredAesKey& key = wrappingKey(state, viewOf(keyReference, keyReferenceLength));
         giveBlock(aesUnwrap(key.value, viewOf(data, length)), plain, plainLength);
         return Result::ok;
     });
@@ -154,8 +149,7 @@ int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, 
 int quelta_decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
                            const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength, void*)
 {
-    return guarded([&] {
-        pluggedToken(deviceId);
+    return withToken(deviceId, [&](const TokenState&) {
         if (out == nullptr || outLength == nullptr) return Result::badArgument;
         const Cipher cipher = keyLength == 24 ? Cipher::tripleDes : Cipher::aes;
         const Bytes plain = paddedDecrypt(cipher, viewOf(key, keyLength), viewOf(iv, ivLength), viewOf(data, length));
@@ -167,8 +161,7 @@ int quelta_decryptSymetric(const char* deviceId, const unsigned char* data, int 
 
 int quelta_generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool, void*)
 {
-    return guarded([&] {
-        pluggedToken(deviceId);
+    return withToken(deviceId, [&](const TokenState&) {
         const ByteView room = viewOf(out, length);
         std::ranges::copy(randomBytes(room.size()), out);
         return Result::ok;

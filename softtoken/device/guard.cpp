@@ -1,37 +1,30 @@
 #include "device/guard.h"
 
+#include "store/pin.h"
+
 namespace quelta::softtoken {
-
-namespace {
-
-void requirePlugged(const TokenState& state, const char* deviceId)
-{
-    if (!state.plugged) throw TokenError(Result::noToken, "the token is unplugged");
-    if (deviceId == nullptr || state.serial != deviceId) throw TokenError(Result::noToken, "no token with this identifier");
-}
-
-} // namespace
 
 std::shared_ptr<const TokenState> pluggedToken()
 {
     auto state = readToken(tokenFolder());
-    if (!state || !state->plugged) throw TokenError(Result::noToken, "no token is plugged in");
-    return state;
+    return state && state->plugged ? state : nullptr;
 }
 
-std::shared_ptr<const TokenState> pluggedToken(const char* deviceId)
+bool isToken(const TokenState& state, const char* deviceId)
 {
-    auto state = pluggedToken();
-    requirePlugged(*state, deviceId);
-    return state;
+    return state.plugged && deviceId != nullptr && state.serial == deviceId;
 }
 
-void changePluggedToken(const char* deviceId, const std::function<void(TokenState&)>& change)
+int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(TokenState&)>& change) noexcept
 {
-    changeToken(tokenFolder(), [&](TokenState& state) {
-        requirePlugged(state, deviceId);
-        change(state);
-        return true;
+    return withToken(deviceId, [&](const TokenState&) {
+        int result = static_cast<int>(Result::failed);
+        changeToken(tokenFolder(), [&](TokenState& state) {
+            result = isToken(state, deviceId) ? mayUse(state, Use::administration, pin) : static_cast<int>(Result::noToken);
+            if (result == 0) result = static_cast<int>(change(state));
+            return result == 0;
+        });
+        return result;
     });
 }
 

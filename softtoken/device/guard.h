@@ -1,4 +1,6 @@
-// What every exported function has in common: the token that is plugged in, and no exception across the boundary.
+// What every exported function has in common: the token that is plugged in, the PIN, and no exception across the boundary. What
+// an application meets every day (no token, a wrong PIN, too little room) is answered without an exception: the first one in a
+// thread costs the statically linked runtime handles that no unloading of the library gives back.
 #pragma once
 
 #include "store/token_error.h"
@@ -20,13 +22,30 @@ int guarded(Work work) noexcept
     }
 }
 
-// The state of the token in the folder. Throws TokenError(noToken) if there is none or it is unplugged.
+// Null if there is no token in the folder, or it is unplugged.
 std::shared_ptr<const TokenState> pluggedToken();
-// The same, if the token has this identifier.
-std::shared_ptr<const TokenState> pluggedToken(const char* deviceId);
+bool isToken(const TokenState& state, const char* deviceId);
 
-// Changes the token of this identifier, if it is plugged in at that moment; what the change throws leaves it as it is.
-void changePluggedToken(const char* deviceId, const std::function<void(TokenState&)>& change);
+// The work gets the state of the token, if one is plugged in. With an identifier, only the token that has it.
+template <class Work>
+int withToken(Work work) noexcept
+{
+    return guarded([&] {
+        const auto state = pluggedToken();
+        return state ? static_cast<int>(work(*state)) : static_cast<int>(Result::noToken);
+    });
+}
+
+template <class Work>
+int withToken(const char* deviceId, Work work) noexcept
+{
+    return withToken([&](const TokenState& state) {
+        return isToken(state, deviceId) ? static_cast<int>(work(state)) : static_cast<int>(Result::noToken);
+    });
+}
+
+// If the PIN allows it, applies the change and writes it when it answers ok. A change that throws leaves the token as it is.
+int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(TokenState&)>& change) noexcept;
 
 // Throws TokenError(badArgument) for a negative length, or a null pointer with a length.
 ByteView viewOf(const unsigned char* data, int length);

@@ -22,13 +22,7 @@ std::uintptr_t numberOf(HashTable::Handle handle)
 
 } // namespace
 
-HashTable& hashTable()
-{
-    // The algorithms are opened first so that they are closed last: digests must not outlive theirs.
-    provider(sha256.name);
-    static HashTable only;
-    return only;
-}
+HashTable hashTable;
 
 HashTable::Handle HashTable::start(const DigestAlgorithm& algorithm)
 {

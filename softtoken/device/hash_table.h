@@ -35,6 +35,6 @@ private:
     std::map<std::uintptr_t, std::shared_ptr<Entry>> entries_;
 };
 
-HashTable& hashTable();
+extern HashTable hashTable;
 
 } // namespace quelta::softtoken

@@ -11,12 +11,6 @@ using namespace quelta::softtoken;
 
 namespace {
 
-void requireAdministration(const TokenState& state, const char* pin)
-{
-    const int result = mayUse(state, Use::administration, pin);
-    if (result != 0) throw TokenError(static_cast<Result>(result), "the PIN was refused");
-}
-
 template <std::size_t size>
 ByteView fieldBytes(const unsigned char (&field)[size], std::int32_t length)
 {
@@ -43,64 +37,61 @@ const StoredKeyPair& pairOf(const TokenState& state, const QueltaCertificate& re
 int quelta_generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair* inOut, void*)
 {
     return guarded([&] {
-        if (inOut == nullptr) return Result::badArgument;
-        requireAdministration(*pluggedToken(deviceId), pin);
-        const std::uint32_t algorithm = inOut->algorithm == 0 ? algorithmRsa2048 : inOut->algorithm;
-        // Before the lock: a large RSA key takes its time.
-        const PrivateKey key = generateKey(algorithm);
-        changePluggedToken(deviceId, [&](TokenState& state) {
-            requireAdministration(state, pin);
-            *inOut = keyPairRecord(addKeyPair(state, key, inOut->usage, fieldText(inOut->label)));
+        if (inOut == nullptr) return static_cast<int>(Result::badArgument);
+        const auto allowed = [&](const TokenState& state) { return mayUse(state, Use::administration, pin); };
+        if (const int refused = withToken(deviceId, allowed); refused != 0) return refused;
+        // Before the token is locked: a large RSA key takes its time.
+        const PrivateKey key = generateKey(inOut->algorithm == 0 ? algorithmRsa2048 : inOut->algorithm);
+        QueltaKeyPair made{};
+        const int result = changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+            made = keyPairRecord(addKeyPair(state, key, inOut->usage, fieldText(inOut->label)));
+            return Result::ok;
         });
-        return Result::ok;
+        if (result == 0) *inOut = made;
+        return result;
     });
 }
 
 int quelta_deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool, void*)
 {
-    return guarded([&] {
-        if (keyId == nullptr) return Result::badArgument;
-        changePluggedToken(deviceId, [&](TokenState& state) {
-            requireAdministration(state, pin);
-            const KeyId id = keyIdFrom({keyId, keyIdSize});
-            if (findKeyPair(state, id) == nullptr) throw TokenError(Result::noSuchKey, "no such key pair");
-            removeKeyPair(state, id);
-        });
+    if (keyId == nullptr) return static_cast<int>(Result::badArgument);
+    return changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+        const KeyId id = keyIdFrom({keyId, keyIdSize});
+        if (findKeyPair(state, id) == nullptr) return Result::noSuchKey;
+        removeKeyPair(state, id);
         return Result::ok;
     });
 }
 
 int quelta_importCertificate(const char* deviceId, const char* pin, QueltaCertificate* inOut, void*)
 {
-    return guarded([&] {
-        if (inOut == nullptr) return Result::badArgument;
-        changePluggedToken(deviceId, [&](TokenState& state) {
-            requireAdministration(state, pin);
-            const ByteView der = fieldBytes(inOut->certificate, inOut->certificateLength);
-            *inOut = certificateRecord(addCertificate(state, pairOf(state, *inOut), der));
-        });
+    if (inOut == nullptr) return static_cast<int>(Result::badArgument);
+    QueltaCertificate stored{};
+    const int result = changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+        const ByteView der = fieldBytes(inOut->certificate, inOut->certificateLength);
+        stored = certificateRecord(addCertificate(state, pairOf(state, *inOut), der));
         return Result::ok;
     });
+    if (result == 0) *inOut = stored;
+    return result;
 }
 
 int quelta_importAesKey(const char* deviceId, const char* pin, QueltaSymmetricKey* inOut, void*)
 {
-    return guarded([&] {
-        if (inOut == nullptr) return Result::badArgument;
-        changePluggedToken(deviceId, [&](TokenState& state) {
-            requireAdministration(state, pin);
-            const ByteView value = fieldBytes(inOut->keyValue, inOut->keyValueLength);
-            const StoredAesKey& key = addAesKey(state, value, inOut->encryptionType, inOut->usage, fieldText(inOut->label));
-            QueltaSymmetricKey filled = *inOut;
-            const QueltaSymmetricKey shown = aesKeyRecord(key);
-            std::ranges::copy(shown.keyId, filled.keyId);
-            std::ranges::copy(shown.keyReference, filled.keyReference);
-            std::ranges::copy(shown.label, filled.label);
-            filled.keyReferenceLength = shown.keyReferenceLength;
-            filled.usage = shown.usage;
-            filled.flag = shown.flag;
-            *inOut = filled;
-        });
+    if (inOut == nullptr) return static_cast<int>(Result::badArgument);
+    QueltaSymmetricKey stored = *inOut;
+    const int result = changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+        const ByteView value = fieldBytes(inOut->keyValue, inOut->keyValueLength);
+        const StoredAesKey& key = addAesKey(state, value, inOut->encryptionType, inOut->usage, fieldText(inOut->label));
+        const QueltaSymmetricKey shown = aesKeyRecord(key);
+        std::ranges::copy(shown.keyId, stored.keyId);
+        std::ranges::copy(shown.keyReference, stored.keyReference);
+        std::ranges::copy(shown.label, stored.label);
+        stored.keyReferenceLength = shown.keyReferenceLength;
+        stored.usage = shown.usage;
+        stored.flag = shown.flag;
         return Result::ok;
     });
+    if (result == 0) *inOut = stored;
+    return result;
 }

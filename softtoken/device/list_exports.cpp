@@ -20,27 +20,22 @@ template <class Record, class Stored, class Convert>
 void fill(std::vector<Record>& list, const char* deviceId, std::vector<Stored> TokenState::*items, Convert convert)
 {
     list.clear();
-    guarded([&] {
-        const auto state = pluggedToken(deviceId);
-        for (const Stored& item : (*state).*items) list.push_back(convert(item));
+    withToken(deviceId, [&](const TokenState& state) {
+        for (const Stored& item : state.*items) list.push_back(convert(item));
         return Result::ok;
     });
 }
 
-Lists& threadLists()
-{
-    static PerThread<Lists> lists;
-    return lists.mine();
-}
+PerThread<Lists> threadLists;
+// For a thread that there is no memory for; stays empty.
+Lists nothing;
 
-// Without memory for the thread's own lists, an empty one that nobody else fills.
 template <class Record>
 std::vector<Record>& listOf(std::vector<Record> Lists::*member, const auto& fillIt)
 {
-    static std::vector<Record> nothing;
-    std::vector<Record>* list = &nothing;
+    std::vector<Record>* list = &(nothing.*member);
     guarded([&] {
-        list = &(threadLists().*member);
+        list = &(threadLists.mine().*member);
         fillIt(*list);
         return Result::ok;
     });
@@ -66,8 +61,7 @@ std::vector<QueltaSymmetricKey>& quelta_getAesKeyList(const char* deviceId, void
 
 int quelta_getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void*)
 {
-    return guarded([&] {
-        pluggedToken();
+    return withToken([&](const TokenState&) {
         details = certificateDetails(viewOf(der, length));
         return Result::ok;
     });

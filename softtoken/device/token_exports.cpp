@@ -12,17 +12,14 @@ int quelta_init(int, int)
 
 int quelta_initDevice(const char* deviceId, bool, void*)
 {
-    return guarded([&] {
-        pluggedToken(deviceId);
-        return Result::ok;
-    });
+    return withToken(deviceId, [](const TokenState&) { return Result::ok; });
 }
 
 std::vector<std::string> quelta_getConnectedDeviceList(bool, void*)
 {
     std::vector<std::string> devices;
-    guarded([&] {
-        devices.push_back(pluggedToken()->serial);
+    withToken([&](const TokenState& state) {
+        devices.push_back(state.serial);
         return Result::ok;
     });
     return devices;
@@ -31,13 +28,12 @@ std::vector<std::string> quelta_getConnectedDeviceList(bool, void*)
 TokenInfo quelta_getTokenInfo(const char* deviceId, void*)
 {
     TokenInfo info{};
-    guarded([&] {
-        const auto state = pluggedToken(deviceId);
-        info.otherTexts[0] = state->label;
+    withToken(deviceId, [&](const TokenState& state) {
+        info.otherTexts[0] = state.label;
         info.otherTexts[1] = "software token, protects nothing";
-        info.singleSignOnEnabled = state->singleSignOnEnabled ? 1 : 0;
-        info.singleSignOnOpen = state->singleSignOnOpen ? 1 : 0;
-        info.serialNumber = state->serial;
+        info.singleSignOnEnabled = state.singleSignOnEnabled ? 1 : 0;
+        info.singleSignOnOpen = state.singleSignOnOpen ? 1 : 0;
+        info.serialNumber = state.serial;
         return Result::ok;
     });
     return info;
@@ -45,9 +41,8 @@ TokenInfo quelta_getTokenInfo(const char* deviceId, void*)
 
 int quelta_validatePassword(const char* deviceId, const char* pin, int, int* remaining, void*)
 {
-    return guarded([&] {
+    return withToken(deviceId, [&](const TokenState&) {
         if (pin == nullptr) return static_cast<int>(Result::badArgument);
-        pluggedToken(deviceId);
         const PinAnswer answer = validatePin(tokenFolder(), pin);
         if (remaining != nullptr && answer.remaining >= 0) *remaining = answer.remaining;
         return answer.result;

@@ -37,23 +37,26 @@ public:
     }
 
 private:
-    Bytes markOf(const StoredPin& stored, std::string_view pin) const
+    Bytes markOf(const StoredPin& stored, std::string_view pin)
     {
         Bytes data = stored.hash;
         append(data, bytesOf(pin));
-        return hmac(sha256, key_, data);
+        return hmac(sha256, key(), data);
     }
 
-    const Bytes key_ = randomBytes(32);
+    Bytes key()
+    {
+        const std::lock_guard guard(mutex_);
+        if (key_.empty()) key_ = randomBytes(32);
+        return key_;
+    }
+
     std::mutex mutex_;
+    Bytes key_;
     Bytes last_;
 };
 
-LastRightPin& lastRightPin()
-{
-    static LastRightPin only;
-    return only;
-}
+LastRightPin lastRightPin;
 
 bool changesNothing(const TokenState& state)
 {
@@ -82,9 +85,9 @@ StoredPin newPin(std::string_view pin, int attempts)
 
 bool isRightPin(const StoredPin& stored, std::string_view pin)
 {
-    if (lastRightPin().is(stored, pin)) return true;
+    if (lastRightPin.is(stored, pin)) return true;
     if (!equalInConstantTime(hashOf(stored, pin), stored.hash)) return false;
-    lastRightPin().remember(stored, pin);
+    lastRightPin.remember(stored, pin);
     return true;
 }
 

@@ -49,26 +49,20 @@ struct Cache {
     std::shared_ptr<const TokenState> state;
 };
 
-Cache& cache()
-{
-    static Cache only;
-    return only;
-}
+Cache cache;
 
 std::shared_ptr<const TokenState> cached(const std::filesystem::path& folder, const FileStamp& stamp)
 {
-    Cache& known = cache();
-    const std::lock_guard guard(known.mutex);
-    return known.state && known.folder == folder && known.stamp == stamp ? known.state : nullptr;
+    const std::lock_guard guard(cache.mutex);
+    return cache.state && cache.folder == folder && cache.stamp == stamp ? cache.state : nullptr;
 }
 
 void remember(const std::filesystem::path& folder, const FileStamp& stamp, std::shared_ptr<const TokenState> state)
 {
-    Cache& known = cache();
-    const std::lock_guard guard(known.mutex);
-    known.folder = folder;
-    known.stamp = stamp;
-    known.state = std::move(state);
+    const std::lock_guard guard(cache.mutex);
+    cache.folder = folder;
+    cache.stamp = stamp;
+    cache.state = std::move(state);
 }
 
 // With the lock held.
@@ -82,8 +76,9 @@ std::shared_ptr<const TokenState> load(const std::filesystem::path& folder)
         remember(folder, *stamp, state);
         return state;
     } catch (const TokenError& error) {
-        throw TokenError(Result::badData, "the token in " + textOf(folder) + " can't be read (" + error.what() +
-                                              "): restore its token.json, or make a new token with: quelta-token init --force");
+        throw TokenError(Result::badData,
+                         "the token in " + textOf(folder) + " can't be read (" + error.what() +
+                             "): restore its token.json, or make a new token with: quelta-token init --force --pin PIN");
     }
 }
 
