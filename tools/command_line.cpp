@@ -132,6 +132,8 @@ int runCommandLine(std::vector<std::string> arguments)
 {
     CLI::App app("Signs, verifies, encrypts and decrypts files with keys on a Quelta token", "quelta-sign");
     app.require_subcommand(1);
+    // A path may begin with a slash; the subcommands inherit this.
+    app.allow_windows_style_options(false);
     app.footer("quelta-sign COMMAND --help tells more. Exit codes: 0 done, 1 failed or refused, 2 wrong usage.");
     SignOptions signing;
     VerifyOptions verification;
