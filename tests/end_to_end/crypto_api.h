@@ -1,0 +1,67 @@
+// CryptoAPI as an application calls it, through advapi32. What an application would take for granted throws when it fails.
+#pragma once
+
+#include "log/bytes.h"
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <string>
+#include <utility>
+
+namespace quelta::test {
+
+template <auto Release>
+class CryptHandle {
+public:
+    CryptHandle() = default;
+    explicit CryptHandle(ULONG_PTR handle) : handle_(handle) {}
+    CryptHandle(CryptHandle&& other) noexcept : handle_(std::exchange(other.handle_, 0)) {}
+    CryptHandle& operator=(CryptHandle&& other) noexcept
+    {
+        std::swap(handle_, other.handle_);
+        return *this;
+    }
+    ~CryptHandle()
+    {
+        if (handle_) Release(handle_);
+    }
+
+    ULONG_PTR get() const { return handle_; }
+
+private:
+    ULONG_PTR handle_ = 0;
+};
+
+inline void releaseContext(HCRYPTPROV context)
+{
+    CryptReleaseContext(context, 0);
+}
+
+using Context = CryptHandle<releaseContext>;
+using Key = CryptHandle<CryptDestroyKey>;
+using Hash = CryptHandle<CryptDestroyHash>;
+
+constexpr const char providerName[] = "Quelta Cryptographic Provider CSP";
+
+// On the container of the key with this label, or without a container.
+Context openContext(const std::string& label = "");
+// Gives the token's PIN by parameter, so that no dialog asks for it.
+void usePin(const Context& context);
+
+Key userKey(const Context& context, DWORD keySpec);
+Key importKey(const Context& context, ByteView blob, const Key& unwrapping = Key());
+// bType, bVersion, reserved, aiKeyAlg: what every key blob begins with.
+Bytes blobHeader(BYTE type, ALG_ID algorithm);
+
+Hash hashOf(const Context& context, ALG_ID algorithm, ByteView data);
+// All bytes here are as CryptoAPI has them, signatures and cipher texts least significant byte first.
+Bytes sign(const Hash& hash);
+// The last error, 0 for success.
+DWORD trySign(const Context& context);
+bool verifies(const Hash& hash, ByteView signature, const Key& key);
+Bytes encrypt(const Key& key, ByteView plain, DWORD flags = 0);
+Bytes decrypt(const Key& key, ByteView cipher, DWORD flags = 0);
+
+} // namespace quelta::test

@@ -1,0 +1,42 @@
+#include "check.h"
+
+#include "encoding/rsa_public_key.h"
+#include "log/utils.h"
+
+#include <cstddef>
+#include <cstdint>
+
+using namespace quelta;
+
+namespace {
+
+std::string toHex(const Bytes& bytes)
+{
+    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
+}
+
+// The sizes of an encoding tell its content's: one byte of tag, then the length.
+void checkTlv(const Bytes& content)
+{
+    const Bytes encoded = encodeDerTlv(0x04, content);
+    fuzz::check(encoded.size() == 1 + encodeDerLength(content.size()).size() + content.size());
+}
+
+} // namespace
+
+// The text up to the first line feed is the modulus, the rest the exponent.
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    const std::string text(data, data + size);
+    const auto end = text.find('\n');
+    const std::string modulus = text.substr(0, end);
+    const std::string exponent = end == std::string::npos ? "010001" : text.substr(end + 1);
+    const Bytes bytes = hexToBytes(modulus);
+    fuzz::check(hexToBytes("0x" + toHex(bytes)) == bytes);
+    checkTlv(bytes);
+    const Bytes der = rsaPublicKeyToDer(modulus, exponent);
+    fuzz::check(isDer(der) && der.size() > bytes.size());
+    rawModulusToDer(ByteView(data, size));
+    for (const auto& piece : Utils::split(text, "\n")) fuzz::check(piece.size() <= text.size());
+    return 0;
+}

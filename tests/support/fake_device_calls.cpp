@@ -1,0 +1,294 @@
+#include "support/call_text.h"
+#include "support/fake_device_library.h"
+
+#include "token/key_match.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+namespace quelta::test {
+
+namespace {
+
+// Hands out a list in storage that this thread's next call overwrites, as the library does.
+template <class Record>
+class HandedOut {
+public:
+    std::vector<Record>& operator=(const std::deque<Record>& content)
+    {
+        records_.assign(content.begin(), content.end());
+        return records_;
+    }
+    void spoil()
+    {
+        for (Record& record : records_) std::memset(static_cast<void*>(&record), 0xEE, sizeof record);
+    }
+
+private:
+    std::vector<Record> records_;
+};
+
+thread_local HandedOut<QueltaKeyPair> handedOutPairs;
+thread_local HandedOut<QueltaCertificate> handedOutCertificates;
+thread_local HandedOut<QueltaSymmetricKey> handedOutAesKeys;
+
+void spoilLists()
+{
+    handedOutPairs.spoil();
+    handedOutCertificates.spoil();
+    handedOutAesKeys.spoil();
+}
+
+int sizeOf(ByteView bytes)
+{
+    return static_cast<int>(bytes.size());
+}
+
+// Into a buffer of the caller's, of which `room` bytes are there.
+void giveInto(const Given& given, const Bytes& otherwise, unsigned char* out, int* length, std::size_t room)
+{
+    const Bytes& bytes = given.bytes ? *given.bytes : otherwise;
+    std::copy_n(bytes.begin(), std::min(bytes.size(), room), out);
+    *length = given.reportedLength.value_or(sizeOf(bytes));
+}
+
+// Into a buffer from the C runtime's heap, which the caller frees. A reported length that is no lie is there to be read.
+void giveNew(const Given& given, const Bytes& otherwise, unsigned char** out, int* length)
+{
+    const Bytes& bytes = given.bytes ? *given.bytes : otherwise;
+    *length = given.reportedLength.value_or(sizeOf(bytes));
+    if (given.nullBuffer) return;
+    constexpr std::size_t spare = 4096;
+    *out = static_cast<unsigned char*>(std::calloc(bytes.size() + spare, 1));
+    std::ranges::copy(bytes, *out);
+}
+
+std::size_t roomOf(const int* length)
+{
+    return static_cast<std::size_t>(std::max(*length, 0));
+}
+
+ByteView idOf(const unsigned char* keyId)
+{
+    return {keyId, keyIdSize};
+}
+
+} // namespace
+
+void FakeDeviceLibrary::begin(Call call, std::string text)
+{
+    spoilLists();
+    std::function<void()> hook;
+    {
+        const std::lock_guard lock(mutex_);
+        calls_.push_back(std::move(text));
+        if (const auto found = hooks_.find(call); found != hooks_.end()) hook = found->second;
+    }
+    if (hook) hook();
+}
+
+int FakeDeviceLibrary::init(int first, int second)
+{
+    begin(Call::init, callText("init", nullptr, first, second));
+    return finish(Call::init);
+}
+
+int FakeDeviceLibrary::initDevice(const char* device, bool flag, void* libContext)
+{
+    begin(Call::initDevice, callText("initDevice", libContext, device, flag));
+    return finish(Call::initDevice);
+}
+
+std::vector<std::string> FakeDeviceLibrary::getConnectedDeviceList(bool flag, void* libContext)
+{
+    if (calledByMonitor()) return pollByMonitor();
+    begin(Call::getConnectedDeviceList, callText("getConnectedDeviceList", libContext, flag));
+    const std::lock_guard lock(mutex_);
+    return devices_;
+}
+
+TokenInfo FakeDeviceLibrary::getTokenInfo(const char* device, void* libContext)
+{
+    begin(Call::getTokenInfo, callText("getTokenInfo", libContext, device));
+    return info;
+}
+
+int FakeDeviceLibrary::validatePassword(const char* device, const char* typed, int mode, int* remaining, void* libContext)
+{
+    begin(Call::validatePassword, callText("validatePassword", libContext, device, typed, mode, *remaining));
+    if (const auto result = scripted(Call::validatePassword)) {
+        const std::lock_guard lock(mutex_);
+        if (remaining_.empty()) return *result;
+        *remaining = remaining_.front();
+        remaining_.pop_front();
+        return *result;
+    }
+    if (pin == typed) return 0;
+    constexpr int wrongPin = 5;
+    *remaining = --attempts;
+    return wrongPin;
+}
+
+std::vector<QueltaKeyPair>& FakeDeviceLibrary::getKeyPairList(const char* device, void* libContext)
+{
+    begin(Call::getKeyPairList, callText("getKeyPairList", libContext, device));
+    return handedOutPairs = keyPairs;
+}
+
+std::vector<QueltaCertificate>& FakeDeviceLibrary::getCertificateList(const char* device, void* libContext)
+{
+    begin(Call::getCertificateList, callText("getCertificateList", libContext, device));
+    return handedOutCertificates = certificates;
+}
+
+std::vector<QueltaSymmetricKey>& FakeDeviceLibrary::getAesKeyList(const char* device, void* libContext)
+{
+    begin(Call::getAesKeyList, callText("getAesKeyList", libContext, device));
+    return handedOutAesKeys = aesKeys;
+}
+
+int FakeDeviceLibrary::getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void* libContext)
+{
+    const ByteView bytes = bytesOf(der, length);
+    begin(Call::getCertificateDetails, callText("getCertificateDetails", libContext, bytes));
+    const auto found = details_.find({bytes.begin(), bytes.end()});
+    constexpr int notUnderstood = 13;
+    if (found != details_.end()) details.publicKey = found->second;
+    return scripted(Call::getCertificateDetails).value_or(found == details_.end() ? notUnderstood : 0);
+}
+
+int FakeDeviceLibrary::generateKeyPair(const char* device, const char* pinText, QueltaKeyPair* inOut, void* libContext)
+{
+    begin(Call::generateKeyPair, callText("generateKeyPair", libContext, device, pinText, inOut->algorithm, inOut->usage,
+                                          keyName(*inOut).c_str(), std::string(labelOf(*inOut)).c_str()));
+    if (const int result = finish(Call::generateKeyPair)) return result;
+    std::ranges::fill(inOut->keyId, static_cast<unsigned char>(0x77));
+    setPublicKey(*inOut, counting(bitsOfAlgorithm(inOut->algorithm) / 8, 0xC1));
+    if (onGenerate) onGenerate(*inOut);
+    return 0;
+}
+
+int FakeDeviceLibrary::deleteKeyPair(const char* device, const unsigned char* keyId, const char* pinText, bool hardware,
+                                     void* libContext)
+{
+    begin(Call::deleteKeyPair, callText("deleteKeyPair", libContext, device, idOf(keyId), pinText, hardware));
+    return finish(Call::deleteKeyPair);
+}
+
+int FakeDeviceLibrary::importCertificate(const char* device, const char* pinText, QueltaCertificate* inOut, void* libContext)
+{
+    begin(Call::importCertificate, callText("importCertificate", libContext, device, pinText, idOf(inOut->keyId),
+                                            bytesOf(inOut->certificate, inOut->certificateLength)));
+    if (onImportCertificate) onImportCertificate(*inOut);
+    return finish(Call::importCertificate);
+}
+
+int FakeDeviceLibrary::importAesKey(const char* device, const char* pinText, QueltaSymmetricKey* inOut, void* libContext)
+{
+    begin(Call::importAesKey, callText("importAesKey", libContext, device, pinText,
+                                       bytesOf(inOut->keyValue, inOut->keyValueLength), inOut->encryptionType));
+    if (const int result = finish(Call::importAesKey)) return result;
+    std::ranges::fill(inOut->keyId, static_cast<unsigned char>(0x88));
+    if (onImportAesKey) onImportAesKey(*inOut);
+    return 0;
+}
+
+int FakeDeviceLibrary::signHash(const char* device, const unsigned char* keyId, const char* pinText, const unsigned char* hash,
+                                int hashLength, unsigned char* out, int* outLength, bool flag, void* libContext)
+{
+    begin(Call::signHash,
+          callText("signHash", libContext, device, idOf(keyId), pinText, bytesOf(hash, hashLength), Room{outLength}, flag));
+    if (const int result = finish(Call::signHash)) return result;
+    const std::size_t room = roomOf(outLength);
+    giveInto(signature, counting(room), out, outLength, room);
+    return 0;
+}
+
+int FakeDeviceLibrary::verifySignatureHash(unsigned int algorithm, const char* device, const unsigned char* hash, int hashLength,
+                                           const unsigned char* publicKey, int publicKeyLength,
+                                           const unsigned char* signatureBytes, int signatureLength, void* libContext)
+{
+    begin(Call::verifySignatureHash, callText("verifySignatureHash", libContext, algorithm, device, bytesOf(hash, hashLength),
+                                              bytesOf(publicKey, publicKeyLength), bytesOf(signatureBytes, signatureLength)));
+    return finish(Call::verifySignatureHash);
+}
+
+int FakeDeviceLibrary::decrypt(const char* device, const unsigned char* keyId, const char* pinText, const unsigned char* data,
+                               int length, unsigned char** out, int* outLength, bool hardware, void* libContext)
+{
+    begin(Call::decrypt, callText("decrypt", libContext, device, idOf(keyId), pinText, bytesOf(data, length), hardware));
+    if (const int result = finish(Call::decrypt)) return result;
+    constexpr std::string_view text = "plain text";
+    giveNew(plain, Bytes(text.begin(), text.end()), out, outLength);
+    return 0;
+}
+
+int FakeDeviceLibrary::encrypt(EncryptionType type, PaddingMode padding, const unsigned char* data, int length,
+                               unsigned char* out, int* outLength, const unsigned char* publicKey, int publicKeyLength,
+                               void* libContext)
+{
+    begin(Call::encrypt, callText("encrypt", libContext, static_cast<int>(type), static_cast<int>(padding), bytesOf(data, length),
+                                  bytesOf(publicKey, publicKeyLength)));
+    if (const int result = finish(Call::encrypt)) return result;
+    constexpr std::size_t promisedRoom = 1024;
+    giveInto(cipher, counting(256), out, outLength, promisedRoom);
+    return 0;
+}
+
+int FakeDeviceLibrary::decryptAes(const char* device, const unsigned char* keyReference, int keyReferenceLength,
+                                  const unsigned char* data, int length, unsigned char** out, int* outLength, bool flag,
+                                  const unsigned char* iv, int ivLength, void* libContext)
+{
+    begin(Call::decryptAes, callText("decryptAes", libContext, device, bytesOf(keyReference, keyReferenceLength),
+                                     bytesOf(data, length), flag, bytesOf(iv, ivLength)));
+    if (const int result = finish(Call::decryptAes)) return result;
+    giveNew(unwrapped, counting(16), out, outLength);
+    return 0;
+}
+
+int FakeDeviceLibrary::decryptSymetric(const char* device, const unsigned char* data, int length, unsigned char* out,
+                                       int* outLength, const unsigned char* iv, int ivLength, const unsigned char* key,
+                                       int keyLength, void* libContext)
+{
+    const ByteView input = bytesOf(data, length);
+    begin(Call::decryptSymetric,
+          callText("decryptSymetric", libContext, device, input, bytesOf(iv, ivLength), bytesOf(key, keyLength)));
+    if (const int result = finish(Call::decryptSymetric)) return result;
+    giveInto(symmetricPlain, Bytes(input.begin(), input.end()), out, outLength, input.size());
+    return 0;
+}
+
+int FakeDeviceLibrary::initHash(const char* device, int algorithm, void** hash, void* libContext)
+{
+    begin(Call::initHash, callText("initHash", libContext, device, algorithm));
+    if (const int result = finish(Call::initHash)) return result;
+    const std::lock_guard lock(mutex_);
+    *hash = reinterpret_cast<void*>(static_cast<std::uintptr_t>(++hashes_));
+    return 0;
+}
+
+int FakeDeviceLibrary::updateHash(void* hash, const unsigned char* data, int length, void* libContext)
+{
+    begin(Call::updateHash, callText("updateHash", libContext, reinterpret_cast<std::uintptr_t>(hash), bytesOf(data, length)));
+    return finish(Call::updateHash);
+}
+
+int FakeDeviceLibrary::finalHash(void* hash, unsigned char* out, int* length, void* libContext)
+{
+    begin(Call::finalHash, callText("finalHash", libContext, reinterpret_cast<std::uintptr_t>(hash), Room{length}));
+    if (const int result = finish(Call::finalHash)) return result;
+    const std::size_t room = roomOf(length);
+    giveInto(digest, counting(std::min<std::size_t>(room, 32), 0xD0), out, length, room);
+    return 0;
+}
+
+int FakeDeviceLibrary::generateRamdomNumber(const char* device, int length, unsigned char* out, bool flag, void* libContext)
+{
+    begin(Call::generateRamdomNumber, callText("generateRamdomNumber", libContext, device, length, flag));
+    if (const int result = finish(Call::generateRamdomNumber)) return result;
+    std::ranges::copy(counting(static_cast<std::size_t>(length)), out);
+    return 0;
+}
+
+} // namespace quelta::test

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <filesystem>
+#include <ostream>
+#include <source_location>
+#include <string>
+#include <vector>
+
+namespace quelta::test {
+
+struct LogLine {
+    std::string tag;
+    std::string text;
+
+    friend bool operator==(const LogLine&, const LogLine&) = default;
+    friend std::ostream& operator<<(std::ostream& out, const LogLine& line) { return out << line.tag << line.text; }
+};
+
+inline LogLine debug(std::string text)
+{
+    return {"DEBUG ::=>", std::move(text)};
+}
+inline LogLine error(std::string text)
+{
+    return {"ERROR ::=>", std::move(text)};
+}
+
+// A temporary folder of a test's own, in place of this process's, with the folders of the log already made.
+class LogFolder {
+public:
+    enum class Folders { made, missing };
+
+    explicit LogFolder(Folders folders = Folders::made);
+    ~LogFolder();
+    LogFolder(const LogFolder&) = delete;
+    LogFolder& operator=(const LogFolder&) = delete;
+
+    const std::filesystem::path& path() const { return path_; }
+    // Where this process's lines are, for today.
+    std::filesystem::path file() const;
+
+    // All that is new in today's file since the last look, as it stands there.
+    std::string takeText();
+    // The same as lines, without the two that the device monitor's own thread writes whenever it likes.
+    std::vector<LogLine> takeLines();
+    void forget() { takeText(); }
+
+    // The new lines are these and no others.
+    void expect(const std::vector<LogLine>& expected, std::source_location where = std::source_location::current());
+
+private:
+    std::filesystem::path path_;
+    std::string oldTmp_;
+    std::size_t seen_ = 0;
+};
+
+} // namespace quelta::test

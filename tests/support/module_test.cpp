@@ -1,0 +1,62 @@
+#include "support/module_test.h"
+
+#include "support/machine_registry.h"
+
+#include "token/device_monitor.h"
+#include "token/token_state.h"
+
+#include <windows.h>
+
+namespace quelta::test {
+
+namespace {
+
+bool monitorRuns = false;
+
+void resetState()
+{
+    TokenState& state = tokenState();
+    state.libraryInitialised = false;
+    state.pinCache.clear();
+    state.sharedIv.clear();
+    state.hardwareRngFlag = 1;
+    state.containerSelectedFlag = 0;
+    // This executable holds the dialog's template as the module does.
+    state.moduleHandle = GetModuleHandleA(nullptr);
+}
+
+} // namespace
+
+ModuleTest::ModuleTest()
+{
+    markAsCallerThread();
+    token.reset();
+    setLogLevel(3);
+    if (!monitorRuns) startMonitor();
+    // A poll that found nothing may still be about to clear the state; the one after it is not.
+    if (token.lastMonitorPollFoundNothing()) token.waitForMonitorPoll();
+    resetState();
+    // Every prompt begins with this question, so a dialog that the test does not announce is seen, and no test hangs in it.
+    token.during(Call::getTokenInfo, [this] { user.watch(); });
+    log.forget();
+}
+
+ModuleTest::~ModuleTest()
+{
+    token.reset();
+}
+
+void ModuleTest::startMonitor()
+{
+    startDeviceMonitor();
+    if (!FakeDeviceLibrary::instance().waitForMonitorPoll()) ADD_FAILURE() << "The device monitor does not poll";
+    monitorRuns = true;
+}
+
+void ModuleTest::stopMonitor()
+{
+    stopDeviceMonitor();
+    monitorRuns = false;
+}
+
+} // namespace quelta::test

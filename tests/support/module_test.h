@@ -1,0 +1,37 @@
+#pragma once
+
+#include "support/dialog_user.h"
+#include "support/fake_device_library.h"
+#include "support/log_folder.h"
+
+#include <gtest/gtest.h>
+
+#include <source_location>
+#include <vector>
+
+namespace quelta::test {
+
+// For tests of the module's code in this process. Each starts with the process-wide state as after loading, one connected token
+// with the PIN "1234", log level 3, an empty log, and the device monitor already running; a test that is about its start stops it
+// first.
+class ModuleTest : public ::testing::Test {
+protected:
+    ModuleTest();
+    ~ModuleTest() override;
+
+    void expectLog(const std::vector<LogLine>& expected, std::source_location where = std::source_location::current())
+    {
+        log.expect(expected, where);
+    }
+
+    // Starts the monitor and waits until it has polled, so that none of its own lines comes later.
+    static void startMonitor();
+    // Takes up to a second.
+    static void stopMonitor();
+
+    FakeDeviceLibrary& token = FakeDeviceLibrary::instance();
+    LogFolder log;
+    DialogUser user;
+};
+
+} // namespace quelta::test

@@ -1,0 +1,170 @@
+#include "certificates.h"
+#include "cms_common.h"
+#include "content_cipher.h"
+#include "der.h"
+#include "failure.h"
+#include "opening.h"
+#include "scratch_folder.h"
+#include "test_certificate.h"
+
+#include <gtest/gtest.h>
+
+namespace quelta {
+namespace {
+
+const Bytes contentKey(32, 0x42);
+const Bytes iv(16, 0x17);
+
+// A token whose one key opens one wrapped key: what matters here is the message around it.
+class OneKeyToken : public TokenProvider {
+public:
+    std::vector<TokenKey> keys() override
+    {
+        std::vector<TokenKey> all;
+        all.push_back({"KEY", parseCertificate(testCertificate()), true, true});
+        return all;
+    }
+    void usePin(const std::string&) override {}
+    std::vector<Bytes> chain(const TokenKey&) override { return {}; }
+    Bytes sign(const TokenKey&, const HashAlgorithm&, ByteView) override { return {}; }
+    Bytes unwrap(const TokenKey&, ByteView wrapped, bool oaep) override
+    {
+        sawOaep = oaep;
+        return Bytes(wrapped.begin(), wrapped.end()) == Bytes{1, 2, 3} ? contentKey : Bytes{9};
+    }
+    bool sawOaep = false;
+};
+
+Bytes recipient(const char* algorithm = cms::oidRsaEncryption)
+{
+    const Certificate certificate = parseCertificate(testCertificate());
+    return der::sequence({der::smallInteger(0), cms::issuerAndSerial(*certificate),
+                          der::sequence({der::oid(algorithm), der::null()}), der::element(der::tagOctetString, Bytes{1, 2, 3})});
+}
+
+Bytes encryptedBlocks(Bytes content)
+{
+    const std::size_t padding = 16 - content.size() % 16;
+    content.resize(content.size() + padding, static_cast<unsigned char>(padding));
+    return ContentKey(strongestCipher(), contentKey, iv).encrypt(content);
+}
+
+Bytes cipherIdentifier()
+{
+    return der::sequence({der::oid(strongestCipher().oid), der::element(der::tagOctetString, iv)});
+}
+
+Bytes definite(ByteView encrypted, const Bytes& recipientInfo = recipient())
+{
+    const Bytes content =
+        der::sequence({der::oid(cms::oidData), cipherIdentifier(), der::element(der::implicitTag(0), encrypted)});
+    const Bytes envelope = der::sequence({der::smallInteger(0), der::setOf({recipientInfo}), content});
+    return der::sequence({der::oid(cms::oidEnvelopedData), der::element(der::explicitTag(0), envelope)});
+}
+
+// As a writer makes it that does not know the length beforehand: no lengths outside, the content in segments.
+Bytes indefinite(ByteView encrypted, std::size_t segment)
+{
+    const Bytes end{0, 0};
+    Bytes segments;
+    for (std::size_t at = 0; at < encrypted.size(); at += segment)
+        segments = der::concat(
+            {segments, der::element(der::tagOctetString, encrypted.subspan(at, std::min(segment, encrypted.size() - at)))});
+    return der::concat({Bytes{0x30, 0x80}, der::oid(cms::oidEnvelopedData), Bytes{0xA0, 0x80}, Bytes{0x30, 0x80},
+                        der::smallInteger(0), Bytes{0x31, 0x80}, recipient(), end, Bytes{0x30, 0x80}, der::oid(cms::oidData),
+                        cipherIdentifier(), Bytes{0xA0, 0x80}, segments, end, end, end, end, end});
+}
+
+class Opening : public testing::Test {
+protected:
+    Bytes open(const Bytes& message)
+    {
+        InputFile input(folder.write("message", message));
+        OutputFile output(folder / "content");
+        decryptWith(token, "", input, output);
+        output.commit();
+        return folder.read("content");
+    }
+
+    ScratchFolder folder;
+    OneKeyToken token;
+};
+
+TEST_F(Opening, ContentOfEveryLengthAroundABlockComesBack)
+{
+    for (const std::size_t size : {0u, 1u, 15u, 16u, 17u, 1000u}) {
+        const Bytes content(size, 0x10);
+        EXPECT_EQ(open(definite(encryptedBlocks(content))), content) << size;
+    }
+}
+
+TEST_F(Opening, SegmentsMayBreakAnywhere)
+{
+    const Bytes content(333, 'x');
+    for (const std::size_t segment : {1u, 7u, 16u, 4096u})
+        EXPECT_EQ(open(indefinite(encryptedBlocks(content), segment)), content) << segment;
+}
+
+TEST_F(Opening, AMessageCutAnywhereFailsAndKeepsTheOldFile)
+{
+    folder.write("content", Bytes{'o', 'l', 'd'});
+    const Bytes whole = definite(encryptedBlocks(Bytes(40, 'x')));
+    for (std::size_t length = 0; length < whole.size(); ++length)
+        EXPECT_THROW(open({whole.begin(), whole.begin() + static_cast<std::ptrdiff_t>(length)}), Failure) << length;
+    EXPECT_EQ(folder.read("content"), (Bytes{'o', 'l', 'd'}));
+}
+
+TEST_F(Opening, NoBrokenByteOfTheHeadLeavesAHalfFile)
+{
+    const Bytes whole = definite(encryptedBlocks(Bytes(40, 'x')));
+    for (std::size_t at = 0; at < whole.size() - 48; ++at) {
+        for (const int change : {0x01, 0x80, 0xFF}) {
+            Bytes broken = whole;
+            broken[at] = static_cast<unsigned char>(broken[at] ^ change);
+            std::filesystem::remove(folder / "content");
+            bool opened = true;
+            try {
+                open(broken);
+            } catch (const Failure&) {
+                opened = false;
+            }
+            EXPECT_EQ(folder.fileCount(), opened ? 2 : 1) << at;
+        }
+    }
+}
+
+TEST_F(Opening, BadPaddingIsRefused)
+{
+    for (const int last : {0, 17, 255}) {
+        Bytes block(16, 3);
+        block.back() = static_cast<unsigned char>(last);
+        const Bytes encrypted = ContentKey(strongestCipher(), contentKey, iv).encrypt(block);
+        EXPECT_THROW(open(definite(encrypted)), Failure) << last;
+    }
+    EXPECT_THROW(open(definite({})), Failure) << "no block at all";
+    EXPECT_THROW(open(definite(ByteView(encryptedBlocks({})).first(15))), Failure) << "no whole block";
+}
+
+TEST_F(Opening, TheKeyTransportIsToldApart)
+{
+    open(definite(encryptedBlocks({}), recipient(cms::oidRsaOaep)));
+    EXPECT_TRUE(token.sawOaep);
+    open(definite(encryptedBlocks({})));
+    EXPECT_FALSE(token.sawOaep);
+    EXPECT_THROW(open(definite(encryptedBlocks({}), recipient(cms::oidData))), Failure);
+}
+
+TEST_F(Opening, AMessageForSomebodyElseSaysSo)
+{
+    Bytes other = recipient();
+    other[other.size() / 3] ^= 1;
+    try {
+        open(definite(encryptedBlocks({}), other));
+        FAIL();
+    } catch (const Failure& failure) {
+        EXPECT_NE(std::string(failure.what()).find("not encrypted for a key on this token"), std::string::npos) << failure.what();
+    }
+}
+
+} // namespace
+} // namespace quelta

@@ -1,0 +1,50 @@
+// A folder that lives as long as the test.
+#pragma once
+
+#include "files.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+namespace quelta {
+
+class ScratchFolder {
+public:
+    ScratchFolder()
+    {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        path_ = std::filesystem::temp_directory_path() / (std::string("quelta-") + info->test_suite_name() + '-' + info->name());
+        std::filesystem::remove_all(path_);
+        std::filesystem::create_directories(path_);
+    }
+    ~ScratchFolder()
+    {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    ScratchFolder(const ScratchFolder&) = delete;
+    ScratchFolder& operator=(const ScratchFolder&) = delete;
+
+    std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
+
+    std::filesystem::path write(const std::filesystem::path& name, ByteView content) const
+    {
+        std::ofstream(path_ / name, std::ios::binary)
+            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+        return path_ / name;
+    }
+    Bytes read(const std::filesystem::path& name) const
+    {
+        std::ifstream file(path_ / name, std::ios::binary);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    std::ptrdiff_t fileCount() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }
+
+private:
+    std::filesystem::path path_;
+};
+
+} // namespace quelta
