@@ -260,9 +260,11 @@ BOOL WINAPI CPDuplicateHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD*, DWORD dw
         auto copy = copyOf(*source);
         const Answer started = startDeviceHash(*context, *copy);
         if (!started.value) return started;
-        const void* const address = copy.get();
+        // Put into words while a failure can still take the copy back.
+        const std::string sourceText = addressText(source);
+        const std::string copyText = addressText(copy.get());
         *phHash = handOut(std::move(copy));
-        logDebug("CPDuplicateHash - source: ", addressText(source), " duplicate: ", addressText(address));
+        logDebug("CPDuplicateHash - source: ", sourceText, " duplicate: ", copyText);
         return done();
     });
 }
