@@ -23,7 +23,7 @@ join_tests() {
 # Passed tests are left out of what is shown; asked for something particular, ctest answers in full.
 run_tests() {
     local passed='^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+:.* Passed )'
-    local ctest=(ctest --test-dir "$build" --output-on-failure --no-tests=error "$@") status=0
+    local ctest=(ctest --test-dir "$build" --parallel "$(nproc)" --output-on-failure --no-tests=error "$@") status=0
     if [[ $# -gt 0 ]]; then
         "${ctest[@]}" </dev/null 9>&- || status=$?
     else
