@@ -1,7 +1,7 @@
 #include "crypto/primitives.h"
 #include "crypto/rsa.h"
 #include "crypto/symmetric.h"
-#include "device/exports.h"
+#include "token/device_functions.h"
 #include "device/guard.h"
 #include "store/pin.h"
 

@@ -1,5 +1,5 @@
 #include "device/certificate_texts.h"
-#include "device/exports.h"
+#include "token/device_functions.h"
 #include "device/guard.h"
 #include "device/per_thread.h"
 #include "device/records.h"

@@ -1,4 +1,4 @@
-#include "device/exports.h"
+#include "token/device_functions.h"
 #include "device/guard.h"
 #include "store/pin.h"
 

@@ -4,7 +4,7 @@
 #include "csp/output.h"
 #include "encoding/public_key_form.h"
 #include "token/expired_session.h"
-#include "token/table.h"
+#include "token/key_match.h"
 #include "token/work_buffer.h"
 
 #include <algorithm>
@@ -12,26 +12,6 @@
 namespace quelta {
 
 namespace {
-
-struct EncryptionRow {
-    std::size_t publicKeySize;
-    EncryptionType type;
-};
-
-// Compared with the number of public-key bytes, not of bits: so every real key takes the default. What the library is used to.
-constexpr EncryptionRow encryptionTypes[] = {
-    {1024, EncryptionType{7}},
-    {2048, EncryptionType{8}},
-    {3072, EncryptionType{9}},
-    {4096, EncryptionType{10}},
-};
-constexpr EncryptionType defaultEncryptionType{8};
-
-EncryptionType encryptionTypeOf(const KeyContext& key)
-{
-    const auto* row = findRow(encryptionTypes, &EncryptionRow::publicKeySize, key.publicKey.size());
-    return row ? row->type : defaultEncryptionType;
-}
 
 constexpr PublicKeyTexts publicKeyTexts = {
     .alreadyDer = "CSP: Public key is already DER encoded",
@@ -48,8 +28,10 @@ Answer encryptInPlace(const CspContext& context, const KeyContext& key, DWORD fl
     const Bytes publicKey = publicKeyForDevice(key.publicKey.view(), publicKeyTexts);
     WorkBuffer work(encryptionRoom);
     const auto padding = flags & CRYPT_OAEP ? paddingOaep : paddingPkcs1;
-    const auto encrypted = context.token().encrypt(encryptionTypeOf(key), padding, buffer.first(inputLength),
-                                                   work.room().first<encryptionRoom>(), publicKey);
+    // By the number of public-key bytes, not of bits, so that every real key takes the default. What the library is used to.
+    const auto type = encryptionTypeOfSize(key.publicKey.size());
+    const auto encrypted =
+        context.token().encrypt(type, padding, buffer.first(inputLength), work.room().first<encryptionRoom>(), publicKey);
     if (!encrypted) {
         logError("Encrypt data failed: ", encrypted.error());
         return fail(NTE_PROVIDER_DLL_FAIL);

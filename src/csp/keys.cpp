@@ -26,8 +26,8 @@ namespace {
 
 constexpr DWORD defaultBits = 2048;
 
-// The algorithm under which this key pair is handed out for the key specification, if it is. Once an application has asked for
-// the container's name, the specification filters nothing any more: the pair's usage alone decides, signing before key exchange.
+// The algorithm under which this key pair is handed out for the key spec, if it is. Once an application has asked for the
+// container's name, the key spec filters nothing any more: the pair's usage alone decides, signing before key exchange.
 std::optional<ALG_ID> algorithmForKeySpec(const QueltaKeyPair& pair, DWORD keySpec)
 {
     const bool anySpec = tokenState().containerSelectedFlag != 0;

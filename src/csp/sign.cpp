@@ -140,7 +140,7 @@ Outcome<Bytes> verificationKey(const CspContext& context, const KeyContext* key)
 
 using namespace quelta;
 
-// The key specification is not looked at: whichever is asked for, the container's key signs.
+// The key spec is not looked at: whichever is asked for, the container's key signs.
 BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD dwFlags, BYTE* pbSignature, DWORD* pdwSigLen)
 {
     return entryPoint("CPSignHash", [&]() -> Answer {

@@ -4,7 +4,7 @@
 #include "ksp/property.h"
 #include "ksp/provider.h"
 #include "token/expired_session.h"
-#include "token/table.h"
+#include "token/key_match.h"
 #include "token/work_buffer.h"
 
 #include <algorithm>
@@ -17,25 +17,6 @@ constexpr PublicKeyTexts publicKeyTexts = {
     .alreadyDer = "KSP: Public key is already DER encoded",
     .rawModulus = "KSP: Public key is raw modulus, converting to DER",
 };
-
-struct EncryptionRow {
-    std::uint32_t bits;
-    EncryptionType type;
-};
-
-constexpr EncryptionRow encryptionTypes[] = {
-    {1024, EncryptionType{7}},
-    {2048, EncryptionType{8}},
-    {3072, EncryptionType{9}},
-    {4096, EncryptionType{10}},
-};
-constexpr EncryptionType defaultEncryptionType{8};
-
-EncryptionType encryptionTypeOf(const KspKey& key)
-{
-    const auto* row = findRow(encryptionTypes, &EncryptionRow::bits, key.bitLength);
-    return row ? row->type : defaultEncryptionType;
-}
 
 bool isInput(const BYTE* data, DWORD length)
 {
@@ -63,8 +44,8 @@ SECURITY_STATUS encryptTo(KspOutput out, const KspProvider& provider, const KspK
     const Bytes publicKey = publicKeyForDevice(key.publicKey.view(), publicKeyTexts);
     WorkBuffer work(encryptionRoom);
     const auto padding = flags & NCRYPT_PAD_OAEP_FLAG ? paddingOaep : paddingPkcs1;
-    const auto encrypted =
-        provider.token().encrypt(encryptionTypeOf(key), padding, input, work.room().first<encryptionRoom>(), publicKey);
+    const auto encrypted = provider.token().encrypt(encryptionTypeOfSize(key.bitLength), padding, input,
+                                                    work.room().first<encryptionRoom>(), publicKey);
     if (!encrypted) {
         logError("KSP: Encrypt failed: ", encrypted.error());
         return NTE_INTERNAL_ERROR;

@@ -42,7 +42,7 @@ std::wstring_view algorithmNameOf(std::uint32_t algorithm);
 std::wstring_view algorithmGroupOf(std::uint32_t algorithm);
 
 // The key pair that a name means: the first of that identifier or that label, in the token's order; else, by the legacy key
-// specification, the first that can do it; else the only one there is. Null if there is none.
+// spec, the first that can do it; else the only one there is. Null if there is none.
 const QueltaKeyPair* chooseKey(const std::vector<QueltaKeyPair>& pairs, std::string_view name, DWORD legacyKeySpec);
 
 } // namespace quelta

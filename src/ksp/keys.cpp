@@ -129,8 +129,8 @@ std::wstring_view algorithmGroupOf(std::uint32_t algorithm)
     return isEllipticCurve(algorithm) ? L"ECDSA" : L"RSA";
 }
 
-// What follows the first search is out of KSPOpenKey's reach, which has refused a name that no key pair bears; the rule stays whole all
-// the same.
+// What follows the first search is out of KSPOpenKey's reach, which has refused a name that no key pair bears; the rule stays
+// whole all the same.
 const QueltaKeyPair* chooseKey(const std::vector<QueltaKeyPair>& pairs, std::string_view name, DWORD legacyKeySpec)
 {
     const auto first = [&](auto&& fits) -> const QueltaKeyPair* {

@@ -40,8 +40,8 @@ void DeviceMonitor::stop()
 {
     stopping_ = true;
     if (work_ && !processIsExiting()) {
-        // A thread of its own would have to be joined here, under the loader's lock, which a thread needs to end: a deadlock. A thread
-        // of the process's pool only has to come back from the callback. One that has not begun is cancelled.
+        // A thread of its own would have to be joined here, under the loader's lock, which a thread needs to end: a deadlock. A
+        // thread of the process's pool only has to come back from the callback. One that has not begun is cancelled.
         WaitForThreadpoolWorkCallbacks(work_.get(), TRUE);
         work_.reset();
         logDebug("Monitor thread joined (stopDeviceMonitor).");

@@ -1,5 +1,5 @@
-// The module's only thread of its own: asks once a second whether a token is connected, and while none is, forgets the PIN and that
-// the library was initialised. It runs until the module is unloaded.
+// The module's only thread of its own: asks once a second whether a token is connected, and while none is, forgets the PIN and
+// that the library was initialised. It runs until the module is unloaded.
 #pragma once
 
 #include "token/token_state.h"
@@ -23,8 +23,8 @@ public:
     // Starts the loop unless it is running. Without a thread to be had, nothing is started and the next call tries again.
     void start();
 
-    // Sets the stop flag, waits until nothing of the loop runs any more (up to one poll interval and one library call), then says so
-    // in the log.
+    // Sets the stop flag, waits until nothing of the loop runs any more (up to one poll interval and one library call), then says
+    // so in the log.
     void stop();
 
 private:

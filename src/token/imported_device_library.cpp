@@ -1,4 +1,4 @@
-#include "token/imported_device_library.h"
+#include "token/device_functions.h"
 
 #include "token/device_library.h"
 

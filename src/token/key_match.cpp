@@ -23,6 +23,18 @@ constexpr AlgorithmBits algorithmBits[] = {
     {algorithmP256, 256},     {algorithmP384, 384},     {algorithmP521, 521},
 };
 
+struct EncryptionSize {
+    std::size_t size;
+    EncryptionType type;
+};
+constexpr EncryptionSize encryptionSizes[] = {
+    {1024, EncryptionType{7}},
+    {2048, EncryptionType{8}},
+    {3072, EncryptionType{9}},
+    {4096, EncryptionType{10}},
+};
+constexpr EncryptionType defaultEncryptionType{8};
+
 } // namespace
 
 ByteView keyIdOf(const QueltaKeyPair& pair)
@@ -111,6 +123,12 @@ std::optional<std::uint32_t> rsaAlgorithmOfBits(std::uint32_t bits)
     const auto* row = findRow(algorithmBits, &AlgorithmBits::bits, bits);
     if (!row || isEllipticCurve(row->algorithm)) return std::nullopt;
     return row->algorithm;
+}
+
+EncryptionType encryptionTypeOfSize(std::size_t size)
+{
+    const auto* row = findRow(encryptionSizes, &EncryptionSize::size, size);
+    return row ? row->type : defaultEncryptionType;
 }
 
 bool sameBytes(ByteView left, ByteView right)

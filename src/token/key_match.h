@@ -39,6 +39,9 @@ std::uint32_t bitsOfAlgorithm(std::uint32_t algorithm);
 // The code of an RSA key of this size, if there is one.
 std::optional<std::uint32_t> rsaAlgorithmOfBits(std::uint32_t bits);
 
+// How the library is told a key's size for encryption; the default for a size that it does not know.
+EncryptionType encryptionTypeOfSize(std::size_t size);
+
 bool sameBytes(ByteView left, ByteView right);
 
 // By label if the certificate has one that is the key's, else by key reference: two references of length zero are the same.

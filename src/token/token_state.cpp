@@ -7,8 +7,9 @@ namespace quelta {
 
 namespace {
 
-// One object at namespace scope: the monitor is gone before what it uses is. And not a static of a function: the guard of such a one
-// makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that no unloading releases.
+// One object at namespace scope: the monitor is gone before what it uses is. And not a static of a function: the guard of such a
+// one makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that no unloading
+// releases.
 struct ProcessWide {
     TokenState state;
     DeviceMonitor monitor{state};

@@ -65,7 +65,7 @@ struct TokenState {
     SharedIv sharedIv;
     // PP_USE_HARDWARE_RNG.
     std::atomic<std::uint8_t> hardwareRngFlag = 1;
-    // Set by the first query for the container's name, never cleared: from then on a key specification filters nothing.
+    // Set by the first query for the container's name, never cleared: from then on a key spec filters nothing.
     std::atomic<std::uint8_t> containerSelectedFlag = 0;
     // The module's own handle, from which the PIN dialog's template is loaded.
     std::atomic<void*> moduleHandle = nullptr;

@@ -23,7 +23,7 @@ protected:
         return found;
     }
 
-    // The next key, as name, algorithm and specification; the status where there is none.
+    // The next key, as name, algorithm and key spec; the status where there is none.
     std::wstring nextKey(void*& state)
     {
         NCryptKeyName* name = nullptr;
