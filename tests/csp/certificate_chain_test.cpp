@@ -2,23 +2,15 @@
 
 #include <climits>
 #include <memory>
-#include <stdexcept>
 
 namespace quelta::test {
 
 namespace {
 
 using ::testing::Contains;
-using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 
 constexpr DWORD encoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-const LogLine rootSeen = debug("[ROOT] Self-signed root detected.");
-
-void require(BOOL done, const char* what)
-{
-    if (!done) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
-}
 
 Bytes encodedName(const std::string& name)
 {
@@ -118,7 +110,6 @@ protected:
         return handed.buffer;
     }
     std::vector<Bytes> chain() const { return certificatesOf(message()); }
-    std::ptrdiff_t rootsSeen() { return std::ranges::count(log.takeLines(), rootSeen); }
 
     CertificateMaker maker;
     QueltaKeyPair* pair = nullptr;
@@ -137,15 +128,7 @@ TEST_F(CertificateChainOfToken, HoldsTheIssuersAndNoStrangers)
     token.withCertificateOf(*pair, leaf);
     token.withCertificate(root);
     EXPECT_THAT(chain(), UnorderedElementsAre(root, issuing, leaf));
-    log.forget();
     expectHandsOut(moreDataButTrue, message(), asking());
-    log.forget();
-    message();
-    const std::vector<LogLine> once = {debug("CPGetProvParam"), debug("CPGetProvParam input : 9"), debug("CPGetProvParam : 9"),
-                                       debug("Public key match found; container=" + keyName(*pair)), rootSeen};
-    std::vector<LogLine> twice = once;
-    twice.insert(twice.end(), once.begin(), once.end());
-    expectLog(twice);
 }
 
 TEST_F(CertificateChainOfToken, EndsAtAnUnknownIssuerAndInARing)
@@ -158,7 +141,6 @@ TEST_F(CertificateChainOfToken, EndsAtAnUnknownIssuerAndInARing)
     EXPECT_THAT(chain(), UnorderedElementsAre(leaf, issuing));
     token.withCertificate(maker.make("Elsewhere", "Issuing"));
     EXPECT_THAT(chain(), Contains(leaf));
-    EXPECT_EQ(rootsSeen(), 0);
 }
 
 TEST_F(CertificateChainOfToken, SelfSignedLeafLooksForAnotherOfItsNameOnly)
@@ -166,10 +148,8 @@ TEST_F(CertificateChainOfToken, SelfSignedLeafLooksForAnotherOfItsNameOnly)
     const Bytes leaf = maker.make("Leaf", "Leaf");
     token.withCertificateOf(*pair, leaf);
     EXPECT_THAT(chain(), ElementsAre(leaf));
-    EXPECT_EQ(rootsSeen(), 0) << "the leaf itself is not looked at";
     token.withCertificate(maker.make("Leaf", "Leaf"));
     EXPECT_THAT(chain(), Contains(leaf));
-    EXPECT_EQ(rootsSeen(), 2);
 }
 
 TEST_F(CertificateChainOfToken, FirstOfTwoCertificatesLeads)
@@ -180,7 +160,6 @@ TEST_F(CertificateChainOfToken, FirstOfTwoCertificatesLeads)
     token.withCertificateOf(*pair, maker.make("Second", "Root"));
     token.withCertificate(root);
     EXPECT_THAT(chain(), UnorderedElementsAre(root, first));
-    EXPECT_EQ(rootsSeen(), 4) << "both were followed, in the query and in the answer";
 }
 
 TEST_F(CertificateChainOfToken, BelongsByPublicKeyAlone)
@@ -202,10 +181,7 @@ TEST_F(CertificateChainOfToken, BelongsByPublicKeyAlone)
     token.detailsGive({}, publicKey());
     for (const std::int32_t hostile : {-1, 3073, INT_MIN, INT_MAX, 0}) {
         record.certificateLength = hostile;
-        log.forget();
         EXPECT_EQ(query(77, asking()), (Handed{failedWith(NTE_BAD_KEY), 77, {}})) << hostile;
-        EXPECT_THAT(log.takeText(), ::testing::AllOf(::testing::HasSubstr("[ERROR] Cannot parse leaf cert"),
-                                                     ::testing::HasSubstr("Failed creating leaf certificate")));
     }
     prov = acquire();
     EXPECT_EQ(query(77, asking()), none) << "no container is no name for all";

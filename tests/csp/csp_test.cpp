@@ -8,12 +8,6 @@ namespace quelta::test {
 
 namespace {
 
-// What is set up for a test must not fail unnoticed.
-void require(BOOL done, const char* what)
-{
-    if (!done) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
-}
-
 ::testing::ScopedTrace traceOf(const std::source_location& where)
 {
     return {where.file_name(), static_cast<int>(where.line()), "from here"};
@@ -27,6 +21,11 @@ Handed callWith(BYTE* data, DWORD length, const HandOut& handOut)
 }
 
 } // namespace
+
+void require(BOOL done, const char* what)
+{
+    if (!done) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
+}
 
 Handed handTo(const Bytes& content, const HandOut& handOut)
 {

@@ -16,6 +16,9 @@
 
 namespace quelta::test {
 
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
 constexpr ULONG_PTR untouchedHandle = 0x1234;
 
 using HandOut = std::function<BOOL(BYTE* data, DWORD* length)>;
@@ -48,6 +51,9 @@ inline const BufferRule shortIsRefused = {succeeded(), failedWith(ERROR_MORE_DAT
 inline const BufferRule keyParameter = {succeeded(), failedWith(ERROR_MORE_DATA), true};
 void expectHandsOut(const BufferRule& rule, const Bytes& value, const HandOut& handOut,
                     std::source_location where = std::source_location::current());
+
+// What is set up for a test must not fail unnoticed.
+void require(BOOL done, const char* what);
 
 using Attempt = std::function<BOOL()>;
 void expectAnswer(Called<BOOL> expected, const Attempt& attempt, std::source_location where);

@@ -9,20 +9,6 @@ namespace quelta::test {
 
 namespace {
 
-enum class Takes { contextOnly, key, hash };
-
-struct EntryPoint {
-    const char* name;
-    BOOL (*call)(HCRYPTPROV prov, ULONG_PTR object);
-    Takes takes;
-    // What is answered to no context, to one that was never made ready, and to no key or hash.
-    DWORD noContext;
-    DWORD deadContext;
-    DWORD noObject = 0;
-    // What is logged of the context, after the name.
-    std::vector<LogLine> lines = {};
-};
-
 constexpr DWORD asDword(auto code)
 {
     return static_cast<DWORD>(code);
@@ -43,69 +29,43 @@ DWORD* sizeOfAll()
     return &size;
 }
 
+struct EntryPoint {
+    const char* name;
+    BOOL (*call)(HCRYPTPROV prov, HCRYPTKEY key, HCRYPTHASH hash);
+    // What is answered to no key or hash where one is wanted, to no context, and to one that was never made ready.
+    DWORD noObject = 0;
+    DWORD noContext = badUid;
+    DWORD deadContext = badUid;
+};
+
 const EntryPoint entryPoints[] = {
-    {"CPReleaseContext", [](auto prov, auto) { return CPReleaseContext(prov, 0); }, Takes::contextOnly, badUid, badUid},
-    {"CPGetProvParam",
-     [](auto prov, auto) { return CPGetProvParam(prov, PP_VERSION, bytes, sizeOfAll(), 0); },
-     Takes::contextOnly,
-     badUid,
-     badUid,
-     0,
-     {debug("CPGetProvParam not initialised")}},
-    {"CPSetProvParam", [](auto prov, auto) { return CPSetProvParam(prov, PP_SIGNATURE_PIN, bytes, 0); }, Takes::contextOnly,
-     badUid, badUid},
-    {"CPGenKey",
-     [](auto prov, auto) { return CPGenKey(prov, CALG_RSA_SIGN, 0, &out); },
-     Takes::contextOnly,
-     badUid,
-     badUid,
-     0,
-     {debug("Invalid CSP context")}},
-    {"CPGetUserKey", [](auto prov, auto) { return CPGetUserKey(prov, AT_SIGNATURE, &out); }, Takes::contextOnly, badKey, badUid},
-    {"CPGetKeyParam", [](auto prov, auto key) { return CPGetKeyParam(prov, key, KP_ALGID, bytes, sizeOfAll(), 0); }, Takes::key,
-     badUid, badUid, badKey},
-    {"CPSetKeyParam", [](auto prov, auto key) { return CPSetKeyParam(prov, key, KP_IV, bytes, 0); }, Takes::key, badUid, badUid,
+    {"CPReleaseContext", [](auto prov, auto, auto) { return CPReleaseContext(prov, 0); }},
+    {"CPGetProvParam", [](auto prov, auto, auto) { return CPGetProvParam(prov, PP_VERSION, bytes, sizeOfAll(), 0); }},
+    {"CPSetProvParam", [](auto prov, auto, auto) { return CPSetProvParam(prov, PP_SIGNATURE_PIN, bytes, 0); }},
+    {"CPGenKey", [](auto prov, auto, auto) { return CPGenKey(prov, CALG_RSA_SIGN, 0, &out); }},
+    {"CPGetUserKey", [](auto prov, auto, auto) { return CPGetUserKey(prov, AT_SIGNATURE, &out); }, 0, badKey},
+    {"CPGetKeyParam", [](auto prov, auto key, auto) { return CPGetKeyParam(prov, key, KP_ALGID, bytes, sizeOfAll(), 0); },
      badKey},
-    {"CPDestroyKey", [](auto prov, auto key) { return CPDestroyKey(prov, key); }, Takes::key, badUid, badUid, badKey},
-    {"CPImportKey",
-     [](auto prov, auto) { return CPImportKey(prov, plainKey, 64, 0, 0, &out); },
-     Takes::contextOnly,
-     badUid,
-     badUid,
-     0,
-     {debug("Input length : 64"), debug("Input flag : 0"), error("CPImportKey - Contest null or not initialised")}},
-    {"CPExportKey",
-     [](auto prov, auto key) { return CPExportKey(prov, key, 0, PUBLICKEYBLOB, 0, bytes, sizeOfAll()); },
-     Takes::key,
-     badUid,
-     badUid,
-     badParameter,
-     {debug("dwBlobType : 6"), debug("dwFlags : 0")}},
-    {"CPCreateHash", [](auto prov, auto) { return CPCreateHash(prov, CALG_SHA1, 0, 0, &out); }, Takes::contextOnly, badParameter,
-     badUid},
-    {"CPHashData", [](auto prov, auto hash) { return CPHashData(prov, hash, bytes, 64, 0); }, Takes::hash, badUid, badUid,
+    {"CPSetKeyParam", [](auto prov, auto key, auto) { return CPSetKeyParam(prov, key, KP_IV, bytes, 0); }, badKey},
+    {"CPDestroyKey", [](auto prov, auto key, auto) { return CPDestroyKey(prov, key); }, badKey},
+    {"CPImportKey", [](auto prov, auto, auto) { return CPImportKey(prov, plainKey, 64, 0, 0, &out); }},
+    {"CPExportKey", [](auto prov, auto key, auto) { return CPExportKey(prov, key, 0, PUBLICKEYBLOB, 0, bytes, sizeOfAll()); },
+     badParameter},
+    {"CPCreateHash", [](auto prov, auto, auto) { return CPCreateHash(prov, CALG_SHA1, 0, 0, &out); }, 0, badParameter},
+    {"CPHashData", [](auto prov, auto, auto hash) { return CPHashData(prov, hash, bytes, 64, 0); }, badHash},
+    {"CPGetHashParam", [](auto prov, auto, auto hash) { return CPGetHashParam(prov, hash, HP_HASHVAL, bytes, sizeOfAll(), 0); },
+     badParameter, badParameter, badHash},
+    {"CPSetHashParam", [](auto prov, auto, auto hash) { return CPSetHashParam(prov, hash, HP_HASHVAL, bytes, 0); }, badParameter,
+     badParameter, badHash},
+    {"CPDuplicateHash", [](auto prov, auto, auto hash) { return CPDuplicateHash(prov, hash, nullptr, 0, &out); }, badParameter,
+     badParameter},
+    {"CPDestroyHash", [](auto prov, auto, auto hash) { return CPDestroyHash(prov, hash); }, badHash},
+    {"CPSignHash", [](auto prov, auto, auto hash) { return CPSignHash(prov, hash, 2, nullptr, 0, bytes, sizeOfAll()); }, badHash},
+    {"CPVerifySignature", [](auto prov, auto, auto hash) { return CPVerifySignature(prov, hash, bytes, 64, 0, nullptr, 0); },
      badHash},
-    {"CPGetHashParam", [](auto prov, auto hash) { return CPGetHashParam(prov, hash, HP_HASHVAL, bytes, sizeOfAll(), 0); },
-     Takes::hash, badParameter, badHash, badParameter},
-    {"CPSetHashParam", [](auto prov, auto hash) { return CPSetHashParam(prov, hash, HP_HASHVAL, bytes, 0); }, Takes::hash,
-     badParameter, badHash, badParameter},
-    {"CPDuplicateHash", [](auto prov, auto hash) { return CPDuplicateHash(prov, hash, nullptr, 0, &out); }, Takes::hash,
-     badParameter, badUid, badParameter},
-    {"CPDestroyHash", [](auto prov, auto hash) { return CPDestroyHash(prov, hash); }, Takes::hash, badUid, badUid, badHash},
-    {"CPSignHash", [](auto prov, auto hash) { return CPSignHash(prov, hash, 2, nullptr, 0, bytes, sizeOfAll()); }, Takes::hash,
-     badUid, badUid, badHash},
-    {"CPVerifySignature",
-     [](auto prov, auto hash) { return CPVerifySignature(prov, hash, bytes, 64, 0, nullptr, 0); },
-     Takes::hash,
-     badUid,
-     badUid,
-     badHash,
-     {error("CSP Context Not Initialized")}},
-    {"CPEncrypt", [](auto prov, auto key) { return CPEncrypt(prov, key, 0, TRUE, 0, bytes, sizeOfAll(), 64); }, Takes::key,
-     badUid, badUid, badKey},
-    {"CPDecrypt", [](auto prov, auto key) { return CPDecrypt(prov, key, 0, TRUE, 0, bytes, sizeOfAll()); }, Takes::key, badUid,
-     badUid, badKey},
-    {"CPGenRandom", [](auto prov, auto) { return CPGenRandom(prov, 64, bytes); }, Takes::contextOnly, badUid, badUid},
+    {"CPEncrypt", [](auto prov, auto key, auto) { return CPEncrypt(prov, key, 0, TRUE, 0, bytes, sizeOfAll(), 64); }, badKey},
+    {"CPDecrypt", [](auto prov, auto key, auto) { return CPDecrypt(prov, key, 0, TRUE, 0, bytes, sizeOfAll()); }, badKey},
+    {"CPGenRandom", [](auto prov, auto, auto) { return CPGenRandom(prov, 64, bytes); }},
 };
 
 } // namespace
@@ -120,11 +80,6 @@ protected:
         hash = newHash(prov);
         cachePin();
     }
-    ULONG_PTR objectFor(const EntryPoint& entry) const
-    {
-        if (entry.takes == Takes::contextOnly) return 0;
-        return entry.takes == Takes::key ? key : hash;
-    }
 
     HCRYPTPROV prov = 0;
     HCRYPTKEY key = 0;
@@ -138,14 +93,11 @@ TEST_F(EntryPoints, RefuseAMissingOrUnreadyContextOrObjectEachInItsWay)
     const auto unready = reinterpret_cast<HCRYPTPROV>(&neverAcquired);
     for (const EntryPoint& entry : entryPoints) {
         SCOPED_TRACE(entry.name);
-        std::vector<LogLine> expected = {debug(entry.name)};
-        expected.insert(expected.end(), entry.lines.begin(), entry.lines.end());
         out = untouchedHandle;
-        expectFails(entry.noContext, [&] { return entry.call(0, objectFor(entry)); });
-        expectLog(expected);
-        expectFails(entry.deadContext, [&] { return entry.call(unready, objectFor(entry)); });
-        expectLog(expected);
-        if (entry.takes != Takes::contextOnly) expectFails(entry.noObject, [&] { return entry.call(prov, 0); });
+        expectFails(entry.noContext, [&] { return entry.call(0, key, hash); });
+        expectLine(debug(entry.name));
+        expectFails(entry.deadContext, [&] { return entry.call(unready, key, hash); });
+        if (entry.noObject != 0) expectFails(entry.noObject, [&] { return entry.call(prov, 0, 0); });
         EXPECT_EQ(out, std::string_view(entry.name) == "CPGenKey" ? 0 : untouchedHandle);
         log.forget();
     }
@@ -153,7 +105,7 @@ TEST_F(EntryPoints, RefuseAMissingOrUnreadyContextOrObjectEachInItsWay)
     expectFails(ERROR_CALL_NOT_IMPLEMENTED, [&] { return CPHashSessionKey(prov, hash, key, 0); });
     expectFails(NTE_NOT_SUPPORTED, [&] { return CPDeriveKey(prov, CALG_AES_128, hash, 0, &out); });
     expectLog({debug("CPGetUserKey"), debug("CPHashSessionKey"), debug("CPDeriveKey")});
-    EXPECT_THAT(token.takeCalls(), ::testing::IsEmpty());
+    EXPECT_THAT(token.takeCalls(), IsEmpty());
 }
 
 TEST_F(EntryPoints, LastErrorOfTheCallerSurvivesSuccessAtEveryLogLevel)
@@ -191,7 +143,7 @@ TEST_F(EntryPoints, LibraryThatThrowsIsAFailureThatHandsOutNothing)
         out = 0;
         token.during(thrower, [] { throw std::runtime_error("the library is in trouble"); });
         SCOPED_TRACE(name);
-        expectFails(NTE_FAIL, [&] { return entry->call(prov, objectFor(*entry)); });
+        expectFails(NTE_FAIL, [&] { return entry->call(prov, key, hash); });
         EXPECT_EQ(out, 0U);
         token.during(thrower, nullptr);
     }

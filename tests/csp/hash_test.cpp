@@ -4,20 +4,16 @@ namespace quelta::test {
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 struct Algorithm {
     ALG_ID id;
-    const char* line;
     int mechanism;
     DWORD size;
 };
 constexpr Algorithm algorithms[] = {
-    {CALG_SHA1, "Crete hash algorithm sha1", 2, 20},
-    {CALG_SHA_256, "Crete hash algorithm 256", 3, 32},
-    {CALG_SHA_384, "Crete hash algorithm 384", 4, 48},
-    {CALG_SHA_512, "Crete hash algorithm 512", 5, 64},
+    {CALG_SHA1, 2, 20},
+    {CALG_SHA_256, 3, 32},
+    {CALG_SHA_384, 4, 48},
+    {CALG_SHA_512, 5, 64},
 };
 
 } // namespace
@@ -50,14 +46,11 @@ TEST_F(Hash, EachAlgorithmStartsItsMechanismTakesADigestOfItsSizeAndReadsBackIfI
     token.withKeyPair(usageSigning, algorithmRsa2048);
     cachePin();
     for (const Algorithm& algorithm : algorithms) {
-        SCOPED_TRACE(algorithm.line);
+        SCOPED_TRACE(algorithm.size);
         HCRYPTHASH hash = 0;
         expectSucceeds([&] { return CPCreateHash(prov, algorithm.id, 77, 0, &hash); });
         ownsHash(hash);
-        const std::string mechanism = std::to_string(algorithm.mechanism);
-        EXPECT_THAT(token.takeCalls(), ElementsAre("initHash(TOKEN-1, " + mechanism + ")"));
-        expectLog({debug("CPCreateHash"), debug("Crete hash algorithm input : " + std::to_string(algorithm.id)),
-                   debug(algorithm.line), debug("Crete hash algorithm : " + mechanism)});
+        EXPECT_THAT(token.takeCalls(), ElementsAre("initHash(TOKEN-1, " + std::to_string(algorithm.mechanism) + ")"));
         const GuardedBuffer digest(counting(algorithm.size));
         expectSucceeds([&] { return CPSetHashParam(prov, hash, HP_HASHVAL, digest.data(), 0); });
         if (algorithm.size <= 32) {
@@ -71,9 +64,7 @@ TEST_F(Hash, EachAlgorithmStartsItsMechanismTakesADigestOfItsSizeAndReadsBackIfI
                 EXPECT_EQ(handTo(room(64), asking(hash, parameter)), refused);
             }
             EXPECT_EQ(handTo(room(64), asking(hash)), refused);
-            log.forget();
             EXPECT_EQ(query(64, asking(hash)), (Handed{failedWith(NTE_BAD_ALGID), 64, {}}));
-            expectLine(error("Unsupported Algorithm : " + mechanism));
         }
         handTo(room(256), [&](BYTE* data, DWORD* length) { return CPSignHash(prov, hash, 0, nullptr, 0, data, length); });
         EXPECT_THAT(token.takeDeeds(), ElementsAre(::testing::HasSubstr(", 1234, " + hexOf(digest.bytes()) + ", room 256")));
@@ -88,7 +79,6 @@ TEST_F(Hash, RefusalsChangeNothing)
     expectFails(NTE_BAD_FLAGS, [&] { return CPCreateHash(prov, CALG_MD5, 0, 1, &none); });
     for (const ALG_ID algorithm : {CALG_MD5, CALG_HMAC, 3}) {
         expectFails(NTE_BAD_ALGID, [&] { return CPCreateHash(prov, algorithm, 0, 0, &none); });
-        expectLine(debug("Crete hash algorithm defaukt"));
     }
     token.willAnswer(Call::initHash, 6);
     expectFails(NTE_FAIL, [&] { return CPCreateHash(prov, CALG_SHA1, 0, 0, &none); });
@@ -161,9 +151,6 @@ TEST_F(Hash, DuplicateStartsAfreshUnlessTheDigestWasFinished)
     feed(source, 1);
     forget();
     ASSERT_EQ(duplicate(source), succeeded());
-    std::array<char, 128> line{};
-    std::snprintf(line.data(), line.size(), "CPDuplicateHash - source: 0x%016llX duplicate: 0x%016llX", source, copy);
-    expectLog({debug("CPDuplicateHash"), debug(line.data())});
     feed(copy, 2);
     feed(source, 3);
     EXPECT_THAT(token.takeCalls(), ElementsAre("initHash(TOKEN-1, 3)", "updateHash(2, 02)", "updateHash(1, 03)"));

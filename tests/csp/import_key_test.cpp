@@ -1,6 +1,7 @@
 #include "csp/csp_test.h"
 
 #include "csp/key_context.h"
+#include "encoding/rsa_public_key.h"
 
 #include <climits>
 
@@ -8,16 +9,12 @@ namespace quelta::test {
 
 namespace {
 
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
 constexpr BYTE wrapBlob = 11;
-constexpr DWORD rsa1 = 0x31415352;
 
-Bytes publicBlob(DWORD magic, DWORD bits, std::size_t present, DWORD exponent = 65537)
+Bytes publicBlob(DWORD bits, std::size_t present, DWORD exponent = 65537)
 {
     return keyBlob(PUBLICKEYBLOB, CALG_RSA_KEYX,
-                   concat({bytesOfDword(magic), bytesOfDword(bits), bytesOfDword(exponent), Bytes(present, 0xC1)}));
+                   concat({bytesOfDword(0x31415352), bytesOfDword(bits), bytesOfDword(exponent), counting(present)}));
 }
 
 // For blobs that are too short to be public keys, on a token without AES keys.
@@ -32,22 +29,6 @@ Called<BOOL> expectedOf(BYTE type, std::size_t size)
     case wrapBlob: return failedWith(NTE_BAD_KEY);
     default: return failedWith(NTE_BAD_TYPE);
     }
-}
-
-// What the system makes of a public key in DER.
-Bytes systemsPublicBlob(ByteView der)
-{
-    CERT_PUBLIC_KEY_INFO* info = nullptr;
-    Bytes blob(2048);
-    DWORD size = 0;
-    DWORD blobSize = static_cast<DWORD>(blob.size());
-    const bool read = CryptDecodeObjectEx(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, der.data(), static_cast<DWORD>(der.size()),
-                                          CRYPT_DECODE_ALLOC_FLAG, nullptr, &info, &size) &&
-                      CryptDecodeObject(X509_ASN_ENCODING, RSA_CSP_PUBLICKEYBLOB, info->PublicKey.pbData, info->PublicKey.cbData,
-                                        0, blob.data(), &blobSize);
-    LocalFree(info);
-    blob.resize(read ? blobSize : 0);
-    return blob;
 }
 
 } // namespace
@@ -66,21 +47,6 @@ protected:
         return answer;
     }
     const KeyContext& key() const { return *keyOf(handle); }
-    // The lines that come after those on the blob's header.
-    void expectImportLog(const Bytes& blob, const std::vector<LogLine>& rest,
-                         std::source_location where = std::source_location::current())
-    {
-        const DWORD algorithm = blob[4] + 256U * blob[5];
-        std::vector<LogLine> lines = {debug("CPImportKey"),
-                                      debug("Input length : " + std::to_string(blob.size())),
-                                      debug("Input flag : 3"),
-                                      debug("CPImportKey - input type : " + std::to_string(blob[0])),
-                                      debug("CPImportKey - input version : 2"),
-                                      debug("CPImportKey - input alg : " + std::to_string(algorithm)),
-                                      debug("CPImportKey - input data length : " + std::to_string(blob.size() - 12))};
-        lines.insert(lines.end(), rest.begin(), rest.end());
-        expectLog(lines, where);
-    }
 
     HCRYPTPROV prov;
     HCRYPTKEY handle = 0;
@@ -98,58 +64,31 @@ TEST_F(ImportKey, BlobsOfEveryTypeAndLengthAreReadNoFurtherThanTheyGo)
             EXPECT_EQ(import(blob, with), expectedOf(type, size)) << "type " << int{type} << ", " << size << " bytes";
         }
     }
-}
-
-TEST_F(ImportKey, MissingPartsAreRefusedInTheirOrder)
-{
     const Bytes blob = keyBlob(PLAINTEXTKEYBLOB, CALG_AES_128, Bytes(20));
-    const auto with = [&](const Bytes& bytes, DWORD length) {
-        return [&, length] { return CPImportKey(prov, bytes.data(), length, 0, 0, nullptr); };
-    };
-    expectFails(ERROR_INVALID_PARAMETER, [] { return CPImportKey(0, nullptr, 0x80000000, 0, 0, nullptr); });
-    expectLine(error("CPImportKey - Input data is null"));
-    expectFails(ERROR_INVALID_PARAMETER, with(blob, 0x80000000));
-    expectFails(NTE_INVALID_PARAMETER, with(blob, 12));
-    expectLine(error("CPImportKey - Input data to import is empty"));
-    expectFails(NTE_BAD_TYPE, with(keyBlob(PRIVATEKEYBLOB, 0, Bytes(20)), 28));
-    expectLine(error("Key Block Not Implemented yet"));
-    expectFails(NTE_BAD_TYPE, with(keyBlob(9, 0, Bytes(20)), 28));
-    expectLine(error("CPImportKey - Unsupported type : 9"));
-    expectFails(ERROR_INVALID_PARAMETER, with(blob, 28));
-    EXPECT_THAT(token.takeCalls(), IsEmpty()) << "there was nowhere to put the handle";
+    token.takeCalls();
+    expectFails(ERROR_INVALID_PARAMETER, [&] { return CPImportKey(prov, nullptr, 28, 0, 0, &handle); });
+    expectFails(ERROR_INVALID_PARAMETER, [&] { return CPImportKey(prov, blob.data(), 0x80000000, 0, 0, &handle); });
+    expectFails(ERROR_INVALID_PARAMETER, [&] { return CPImportKey(prov, blob.data(), 28, 0, 0, nullptr); });
+    EXPECT_THAT(token.takeCalls(), IsEmpty()) << "nothing to store, or nowhere to put the handle";
 }
 
 TEST_F(ImportKey, PublicKeyMustBeThereAndOfAKnownSize)
 {
-    for (const auto& [bits, present] : {std::pair<DWORD, std::size_t>{1024, 127},
-                                        {0xFFFFFFFF, 128},
-                                        {0x80000400, 128},
-                                        {0, 0},
-                                        {1, 0},
-                                        {1536, 192},
-                                        {256, 32}}) {
-        log.forget();
-        const Bytes blob = publicBlob(rsa1, bits, present);
-        EXPECT_EQ(import(blob), failedWith(NTE_BAD_DATA)) << bits << " bits, " << present << " bytes";
-        const std::vector built = {debug("Public exponent : 010001"), error("Unsupported RSA key size")};
-        expectImportLog(blob, present < bits / 8 ? std::vector<LogLine>() : built);
+    for (const auto& [bits, present] :
+         {std::pair<DWORD, std::size_t>{1024, 127}, {0xFFFFFFFF, 128}, {0, 0}, {1536, 192}, {256, 32}}) {
+        EXPECT_EQ(import(publicBlob(bits, present)), failedWith(NTE_BAD_DATA)) << bits << " bits, " << present << " bytes";
     }
-    EXPECT_EQ(import(publicBlob(0x32415352, 1024, 128)), failedWith(NTE_BAD_DATA)) << "the magic of a private key";
 }
 
-TEST_F(ImportKey, PublicKeyIsTheSystemsSameKeyAndEncrypts)
+TEST_F(ImportKey, PublicKeyIsTurnedIntoDerAndEncrypts)
 {
     for (const DWORD code : {1, 2, 3, 4}) {
         const DWORD bits = 1024 * code;
-        const Bytes blob = publicBlob(rsa1, bits, bits / 8, 0x00010003);
-        const Bytes longer = concat({blob, {1, 2, 3}});
-        ASSERT_EQ(import(longer), succeeded());
-        expectImportLog(longer, {debug("Public exponent : 010003"), debug("PUBLICKEYBLOB imported successfully")});
-        EXPECT_EQ(systemsPublicBlob(key().publicKey.view()), blob);
+        ASSERT_EQ(import(concat({publicBlob(bits, bits / 8, 0x00010003), {1, 2, 3}})), succeeded());
+        EXPECT_EQ(hexOf(key().publicKey.view()), hexOf(rsaPublicKeyToDer(hexOf(reversed(counting(bits / 8))), "010003")));
         EXPECT_EQ(key().algorithm, code);
         EXPECT_EQ(query(0, [&](auto data, auto size) { return CPEncrypt(prov, handle, 0, TRUE, 0, data, size, 0); }).length,
                   bits / 8);
-        log.forget();
     }
     EXPECT_THAT(token.takeCalls(), IsEmpty()) << "a public key does not go to the token";
 }
@@ -167,7 +106,6 @@ TEST_F(ImportKey, PlainKeyIsStoredOnTheTokenAndDescribedByIt)
         ASSERT_EQ(import(blob), succeeded());
         EXPECT_THAT(token.takeCalls(),
                     ElementsAre("importAesKey(TOKEN-1, 1234, " + hexOf(counting(128)) + ", " + std::to_string(code) + ")"));
-        expectImportLog(blob, {debug("PLAINTEXTKEYBLOB imported successfully (AES)")});
         EXPECT_EQ(key().algorithm, code);
         EXPECT_EQ(hexOf(key().keyId) + hexOf(key().objectId.view()), hexOf(Bytes(16, 0x88)) + hexOf(counting(128)));
         EXPECT_EQ(key().label, std::string(128, 'K'));
@@ -175,14 +113,10 @@ TEST_F(ImportKey, PlainKeyIsStoredOnTheTokenAndDescribedByIt)
         EXPECT_TRUE(key().symmetricKey.empty()) << "the value stays on the token";
     }
     EXPECT_EQ(import(keyBlob(PLAINTEXTKEYBLOB, CALG_AES_256, Bytes(4 + 129))), failedWith(NTE_BAD_DATA));
-    log.forget();
-    const Bytes unknown = keyBlob(PLAINTEXTKEYBLOB, CALG_AES_192, Bytes(20));
-    EXPECT_EQ(import(unknown), failedWith(NTE_BAD_ALGID));
-    expectImportLog(unknown, {error("Unsupported algorithm for PLAINTEXTKEYBLOB: " + std::to_string(CALG_AES_192))});
+    EXPECT_EQ(import(keyBlob(PLAINTEXTKEYBLOB, CALG_AES_192, Bytes(20))), failedWith(NTE_BAD_ALGID));
     EXPECT_THAT(token.takeCalls(), IsEmpty());
     token.willAnswer(Call::importAesKey, 49);
     EXPECT_EQ(import(keyBlob(PLAINTEXTKEYBLOB, CALG_AES_256, Bytes(36))), failedWith(NTE_BAD_TYPE));
-    expectLine(error("PLAINTEXTKEYBLOB import failed"));
     EXPECT_EQ(token.takeCalls().size(), 1U) << "no retry here";
 }
 
@@ -199,9 +133,6 @@ TEST_F(ImportKey, WrappedKeyIsTriedWithEachAesKeyInTurn)
     EXPECT_THAT(token.takeDeeds(), ElementsAre("decryptAes(TOKEN-1, C002, " + wrapped + ", false, null)",
                                                "decryptAes(TOKEN-1, C003, " + wrapped + ", true, null)",
                                                "importAesKey(TOKEN-1, 1234, " + unwrapped + ", 8)"));
-    expectImportLog(blob, {debug("SYMMETRICWRAPKEYBLOB: wrapped key length = 24"),
-                           debug("Successfully unwrapped key with KEK: " + hexOf(Bytes(16, 0xE3))),
-                           debug("SYMMETRICWRAPKEYBLOB imported successfully")});
     EXPECT_EQ(key().algorithm, ALG_ID{CALG_AES_128}) << "the blob's own";
     EXPECT_EQ(import(keyBlob(wrapBlob, 0x1234, counting(5))), succeeded());
     EXPECT_THAT(token.takeDeeds(),
@@ -211,31 +142,27 @@ TEST_F(ImportKey, WrappedKeyIsTriedWithEachAesKeyInTurn)
 TEST_F(ImportKey, WrappedKeyFailsByTheStepThatFailed)
 {
     const Bytes blob = keyBlob(wrapBlob, CALG_AES_256, counting(28));
-    const auto expectRefused = [&](auto code, std::vector<LogLine> lines, std::size_t calls) {
+    const auto expectRefused = [&](auto code, std::size_t calls) {
         EXPECT_EQ(import(blob), failedWith(code));
-        lines.insert(lines.begin(), debug("SYMMETRICWRAPKEYBLOB: wrapped key length = 24"));
-        expectImportLog(blob, lines);
         EXPECT_EQ(token.takeDeeds().size(), calls);
     };
-    const LogLine noKey = error("Failed to unwrap SYMMETRICWRAPKEYBLOB with any available KEK");
     token.withAesKey(encryptionTripleDes);
-    expectRefused(NTE_BAD_KEY, {noKey}, 0);
+    expectRefused(NTE_BAD_KEY, 0);
     token.withAesKey(encryptionAes128);
     token.withAesKey(encryptionAes256);
-    const LogLine unwrapped = debug("Successfully unwrapped key with KEK: " + hexOf(Bytes(16, 0xE2)));
     token.willAnswer(Call::importAesKey, 6);
-    expectRefused(NTE_BAD_TYPE, {unwrapped, error("Import of unwrapped AES key failed")}, 2);
+    expectRefused(NTE_BAD_TYPE, 2);
     for (const auto& [reported, code] :
          {std::pair{-1, NTE_PROVIDER_DLL_FAIL}, {INT_MIN, NTE_PROVIDER_DLL_FAIL}, {129, NTE_BAD_DATA}, {INT_MAX, NTE_BAD_DATA}}) {
         token.unwrapped.reportedLength = reported;
-        expectRefused(code, {unwrapped}, 1);
+        expectRefused(code, 1);
     }
     token.unwrapped.reportedLength.reset();
     token.unwrapped.nullBuffer = true;
-    expectRefused(NTE_PROVIDER_DLL_FAIL, {unwrapped}, 1);
+    expectRefused(NTE_PROVIDER_DLL_FAIL, 1);
     token.willAnswer(Call::decryptAes, 1);
     token.willAnswer(Call::decryptAes, 1);
-    expectRefused(NTE_BAD_KEY, {noKey}, 2);
+    expectRefused(NTE_BAD_KEY, 2);
 }
 
 TEST_F(ImportKey, EncryptedKeyIsTriedTurnedAndThenAsItIs)
@@ -246,25 +173,19 @@ TEST_F(ImportKey, EncryptedKeyIsTriedTurnedAndThenAsItIs)
     const auto call = [&](const Bytes& bytes) { return "decrypt(TOKEN-1, " + name + ", 1234, " + hexOf(bytes) + ", true)"; };
     const Bytes encrypted = counting(128);
     const auto blobOf = [&](ALG_ID algorithm) { return keyBlob(SIMPLEBLOB, algorithm, concat({Bytes(4), encrypted})); };
-    const LogLine failedOnce = error("SIMPLEBLOB decryption failed"), input = debug("Input key id : " + name);
-    const LogLine output = debug("Output key id : " + std::string(32, '0'));
-    const LogLine imported = debug("SIMPLEBLOB imported successfully (AES)");
     for (const auto& [algorithm, code] : {std::pair<ALG_ID, ALG_ID>{CALG_3DES, 11}, {CALG_AES_128, 8}, {CALG_AES_256, 10}}) {
         token.plain.bytes = counting(32);
         ASSERT_EQ(import(blobOf(algorithm), with), succeeded());
         EXPECT_THAT(token.takeCalls(), ElementsAre(call(reversed(encrypted))));
-        expectImportLog(blobOf(algorithm), {input, output, imported});
         EXPECT_EQ(key().algorithm, code);
         EXPECT_EQ(hexOf(key().symmetricKey.view()), hexOf(counting(32)));
     }
     token.willAnswer(Call::decrypt, 49);
     EXPECT_EQ(import(blobOf(CALG_AES_128), with), succeeded());
     EXPECT_THAT(token.takeCalls(), ElementsAre(call(reversed(encrypted)), call(encrypted)));
-    expectImportLog(blobOf(CALG_AES_128), {input, failedOnce, output, imported});
     token.willAnswer(Call::decrypt, 1);
     token.willAnswer(Call::decrypt, 2);
     EXPECT_EQ(import(blobOf(CALG_AES_128), with), failedWith(sentinelError)) << "no error of its own";
-    expectImportLog(blobOf(CALG_AES_128), {input, failedOnce, failedOnce});
 }
 
 TEST_F(ImportKey, EncryptedKeyIsJudgedOnceItIsClear)
@@ -272,12 +193,10 @@ TEST_F(ImportKey, EncryptedKeyIsJudgedOnceItIsClear)
     const Bytes unknown = keyBlob(SIMPLEBLOB, CALG_AES_192, Bytes(132, 5)),
                 known = keyBlob(SIMPLEBLOB, CALG_AES_128, Bytes(132, 5));
     EXPECT_EQ(import(unknown), failedWith(NTE_BAD_TYPE));
-    expectImportLog(unknown, {error("SIMPLEBLOB requires public key handle")});
     token.withKeyPair(usageKeyExchange, algorithmRsa1024);
     const HCRYPTKEY with = userKey(prov, AT_KEYEXCHANGE);
     EXPECT_EQ(import(unknown, with), failedWith(NTE_BAD_ALGID));
     EXPECT_EQ(token.takeCalls().size(), 1U);
-    expectLine(error("Unsupported algorithm for SIMPLEBLOB: " + std::to_string(CALG_AES_192)));
     for (const std::size_t size : {0, 33, 128}) {
         token.plain.bytes = Bytes(size);
         EXPECT_EQ(import(known, with), failedWith(NTE_BAD_DATA)) << size;

@@ -6,13 +6,6 @@
 
 namespace quelta::test {
 
-namespace {
-
-using ::testing::ElementsAre;
-using ::testing::IsEmpty;
-
-} // namespace
-
 class Keys : public CspTest {
 protected:
     Called<BOOL> open(HCRYPTPROV prov, DWORD keySpec)
@@ -82,7 +75,6 @@ TEST_F(Keys, NameIsComparedExactlyAndTheFirstFittingKeyWins)
     for (int i = 0; i < 16; ++i) lowerCase += "ab";
     for (const std::string& name : {lowerCase, std::string("AB"), keyName(first) + "A"}) {
         EXPECT_EQ(open(acquire(name), AT_KEYEXCHANGE), failedWith(NTE_BAD_KEY)) << name;
-        expectLine(debug("Requested key in Get user key not found"));
     }
     EXPECT_EQ(open(acquire(keyName(first)), AT_KEYEXCHANGE), succeeded());
     EXPECT_EQ(open(acquire(), AT_SIGNATURE), succeeded());
@@ -133,12 +125,8 @@ TEST_F(Keys, GenerationAsksForAUsageAloneAndTakesWhatTheTokenMade)
         ASSERT_EQ(generate(prov, algorithm, flags), succeeded());
         EXPECT_THAT(token.takeCalls(), ElementsAre("generateKeyPair(TOKEN-1, 1234, 0, " + std::string(sign ? "1" : "2") + ", " +
                                                    std::string(32, '0') + ", )"));
-        expectLog({debug("CPGenKey"), debug(sign ? "rsa sign" : "key exhange"),
-                   debug("PIN already validated -- no need to ask again"),
-                   debug("Key generated successfully, Algid=" + std::to_string(algorithm) + " bits=" + std::to_string(bits))});
         expectValue(prov, handle, KP_BLOCKLEN, bits);
         expectValue(prov, handle, KP_ALGID, algorithm);
-        log.forget();
     }
     EXPECT_EQ(hexOf(key().keyId), hexOf(Bytes(16, 0x77)));
     EXPECT_EQ(key().label, std::string(128, 'L'));
@@ -157,7 +145,6 @@ TEST_F(Keys, RefusedGenerationClearsTheHandle)
     for (const ALG_ID algorithm : {AT_SIGNATURE, AT_KEYEXCHANGE, CALG_AES_128}) {
         EXPECT_EQ(generate(prov, algorithm), failedWith(NTE_BAD_ALGID));
         EXPECT_EQ(handle, 0U);
-        expectLine(error("Unsupported algorithm" + std::to_string(algorithm)));
     }
     user.cancels();
     EXPECT_EQ(generate(prov, CALG_RSA_SIGN), failedWith(NTE_FAIL));
@@ -167,35 +154,26 @@ TEST_F(Keys, RefusedGenerationClearsTheHandle)
     token.willAnswer(Call::generateKeyPair, 33);
     EXPECT_EQ(generate(prov, CALG_RSA_KEYX), failedWith(NTE_TOKEN_KEYSET_STORAGE_FULL));
     EXPECT_EQ(handle, 0U);
-    expectLine(error("RSA Keypair Generation Failed, code=33"));
 }
 
-TEST_F(Keys, ParametersFollowTheBufferRuleAndTellOfShortBuffers)
+TEST_F(Keys, ParametersFollowTheBufferRule)
 {
     auto& pair = token.withKeyPair(usageBoth, algorithmRsa3072);
     const Bytes certificate = counting(300);
     token.withCertificateOf(pair, certificate);
     const HCRYPTPROV prov = acquire();
     const HCRYPTKEY opened = userKey(prov);
-    for (const auto& [parameter, value, what] :
-         {std::tuple<DWORD, Bytes, const char*>{KP_PERMISSIONS, bytesOfDword(CRYPT_DECRYPT), "permission"},
-          {KP_ALGID, bytesOfDword(CALG_RSA_SIGN), "alg"},
-          {KP_BLOCKLEN, bytesOfDword(3072), "blocklen"},
-          {KP_KEYLEN, bytesOfDword(3072), "blocklen"},
-          {KP_CERTIFICATE, certificate, "certificate"}}) {
+    for (const auto& [parameter, value] : {std::pair<DWORD, Bytes>{KP_PERMISSIONS, bytesOfDword(CRYPT_DECRYPT)},
+                                           {KP_ALGID, bytesOfDword(CALG_RSA_SIGN)},
+                                           {KP_BLOCKLEN, bytesOfDword(3072)},
+                                           {KP_KEYLEN, bytesOfDword(3072)},
+                                           {KP_CERTIFICATE, certificate}}) {
         expectHandsOut(keyParameter, value, asking(prov, opened, parameter));
-        log.forget();
-        handTo(room(2), asking(prov, opened, parameter));
-        expectLog({debug("CPGetKeyParam"), debug("CPGetKeyParam - dwparam : " + std::to_string(parameter)),
-                   debug("CPGetKeyParam - key id : " + keyName(pair)),
-                   error("CPGetKeyParam - Output buffer length for " + std::string(what) +
-                         " not enough : " + std::to_string(value.size()))});
         EXPECT_THAT(token.takeDeeds(), ::testing::Each("initDevice(TOKEN-1, true)"));
         expectFails(ERROR_INVALID_PARAMETER, [&] { return asking(prov, opened, parameter)(nullptr, nullptr); });
         EXPECT_THAT(token.takeDeeds(), IsEmpty());
     }
     expectFails(NTE_BAD_TYPE, [&] { return asking(prov, opened, KP_MODE)(nullptr, nullptr); });
-    expectLine(error("CPGetKeyParam - unsupported input : 4"));
 }
 
 TEST_F(Keys, FirstCertificateByLabelOrReferenceIsTheKeys)
@@ -224,7 +202,6 @@ TEST_F(Keys, FirstCertificateByLabelOrReferenceIsTheKeys)
     token.certificates.clear();
     const HCRYPTKEY opened = userKey(prov);
     EXPECT_EQ(query(7, asking(prov, opened, KP_CERTIFICATE)), (Handed{failedWith(NTE_NOT_FOUND), 7, {}}));
-    expectLine(error("CPGetKeyParam - Certificate not found"));
 }
 
 TEST_F(Keys, VectorIsTakenByTheKeysThatHaveOneAndAllElseIsDropped)

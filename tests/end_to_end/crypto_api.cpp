@@ -48,6 +48,14 @@ Key importKey(const Context& context, ByteView blob, const Key& unwrapping)
     return Key(key);
 }
 
+DWORD tryImport(const Context& context, ByteView blob)
+{
+    HCRYPTKEY key = 0;
+    if (!CryptImportKey(context.get(), blob.data(), static_cast<DWORD>(blob.size()), 0, 0, &key)) return GetLastError();
+    CryptDestroyKey(key);
+    return 0;
+}
+
 Bytes blobHeader(BYTE type, ALG_ID algorithm)
 {
     Bytes header{type, CUR_BLOB_VERSION, 0, 0};
@@ -59,9 +67,8 @@ Hash hashOf(const Context& context, ALG_ID algorithm, ByteView data)
 {
     HCRYPTHASH handle = 0;
     require(CryptCreateHash(context.get(), algorithm, 0, 0, &handle), "CryptCreateHash");
-    Hash hash(handle);
-    require(CryptHashData(hash.get(), data.data(), static_cast<DWORD>(data.size()), 0), "CryptHashData");
-    return hash;
+    require(CryptHashData(handle, data.data(), static_cast<DWORD>(data.size()), 0), "CryptHashData");
+    return Hash(handle);
 }
 
 Bytes sign(const Hash& hash)

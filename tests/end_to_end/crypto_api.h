@@ -8,21 +8,15 @@
 #include <wincrypt.h>
 
 #include <string>
-#include <utility>
 
 namespace quelta::test {
 
 template <auto Release>
 class CryptHandle {
 public:
-    CryptHandle() = default;
-    explicit CryptHandle(ULONG_PTR handle) : handle_(handle) {}
-    CryptHandle(CryptHandle&& other) noexcept : handle_(std::exchange(other.handle_, 0)) {}
-    CryptHandle& operator=(CryptHandle&& other) noexcept
-    {
-        std::swap(handle_, other.handle_);
-        return *this;
-    }
+    explicit CryptHandle(ULONG_PTR handle = 0) : handle_(handle) {}
+    CryptHandle(const CryptHandle&) = delete;
+    CryptHandle& operator=(const CryptHandle&) = delete;
     ~CryptHandle()
     {
         if (handle_) Release(handle_);
@@ -31,7 +25,7 @@ public:
     ULONG_PTR get() const { return handle_; }
 
 private:
-    ULONG_PTR handle_ = 0;
+    ULONG_PTR handle_;
 };
 
 inline void releaseContext(HCRYPTPROV context)
@@ -52,6 +46,8 @@ void usePin(const Context& context);
 
 Key userKey(const Context& context, DWORD keySpec);
 Key importKey(const Context& context, ByteView blob, const Key& unwrapping = Key());
+// The last error, 0 for success.
+DWORD tryImport(const Context& context, ByteView blob);
 // bType, bVersion, reserved, aiKeyAlg: what every key blob begins with.
 Bytes blobHeader(BYTE type, ALG_ID algorithm);
 

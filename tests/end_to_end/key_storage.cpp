@@ -30,31 +30,32 @@ DWORD lengthOf(ByteView bytes)
     return static_cast<DWORD>(bytes.size());
 }
 
-// Calls with a large buffer, and gives what was written to it.
-template <class Call>
-Bytes collected(const char* what, DWORD size, Call call)
-{
-    Bytes bytes(size);
-    DWORD written = 0;
-    require(call(bytes.data(), size, &written), what);
-    bytes.resize(written);
-    return bytes;
-}
-
 } // namespace
+
+StoredKey::StoredKey(const KeyStorage& storage, NCRYPT_KEY_HANDLE handle)
+    : table_(storage.table()), provider_(storage.provider()), handle_(handle)
+{}
 
 StoredKey::~StoredKey()
 {
-    if (handle_) storage_->table().FreeKey(storage_->provider(), handle_);
+    table_.FreeKey(provider_, handle_);
+}
+
+template <class Slot, class... Arguments>
+Bytes StoredKey::output(const char* what, DWORD size, Slot slot, DWORD flags, Arguments... arguments) const
+{
+    Bytes bytes(size);
+    DWORD written = 0;
+    require(slot(provider_, handle_, arguments..., bytes.data(), size, &written, flags), what);
+    bytes.resize(written);
+    return bytes;
 }
 
 Bytes StoredKey::property(const wchar_t* name) const
 {
     DWORD size = 0;
-    require(storage_->table().GetKeyProperty(storage_->provider(), handle_, name, nullptr, 0, &size, 0), "A property's size");
-    return collected("GetKeyProperty", size, [&](PBYTE out, DWORD outSize, DWORD* written) {
-        return storage_->table().GetKeyProperty(storage_->provider(), handle_, name, out, outSize, written, 0);
-    });
+    require(table_.GetKeyProperty(provider_, handle_, name, nullptr, 0, &size, 0), "A property's size");
+    return output("GetKeyProperty", size, table_.GetKeyProperty, 0, name);
 }
 
 std::wstring StoredKey::text(const wchar_t* name) const
@@ -78,8 +79,7 @@ DWORD StoredKey::number(const wchar_t* name) const
 
 void StoredKey::set(const wchar_t* name, ByteView value) const
 {
-    require(storage_->table().SetKeyProperty(storage_->provider(), handle_, name, dataOf(value), lengthOf(value), 0),
-            "SetKeyProperty");
+    require(table_.SetKeyProperty(provider_, handle_, name, dataOf(value), lengthOf(value), 0), "SetKeyProperty");
 }
 
 void StoredKey::set(const wchar_t* name, const std::wstring& text) const
@@ -89,47 +89,37 @@ void StoredKey::set(const wchar_t* name, const std::wstring& text) const
 
 Bytes StoredKey::sign(ByteView hash, std::size_t signatureRoom) const
 {
-    return collected("SignHash", static_cast<DWORD>(signatureRoom), [&](PBYTE out, DWORD size, DWORD* written) {
-        return storage_->table().SignHash(storage_->provider(), handle_, nullptr, dataOf(hash), lengthOf(hash), out, size,
-                                          written, paddingPkcs1);
-    });
+    return output("SignHash", static_cast<DWORD>(signatureRoom), table_.SignHash, paddingPkcs1, nullptr, dataOf(hash),
+                  lengthOf(hash));
 }
 
 SECURITY_STATUS StoredKey::trySign(DWORD flags) const
 {
     Bytes hash(32, 7), signature(room);
     DWORD written = 0;
-    return storage_->table().SignHash(storage_->provider(), handle_, nullptr, hash.data(), lengthOf(hash), signature.data(), room,
-                                      &written, flags | paddingPkcs1);
+    return table_.SignHash(provider_, handle_, nullptr, hash.data(), lengthOf(hash), signature.data(), room, &written,
+                           flags | paddingPkcs1);
 }
 
 SECURITY_STATUS StoredKey::verify(ByteView hash, ByteView signature) const
 {
-    return storage_->table().VerifySignature(storage_->provider(), handle_, nullptr, dataOf(hash), lengthOf(hash),
-                                             dataOf(signature), lengthOf(signature), paddingPkcs1);
+    return table_.VerifySignature(provider_, handle_, nullptr, dataOf(hash), lengthOf(hash), dataOf(signature),
+                                  lengthOf(signature), paddingPkcs1);
 }
 
 Bytes StoredKey::encrypt(ByteView plain, DWORD padding) const
 {
-    return collected("Encrypt", room, [&](PBYTE out, DWORD size, DWORD* written) {
-        return storage_->table().Encrypt(storage_->provider(), handle_, dataOf(plain), lengthOf(plain), nullptr, out, size,
-                                         written, padding);
-    });
+    return output("Encrypt", room, table_.Encrypt, padding, dataOf(plain), lengthOf(plain), nullptr);
 }
 
 Bytes StoredKey::decrypt(ByteView cipher, DWORD padding) const
 {
-    return collected("Decrypt", room, [&](PBYTE out, DWORD size, DWORD* written) {
-        return storage_->table().Decrypt(storage_->provider(), handle_, dataOf(cipher), lengthOf(cipher), nullptr, out, size,
-                                         written, padding);
-    });
+    return output("Decrypt", room, table_.Decrypt, padding, dataOf(cipher), lengthOf(cipher), nullptr);
 }
 
 Bytes StoredKey::exported(const wchar_t* blobType) const
 {
-    return collected("ExportKey", room, [&](PBYTE out, DWORD size, DWORD* written) {
-        return storage_->table().ExportKey(storage_->provider(), handle_, 0, blobType, nullptr, out, size, written, 0);
-    });
+    return output("ExportKey", room, table_.ExportKey, 0, NCRYPT_KEY_HANDLE{}, blobType, nullptr);
 }
 
 KeyStorage::KeyStorage() : module_(LoadLibraryA(builtModule().c_str()))
@@ -182,7 +172,7 @@ StoredKey KeyStorage::import(const wchar_t* blobType, ByteView blob, const Store
     return {*this, key};
 }
 
-SECURITY_STATUS KeyStorage::refusal(const wchar_t* blobType, ByteView blob) const
+SECURITY_STATUS KeyStorage::tryImport(const wchar_t* blobType, ByteView blob) const
 {
     NCRYPT_KEY_HANDLE key = 0;
     const SECURITY_STATUS status = table_->ImportKey(provider_, 0, blobType, nullptr, &key, dataOf(blob), lengthOf(blob), 0);

@@ -6,7 +6,6 @@
 #include "token/windows_objects.h"
 
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace quelta::test {
@@ -16,9 +15,9 @@ class KeyStorage;
 // Released together with its owner's provider still open.
 class StoredKey {
 public:
-    StoredKey(const KeyStorage& storage, NCRYPT_KEY_HANDLE handle) : storage_(&storage), handle_(handle) {}
-    StoredKey(StoredKey&& other) noexcept : storage_(other.storage_), handle_(std::exchange(other.handle_, 0)) {}
-    StoredKey& operator=(StoredKey&&) = delete;
+    StoredKey(const KeyStorage& storage, NCRYPT_KEY_HANDLE handle);
+    StoredKey(const StoredKey&) = delete;
+    StoredKey& operator=(const StoredKey&) = delete;
     ~StoredKey();
 
     NCRYPT_KEY_HANDLE get() const { return handle_; }
@@ -38,7 +37,12 @@ public:
     Bytes exported(const wchar_t* blobType) const;
 
 private:
-    const KeyStorage* storage_;
+    // What a slot puts into a buffer of this size.
+    template <class Slot, class... Arguments>
+    Bytes output(const char* what, DWORD size, Slot slot, DWORD flags, Arguments... arguments) const;
+
+    const KeyStorageFunctionTable& table_;
+    NCRYPT_PROV_HANDLE provider_;
     NCRYPT_KEY_HANDLE handle_;
 };
 
@@ -59,8 +63,7 @@ public:
     StoredKey openLabelled(const std::string& label) const;
     StoredKey create(const wchar_t* algorithm) const;
     StoredKey import(const wchar_t* blobType, ByteView blob, const StoredKey* unwrapping = nullptr) const;
-    // Of an import that is to fail.
-    SECURITY_STATUS refusal(const wchar_t* blobType, ByteView blob) const;
+    SECURITY_STATUS tryImport(const wchar_t* blobType, ByteView blob) const;
     std::vector<std::wstring> names() const;
 
 private:

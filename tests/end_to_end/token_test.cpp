@@ -27,8 +27,8 @@ void setProviderValue(const char* name, DWORD type, const void* data, std::size_
 
 EndToEndTest::EndToEndTest()
 {
-    std::filesystem::copy(sharedFolder() / "token", folder.path() / "token");
-    SetEnvironmentVariableA("QUELTA_TOKEN_DIR", (folder.path() / "token").string().c_str());
+    std::filesystem::copy(sharedFolder() / "token", folder / "token");
+    SetEnvironmentVariableA("QUELTA_TOKEN_DIR", (folder / "token").string().c_str());
     registerBuiltModule();
     user.watch();
 }

@@ -4,9 +4,8 @@
 
 #include <windows.h>
 
-#include <algorithm>
+#include <chrono>
 #include <fstream>
-#include <iterator>
 #include <stdexcept>
 
 namespace quelta::test {
@@ -15,11 +14,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr ULONGLONG patience = 90000;
+constexpr std::chrono::seconds patience(90);
 
 fs::path endToEndFolder()
 {
     return ownExecutable().parent_path().parent_path() / "end-to-end";
+}
+
+fs::path freshFolder()
+{
+    static int count = 0;
+    return endToEndFolder() / "work" / (std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count));
 }
 
 // Drive Z: is the root of the native file system.
@@ -44,57 +49,26 @@ std::string scriptFor(const std::string& commands)
            "echo $? >status.new && mv status.new status\n";
 }
 
-// A native program has no handle to wait for: its last act is to make the file "status".
+// A native program has no handle to wait for, so that this is over at once: its last act is to make the file "status".
 void runNatively(const fs::path& script)
 {
-    std::string commandLine = "\"Z:\\bin\\sh\" \"" + nativePath(script) + "\"";
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, FALSE, 0, nullptr, nullptr, &startup, &process))
-        throw std::runtime_error("/bin/sh does not start under Wine: " + std::to_string(GetLastError()));
+    runProcess("\"Z:\\bin\\sh\" \"" + nativePath(script) + "\"", patience);
     const fs::path status = script.parent_path() / "status";
-    for (const ULONGLONG end = GetTickCount64() + patience; !fs::exists(status); Sleep(5)) {
-        if (GetTickCount64() > end) throw std::runtime_error("The native commands take too long: " + script.string());
+    for (const auto end = std::chrono::steady_clock::now() + patience; !fs::exists(status); Sleep(5)) {
+        if (std::chrono::steady_clock::now() > end)
+            throw std::runtime_error("The native commands take too long: " + script.string());
     }
 }
 
 } // namespace
 
-WorkFolder::WorkFolder()
-{
-    static int count = 0;
-    path_ = endToEndFolder() / "work" / (std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count));
-    fs::remove_all(path_);
-    fs::create_directories(path_);
-}
-
-WorkFolder::~WorkFolder()
-{
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-}
-
-void WorkFolder::write(const std::string& name, ByteView content) const
-{
-    std::ofstream stream(path_ / name, std::ios::binary);
-    stream.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
-    if (!stream.flush()) throw std::runtime_error("Writing " + name + " failed");
-}
-
-Bytes WorkFolder::read(const std::string& name) const
-{
-    std::ifstream stream(path_ / name, std::ios::binary);
-    if (!stream) throw std::runtime_error("There is no " + name + " in the test's folder");
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
+WorkFolder::WorkFolder() : ScratchFolder(freshFolder()) {}
 
 ::testing::AssertionResult WorkFolder::shell(const std::string& commands) const
 {
-    fs::remove(path_ / "status");
-    write("commands.sh", bytesOf(scriptFor(commands)));
-    runNatively(path_ / "commands.sh");
-    if (textOfFile(path_ / "status") == "0") return ::testing::AssertionSuccess();
+    fs::remove(*this / "status");
+    runNatively(write("commands.sh", bytesOf(scriptFor(commands))));
+    if (textOfFile(*this / "status") == "0") return ::testing::AssertionSuccess();
     const Bytes output = read("output");
     return ::testing::AssertionFailure() << commands << "\n" << std::string(output.begin(), output.end());
 }
@@ -112,6 +86,13 @@ std::string textOfFile(const fs::path& path)
     return line;
 }
 
+Bytes patterned(std::size_t size)
+{
+    Bytes bytes(size);
+    for (std::size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(i * 7 + 1);
+    return bytes;
+}
+
 Bytes reversed(ByteView bytes)
 {
     return {bytes.rbegin(), bytes.rend()};
@@ -120,6 +101,12 @@ Bytes reversed(ByteView bytes)
 Bytes bytesOf(std::string_view text)
 {
     return {text.begin(), text.end()};
+}
+
+Bytes joined(Bytes first, ByteView second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
 }
 
 } // namespace quelta::test

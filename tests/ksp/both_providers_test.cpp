@@ -7,18 +7,17 @@
 namespace quelta::test {
 
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
 // Each of the two interfaces open in one process, with the same key.
 class BothProviders : public KspTest {
 protected:
-    BothProviders() : key(opened(token.withKeyPair(usageBoth, algorithmRsa1024)))
+    BothProviders()
     {
+        token.withKeyPair(usageBoth, algorithmRsa1024);
         std::array<void*, 16> noCallbacks{};
         EXPECT_TRUE(CPAcquireContext(&context, nullptr, 0, noCallbacks.data()));
         EXPECT_TRUE(CPGetUserKey(context, AT_KEYEXCHANGE, &userKey));
-        opening = token.takeCalls();
-        log.forget();
+        EXPECT_THAT(token.takeDeeds(), testing::IsEmpty()) << "the token is opened once for both";
     }
     ~BothProviders() override
     {
@@ -27,73 +26,10 @@ protected:
         CPReleaseContext(context, 0);
     }
 
-    SECURITY_STATUS signByKsp(DWORD flags = 0)
-    {
-        DWORD size = 0;
-        return ksp.SignHash(provider, key, nullptr, digest.data(), 32, signature.data(), 128, &size, flags);
-    }
-    BOOL signByCsp()
-    {
-        HCRYPTHASH hash = 0;
-        DWORD size = 128;
-        EXPECT_TRUE(CPCreateHash(context, CALG_SHA_256, 0, 0, &hash));
-        EXPECT_TRUE(CPSetHashParam(context, hash, HP_HASHVAL, digest.data(), 0));
-        const BOOL done = CPSignHash(context, hash, AT_SIGNATURE, nullptr, 0, signature.data(), &size);
-        CPDestroyHash(context, hash);
-        return done;
-    }
-    std::vector<std::string> pinChecks()
-    {
-        auto calls = token.takeCalls();
-        std::erase_if(calls, [](const std::string& call) { return !call.starts_with("validatePassword"); });
-        return calls;
-    }
-
     HCRYPTPROV context = 0;
     HCRYPTKEY userKey = 0;
     HCRYPTKEY sessionKey = 0;
-    NCRYPT_KEY_HANDLE key;
-    std::vector<std::string> opening;
-    GuardedBuffer digest{counting(32)};
-    GuardedBuffer signature{128};
-    const std::string pinCheck = "validatePassword(TOKEN-1, 1234, 1, 0)";
 };
-
-TEST_F(BothProviders, TokenIsOpenedOnceForBoth)
-{
-    EXPECT_THAT(opening, testing::Not(testing::Contains(testing::StartsWith("init"))));
-    EXPECT_THAT(opening, testing::Contains("getConnectedDeviceList(false)"));
-}
-
-TEST_F(BothProviders, PinTypedForOneSignsThroughTheOther)
-{
-    user.entersPin("1234");
-    EXPECT_TRUE(signByCsp());
-    EXPECT_EQ(signByKsp(NCRYPT_SILENT_FLAG), 0);
-    EXPECT_THAT(pinChecks(), ElementsAre(pinCheck));
-
-    tokenState().pinCache.clear();
-    user.entersPin("1234");
-    EXPECT_EQ(signByKsp(), 0);
-    EXPECT_TRUE(signByCsp());
-    EXPECT_THAT(pinChecks(), ElementsAre(pinCheck));
-}
-
-TEST_F(BothProviders, UnpluggedTokenIsAskedForItsPinAgainByBoth)
-{
-    knowPin();
-    EXPECT_EQ(signByKsp(), 0);
-    token.unplug();
-    for (int polls = 0; polls < 2; ++polls) ASSERT_TRUE(token.waitForMonitorPoll());
-    EXPECT_FALSE(tokenState().libraryInitialised);
-    token.connect({FakeDeviceLibrary::deviceId});
-    EXPECT_EQ(signByKsp(NCRYPT_SILENT_FLAG), NTE_SILENT_CONTEXT);
-    user.cancels();
-    EXPECT_EQ(signByKsp(), NTE_FAIL);
-    user.cancels();
-    EXPECT_FALSE(signByCsp());
-    EXPECT_THAT(pinChecks(), IsEmpty());
-}
 
 TEST_F(BothProviders, VectorSetThroughOneDecryptsThroughTheOther)
 {

@@ -1,6 +1,7 @@
 #include "ksp/ksp_test.h"
 
 #include "encoding/little_endian.h"
+#include "encoding/rsa_public_key.h"
 #include "log/utils.h"
 #include "token/key_match.h"
 
@@ -84,6 +85,16 @@ std::wstring nameOf(const QueltaKeyPair& pair)
 {
     const std::string name = hexText(keyIdOf(pair));
     return {name.begin(), name.end()};
+}
+
+Bytes publicKeyBytes(const QueltaKeyPair& pair)
+{
+    return {publicKeyOf(pair).begin(), publicKeyOf(pair).end()};
+}
+
+Bytes publicKeyForToken(const QueltaKeyPair& pair)
+{
+    return pair.algorithm >= algorithmP256 ? publicKeyBytes(pair) : rawModulusToDer(publicKeyOf(pair));
 }
 
 KspTest::KspTest()

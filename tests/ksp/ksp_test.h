@@ -29,6 +29,9 @@ Bytes wideBytes(std::wstring_view text);
 Bytes joined(std::initializer_list<Bytes> parts);
 std::string hexText(ByteView bytes);
 std::wstring nameOf(const QueltaKeyPair& pair);
+Bytes publicKeyBytes(const QueltaKeyPair& pair);
+// As the token is to be given it: a modulus in DER, an EC key as it stands.
+Bytes publicKeyForToken(const QueltaKeyPair& pair);
 
 // An open provider and what CNG does with it. Nothing of the opening is left in the log or among the token's calls, and no PIN is
 // known.

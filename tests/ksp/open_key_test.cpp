@@ -2,8 +2,6 @@
 
 namespace quelta::test {
 
-using ::testing::ElementsAre;
-
 class KspOpenKey : public KspTest {
 protected:
     SECURITY_STATUS open(LPCWSTR name) { return ksp.OpenKey(provider, &handle, name, 0, 0); }
@@ -11,9 +9,6 @@ protected:
     // Not a handle: what a failure must leave.
     NCRYPT_KEY_HANDLE handle = 7;
 };
-
-constexpr const char firstName[] = "01010101010101010101010101010101";
-constexpr const char secondName[] = "ABABABABABABABABABABABABABABABAB";
 
 TEST_F(KspOpenKey, OnlyTheExactUpperCaseNameOpens)
 {
@@ -24,13 +19,10 @@ TEST_F(KspOpenKey, OnlyTheExactUpperCaseNameOpens)
         EXPECT_EQ(open(name), NTE_NO_KEY);
     }
     EXPECT_EQ(handle, 7u);
-    EXPECT_THAT(token.takeCalls(), testing::Each("getKeyPairList(TOKEN-1)"));
-    forget();
-
-    ASSERT_EQ(open(L"ABABABABABABABABABABABABABABABAB"), 0);
-    expectLog({debug("KSPOpenKey"), debug(std::string("KSP: Opening key: ") + secondName),
-               debug(std::string("KSP: Available key: ") + firstName), debug(std::string("KSP: Available key: ") + secondName),
-               debug("KSP: Key match found, proceeding..."), debug("KSP: Key opened, algorithm=6 bits=384")});
+    EXPECT_EQ(ksp.OpenKey(provider, nullptr, L"A", 0, 0), NTE_INVALID_PARAMETER);
+    std::wstring name(L"ABABABABABABABABABABABABABABABAB");
+    name.front() += 0x4E00;
+    ASSERT_EQ(open(name.c_str()), 0) << "of each unit the low byte counts";
     owned(handle);
     EXPECT_EQ(dwordProperty(handle, L"Length"), 384u);
     EXPECT_EQ(dwordProperty(handle, L"Key Usage"), 1u);
@@ -39,12 +31,11 @@ TEST_F(KspOpenKey, OnlyTheExactUpperCaseNameOpens)
 TEST_F(KspOpenKey, NameThatNoKeyBearsSaysWhichOnesThereAre)
 {
     EXPECT_EQ(open(L"A"), NTE_NO_KEY);
+    EXPECT_EQ(log.takeLines().back(), error("KSP: No keys found on token"));
     token.withKeyPair(usageSigning, algorithmRsa2048);
     EXPECT_EQ(open(L"A"), NTE_NO_KEY) << "though it is the only key";
-    expectLog({debug("KSPOpenKey"), debug("KSP: Opening key: A"), error("KSP: No keys found on token"), debug("KSPOpenKey"),
-               debug("KSP: Opening key: A"), debug(std::string("KSP: Available key: ") + firstName),
+    expectLog({debug("KSPOpenKey"), debug("KSP: Opening key: A"), debug("KSP: Available key: 01010101010101010101010101010101"),
                error("KSP: Input key not found on token: A")});
-    EXPECT_EQ(ksp.OpenKey(provider, nullptr, L"A", 0, 0), NTE_INVALID_PARAMETER);
 }
 
 TEST_F(KspOpenKey, EarlierKeyWinsByItsLabelOnceAKeyHasTheName)
@@ -55,32 +46,6 @@ TEST_F(KspOpenKey, EarlierKeyWinsByItsLabelOnceAKeyHasTheName)
     owned(handle);
     EXPECT_EQ(textProperty(handle, L"Name"), L"01010101010101010101010101010101");
     EXPECT_EQ(dwordProperty(handle, L"Length"), 1024u);
-}
-
-TEST_F(KspOpenKey, NameIsCutToTheLowByteOfEachUnit)
-{
-    std::wstring name = nameOf(token.withKeyPair(usageSigning, algorithmRsa2048));
-    for (wchar_t& unit : name) unit = static_cast<wchar_t>(unit + 0x4E00);
-    ASSERT_EQ(open(name.c_str()), 0);
-    owned(handle);
-    EXPECT_EQ(textProperty(handle, L"Unique Name"), L"01010101010101010101010101010101");
-}
-
-TEST_F(KspOpenKey, FieldsThatLieAboutTheirLengthReadAsEmpty)
-{
-    QueltaKeyPair& pair = token.withKeyPair(usageSigning, 9);
-    for (const std::int32_t length : {-1, 1025}) {
-        std::ranges::fill(pair.label, 'L');
-        pair.publicKeyLength = length;
-        pair.keyReferenceLength = length;
-        const auto& key = *kspKeyOf(opened(pair));
-        EXPECT_EQ(key.label, std::string(128, 'L'));
-        EXPECT_TRUE(key.publicKey.empty());
-        EXPECT_TRUE(key.objectId.empty());
-        EXPECT_EQ(key.bitLength, 0u) << "of an unknown algorithm";
-    }
-    pair.publicKeyLength = 1024;
-    EXPECT_EQ(kspKeyOf(opened(pair))->publicKey.size(), 1024u) << "kept whole though no import is that long";
 }
 
 TEST_F(KspOpenKey, ChoiceGoesByNameThenByUseThenByThereBeingOnlyOne)
@@ -94,7 +59,6 @@ TEST_F(KspOpenKey, ChoiceGoesByNameThenByUseThenByThereBeingOnlyOne)
     };
     const std::vector<QueltaKeyPair> three = {pair(1, 0), pair(2, usageKeyExchange, "x"), pair(3, usageBoth, "x")};
     const std::vector<QueltaKeyPair> one = {pair(4, usageSigning)};
-    const std::vector<QueltaKeyPair> none;
     const struct {
         const std::vector<QueltaKeyPair>& pairs;
         const char* name;
@@ -109,7 +73,6 @@ TEST_F(KspOpenKey, ChoiceGoesByNameThenByUseThenByThereBeingOnlyOne)
         {three, "?", 3, -1},
         {one, "?", AT_KEYEXCHANGE, 0},
         {one, "?", 0, 0},
-        {none, "?", AT_SIGNATURE, -1},
     };
     for (const auto& row : rows) {
         const auto* chosen = chooseKey(row.pairs, row.name, row.legacyKeySpec);

@@ -11,33 +11,17 @@ namespace quelta::test {
 
 namespace {
 
-// Hands out a list in storage that this thread's next call overwrites, as the library does.
 template <class Record>
-class HandedOut {
-public:
-    std::vector<Record>& operator=(const std::deque<Record>& content)
-    {
-        records_.assign(content.begin(), content.end());
-        return records_;
-    }
-    void spoil()
-    {
-        for (Record& record : records_) std::memset(static_cast<void*>(&record), 0xEE, sizeof record);
-    }
-
-private:
-    std::vector<Record> records_;
-};
-
-thread_local HandedOut<QueltaKeyPair> handedOutPairs;
-thread_local HandedOut<QueltaCertificate> handedOutCertificates;
-thread_local HandedOut<QueltaSymmetricKey> handedOutAesKeys;
-
-void spoilLists()
+void spoil(std::vector<Record>& records)
 {
-    handedOutPairs.spoil();
-    handedOutCertificates.spoil();
-    handedOutAesKeys.spoil();
+    for (Record& record : records) std::memset(static_cast<void*>(&record), 0xEE, sizeof record);
+}
+
+template <class Record>
+std::vector<Record>& handOut(std::vector<Record>& storage, const std::deque<Record>& content)
+{
+    storage.assign(content.begin(), content.end());
+    return storage;
 }
 
 int sizeOf(ByteView bytes)
@@ -76,9 +60,18 @@ ByteView idOf(const unsigned char* keyId)
 
 } // namespace
 
+FakeDeviceLibrary::HandedOut& FakeDeviceLibrary::handedOutToThread()
+{
+    const std::lock_guard lock(mutex_);
+    return handedOut_[std::this_thread::get_id()];
+}
+
 void FakeDeviceLibrary::begin(Call call, std::string text)
 {
-    spoilLists();
+    HandedOut& before = handedOutToThread();
+    spoil(before.keyPairs);
+    spoil(before.certificates);
+    spoil(before.aesKeys);
     std::function<void()> hook;
     {
         const std::lock_guard lock(mutex_);
@@ -133,19 +126,19 @@ int FakeDeviceLibrary::validatePassword(const char* device, const char* typed, i
 std::vector<QueltaKeyPair>& FakeDeviceLibrary::getKeyPairList(const char* device, void* libContext)
 {
     begin(Call::getKeyPairList, callText("getKeyPairList", libContext, device));
-    return handedOutPairs = keyPairs;
+    return handOut(handedOutToThread().keyPairs, keyPairs);
 }
 
 std::vector<QueltaCertificate>& FakeDeviceLibrary::getCertificateList(const char* device, void* libContext)
 {
     begin(Call::getCertificateList, callText("getCertificateList", libContext, device));
-    return handedOutCertificates = certificates;
+    return handOut(handedOutToThread().certificates, certificates);
 }
 
 std::vector<QueltaSymmetricKey>& FakeDeviceLibrary::getAesKeyList(const char* device, void* libContext)
 {
     begin(Call::getAesKeyList, callText("getAesKeyList", libContext, device));
-    return handedOutAesKeys = aesKeys;
+    return handOut(handedOutToThread().aesKeys, aesKeys);
 }
 
 int FakeDeviceLibrary::getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void* libContext)

@@ -48,6 +48,7 @@ void FakeDeviceLibrary::reset()
     const std::lock_guard lock(mutex_);
     devices_ = {deviceId};
     calls_.clear();
+    handedOut_.clear();
     results_.clear();
     remaining_.clear();
     hooks_.clear();

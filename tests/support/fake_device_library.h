@@ -149,8 +149,17 @@ public:
     int generateRamdomNumber(const char* device, int length, unsigned char* out, bool flag, void* libContext) override;
 
 private:
+    // What one thread was handed, and its next call spoils. Not thread_local: this runtime destroys such objects after their
+    // memory.
+    struct HandedOut {
+        std::vector<QueltaKeyPair> keyPairs;
+        std::vector<QueltaCertificate> certificates;
+        std::vector<QueltaSymmetricKey> aesKeys;
+    };
+
     FakeDeviceLibrary() = default;
 
+    HandedOut& handedOutToThread();
     void begin(Call call, std::string text);
     std::optional<int> scripted(Call call);
     int finish(Call call) { return scripted(call).value_or(0); }
@@ -159,6 +168,7 @@ private:
     mutable std::mutex mutex_;
     std::vector<std::string> devices_;
     std::vector<std::string> calls_;
+    std::map<std::thread::id, HandedOut> handedOut_;
     std::map<Call, std::deque<int>> results_;
     std::deque<int> remaining_;
     std::map<Call, std::function<void()>> hooks_;

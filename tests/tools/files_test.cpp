@@ -2,7 +2,7 @@
 #include "files.h"
 #include "scratch_folder.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace quelta {
 namespace {
@@ -13,48 +13,29 @@ const Bytes after{'n', 'e', 'w'};
 TEST(OutputFiles, AnExistingFileStaysUntilTheNewOneIsComplete)
 {
     const ScratchFolder folder;
-    const auto target = folder.write("out", before);
-    {
-        OutputFile output(target);
-        output.write(after);
-        EXPECT_EQ(folder.read("out"), before);
-        output.commit();
-    }
-    EXPECT_EQ(folder.read("out"), after);
+    // Outside of the code page.
+    const wchar_t name[] = L"\u7F72\u540D.p7s";
+    const auto target = folder.write(name, before);
+    OutputFile(target).write(after);
+    OutputFile(folder / "new").write(after);
+    EXPECT_EQ(folder.read(name), before);
+    EXPECT_EQ(folder.fileCount(), 1) << "what is not committed leaves nothing";
+    OutputFile output(target);
+    output.write(after);
+    EXPECT_EQ(folder.read(name), before);
+    output.commit();
+    EXPECT_EQ(folder.read(name), after);
     EXPECT_EQ(folder.fileCount(), 1) << "no temporary file stays behind";
 }
 
-TEST(OutputFiles, AFailureLeavesNothingBehind)
-{
-    const ScratchFolder folder;
-    const auto target = folder.write("out", before);
-    {
-        OutputFile output(target);
-        output.write(after);
-    }
-    {
-        OutputFile output(folder / "new");
-        output.write(after);
-    }
-    EXPECT_EQ(folder.read("out"), before);
-    EXPECT_EQ(folder.fileCount(), 1);
-}
-
-TEST(OutputFiles, NamesOutsideTheCodePageWork)
-{
-    const ScratchFolder folder;
-    OutputFile output(folder / L"\u7F72\u540D.p7s");
-    output.write(after);
-    output.commit();
-    EXPECT_EQ(folder.read(L"\u7F72\u540D.p7s"), after);
-}
-
-TEST(OutputFiles, TheInputIsNeverTheOutput)
+TEST(InputFiles, AreNeverTheOutputAndSayWhenTheyAreMissing)
 {
     const ScratchFolder folder;
     const auto input = folder.write("in", before);
     EXPECT_THROW(refuseSameFile(input, folder / "./in"), Failure);
     EXPECT_NO_THROW(refuseSameFile(input, folder / "elsewhere"));
+    EXPECT_THAT([&] { InputFile(folder / "absent"); },
+                testing::ThrowsMessage<Failure>(testing::HasSubstr("there is no such file")));
 }
 
 TEST(InputFiles, PiecesAddUpToTheFileAtEveryBoundary)
@@ -67,17 +48,6 @@ TEST(InputFiles, PiecesAddUpToTheFileAtEveryBoundary)
         Bytes joined;
         forEachPiece(file, "reading", [&](ByteView piece) { joined.insert(joined.end(), piece.begin(), piece.end()); });
         EXPECT_EQ(joined, content) << size;
-    }
-}
-
-TEST(InputFiles, AMissingFileSaysSo)
-{
-    const ScratchFolder folder;
-    try {
-        InputFile file(folder / "absent");
-        FAIL();
-    } catch (const Failure& failure) {
-        EXPECT_NE(std::string(failure.what()).find("there is no such file"), std::string::npos) << failure.what();
     }
 }
 

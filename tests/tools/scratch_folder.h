@@ -1,25 +1,25 @@
 // A folder that lives as long as the test.
 #pragma once
 
-#include "files.h"
+#include "log/bytes.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
+#include <stdexcept>
 
 namespace quelta {
 
 class ScratchFolder {
 public:
-    ScratchFolder()
+    explicit ScratchFolder(std::filesystem::path path) : path_(std::move(path))
     {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        path_ = std::filesystem::temp_directory_path() / (std::string("quelta-") + info->test_suite_name() + '-' + info->name());
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
+    ScratchFolder() : ScratchFolder(temporary()) {}
     ~ScratchFolder()
     {
         std::error_code ignored;
@@ -32,18 +32,26 @@ public:
 
     std::filesystem::path write(const std::filesystem::path& name, ByteView content) const
     {
-        std::ofstream(path_ / name, std::ios::binary)
-            .write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+        std::ofstream file(path_ / name, std::ios::binary);
+        file.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
+        if (!file.flush()) throw std::runtime_error("Writing " + name.string() + " failed");
         return path_ / name;
     }
     Bytes read(const std::filesystem::path& name) const
     {
         std::ifstream file(path_ / name, std::ios::binary);
+        if (!file) throw std::runtime_error("There is no " + name.string() + " in the test's folder");
         return {std::istreambuf_iterator<char>(file), {}};
     }
     std::ptrdiff_t fileCount() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }
 
 private:
+    static std::filesystem::path temporary()
+    {
+        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
+        return std::filesystem::temp_directory_path() / (std::string("quelta-") + info->test_suite_name() + '-' + info->name());
+    }
+
     std::filesystem::path path_;
 };
 

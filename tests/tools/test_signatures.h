@@ -1,6 +1,10 @@
 // Signatures over "signed content\n" made with another implementation: by RSA with and without signed attributes, and by P-384.
 #pragma once
 
+#include "certificates.h"
+
+#include <string_view>
+
 namespace quelta {
 
 constexpr auto rsaWithAttributes = R"(-----BEGIN PKCS7-----
@@ -43,5 +47,19 @@ zj0EAwQEZjBkAjByZ6cn3o+gHkDXLOhULvW0x8O1zNbGTNiLFPN58Y3EGU0TpOWnNFLQw5mUw0wcOx0C
 kArnZ9X6Lf1K/U/L5LygN5wKdg==
 -----END PKCS7-----
 )";
+
+inline Bytes bytesOf(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+// That of the signer.
+inline Certificate certificateIn(std::string_view signature)
+{
+    const Bytes der = withoutPem(bytesOf(signature));
+    const CRYPT_DATA_BLOB blob = blobOf(der);
+    const CertificateStore store(CertOpenStore(CERT_STORE_PROV_PKCS7, certificateEncoding, 0, 0, &blob));
+    return Certificate(CertEnumCertificatesInStore(store.get(), nullptr));
+}
 
 } // namespace quelta
