@@ -6,6 +6,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdio>
 #include <stdexcept>
 
 namespace quelta::test {
@@ -110,6 +111,14 @@ void PinDialog::pressEnter() const
     PostMessageA(edit(), WM_KEYUP, VK_RETURN, 1);
 }
 
+void PinDialog::waitUntilDrawn() const
+{
+    const auto undrawn = [this] { return GetUpdateRect(edit(), nullptr, FALSE) || GetUpdateRect(window_, nullptr, FALSE); };
+    for (int tries = 0; tries < 400 && undrawn(); ++tries) std::this_thread::sleep_for(5ms);
+    // Answered between two messages only, so after the last drawing.
+    send(window_, WM_NULL);
+}
+
 std::vector<PinDialog> visiblePinDialogs()
 {
     std::vector<PinDialog> dialogs;
@@ -172,7 +181,10 @@ void DialogUser::expectWindow(Step step)
     watch();
 }
 
-void DialogUser::watch() { SetEvent(awake_.get()); }
+void DialogUser::watch()
+{
+    SetEvent(awake_.get());
+}
 
 void DialogUser::run(const std::stop_token& stop)
 {
@@ -197,15 +209,19 @@ void DialogUser::meet(HWND window)
         }
     }
     step.action(window);
-    for (const auto end = std::chrono::steady_clock::now() + 5s; IsWindow(window) && IsWindowVisible(window);) {
-        if (std::chrono::steady_clock::now() > end) {
-            note("This window stays although it was left: " + caption);
-            EndDialog(window, 0);
-            PostMessageA(window, WM_COMMAND, IDCANCEL, 0);
-            return;
-        }
-        std::this_thread::sleep_for(2ms);
+    waitUntilLeft(window);
+}
+
+void DialogUser::waitUntilLeft(HWND window)
+{
+    for (int tries = 0; tries < 1000; ++tries) {
+        if (!IsWindow(window) || !IsWindowVisible(window)) return;
+        std::this_thread::sleep_for(5ms);
     }
+    note("A window stays although it was left");
+    // Said at once as well: the test may hang in this window for good.
+    std::fprintf(stderr, "A window stays although it was left\n");
+    PostMessageA(window, WM_COMMAND, IDCANCEL, 0);
 }
 
 void DialogUser::note(std::string failure)

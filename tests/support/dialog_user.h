@@ -33,6 +33,8 @@ public:
     void pressCancel() const;
     void close() const;
     void pressEnter() const;
+    // Has nothing left to draw.
+    void waitUntilDrawn() const;
 
 private:
     HWND window_;
@@ -70,6 +72,7 @@ private:
     void expectWindow(Step step);
     void run(const std::stop_token& stop);
     void meet(HWND window);
+    void waitUntilLeft(HWND window);
     void note(std::string failure);
 
     struct CloseEvent {

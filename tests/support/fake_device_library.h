@@ -149,8 +149,7 @@ public:
     int generateRamdomNumber(const char* device, int length, unsigned char* out, bool flag, void* libContext) override;
 
 private:
-    // What one thread was handed, and its next call spoils. Not thread_local: this runtime destroys such objects after their
-    // memory.
+    // What one thread was handed, and its next call spoils.
     struct HandedOut {
         std::vector<QueltaKeyPair> keyPairs;
         std::vector<QueltaCertificate> certificates;
