@@ -1,4 +1,4 @@
-#include "log/last_error.h"
+#include "base/last_error.h"
 #include "token/token_state.h"
 
 #include <windows.h>

@@ -1,7 +1,7 @@
 // What every call of bcrypt.dll here has in common.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "windows_handles.h"
 
 #include <string_view>

@@ -1,7 +1,7 @@
 // Certificates: read from files, described, compared, and the kind of key in them.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "windows_handles.h"
 
 #include <filesystem>

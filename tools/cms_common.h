@@ -1,7 +1,7 @@
 // Object identifiers and the one structure that signed and enveloped messages share.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "windows_handles.h"
 
 namespace quelta::cms {

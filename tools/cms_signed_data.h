@@ -1,8 +1,8 @@
 // CMS SignedData (RFC 5652) for a detached content, put together by hand: for keys that crypt32 has no way to.
 #pragma once
 
+#include "base/bytes.h"
 #include "digest.h"
-#include "log/bytes.h"
 #include "windows_handles.h"
 
 #include <vector>

@@ -1,7 +1,7 @@
 // The block ciphers that protect a message's content, in CBC mode and in pieces, by bcrypt.dll.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "windows_handles.h"
 
 #include <string>

@@ -1,7 +1,7 @@
 // DER of the few shapes that a CMS message is made of (ITU-T X.690), written and read.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <cstdint>
 #include <initializer_list>

@@ -1,7 +1,7 @@
 // The hash algorithms that signatures use, and their computation by bcrypt.dll.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "windows_handles.h"
 
 #include <span>

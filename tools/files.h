@@ -1,7 +1,7 @@
 // Files in pieces: a file of any size passes through one megabyte of memory.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <cstdint>
 #include <filesystem>

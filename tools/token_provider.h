@@ -2,8 +2,8 @@
 // wrapped keys go in, signatures and content keys come out.
 #pragma once
 
+#include "base/bytes.h"
 #include "digest.h"
-#include "log/bytes.h"
 #include "windows_handles.h"
 
 #include <memory>

@@ -1,8 +1,8 @@
 // Key pairs as values: RSA with all its numbers, or a curve's scalar and point. Also their published forms.
 #pragma once
 
+#include "base/bytes.h"
 #include "crypto/ecdsa.h"
-#include "log/bytes.h"
 
 #include <string>
 #include <variant>

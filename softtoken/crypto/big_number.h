@@ -2,7 +2,7 @@
 // and the curves P-384 and P-521 (Wine's bcrypt has none of them). Timing tells about the operands: this token protects nothing.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <cstdint>
 #include <vector>

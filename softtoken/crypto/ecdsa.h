@@ -2,7 +2,7 @@
 // each as wide as the field.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <cstdint>
 #include <string_view>

@@ -2,7 +2,7 @@
 // Every function throws TokenError when the system refuses.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "store/token_error.h"
 
 #include <windows.h>

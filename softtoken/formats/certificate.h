@@ -1,7 +1,7 @@
 // What the token reads of an X.509 certificate (RFC 5280).
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <string>
 

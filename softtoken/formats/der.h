@@ -1,7 +1,7 @@
 // Reading and writing DER (ITU-T X.690): only what keys, certificates and PKCS#12 files need.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <initializer_list>
 #include <optional>

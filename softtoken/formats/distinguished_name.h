@@ -1,6 +1,6 @@
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <string>
 

@@ -1,7 +1,7 @@
 // What a software token holds. The private keys stand here in clear: it protects nothing.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "token/device_records.h"
 
 #include <array>

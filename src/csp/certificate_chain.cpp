@@ -1,7 +1,7 @@
 #include "csp/certificate_chain.h"
 
+#include "base/windows_objects.h"
 #include "token/key_match.h"
-#include "token/windows_objects.h"
 
 #include <algorithm>
 #include <map>

@@ -1,3 +1,4 @@
+#include "base/work_buffer.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/key_context.h"
@@ -5,7 +6,6 @@
 #include "encoding/public_key_form.h"
 #include "token/expired_session.h"
 #include "token/key_match.h"
-#include "token/work_buffer.h"
 
 #include <algorithm>
 

@@ -1,7 +1,7 @@
 // What every CryptoAPI entry point has in common: its name in the log, no exception out, the last error set once, at the end.
 #pragma once
 
-#include "log/last_error.h"
+#include "base/last_error.h"
 #include "log/log_writer.h"
 
 #include <windows.h>

@@ -1,10 +1,10 @@
+#include "base/table.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/hash_context.h"
 #include "csp/output.h"
 #include "log/utils.h"
 #include "token/handles.h"
-#include "token/table.h"
 
 #include <algorithm>
 #include <cstring>

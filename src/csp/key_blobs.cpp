@@ -1,3 +1,4 @@
+#include "base/table.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/key_context.h"
@@ -5,7 +6,6 @@
 #include "encoding/capi_blobs.h"
 #include "encoding/key_unwrap.h"
 #include "token/key_match.h"
-#include "token/table.h"
 
 #include <algorithm>
 

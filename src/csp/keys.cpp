@@ -1,10 +1,10 @@
+#include "base/table.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/key_context.h"
 #include "csp/output.h"
 #include "token/handles.h"
 #include "token/key_match.h"
-#include "token/table.h"
 
 #include <algorithm>
 #include <cstring>

@@ -2,8 +2,8 @@
 // answers; each parameter names its rule.
 #pragma once
 
+#include "base/bytes.h"
 #include "csp/entry.h"
-#include "log/bytes.h"
 
 namespace quelta {
 

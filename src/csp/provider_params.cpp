@@ -1,10 +1,10 @@
+#include "base/table.h"
 #include "csp/certificate_chain.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/output.h"
 #include "csp/supported_algorithms.h"
 #include "token/key_match.h"
-#include "token/table.h"
 
 #include <algorithm>
 #include <cstring>

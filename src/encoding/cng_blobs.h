@@ -2,7 +2,7 @@
 // significant byte first. Reads only within the span it is given; the views in a result refer to it.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <cstdint>
 #include <optional>

@@ -2,7 +2,7 @@
 // verification want a DER SubjectPublicKeyInfo (RFC 5280, RFC 8017). Nothing here reports an error.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <string>
 #include <string_view>

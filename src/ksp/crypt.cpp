@@ -1,3 +1,4 @@
+#include "base/work_buffer.h"
 #include "encoding/public_key_form.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
@@ -5,7 +6,6 @@
 #include "ksp/provider.h"
 #include "token/expired_session.h"
 #include "token/key_match.h"
-#include "token/work_buffer.h"
 
 #include <algorithm>
 

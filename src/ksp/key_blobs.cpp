@@ -1,3 +1,4 @@
+#include "base/table.h"
 #include "encoding/capi_blobs.h"
 #include "encoding/cng_blobs.h"
 #include "encoding/key_unwrap.h"
@@ -6,7 +7,6 @@
 #include "ksp/property.h"
 #include "ksp/provider.h"
 #include "token/key_match.h"
-#include "token/table.h"
 
 #include <algorithm>
 #include <expected>

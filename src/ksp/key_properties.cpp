@@ -1,9 +1,9 @@
+#include "base/table.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/property.h"
 #include "ksp/provider.h"
 #include "token/key_match.h"
-#include "token/table.h"
 
 #include <algorithm>
 #include <cstring>

@@ -1,10 +1,10 @@
+#include "base/table.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/provider.h"
 #include "log/utils.h"
 #include "token/handles.h"
 #include "token/key_match.h"
-#include "token/table.h"
 
 #include <algorithm>
 

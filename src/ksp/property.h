@@ -1,7 +1,7 @@
 #pragma once
 
+#include "base/bytes.h"
 #include "ksp/entry.h"
-#include "log/bytes.h"
 
 #include <string_view>
 

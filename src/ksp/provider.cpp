@@ -1,9 +1,9 @@
 #include "ksp/provider.h"
 
+#include "base/table.h"
 #include "ksp/function_table.h"
 #include "ksp/property.h"
 #include "token/handles.h"
-#include "token/table.h"
 #include "token/token_connection.h"
 
 #include <cstdlib>

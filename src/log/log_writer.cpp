@@ -1,6 +1,6 @@
 #include "log/log_writer.h"
 
-#include "log/last_error.h"
+#include "base/last_error.h"
 #include "log/utils.h"
 
 #include <windows.h>

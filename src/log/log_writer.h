@@ -3,7 +3,7 @@
 // failure reaches the caller, and the thread's last error stays as it was.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <array>
 #include <concepts>

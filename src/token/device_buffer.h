@@ -1,7 +1,7 @@
 #pragma once
 
-#include "log/bytes.h"
-#include "token/wipe.h"
+#include "base/bytes.h"
+#include "base/wipe.h"
 
 #include <cstdlib>
 #include <memory>

@@ -1,7 +1,7 @@
 #include "token/key_match.h"
 
+#include "base/table.h"
 #include "log/utils.h"
-#include "token/table.h"
 
 namespace quelta {
 

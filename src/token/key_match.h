@@ -2,7 +2,7 @@
 // empty.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "token/device_records.h"
 #include "token/token_key.h"
 

@@ -1,9 +1,9 @@
 #include "token/pin_dialog.h"
 
+#include "base/wipe.h"
 #include "log/log_writer.h"
 #include "resources/resource_ids.h"
 #include "token/token_state.h"
-#include "token/wipe.h"
 
 #include <windows.h>
 

@@ -1,8 +1,8 @@
 #include "token/pin_prompt.h"
 
+#include "base/wipe.h"
 #include "log/log_writer.h"
 #include "token/pin_dialog.h"
-#include "token/wipe.h"
 
 #include <windows.h>
 

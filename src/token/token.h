@@ -2,7 +2,7 @@
 // converted, and what comes back checked against the room that was given.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 #include "token/device_buffer.h"
 #include "token/device_library.h"
 #include "token/token_state.h"

@@ -1,9 +1,9 @@
 // What both providers' key handles hold of a key: a copy, taken once, that never goes back to the token.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
+#include "base/wipe.h"
 #include "token/device_records.h"
-#include "token/wipe.h"
 
 #include <algorithm>
 #include <array>

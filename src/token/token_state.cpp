@@ -1,7 +1,7 @@
 #include "token/token_state.h"
 
+#include "base/wipe.h"
 #include "token/device_monitor.h"
-#include "token/wipe.h"
 
 namespace quelta {
 

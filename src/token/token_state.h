@@ -3,7 +3,7 @@
 // is swapped in meanwhile.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <atomic>
 #include <cstdint>

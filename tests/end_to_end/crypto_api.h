@@ -1,7 +1,7 @@
 // CryptoAPI as an application calls it, through advapi32. What an application would take for granted throws when it fails.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <windows.h>
 

@@ -1,9 +1,9 @@
 // The module's key storage table as CNG would use it. What an application would take for granted throws when it fails.
 #pragma once
 
+#include "base/bytes.h"
+#include "base/windows_objects.h"
 #include "ksp/function_table.h"
-#include "log/bytes.h"
-#include "token/windows_objects.h"
 
 #include <string>
 #include <vector>

@@ -1,6 +1,6 @@
+#include "base/windows_objects.h"
 #include "end_to_end/crypto_api.h"
 #include "end_to_end/token_test.h"
-#include "token/windows_objects.h"
 
 namespace quelta::test {
 

@@ -1,7 +1,7 @@
 // A folder that lives as long as the test.
 #pragma once
 
-#include "log/bytes.h"
+#include "base/bytes.h"
 
 #include <gtest/gtest.h>
 

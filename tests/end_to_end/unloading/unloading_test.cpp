@@ -1,8 +1,8 @@
 #include "support/child_process.h"
 #include "support/log_folder.h"
 
+#include "base/windows_objects.h"
 #include "csp/entry_points.h"
-#include "token/windows_objects.h"
 
 #include <gmock/gmock.h>
 
