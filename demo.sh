@@ -2,7 +2,7 @@
 # Signs a file with a key on a software token, and lets openssl judge the result.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
-source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
+source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 if [[ ${1-} == -* || $# -gt 1 ]]; then
     say "Usage: ./demo.sh [FILE]"

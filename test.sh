@@ -2,7 +2,7 @@
 # Builds everything and runs all tests. Arguments go to ctest: ./test.sh -R SignHash
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
-source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
+source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 if [[ ${1-} == --help || ${1-} == -h ]]; then
     say "Usage: ./test.sh [CTEST-ARGUMENT]..."

@@ -21,6 +21,8 @@ self=$(basename "$0")
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd -P)
 build=$root/build
 logs=$build/logs
+# shellcheck source=scripts/provider.sh
+source "$root/scripts/provider.sh"
 prefix=$build/wine-prefix
 
 # shellcheck disable=SC2034
@@ -206,19 +208,9 @@ windows_path() {
     printf '%s' "${path//\//\\}"
 }
 
-# Windows wants a signature of the module there, and Wine that the value exists.
 register_provider() {
-    local module
     [[ -e $1/QueltaCSP.dll ]] || die "${1#"$root"/}/QueltaCSP.dll was not built"
-    module=$(windows_path "$1/QueltaCSP.dll")
-    cat >"$build/provider.reg" <<END
-Windows Registry Editor Version 5.00
-
-[HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Cryptography\\Defaults\\Provider\\Quelta Cryptographic Provider CSP]
-"Image Path"="${module//\\/\\\\}"
-"Type"=dword:00000001
-"Signature"=hex:00,00,00,00
-END
+    registration_of "$(windows_path "$1/QueltaCSP.dll")" >"$build/provider.reg"
     quietly register.log wine regedit /S "$(windows_path "$build/provider.reg")" ||
         die "the provider could not be registered: see build/logs/register.log"
 }

@@ -11,6 +11,8 @@ namespace {
 
 constexpr int deepest = 32;
 constexpr std::uint64_t largestElement = 1024 * 1024;
+// Of an element that is read as a whole, on all its levels together; a message to thousands of recipients stays below.
+constexpr int mostParts = 100'000;
 constexpr unsigned char constructed = 0x20;
 
 } // namespace
@@ -77,10 +79,11 @@ bool BerStream::atEnd(const Header& outer, std::uint64_t start)
 
 Bytes BerStream::element()
 {
-    return elementAfter(header(), 0);
+    int partsLeft = mostParts;
+    return elementAfter(header(), 0, partsLeft);
 }
 
-Bytes BerStream::elementAfter(const Header& head, int depth)
+Bytes BerStream::elementAfter(const Header& head, int depth, int& partsLeft)
 {
     if (depth > deepest || head.length > largestElement) refuse();
     Bytes content;
@@ -90,7 +93,9 @@ Bytes BerStream::elementAfter(const Header& head, int depth)
         return der::element(head.tag, content);
     }
     for (Header part = header(); part.tag || part.length; part = header()) {
-        content = der::concat({content, elementAfter(part, depth + 1)});
+        if (--partsLeft < 0) refuse();
+        const Bytes whole = elementAfter(part, depth + 1, partsLeft);
+        content.insert(content.end(), whole.begin(), whole.end());
         if (content.size() > largestElement) refuse();
     }
     return der::element(head.tag, content);

@@ -19,7 +19,7 @@ public:
 
     // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for.
     void enter(unsigned char tag);
-    // The next element as a whole, in DER's definite form, at most 1 MB of it.
+    // The next element as a whole, in DER's definite form. A Failure if it has more than 1 MB, or too many parts.
     Bytes element();
     // The content of an OCTET STRING under an implicit tag [0], whole or in segments, handed on in pieces.
     void octets(const std::function<void(ByteView)>& take);
@@ -31,7 +31,7 @@ private:
     unsigned char byte();
     void bytes(std::span<unsigned char> into);
     bool atEnd(const Header& outer, std::uint64_t start);
-    Bytes elementAfter(const Header& head, int depth);
+    Bytes elementAfter(const Header& head, int depth, int& partsLeft);
     void segments(const Header& outer, const std::function<void(ByteView)>& take, int depth);
     void pass(std::uint64_t length, const std::function<void(ByteView)>& take);
 

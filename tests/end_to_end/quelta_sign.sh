@@ -5,39 +5,34 @@ set -euo pipefail
 bin=$1
 shared=$2
 pin=135790
-key='HKLM\Software\Microsoft\Cryptography\Defaults\Provider\Quelta Cryptographic Provider CSP'
+# shellcheck source=scripts/provider.sh
+source "$(dirname "$0")/../../scripts/provider.sh"
 work=$(mktemp -d "$(dirname "$shared")/sign.XXXXXX")
 cp -r "$shared/token" "$work/token"
 export QUELTA_TOKEN_DIR=$work/token
 cd "$work"
 
-# The prefix may have the provider registered already, from another build.
-clean_up() {
-    wine reg delete "$key" /f >/dev/null 2>&1 || true
-    [[ ! -e before.reg ]] || wine regedit /S before.reg
-    cd / && rm -rf "$work"
-}
-wine reg query "$key" >/dev/null 2>&1 && wine regedit /E before.reg "$key"
-trap clean_up EXIT
-
-register() {
-    local module
-    module=$(winepath -w "$bin/QueltaCSP.dll")
-    cat >provider.reg <<END
-Windows Registry Editor Version 5.00
-
-[${key/HKLM/HKEY_LOCAL_MACHINE}]
-"Image Path"="${module//\\/\\\\}"
-"Type"=dword:00000001
-"Signature"=hex:00,00,00,00
-END
-    wine regedit /S provider.reg
-}
-
 fail() {
     echo "$*"
     exit 1
 }
+
+clean_up() {
+    cd / && rm -rf "$work"
+}
+trap clean_up EXIT
+
+# The prefix may have the provider registered already, from another build: it gets that back.
+restore() {
+    wine reg delete "$provider_key" /f >/dev/null 2>&1 || true
+    [[ ! -e before.reg ]] || wine regedit /S before.reg
+    clean_up
+}
+if wine reg query "$provider_key" >/dev/null 2>&1; then
+    wine regedit /E before.reg "$provider_key"
+    [[ -s before.reg ]] || fail "no copy of the provider's registration could be made, so it is left as it is"
+fi
+trap restore EXIT
 
 tool() {
     wine "$bin/quelta-sign.exe" "$@" >output 2>&1 </dev/null || fail "quelta-sign $* failed: $(<output)"
@@ -67,7 +62,8 @@ sign_and_verify() {
     refuses verify signature changed --root "$shared/$2.root.pem"
 }
 
-register
+registration_of "$(winepath -w "$bin/QueltaCSP.dll")" >provider.reg
+wine regedit /S provider.reg
 printf 'one line\r\nanother\n' >data
 {
     cat data

@@ -276,8 +276,10 @@ TEST_P(PinPrompt, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
     token.willAnswer(Call::validatePassword, 0);
     std::array<std::optional<std::string>, 2> pins;
     std::jthread second;
-    // Stops both threads at the line that follows their dialog, until both texts were given.
+    // Held, it stops both threads at the line that follows their dialog, until both texts were given. It is in its place before
+    // either thread looks there.
     std::mutex atTheLog;
+    logMutexSlot() = &atTheLog;
     user.meetsPinDialog([&](PinDialog older) {
         older.type("1111");
         older.waitUntilDrawn();
@@ -286,7 +288,6 @@ TEST_P(PinPrompt, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
         newer.type("2222");
         newer.waitUntilDrawn();
         const std::lock_guard lock(atTheLog);
-        logMutexSlot() = &atTheLog;
         // Without the mouse, which would bring it to the front and have both drawn.
         PostMessageA(older.window(), WM_COMMAND, IDOK, 0);
         while (IsWindow(older.window())) Sleep(5);

@@ -9,6 +9,8 @@
 
 #include <gmock/gmock.h>
 
+#include <chrono>
+
 namespace quelta {
 namespace {
 
@@ -124,6 +126,17 @@ TEST_F(Opening, NoBrokenByteOfTheHeadLeavesAHalfFile)
             }
         }
     }
+}
+
+// Hostile: a part costs two bytes of the file, and should cost no more than its share of time and memory.
+TEST_F(Opening, AnElementOfManyEmptyPartsIsRefusedAtOnce)
+{
+    Bytes message =
+        der::concat({Bytes{0x30, 0x80}, der::oid(cms::oidEnvelopedData), Bytes{0xA0, 0x80, 0x30, 0x80}, Bytes{0x31, 0x80}});
+    while (message.size() < 2'000'000) message.insert(message.end(), {der::tagNull, 0});
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THROW(open(message), Failure);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(15));
 }
 
 TEST_F(Opening, BadPaddingIsRefused)
