@@ -74,7 +74,7 @@ void addTokenCommands(CLI::App& app, CommandLine& line)
     CLI::App* init =
         addCommand(app, line, "init", "Make a token in the folder; prints its identifier", "init --pin 1234 --label Demo",
                    [](const CommandLine& given, const cli::Folder& folder) { cli::init(folder, given.init); });
-    init->add_option("--pin", line.init.pin, "The PIN, 4 to 63 characters")->required();
+    init->add_option("--pin", line.init.pin, "The PIN, 4 to 63 ASCII characters")->required();
     init->add_option("--label", line.init.label, "The token's label");
     init->add_option("--attempts", line.init.attempts, "Wrong PINs until it locks")
         ->check(CLI::Range(1, 1000))
@@ -107,7 +107,7 @@ void addPinCommands(CLI::App& app, CommandLine& line)
     CLI::App* change =
         addCommand(*pin, line, "change", "Set another PIN, with all attempts", "pin change --new 5678",
                    [](const CommandLine& given, const cli::Folder& folder) { cli::pinChange(folder, given.newPin); });
-    change->add_option("--new", line.newPin, "The PIN, 4 to 63 characters")->required();
+    change->add_option("--new", line.newPin, "The PIN, 4 to 63 ASCII characters")->required();
     addCommand(*pin, line, "unlock", "Give all attempts back", "pin unlock",
                [](const CommandLine&, const cli::Folder& folder) { cli::pinUnlock(folder); });
     addCommand(*pin, line, "lock", "Take all attempts away", "pin lock",

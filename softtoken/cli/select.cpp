@@ -24,7 +24,9 @@ constexpr UsageRow usages[] = {{usageSigning, "sign"}, {usageKeyExchange, "excha
 
 std::shared_ptr<const TokenState> requireToken(const std::filesystem::path& folder)
 {
-    auto state = readToken(folder);
+    const Reading reading = readToken(folder);
+    if (!reading) throw reading.error();
+    auto state = *reading;
     if (!state)
         throw TokenError(Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN");
     return state;

@@ -4,12 +4,6 @@
 
 namespace quelta::softtoken {
 
-std::shared_ptr<const TokenState> pluggedToken()
-{
-    auto state = readToken(tokenFolder());
-    return state && state->plugged ? state : nullptr;
-}
-
 bool isToken(const TokenState& state, const char* deviceId)
 {
     return state.plugged && deviceId != nullptr && state.serial == deviceId;

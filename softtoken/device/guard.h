@@ -22,8 +22,6 @@ int guarded(Work work) noexcept
     }
 }
 
-// Null if there is no token in the folder, or it is unplugged.
-std::shared_ptr<const TokenState> pluggedToken();
 bool isToken(const TokenState& state, const char* deviceId);
 
 // The work gets the state of the token, if one is plugged in. With an identifier, only the token that has it.
@@ -31,8 +29,10 @@ template <class Work>
 int withToken(Work work) noexcept
 {
     return guarded([&] {
-        const auto state = pluggedToken();
-        return state ? static_cast<int>(work(*state)) : static_cast<int>(Result::noToken);
+        const Reading reading = readToken(tokenFolder());
+        if (!reading) return static_cast<int>(reading.error().result());
+        const auto& state = *reading;
+        return state && state->plugged ? static_cast<int>(work(*state)) : static_cast<int>(Result::noToken);
     });
 }
 

@@ -1,9 +1,16 @@
-#include "token/device_functions.h"
 #include "device/guard.h"
 #include "store/pin.h"
+#include "token/device_functions.h"
 
 using namespace quelta;
 using namespace quelta::softtoken;
+
+namespace {
+
+// A damaged token is there, and fails, rather than not being there.
+constexpr const char* unreadableToken = "QUELTA-SOFTWARE-TOKEN-PROTECTS-NOTHING-UNREADABLE";
+
+} // namespace
 
 int quelta_init(int, int)
 {
@@ -12,14 +19,21 @@ int quelta_init(int, int)
 
 int quelta_initDevice(const char* deviceId, bool, void*)
 {
-    return withToken(deviceId, [](const TokenState&) { return Result::ok; });
+    return withToken(deviceId, [](const TokenState&) {
+        requireChangeable(tokenFolder());
+        return Result::ok;
+    });
 }
 
 std::vector<std::string> quelta_getConnectedDeviceList(bool, void*)
 {
     std::vector<std::string> devices;
-    withToken([&](const TokenState& state) {
-        devices.push_back(state.serial);
+    guarded([&] {
+        const Reading reading = readToken(tokenFolder());
+        if (!reading)
+            devices.emplace_back(unreadableToken);
+        else if (*reading && (*reading)->plugged)
+            devices.push_back((*reading)->serial);
         return Result::ok;
     });
     return devices;

@@ -14,21 +14,37 @@ constexpr std::uintmax_t mostToRead = 64U * 1024 * 1024;
 constexpr int replaceTries = 50;
 constexpr DWORD replacePause = 20;
 
+bool isMissing(DWORD error)
+{
+    return error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
+}
+
 [[noreturn]] void fail(const char* what, const std::filesystem::path& path)
 {
     const DWORD error = GetLastError();
-    const bool missing = error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND;
-    const std::string reason = missing                        ? "no such file or folder"
+    const std::string reason = isMissing(error)               ? "no such file or folder"
                                : error == ERROR_ACCESS_DENIED ? "access denied"
                                                               : "Windows error " + std::to_string(error);
     throw TokenError(std::string(what) + " " + textOf(path) + ": " + reason);
 }
 
+// Null if the system refuses.
+File tryOpen(const std::filesystem::path& path, DWORD access, DWORD disposition, DWORD flags = FILE_ATTRIBUTE_NORMAL)
+{
+    const HANDLE file = CreateFileW(path.c_str(), access, everythingShared, nullptr, disposition, flags, nullptr);
+    return File(file == INVALID_HANDLE_VALUE ? nullptr : file);
+}
+
 File openFile(const std::filesystem::path& path, DWORD access, DWORD disposition, const char* what)
 {
-    const HANDLE file = CreateFileW(path.c_str(), access, everythingShared, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (file == INVALID_HANDLE_VALUE) fail(what, path);
-    return File(file);
+    File file = tryOpen(path, access, disposition);
+    if (!file) fail(what, path);
+    return file;
+}
+
+std::filesystem::path besideOf(std::filesystem::path path)
+{
+    return path += L".new";
 }
 
 std::uint64_t joined(DWORD high, DWORD low)
@@ -70,7 +86,10 @@ void replace(const std::filesystem::path& from, const std::filesystem::path& to)
 std::optional<FileStamp> stampOf(const std::filesystem::path& path)
 {
     WIN32_FILE_ATTRIBUTE_DATA data{};
-    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) return std::nullopt;
+    if (!GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data)) {
+        if (isMissing(GetLastError())) return std::nullopt;
+        fail("can't read", path);
+    }
     return FileStamp{joined(data.ftLastWriteTime.dwHighDateTime, data.ftLastWriteTime.dwLowDateTime),
                      joined(data.nFileSizeHigh, data.nFileSizeLow)};
 }
@@ -101,8 +120,7 @@ void writeFile(const std::filesystem::path& path, ByteView content)
 void writeAtomically(const std::filesystem::path& path, ByteView content)
 {
     const std::optional<FileStamp> before = stampOf(path);
-    std::filesystem::path beside = path;
-    beside += L".new";
+    const std::filesystem::path beside = besideOf(path);
     {
         const File file = openFile(beside, GENERIC_WRITE, CREATE_ALWAYS, "can't write");
         writeAll(file, content, beside);
@@ -112,10 +130,18 @@ void writeAtomically(const std::filesystem::path& path, ByteView content)
     replace(beside, path);
 }
 
+void requireWritable(const std::filesystem::path& path)
+{
+    const std::filesystem::path beside = besideOf(path);
+    if (!tryOpen(beside, GENERIC_WRITE | DELETE, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE)) fail("can't write", beside);
+}
+
 File lockFile(const std::filesystem::path& path, LockKind kind)
 {
     const bool exclusive = kind == LockKind::exclusive;
-    File file = openFile(path, exclusive ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ, OPEN_ALWAYS, "can't lock");
+    File file = tryOpen(path, exclusive ? GENERIC_READ | GENERIC_WRITE : GENERIC_READ, OPEN_ALWAYS);
+    if (!file && !exclusive) return nullptr;
+    if (!file) fail("can't lock", path);
     OVERLAPPED position{};
     if (!LockFileEx(file.get(), exclusive ? LOCKFILE_EXCLUSIVE_LOCK : 0, 0, 1, 0, &position)) fail("can't lock", path);
     return file;

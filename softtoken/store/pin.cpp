@@ -14,9 +14,14 @@ namespace {
 constexpr std::uint64_t hashIterations = 10000;
 constexpr std::size_t saltSize = 16;
 
+ByteView viewOf(std::string_view pin)
+{
+    return {reinterpret_cast<const unsigned char*>(pin.data()), pin.size()};
+}
+
 Bytes hashOf(const StoredPin& stored, std::string_view pin)
 {
-    return pbkdf2(sha256, bytesOf(pin), stored.salt, stored.iterations, sha256.size);
+    return pbkdf2(sha256, viewOf(pin), stored.salt, stored.iterations, sha256.size);
 }
 
 // The slow hash is taken once for a PIN and a stored hash: this remembers, keyed, what was right last.
@@ -24,35 +29,35 @@ class LastRightPin {
 public:
     bool is(const StoredPin& stored, std::string_view pin)
     {
-        const Bytes mark = markOf(stored, pin);
         const std::lock_guard guard(mutex_);
+        const Bytes mark = markOf(stored, pin);
         return equalInConstantTime(mark, last_);
     }
 
     void remember(const StoredPin& stored, std::string_view pin)
     {
-        Bytes mark = markOf(stored, pin);
         const std::lock_guard guard(mutex_);
-        last_ = std::move(mark);
+        last_ = markOf(stored, pin);
     }
 
 private:
+    // With the mutex held, and a PIN of no more than the longest.
     Bytes markOf(const StoredPin& stored, std::string_view pin)
     {
-        Bytes data = stored.hash;
-        append(data, bytesOf(pin));
-        return hmac(sha256, key(), data);
-    }
-
-    Bytes key()
-    {
-        const std::lock_guard guard(mutex_);
-        if (key_.empty()) key_ = randomBytes(32);
-        return key_;
+        if (key_.empty()) {
+            key_ = randomBytes(sha256.size);
+            mask_ = randomBytes(longestPin);
+        }
+        // The PIN goes in under a mask: a hash object keeps its last block of data, in memory that is not ours to wipe.
+        Bytes data = mask_;
+        for (std::size_t i = 0; i < pin.size(); ++i) data[i] = static_cast<unsigned char>(data[i] ^ viewOf(pin)[i]);
+        append(data, stored.hash);
+        return hmac(sha256, key_, data);
     }
 
     std::mutex mutex_;
     Bytes key_;
+    Bytes mask_;
     Bytes last_;
 };
 
@@ -75,8 +80,9 @@ bool accept(TokenState& state)
 
 StoredPin newPin(std::string_view pin, int attempts)
 {
-    if (pin.size() < shortestPin || pin.size() > longestPin)
-        throw TokenError(Result::badArgument, "a PIN has 4 to 63 characters: choose another one");
+    const bool ascii = std::ranges::all_of(pin, [](char character) { return character >= ' ' && character <= '~'; });
+    if (pin.size() < shortestPin || pin.size() > longestPin || !ascii)
+        throw TokenError(Result::badArgument, "a PIN has 4 to 63 characters, all of them ASCII: choose another one");
     if (attempts < 1) throw TokenError(Result::badArgument, "a token needs at least one attempt");
     StoredPin stored{randomBytes(saltSize), {}, hashIterations, attempts, attempts};
     stored.hash = hashOf(stored, pin);
@@ -85,6 +91,7 @@ StoredPin newPin(std::string_view pin, int attempts)
 
 bool isRightPin(const StoredPin& stored, std::string_view pin)
 {
+    if (pin.size() > longestPin) return false;
     if (lastRightPin.is(stored, pin)) return true;
     if (!equalInConstantTime(hashOf(stored, pin), stored.hash)) return false;
     lastRightPin.remember(stored, pin);

@@ -12,7 +12,8 @@ constexpr std::size_t shortestPin = 4;
 constexpr std::size_t longestPin = 63;
 constexpr int defaultAttempts = 10;
 
-// Throws TokenError if the PIN's length is out of bounds.
+// Throws TokenError if the PIN's length is out of bounds, or it is not all ASCII: applications hand a PIN over in the system's
+// code page, so that any other character would not be the same one everywhere.
 StoredPin newPin(std::string_view pin, int attempts);
 bool isRightPin(const StoredPin& stored, std::string_view pin);
 

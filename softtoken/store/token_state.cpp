@@ -90,7 +90,12 @@ Json writePin(const StoredPin& pin)
 
 StoredPin readPin(const Json& json)
 {
-    return {bytesAt(json, "salt"), bytesAt(json, "hash"), json.at("iterations"), json.at("attempts"), json.at("remaining")};
+    const StoredPin pin{bytesAt(json, "salt"), bytesAt(json, "hash"), json.at("iterations"), json.at("attempts"),
+                        json.at("remaining")};
+    // With a damaged hash every PIN would be a wrong one, and cost an attempt.
+    if (pin.hash.size() != sha256.size || pin.iterations == 0 || pin.remaining < 0 || pin.remaining > pin.attempts)
+        throw TokenError(Result::badData, "what it holds of the PIN is damaged");
+    return pin;
 }
 
 TokenState readState(const Json& json)
@@ -141,8 +146,11 @@ TokenState fromJson(const std::string& text)
 {
     try {
         return readState(Json::parse(text));
-    } catch (const Json::exception& error) {
-        throw TokenError(Result::badData, error.what());
+    } catch (const Json::parse_error& error) {
+        // The library's own text quotes what it read last, which may be a private key.
+        throw TokenError(Result::badData, "it is damaged at byte " + std::to_string(error.byte));
+    } catch (const Json::exception&) {
+        throw TokenError(Result::badData, "a value is missing or of another kind");
     }
 }
 

@@ -29,57 +29,72 @@ struct FreeHeap {
     void operator()(wchar_t* text) const { HeapFree(GetProcessHeap(), 0, text); }
 };
 
+using ConvertUnixPath = wchar_t*(CDECL*)(const char*);
+
+ConvertUnixPath findUnixPathConversion()
+{
+    const FARPROC found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_dos_file_name");
+    return reinterpret_cast<ConvertUnixPath>(reinterpret_cast<void*>(found));
+}
+
+// Looked up once, at load. The folder is resolved at every poll, and a poll must not need the loader: whoever unloads the library
+// holds the loader's lock while it waits for the last one.
+const ConvertUnixPath convertUnixPath = findUnixPathConversion();
+
 // A path like /tmp/token belongs to the current drive; that is drive C: as soon as the program runs inside the prefix.
 std::filesystem::path resolved(const std::wstring& text)
 {
-    if (!text.starts_with(L'/') || text.starts_with(L"//")) return text;
-    using Convert = wchar_t*(CDECL*)(const char*);
-    const FARPROC found = GetProcAddress(GetModuleHandleW(L"kernel32.dll"), "wine_get_dos_file_name");
-    if (found == nullptr) return text;
-    const auto convert = reinterpret_cast<Convert>(reinterpret_cast<void*>(found));
-    const std::unique_ptr<wchar_t, FreeHeap> path(convert(toUtf8(text).c_str()));
+    if (convertUnixPath == nullptr || !text.starts_with(L'/') || text.starts_with(L"//")) return text;
+    const std::unique_ptr<wchar_t, FreeHeap> path(convertUnixPath(toUtf8(text).c_str()));
     return path ? std::filesystem::path(path.get()) : std::filesystem::path(text);
 }
 
-// The last state that this process has parsed, of one folder: a process seldom drives two.
+// What this process has parsed last, of one folder: a process seldom drives two. A damaged token is remembered as well, so that
+// polling one throws nothing: a thread's first exception costs the process two handles for good.
 struct Cache {
     std::mutex mutex;
     std::filesystem::path folder;
     FileStamp stamp{};
-    std::shared_ptr<const TokenState> state;
+    Reading reading;
 };
 
 Cache cache;
 
-std::shared_ptr<const TokenState> cached(const std::filesystem::path& folder, const FileStamp& stamp)
+std::optional<Reading> cached(const std::filesystem::path& folder, const FileStamp& stamp)
 {
     const std::lock_guard guard(cache.mutex);
-    return cache.state && cache.folder == folder && cache.stamp == stamp ? cache.state : nullptr;
+    if (cache.folder != folder || cache.stamp != stamp) return std::nullopt;
+    return cache.reading;
 }
 
-void remember(const std::filesystem::path& folder, const FileStamp& stamp, std::shared_ptr<const TokenState> state)
+void remember(const std::filesystem::path& folder, const FileStamp& stamp, const Reading& reading)
 {
     const std::lock_guard guard(cache.mutex);
     cache.folder = folder;
     cache.stamp = stamp;
-    cache.state = std::move(state);
+    cache.reading = reading;
+}
+
+Reading parsed(const std::filesystem::path& folder, ByteView content)
+{
+    try {
+        return std::make_shared<const TokenState>(fromJson(textOf(content)));
+    } catch (const TokenError& error) {
+        return std::unexpected(
+            TokenError("the token in " + textOf(folder) + " can't be read (" + error.what() +
+                       "): restore its token.json, or make a new token with: quelta-token init --force --pin PIN"));
+    }
 }
 
 // With the lock held.
-std::shared_ptr<const TokenState> load(const std::filesystem::path& folder)
+Reading load(const std::filesystem::path& folder)
 {
     const std::optional<FileStamp> stamp = stampOf(folder / stateName);
     if (!stamp) return nullptr;
-    if (auto state = cached(folder, *stamp)) return state;
-    try {
-        auto state = std::make_shared<const TokenState>(fromJson(textOf(readFile(folder / stateName))));
-        remember(folder, *stamp, state);
-        return state;
-    } catch (const TokenError& error) {
-        throw TokenError(Result::badData,
-                         "the token in " + textOf(folder) + " can't be read (" + error.what() +
-                             "): restore its token.json, or make a new token with: quelta-token init --force --pin PIN");
-    }
+    if (auto known = cached(folder, *stamp)) return *known;
+    const Reading reading = parsed(folder, readFile(folder / stateName));
+    remember(folder, *stamp, reading);
+    return reading;
 }
 
 // With the exclusive lock held.
@@ -111,13 +126,23 @@ std::filesystem::path tokenFolder()
     return std::filesystem::path(local) / L"Oskvar" / L"Quelta" / L"SoftwareTokenProtectsNothing";
 }
 
-std::shared_ptr<const TokenState> readToken(const std::filesystem::path& folder)
+Reading readToken(const std::filesystem::path& folder)
 {
-    const std::optional<FileStamp> stamp = stampOf(folder / stateName);
-    if (!stamp) return nullptr;
-    if (auto state = cached(folder, *stamp)) return state;
-    const File lock = lockFile(folder / lockName, LockKind::shared);
-    return load(folder);
+    try {
+        const std::optional<FileStamp> stamp = stampOf(folder / stateName);
+        if (!stamp) return nullptr;
+        if (auto known = cached(folder, *stamp)) return *known;
+        const File lock = lockFile(folder / lockName, LockKind::shared);
+        return load(folder);
+    } catch (const TokenError& error) {
+        return std::unexpected(error);
+    }
+}
+
+void requireChangeable(const std::filesystem::path& folder)
+{
+    const File lock = lockFile(folder / lockName, LockKind::exclusive);
+    requireWritable(folder / stateName);
 }
 
 void changeToken(const std::filesystem::path& folder, const std::function<bool(TokenState&)>& change)
@@ -127,9 +152,10 @@ void changeToken(const std::filesystem::path& folder, const std::function<bool(T
     };
     if (!stampOf(folder / stateName)) throw none();
     const File lock = lockFile(folder / lockName, LockKind::exclusive);
-    const std::shared_ptr<const TokenState> before = load(folder);
-    if (!before) throw none();
-    TokenState state = *before;
+    const Reading before = load(folder);
+    if (!before) throw before.error();
+    if (!*before) throw none();
+    TokenState state = **before;
     if (change(state)) save(folder, std::move(state));
 }
 

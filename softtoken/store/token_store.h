@@ -3,8 +3,10 @@
 // in between loses nothing.
 #pragma once
 
+#include "store/token_error.h"
 #include "store/token_state.h"
 
+#include <expected>
 #include <filesystem>
 #include <functional>
 #include <memory>
@@ -18,9 +20,13 @@ std::string textOf(const std::filesystem::path& path);
 // QUELTA_TOKEN_DIR as it stands at this moment, else a folder under the user's local application data.
 std::filesystem::path tokenFolder();
 
-// Null if there is no token in the folder. Throws TokenError if there is a damaged one. Parses again only when the file has
-// changed.
-std::shared_ptr<const TokenState> readToken(const std::filesystem::path& folder);
+// Null if there is no token in the folder; why, if the one that is there can't be read.
+using Reading = std::expected<std::shared_ptr<const TokenState>, TokenError>;
+// Parses again only when the file has changed.
+Reading readToken(const std::filesystem::path& folder);
+
+// Throws TokenError if changes can't be written: such a token could not count a wrong PIN.
+void requireChangeable(const std::filesystem::path& folder);
 
 // Applies the change to the state as it is now, with every other changer kept out, and writes it unless the change answers false.
 void changeToken(const std::filesystem::path& folder, const std::function<bool(TokenState&)>& change);
