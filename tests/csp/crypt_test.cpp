@@ -208,7 +208,7 @@ TEST_F(GenRandom, FlagIsTheHardwareSwitchTurnedRound)
 {
     const HCRYPTPROV prov = acquire();
     for (const DWORD wanted : {1, 0, 7}) {
-        CPSetProvParam(prov, PP_USE_HARDWARE_RNG, bytesOfDword(wanted).data(), 0);
+        CPSetProvParam(prov, PP_USE_HARDWARE_RNG, littleEndian({wanted}).data(), 0);
         EXPECT_EQ(handTo(room(9), [&](auto data, auto length) { return CPGenRandom(prov, *length, data); }).buffer, counting(9));
         EXPECT_THAT(token.takeCalls(),
                     ElementsAre("generateRamdomNumber(TOKEN-1, 9, " + std::string(wanted ? "false" : "true") + ")"));

@@ -1,9 +1,5 @@
 #include "csp/csp_test.h"
 
-#include "encoding/little_endian.h"
-
-#include <stdexcept>
-
 namespace quelta::test {
 
 namespace {
@@ -21,11 +17,6 @@ Handed callWith(BYTE* data, DWORD length, const HandOut& handOut)
 }
 
 } // namespace
-
-void require(BOOL done, const char* what)
-{
-    if (!done) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
-}
 
 Handed handTo(const Bytes& content, const HandOut& handOut)
 {
@@ -58,42 +49,6 @@ void expectAnswer(Called<BOOL> expected, const Attempt& attempt, std::source_loc
 {
     const auto trace = traceOf(where);
     EXPECT_EQ(callWithLastError(attempt), expected);
-}
-
-Bytes bytesOfText(std::string_view text)
-{
-    Bytes bytes(text.begin(), text.end());
-    bytes.push_back(0);
-    return bytes;
-}
-
-Bytes bytesOfDword(DWORD value)
-{
-    Bytes bytes;
-    appendU32(bytes, value);
-    return bytes;
-}
-
-Bytes reversed(ByteView bytes)
-{
-    return {bytes.rbegin(), bytes.rend()};
-}
-
-std::string hexOf(ByteView bytes)
-{
-    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
-}
-
-Bytes concat(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
-Bytes keyBlob(BYTE type, ALG_ID algorithm, const Bytes& rest)
-{
-    return concat({{type, 2, 0, 0}, bytesOfDword(algorithm), rest});
 }
 
 CspTest::~CspTest()
@@ -155,17 +110,6 @@ HCRYPTHASH CspTest::finishedHash(HCRYPTPROV prov)
     require(CPSetHashParam(prov, hash, HP_HASHVAL, counting(32).data(), 0), "CPSetHashParam");
     forget();
     return hash;
-}
-
-void CspTest::cachePin(const char* pin)
-{
-    tokenState().pinCache.setValidated(std::make_shared<const PinText>(pin));
-}
-
-void CspTest::forget()
-{
-    token.takeCalls();
-    log.forget();
 }
 
 void CspTest::expectLine(const LogLine& line, std::source_location where)

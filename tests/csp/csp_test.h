@@ -52,9 +52,6 @@ inline const BufferRule keyParameter = {succeeded(), failedWith(ERROR_MORE_DATA)
 void expectHandsOut(const BufferRule& rule, const Bytes& value, const HandOut& handOut,
                     std::source_location where = std::source_location::current());
 
-// What is set up for a test must not fail unnoticed.
-void require(BOOL done, const char* what);
-
 using Attempt = std::function<BOOL()>;
 void expectAnswer(Called<BOOL> expected, const Attempt& attempt, std::source_location where);
 inline void expectSucceeds(const Attempt& attempt, std::source_location where = std::source_location::current())
@@ -65,14 +62,6 @@ inline void expectFails(auto code, const Attempt& attempt, std::source_location 
 {
     expectAnswer(failedWith(code), attempt, where);
 }
-
-Bytes bytesOfText(std::string_view text);
-Bytes bytesOfDword(DWORD value);
-Bytes reversed(ByteView bytes);
-std::string hexOf(ByteView bytes);
-Bytes concat(std::initializer_list<Bytes> parts);
-// A key blob of CryptoAPI: the header of 8 bytes, and what comes after it.
-Bytes keyBlob(BYTE type, ALG_ID algorithm, const Bytes& rest);
 
 class CspTest : public ModuleTest {
 protected:
@@ -91,9 +80,6 @@ protected:
     void ownsKey(HCRYPTKEY key) { keys_.push_back(key); }
     void ownsHash(HCRYPTHASH hash) { hashes_.push_back(hash); }
 
-    static void cachePin(const char* pin = "1234");
-    static std::string cachedPin() { return tokenState().pinCache.pin()->c_str(); }
-    void forget();
     // Among the new lines of the log is this one.
     void expectLine(const LogLine& line, std::source_location where = std::source_location::current());
 

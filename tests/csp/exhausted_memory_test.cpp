@@ -122,7 +122,7 @@ TEST_F(ExhaustedMemory, FailedCallsHandOutNothingAndLeaveNothingBehind)
         "CPCreateHash", [&] { return CPCreateHash(prov, CALG_SHA1, 0, 0, &out); }, destroyHash);
     expectCleanFailures(
         "CPDuplicateHash", [&] { return CPDuplicateHash(prov, hash, nullptr, 0, &out); }, destroyHash);
-    const Bytes rsa = concat({bytesOfDword(0x31415352), bytesOfDword(1024), Bytes(132, 1)});
+    const Bytes rsa = concat({littleEndian({0x31415352}), littleEndian({1024}), Bytes(132, 1)});
     expectCleanImport("public key", keyBlob(PUBLICKEYBLOB, CALG_RSA_KEYX, rsa));
     expectCleanImport("plain key", keyBlob(PLAINTEXTKEYBLOB, CALG_AES_128, Bytes(20)));
     expectCleanImport("wrapped key", keyBlob(11, CALG_AES_128, Bytes(28)));

@@ -18,7 +18,7 @@ protected:
 
 TEST_F(ExportKey, OnlyAPublicKeyComesAndAsABlob)
 {
-    const Bytes head = concat({bytesOfDword(0x31415352), bytesOfDword(2048), bytesOfDword(65537)});
+    const Bytes head = concat({littleEndian({0x31415352}), littleEndian({2048}), littleEndian({65537})});
     BufferRule rule = enumerated;
     rule.written = succeededWith(ERROR_SUCCESS);
     expectHandsOut(rule, keyBlob(PUBLICKEYBLOB, CALG_RSA_SIGN, concat({head, reversed(publicKeyOf(pair))})), exporting());

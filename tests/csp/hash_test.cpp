@@ -54,8 +54,8 @@ TEST_F(Hash, EachAlgorithmStartsItsMechanismTakesADigestOfItsSizeAndReadsBackIfI
         const GuardedBuffer digest(counting(algorithm.size));
         expectSucceeds([&] { return CPSetHashParam(prov, hash, HP_HASHVAL, digest.data(), 0); });
         if (algorithm.size <= 32) {
-            expectHandsOut(shortIsRefused, bytesOfDword(algorithm.id), asking(hash, HP_ALGID));
-            expectHandsOut(shortIsRefused, bytesOfDword(algorithm.size), asking(hash, HP_HASHSIZE));
+            expectHandsOut(shortIsRefused, littleEndian({algorithm.id}), asking(hash, HP_ALGID));
+            expectHandsOut(shortIsRefused, littleEndian({algorithm.size}), asking(hash, HP_HASHSIZE));
             expectHandsOut(shortIsRefused, digest.bytes(), asking(hash));
         } else {
             const Handed refused = {failedWith(NTE_BAD_ALGID), 64, room(64)};

@@ -14,7 +14,7 @@ constexpr BYTE wrapBlob = 11;
 Bytes publicBlob(DWORD bits, std::size_t present, DWORD exponent = 65537)
 {
     return keyBlob(PUBLICKEYBLOB, CALG_RSA_KEYX,
-                   concat({bytesOfDword(0x31415352), bytesOfDword(bits), bytesOfDword(exponent), counting(present)}));
+                   concat({littleEndian({0x31415352}), littleEndian({bits}), littleEndian({exponent}), counting(present)}));
 }
 
 // For blobs that are too short to be public keys, on a token without AES keys.
@@ -102,7 +102,7 @@ TEST_F(ImportKey, PlainKeyIsStoredOnTheTokenAndDescribedByIt)
         stored.flag = 1;
     };
     for (const auto& [algorithm, code] : {std::pair<ALG_ID, ALG_ID>{CALG_AES_128, 8}, {CALG_AES_256, 10}}) {
-        const Bytes blob = keyBlob(PLAINTEXTKEYBLOB, algorithm, concat({bytesOfDword(0xFFFFFFFF), counting(128)}));
+        const Bytes blob = keyBlob(PLAINTEXTKEYBLOB, algorithm, concat({littleEndian({0xFFFFFFFF}), counting(128)}));
         ASSERT_EQ(import(blob), succeeded());
         EXPECT_THAT(token.takeCalls(),
                     ElementsAre("importAesKey(TOKEN-1, 1234, " + hexOf(counting(128)) + ", " + std::to_string(code) + ")"));

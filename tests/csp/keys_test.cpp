@@ -29,7 +29,7 @@ protected:
     }
     static void expectValue(HCRYPTPROV prov, HCRYPTKEY key, DWORD parameter, DWORD value)
     {
-        EXPECT_EQ(handTo(room(4), asking(prov, key, parameter)), (Handed{succeeded(), 4, bytesOfDword(value)})) << parameter;
+        EXPECT_EQ(handTo(room(4), asking(prov, key, parameter)), (Handed{succeeded(), 4, littleEndian({value})})) << parameter;
     }
     const KeyContext& key() const { return *keyOf(handle); }
 
@@ -163,10 +163,10 @@ TEST_F(Keys, ParametersFollowTheBufferRule)
     token.withCertificateOf(pair, certificate);
     const HCRYPTPROV prov = acquire();
     const HCRYPTKEY opened = userKey(prov);
-    for (const auto& [parameter, value] : {std::pair<DWORD, Bytes>{KP_PERMISSIONS, bytesOfDword(CRYPT_DECRYPT)},
-                                           {KP_ALGID, bytesOfDword(CALG_RSA_SIGN)},
-                                           {KP_BLOCKLEN, bytesOfDword(3072)},
-                                           {KP_KEYLEN, bytesOfDword(3072)},
+    for (const auto& [parameter, value] : {std::pair<DWORD, Bytes>{KP_PERMISSIONS, littleEndian({CRYPT_DECRYPT})},
+                                           {KP_ALGID, littleEndian({CALG_RSA_SIGN})},
+                                           {KP_BLOCKLEN, littleEndian({3072})},
+                                           {KP_KEYLEN, littleEndian({3072})},
                                            {KP_CERTIFICATE, certificate}}) {
         expectHandsOut(keyParameter, value, asking(prov, opened, parameter));
         EXPECT_THAT(token.takeDeeds(), ::testing::Each("initDevice(TOKEN-1, true)"));

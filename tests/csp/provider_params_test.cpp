@@ -39,28 +39,28 @@ TEST_F(ProviderParameters, EachFollowsItsBufferRule)
         const BufferRule& rule;
         Bytes value;
     };
-    const Bytes name = concat({bytesOfDword(8), bytesOfText("RSA-Sign"), Bytes(11)});
-    const Bytes longName = concat({bytesOfDword(23), bytesOfText("RSA Signature Algorithm"), Bytes(16)});
-    const Bytes sign = concat({bytesOfDword(CALG_RSA_SIGN), bytesOfDword(2048), name});
-    const Bytes signEx = concat({bytesOfDword(CALG_RSA_SIGN), bytesOfDword(2048), bytesOfDword(1024), bytesOfDword(4096),
-                                 bytesOfDword(0x20), name, longName});
+    const Bytes name = concat({littleEndian({8}), bytesOfText("RSA-Sign"), Bytes(11)});
+    const Bytes longName = concat({littleEndian({23}), bytesOfText("RSA Signature Algorithm"), Bytes(16)});
+    const Bytes sign = concat({littleEndian({CALG_RSA_SIGN}), littleEndian({2048}), name});
+    const Bytes signEx = concat({littleEndian({CALG_RSA_SIGN}), littleEndian({2048}), littleEndian({1024}), littleEndian({4096}),
+                                 littleEndian({0x20}), name, longName});
     for (const Row& row : {
              Row{"PP_ENUMALGS", PP_ENUMALGS, enumerated, sign},
              {"PP_ENUMALGS_EX", PP_ENUMALGS_EX, enumerated, signEx},
              {"PP_ENUMCONTAINERS", PP_ENUMCONTAINERS, moreDataButTrue, bytesOfText(container)},
-             {"PP_IMPTYPE", PP_IMPTYPE, quietLength, bytesOfDword(9)},
-             {"PP_VERSION", PP_VERSION, quietLength, bytesOfDword(0x100)},
+             {"PP_IMPTYPE", PP_IMPTYPE, quietLength, littleEndian({9})},
+             {"PP_VERSION", PP_VERSION, quietLength, littleEndian({0x100})},
              {"PP_CONTAINER", PP_CONTAINER, quietLength, bytesOfText(container)},
              {"PP_UNIQUE_CONTAINER", PP_UNIQUE_CONTAINER, quietLength, bytesOfText(container)},
-             {"PP_PROVTYPE", PP_PROVTYPE, quietLength, bytesOfDword(PROV_RSA_FULL)},
-             {"PP_KEYSTORAGE", PP_KEYSTORAGE, moreDataButTrue, bytesOfDword(9)},
-             {"PP_KEYSET_TYPE", PP_KEYSET_TYPE, quietLength, bytesOfDword(4096)},
-             {"PP_ADMIN_PIN", PP_ADMIN_PIN, moreDataButTrue, bytesOfDword(1)},
-             {"PP_KEYEXCHANGE_PIN", PP_KEYEXCHANGE_PIN, moreDataButTrue, bytesOfDword(1)},
-             {"PP_SIGNATURE_PIN", PP_SIGNATURE_PIN, moreDataButTrue, bytesOfDword(1)},
-             {"PP_USE_HARDWARE_RNG", PP_USE_HARDWARE_RNG, moreDataButTrue, bytesOfDword(1)},
-             {"PP_KEYSPEC", PP_KEYSPEC, moreDataButTrue, bytesOfDword(AT_SIGNATURE)},
-             {"PP_ENUMEX_SIGNING_PROT", PP_ENUMEX_SIGNING_PROT, moreDataButTrue, bytesOfDword(1)},
+             {"PP_PROVTYPE", PP_PROVTYPE, quietLength, littleEndian({PROV_RSA_FULL})},
+             {"PP_KEYSTORAGE", PP_KEYSTORAGE, moreDataButTrue, littleEndian({9})},
+             {"PP_KEYSET_TYPE", PP_KEYSET_TYPE, quietLength, littleEndian({4096})},
+             {"PP_ADMIN_PIN", PP_ADMIN_PIN, moreDataButTrue, littleEndian({1})},
+             {"PP_KEYEXCHANGE_PIN", PP_KEYEXCHANGE_PIN, moreDataButTrue, littleEndian({1})},
+             {"PP_SIGNATURE_PIN", PP_SIGNATURE_PIN, moreDataButTrue, littleEndian({1})},
+             {"PP_USE_HARDWARE_RNG", PP_USE_HARDWARE_RNG, moreDataButTrue, littleEndian({1})},
+             {"PP_KEYSPEC", PP_KEYSPEC, moreDataButTrue, littleEndian({AT_SIGNATURE})},
+             {"PP_ENUMEX_SIGNING_PROT", PP_ENUMEX_SIGNING_PROT, moreDataButTrue, littleEndian({1})},
          }) {
         SCOPED_TRACE(row.name);
         expectHandsOut(row.rule, row.value, asking(row.parameter, CRYPT_FIRST));

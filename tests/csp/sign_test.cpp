@@ -62,7 +62,7 @@ TEST_F(SignHash, SizeQueryFinishesTheDigestSettlesTheKeyAndAsksForNoPin)
         // What HP_ALGID answers once signing has put its own number in place of the hash's.
         Handed readBack;
     };
-    const auto reads = [](ALG_ID algorithm) { return Handed{succeeded(), 4, bytesOfDword(algorithm)}; };
+    const auto reads = [](ALG_ID algorithm) { return Handed{succeeded(), 4, littleEndian({algorithm})}; };
     const Handed unreadable = {failedWith(NTE_BAD_ALGID), 4, room(4)};
     for (const Row& row : {Row{algorithmRsa1024, 256, reads(CALG_MD5)}, Row{algorithmRsa2048, 256, reads(CALG_SHA1)},
                            Row{algorithmRsa3072, 384, reads(CALG_SHA_256)}, Row{algorithmRsa4096, 512, unreadable},

@@ -33,8 +33,8 @@ protected:
 
 TEST_F(BothProviders, VectorSetThroughOneDecryptsThroughTheOther)
 {
-    knowPin();
-    const Bytes blob = joined({{SIMPLEBLOB, 2, 0, 0}, littleEndian({CALG_AES_256, CALG_RSA_KEYX}), Bytes(128)});
+    cachePin();
+    const Bytes blob = concat({{SIMPLEBLOB, 2, 0, 0}, littleEndian({CALG_AES_256, CALG_RSA_KEYX}), Bytes(128)});
     token.plain.bytes = counting(32);
     ASSERT_TRUE(CPImportKey(context, blob.data(), static_cast<DWORD>(blob.size()), userKey, 0, &sessionKey));
     const auto kspKey = clearKey(counting(16));

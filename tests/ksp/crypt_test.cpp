@@ -28,7 +28,7 @@ protected:
 
     static std::string symmetricCall(const char* iv)
     {
-        return "decryptSymetric(TOKEN-1, " + hexText(counting(32, 0x40)) + ", " + iv + ", " + hexText(counting(16)) + ")";
+        return "decryptSymetric(TOKEN-1, " + hexOf(counting(32, 0x40)) + ", " + iv + ", " + hexOf(counting(16)) + ")";
     }
 };
 
@@ -76,7 +76,7 @@ TEST_F(KspCrypt, ImpossibleInputIsRefusedBeforeThePinIsAskedFor)
 
 TEST_F(KspCrypt, EncryptionTellsTheTokenSizePaddingAndDerKey)
 {
-    knowPin();
+    cachePin();
     const struct {
         std::uint32_t algorithm;
         DWORD flags;
@@ -95,13 +95,13 @@ TEST_F(KspCrypt, EncryptionTellsTheTokenSizePaddingAndDerKey)
         EXPECT_THAT(encrypt(key, output, row.flags), Pair(0, 256u)) << row.codes;
         EXPECT_EQ(output.first(256), counting(256));
         EXPECT_THAT(token.takeCalls(),
-                    ElementsAre(std::string("encrypt(") + row.codes + ", 010203, " + hexText(publicKeyForToken(pair)) + ")"));
+                    ElementsAre(std::string("encrypt(") + row.codes + ", 010203, " + hexOf(publicKeyForToken(pair)) + ")"));
     }
 }
 
 TEST_F(KspCrypt, CipherLongerThanTheCallersBufferIsNotWritten)
 {
-    knowPin();
+    cachePin();
     const auto key = opened(token.withKeyPair(usageBoth, algorithmRsa1024));
     GuardedBuffer output(200);
     token.cipher.bytes = counting(1024);
@@ -128,7 +128,7 @@ TEST_F(KspCrypt, DecryptionGivesThePlainTextAndRenewsAnExpiredPinOnce)
     EXPECT_THAT(decrypt(key, output.data(), 10), Pair(0, 10u));
     EXPECT_EQ(output.bytes(), Bytes({'p', 'l', 'a', 'i', 'n', ' ', 't', 'e', 'x', 't'}));
     const auto call = [](const char* pin) {
-        return std::string("decrypt(TOKEN-1, 01010101010101010101010101010101, ") + pin + ", " + hexText(counting(32, 0x40)) +
+        return std::string("decrypt(TOKEN-1, 01010101010101010101010101010101, ") + pin + ", " + hexOf(counting(32, 0x40)) +
                ", true)";
     };
     EXPECT_THAT(token.takeDeeds(), ElementsAre(call("old"), "validatePassword(TOKEN-1, 1234, 1, 0)", call("1234")));
@@ -143,7 +143,7 @@ TEST_F(KspCrypt, DecryptionGivesThePlainTextAndRenewsAnExpiredPinOnce)
 
 TEST_F(KspCrypt, PlainTextThatCannotBeIsAFailure)
 {
-    knowPin();
+    cachePin();
     const auto pair = opened(token.withKeyPair(usageKeyExchange, algorithmRsa2048));
     const auto symmetric = clearKey(counting(16));
     GuardedBuffer output(64);
@@ -165,7 +165,7 @@ TEST_F(KspCrypt, SymmetricDecryptionUsesTheSharedVectorInCbcOnly)
     const auto key = clearKey(counting(16));
     user.cancels();
     EXPECT_THAT(decrypt(key, nullptr, 0), Pair(NTE_FAIL, left));
-    knowPin();
+    cachePin();
     EXPECT_EQ(setProperty(key, L"IV", counting(16, 0x20)), 0);
     token.symmetricPlain.bytes = counting(20);
     GuardedBuffer output(20);

@@ -24,7 +24,7 @@ TEST_F(KspExceptions, NoneOfTheLibraryReachesACaller)
         {Call::decryptAes, [&] { return import(L"OpaqueKeyBlob", Bytes(8), handle); }},
         {Call::signHash, [&] { return ksp.SignHash(provider, key, nullptr, buffer.data(), 1, buffer.data(), 128, &size, 0); }},
     };
-    knowPin();
+    cachePin();
     for (const auto& [call, slot] : rows) {
         token.during(call, [] { throw std::runtime_error("lost"); });
         EXPECT_EQ(slot(), NTE_INTERNAL_ERROR) << static_cast<int>(call);

@@ -21,7 +21,7 @@ protected:
     static Bytes cngBlob(const Bytes& key)
     {
         const auto size = static_cast<std::uint32_t>(key.size());
-        return joined({littleEndian({0x31415352, size * 8, 3, size, 0, 0}), {1, 0, 1}, key});
+        return concat({littleEndian({0x31415352, size * 8, 3, size, 0, 0}), {1, 0, 1}, key});
     }
 };
 
@@ -34,7 +34,7 @@ TEST_F(KspKeyExport, BlobsHoldTheKeyBytesAsTheyStand)
         expectExports(key, L"RSAPUBLICBLOB", cngBlob(stored));
         expectExports(key, L"PUBLICBLOB", cngBlob(stored));
         expectExports(key, L"CAPIPUBLICBLOB",
-                      joined({{6, 2, 0, 0},
+                      concat({{6, 2, 0, 0},
                               littleEndian({0xA400, 0x31415352, static_cast<std::uint32_t>(stored.size()) * 8, 0x10001}),
                               Bytes(stored.rbegin(), stored.rend())}));
     }

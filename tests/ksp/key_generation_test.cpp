@@ -17,7 +17,7 @@ protected:
 
 TEST_F(KspKeyGeneration, TokenIsAskedForTheKeyThatTheSettingsMean)
 {
-    knowPin();
+    cachePin();
     const struct {
         LPCWSTR algorithm;
         DWORD legacyKeySpec;
@@ -66,7 +66,7 @@ TEST_F(KspKeyGeneration, FailureLeavesTheRecordToBeTriedAgain)
     const auto key = created(L"RSA");
     user.cancels();
     EXPECT_EQ(finalize(key), NTE_FAIL);
-    knowPin();
+    cachePin();
     token.willAnswer(Call::generateKeyPair, 31);
     EXPECT_EQ(finalize(key), NTE_INTERNAL_ERROR);
     EXPECT_EQ(log.takeLines().back(), error("KSP: Key generation failed: 31"));
@@ -88,7 +88,7 @@ TEST_F(KspKeyGeneration, FailureLeavesTheRecordToBeTriedAgain)
 
 TEST_F(KspKeyGeneration, WhatTheTokenMadeIsTakenOver)
 {
-    knowPin();
+    cachePin();
     token.onGenerate = [](QueltaKeyPair& pair) {
         setPublicKey(pair, counting(5, 0x31));
         setReference(pair, counting(3));
@@ -115,7 +115,7 @@ TEST_F(KspKeyGeneration, DeletedKeyLosesItsNameAndOneThatStaysDoesNot)
     user.cancels();
     EXPECT_EQ(ksp.DeleteKey(provider, key, 0), NTE_FAIL);
     EXPECT_THAT(token.takeDeeds(), IsEmpty());
-    knowPin();
+    cachePin();
     token.willAnswer(Call::deleteKeyPair, -4);
     EXPECT_EQ(ksp.DeleteKey(provider, key, 0), NTE_INTERNAL_ERROR);
     EXPECT_EQ(kspKeyOf(key)->keyName, L"01010101010101010101010101010101");

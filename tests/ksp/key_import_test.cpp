@@ -15,7 +15,7 @@ constexpr std::uint32_t most = 0xFFFFFFFF;
 
 Bytes publicBlob(std::uint32_t bits, std::size_t modulusSize)
 {
-    return joined({littleEndian({rsaMagic, bits, 3, static_cast<std::uint32_t>(modulusSize), 0, 0}),
+    return concat({littleEndian({rsaMagic, bits, 3, static_cast<std::uint32_t>(modulusSize), 0, 0}),
                    {1, 0, 1},
                    counting(modulusSize, 0xC1)});
 }
@@ -23,12 +23,12 @@ Bytes publicBlob(std::uint32_t bits, std::size_t modulusSize)
 // With a header that says nothing of the kind.
 Bytes legacyBlob(std::uint32_t bits, std::size_t modulusSize)
 {
-    return joined({Bytes(8, 0xFF), littleEndian({rsaMagic, bits, 0x10003}), counting(modulusSize, 0xC1)});
+    return concat({Bytes(8, 0xFF), littleEndian({rsaMagic, bits, 0x10003}), counting(modulusSize, 0xC1)});
 }
 
 Bytes keyData(std::size_t size)
 {
-    return joined({littleEndian({keyDataMagic, 9, static_cast<std::uint32_t>(size)}), counting(size)});
+    return concat({littleEndian({keyDataMagic, 9, static_cast<std::uint32_t>(size)}), counting(size)});
 }
 
 Bytes firstOf(const Bytes& whole, int size)
@@ -60,8 +60,8 @@ TEST_F(KspKeyImport, LegacyPublicKeyBecomesDerMostSignificantByteFirst)
 {
     for (const DWORD bits : {1024u, 2048u, 3072u}) {
         const Bytes blob = legacyBlob(bits, bits / 8);
-        const auto handle = imported(L"CAPIPUBLICBLOB", joined({blob, {1, 2}}));
-        const Bytes tail = joined({Bytes(blob.rbegin(), blob.rend() - 20), {2, 3, 1, 0, 3}});
+        const auto handle = imported(L"CAPIPUBLICBLOB", concat({blob, {1, 2}}));
+        const Bytes tail = concat({Bytes(blob.rbegin(), blob.rend() - 20), {2, 3, 1, 0, 3}});
         const ByteView der = kspKeyOf(handle)->publicKey.view();
         ASSERT_GT(der.size(), tail.size());
         EXPECT_TRUE(std::ranges::equal(der.last(tail.size()), tail));
@@ -80,7 +80,7 @@ TEST_F(KspKeyImport, BlobsThatDoNotHoldTogetherOrFitAreRefusedBeforeTheToken)
         {L"RSAPUBLICBLOB", firstOf(publicBlob(2048, 256), 282), NTE_BAD_DATA},
         {L"RSAPUBLICBLOB", publicBlob(1536, 192), NTE_NOT_SUPPORTED},
         {L"RSAPUBLICBLOB", publicBlob(1536, 513), NTE_BAD_DATA},
-        {L"PUBLICBLOB", joined({littleEndian({rsaMagic, 2048, 1, most, 0, 0}), Bytes(64)}), NTE_BAD_DATA},
+        {L"PUBLICBLOB", concat({littleEndian({rsaMagic, 2048, 1, most, 0, 0}), Bytes(64)}), NTE_BAD_DATA},
         {L"CAPIPUBLICBLOB", firstOf(legacyBlob(1024, 128), 147), NTE_BAD_DATA},
         {L"CAPIPUBLICBLOB", legacyBlob(most, 128), NTE_BAD_DATA},
         {L"CAPIPUBLICBLOB", legacyBlob(1536, 192), NTE_NOT_SUPPORTED},
@@ -91,7 +91,7 @@ TEST_F(KspKeyImport, BlobsThatDoNotHoldTogetherOrFitAreRefusedBeforeTheToken)
         {L"KeyDataBlob", keyData(0), NTE_NOT_SUPPORTED},
         {L"KeyDataBlob", keyData(17), NTE_NOT_SUPPORTED},
         {L"KeyDataBlob", keyData(129), NTE_NOT_SUPPORTED},
-        {L"KeyDataBlob", joined({littleEndian({keyDataMagic, 1, most - 11}), Bytes(16)}), NTE_BAD_DATA},
+        {L"KeyDataBlob", concat({littleEndian({keyDataMagic, 1, most - 11}), Bytes(16)}), NTE_BAD_DATA},
     };
     NCRYPT_KEY_HANDLE key = 7;
     for (std::size_t i = 0; i < std::size(rows); ++i) {
@@ -103,12 +103,12 @@ TEST_F(KspKeyImport, BlobsThatDoNotHoldTogetherOrFitAreRefusedBeforeTheToken)
 
 TEST_F(KspKeyImport, ClearKeyGoesToTheTokenByTheCodeOfItsLength)
 {
-    knowPin();
+    cachePin();
     for (const auto& [size, code] : {std::pair(16u, "8"), {24u, "11"}, {32u, "10"}}) {
         NCRYPT_KEY_HANDLE handle = 0;
         token.takeCalls();
-        ASSERT_EQ(import(L"KeyDataBlob", joined({keyData(size), {1}}), handle), 0);
-        EXPECT_THAT(token.takeCalls(), ElementsAre("importAesKey(TOKEN-1, 1234, " + hexText(counting(size)) + ", " + code + ")"));
+        ASSERT_EQ(import(L"KeyDataBlob", concat({keyData(size), {1}}), handle), 0);
+        EXPECT_THAT(token.takeCalls(), ElementsAre("importAesKey(TOKEN-1, 1234, " + hexOf(counting(size)) + ", " + code + ")"));
         EXPECT_FALSE(kspKeyOf(owned(handle))->isSymmetric()) << "the clear key is not kept";
         EXPECT_EQ(textProperty(handle, L"Name"), L"88888888888888888888888888888888");
         EXPECT_EQ(dwordProperty(handle, L"Length"), 0u);
@@ -131,7 +131,7 @@ TEST_F(KspKeyImport, StoredKeyIsWhatTheTokenAnswered)
     token.willAnswer(Call::importAesKey, 3);
     EXPECT_EQ(import(L"KeyDataBlob", keyData(16), none), NTE_BAD_TYPE);
     EXPECT_EQ(none, 7u);
-    EXPECT_THAT(token.takeCalls(), ElementsAre("importAesKey(TOKEN-1, , " + hexText(counting(16)) + ", 8)"))
+    EXPECT_THAT(token.takeCalls(), ElementsAre("importAesKey(TOKEN-1, , " + hexOf(counting(16)) + ", 8)"))
         << "without asking for a PIN";
 }
 

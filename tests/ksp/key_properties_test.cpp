@@ -102,8 +102,8 @@ TEST_F(KspKeyProperties, CertificateIsLookedForOnAFreshlyOpenedTokenWhateverThat
     EXPECT_EQ(size, 60u);
     EXPECT_THAT(token.takeCalls(),
                 ElementsAre("initDevice(TOKEN-1, true)", "getCertificateList(TOKEN-1)", "getCertificateDetails(empty)",
-                            "getCertificateDetails(" + hexText(counting(50)) + ")",
-                            "getCertificateDetails(" + hexText(counting(60)) + ")"));
+                            "getCertificateDetails(" + hexOf(counting(50)) + ")",
+                            "getCertificateDetails(" + hexOf(counting(60)) + ")"));
 }
 
 TEST_F(KspKeyProperties, KeyWithoutPublicKeyMatchesNoCertificateWithoutOne)

@@ -20,13 +20,13 @@ TEST_F(KspKeySettings, CertificateGoesToTheTokenWithAllThatTellsItsKey)
     QueltaKeyPair& pair = token.withKeyPair(usageSigning, algorithmRsa1024);
     std::ranges::fill(pair.label, 'L');
     const auto key = opened(pair);
-    knowPin();
+    cachePin();
     const Bytes certificate = counting(3072);
     QueltaCertificate request{};
     token.onImportCertificate = [&](const QueltaCertificate& asked) { request = asked; };
     EXPECT_EQ(setProperty(key, L"SmartCardKeyCertificate", certificate), 0);
     EXPECT_THAT(token.takeCalls(),
-                ElementsAre("importCertificate(TOKEN-1, 1234, 01010101010101010101010101010101, " + hexText(certificate) + ")"));
+                ElementsAre("importCertificate(TOKEN-1, 1234, 01010101010101010101010101010101, " + hexOf(certificate) + ")"));
     EXPECT_TRUE(std::ranges::equal(keyReferenceOf(request), Bytes{0xA0, 1}));
     EXPECT_EQ(labelOf(request), std::string(128, 'L'));
     token.willAnswer(Call::importCertificate, 8);
@@ -56,7 +56,7 @@ TEST_F(KspKeySettings, VectorMustFitTheCipherOfTheKeyWhereThatIsKnown)
         {16, 16, true}, {16, 8, false},  {32, 16, true}, {32, 17, false},
         {24, 8, true},  {24, 16, false}, {0, 1, true},   {0, 100, true},
     };
-    knowPin();
+    cachePin();
     for (const auto& row : rows) {
         tokenState().sharedIv.set(counting(3));
         const auto key = row.keySize ? clearKey(counting(row.keySize)) : anyKey();
@@ -76,8 +76,8 @@ TEST_F(KspKeySettings, ChainingModeIsReadUpToItsZeroOrItsEnd)
     const std::pair<Bytes, LPCWSTR> rows[] = {
         {wideBytes(L"ChainingModeECB"), L"ChainingModeECB"},
         {unterminated(L"ChainingModeCBC"), L"ChainingModeCBC"},
-        {joined({unterminated(L"ChainingModeECB"), {0}}), L"ChainingModeECB"},
-        {joined({wideBytes(L"ChainingModeCBC"), {'x'}}), L"ChainingModeCBC"},
+        {concat({unterminated(L"ChainingModeECB"), {0}}), L"ChainingModeECB"},
+        {concat({wideBytes(L"ChainingModeCBC"), {'x'}}), L"ChainingModeCBC"},
         {{}, L"ChainingModeCBC"},
     };
     for (const auto& [input, mode] : rows) {
@@ -105,7 +105,7 @@ TEST_F(KspKeySettings, UsageIsTakenFromItsTwoBits)
     };
     for (const auto& [input, usage] : rows) {
         EXPECT_EQ(setProperty(key, L"Key Usage", input), 0);
-        EXPECT_EQ(dwordProperty(key, L"Key Usage"), usage) << hexText(input);
+        EXPECT_EQ(dwordProperty(key, L"Key Usage"), usage) << hexOf(input);
     }
 }
 

@@ -22,18 +22,12 @@ void expectAnswer(const PropertyCall& call, PBYTE output, DWORD room, SECURITY_S
     EXPECT_EQ(result.as<DWORD>(), size) << "room for " << room;
 }
 
-// What is set up for a test must not fail unnoticed.
-void require(SECURITY_STATUS status, const char* what)
-{
-    if (status != 0) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(status));
-}
-
 } // namespace
 
 KeyStorageFunctionTable& keyStorageTable()
 {
     KeyStorageFunctionTable* table = nullptr;
-    require(GetKeyStorageInterface(L"", &table, 0), "GetKeyStorageInterface");
+    requireStatus(GetKeyStorageInterface(L"", &table, 0), "GetKeyStorageInterface");
     return *table;
 }
 
@@ -55,35 +49,9 @@ void expectGives(const Bytes& value, const PropertyCall& call, std::source_locat
     }
 }
 
-Bytes littleEndian(std::initializer_list<std::uint32_t> words)
-{
-    Bytes bytes;
-    for (const std::uint32_t word : words) appendU32(bytes, word);
-    return bytes;
-}
-
-Bytes wideBytes(std::wstring_view text)
-{
-    Bytes bytes((text.size() + 1) * sizeof(wchar_t));
-    std::memcpy(bytes.data(), text.data(), text.size() * sizeof(wchar_t));
-    return bytes;
-}
-
-Bytes joined(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
-    return all;
-}
-
-std::string hexText(ByteView bytes)
-{
-    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
-}
-
 std::wstring nameOf(const QueltaKeyPair& pair)
 {
-    const std::string name = hexText(keyIdOf(pair));
+    const std::string name = hexOf(keyIdOf(pair));
     return {name.begin(), name.end()};
 }
 
@@ -99,7 +67,7 @@ Bytes publicKeyForToken(const QueltaKeyPair& pair)
 
 KspTest::KspTest()
 {
-    require(ksp.OpenProvider(&provider, L"", 0), "OpenProvider");
+    requireStatus(ksp.OpenProvider(&provider, L"", 0), "OpenProvider");
     forget();
 }
 
@@ -112,21 +80,21 @@ KspTest::~KspTest()
 NCRYPT_KEY_HANDLE KspTest::opened(const QueltaKeyPair& pair)
 {
     NCRYPT_KEY_HANDLE key = 0;
-    require(ksp.OpenKey(provider, &key, nameOf(pair).c_str(), 0, 0), "OpenKey");
+    requireStatus(ksp.OpenKey(provider, &key, nameOf(pair).c_str(), 0, 0), "OpenKey");
     return owned(key);
 }
 
 NCRYPT_KEY_HANDLE KspTest::created(LPCWSTR algorithm, DWORD legacyKeySpec)
 {
     NCRYPT_KEY_HANDLE key = 0;
-    require(ksp.CreatePersistedKey(provider, &key, algorithm, L"a name", legacyKeySpec, 0), "CreatePersistedKey");
+    requireStatus(ksp.CreatePersistedKey(provider, &key, algorithm, L"a name", legacyKeySpec, 0), "CreatePersistedKey");
     return owned(key);
 }
 
 NCRYPT_KEY_HANDLE KspTest::imported(LPCWSTR type, const Bytes& blob, NCRYPT_KEY_HANDLE importKey)
 {
     NCRYPT_KEY_HANDLE key = 0;
-    require(import(type, blob, key, importKey), "ImportKey");
+    requireStatus(import(type, blob, key, importKey), "ImportKey");
     return owned(key);
 }
 
@@ -162,7 +130,7 @@ DWORD KspTest::dwordProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name)
 {
     GuardedBuffer value(sizeof(DWORD));
     DWORD size = 0;
-    require(ksp.GetKeyProperty(provider, key, name, value.data(), value.length(), &size, 0), "GetKeyProperty");
+    requireStatus(ksp.GetKeyProperty(provider, key, name, value.data(), value.length(), &size, 0), "GetKeyProperty");
     return value.as<DWORD>();
 }
 
@@ -170,20 +138,9 @@ std::wstring KspTest::textProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name)
 {
     std::array<wchar_t, 64> text{};
     DWORD size = 0;
-    require(ksp.GetKeyProperty(provider, key, name, reinterpret_cast<PBYTE>(text.data()), sizeof text, &size, 0),
-            "GetKeyProperty");
+    requireStatus(ksp.GetKeyProperty(provider, key, name, reinterpret_cast<PBYTE>(text.data()), sizeof text, &size, 0),
+                  "GetKeyProperty");
     return text.data();
-}
-
-void KspTest::knowPin()
-{
-    tokenState().pinCache.setValidated(std::make_shared<const PinText>("1234"));
-}
-
-void KspTest::forget()
-{
-    token.takeCalls();
-    log.forget();
 }
 
 } // namespace quelta::test

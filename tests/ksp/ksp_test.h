@@ -23,11 +23,6 @@ using PropertyCall = std::function<SECURITY_STATUS(PBYTE output, DWORD room, DWO
 // Asks for the size, then with short buffers, one that fits and a larger one. Each ends at an inaccessible page.
 void expectGives(const Bytes& value, const PropertyCall& call, std::source_location where = std::source_location::current());
 
-Bytes littleEndian(std::initializer_list<std::uint32_t> words);
-// With its terminating zero.
-Bytes wideBytes(std::wstring_view text);
-Bytes joined(std::initializer_list<Bytes> parts);
-std::string hexText(ByteView bytes);
 std::wstring nameOf(const QueltaKeyPair& pair);
 Bytes publicKeyBytes(const QueltaKeyPair& pair);
 // As the token is to be given it: a modulus in DER, an EC key as it stands.
@@ -52,9 +47,6 @@ protected:
     SECURITY_STATUS setProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name, const Bytes& value);
     DWORD dwordProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name);
     std::wstring textProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name);
-
-    void knowPin();
-    void forget();
 
     KeyStorageFunctionTable& ksp = keyStorageTable();
     NCRYPT_PROV_HANDLE provider = 0;

@@ -78,7 +78,7 @@ TEST_F(KspProviderHandle, WidePinReachesTheTokenAsItsFirstCharacter)
 TEST_F(KspProviderHandle, PinThatIsRefusedReplacesNone)
 {
     const auto key = opened(token.withKeyPair(usageSigning, algorithmRsa1024));
-    knowPin();
+    cachePin();
     for (const bool ofKey : {false, true}) {
         EXPECT_EQ(ofKey ? setProperty(key, L"SmartCardPin", {'9', 0}) : set(L"SmartCardPin", {'9', 0}), NTE_VALIDATION_FAILED);
         EXPECT_STREQ(tokenState().pinCache.pin()->c_str(), "1234");
@@ -91,7 +91,7 @@ TEST_F(KspProviderHandle, PromptAsksOnlyWhereThePinIsUnknown)
 {
     user.cancels();
     EXPECT_EQ(ksp.PromptUser(provider, 0, nullptr, 0), NTE_FAIL);
-    knowPin();
+    cachePin();
     token.takeCalls();
     EXPECT_EQ(ksp.PromptUser(provider, 0, nullptr, 0), 0);
     EXPECT_THAT(token.takeCalls(), IsEmpty());

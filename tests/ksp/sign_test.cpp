@@ -25,7 +25,7 @@ protected:
 
 TEST_F(KspSign, EllipticSignatureIsTwiceWhatTheSizeQueryTells)
 {
-    knowPin();
+    cachePin();
     key = opened(token.withKeyPair(usageSigning, algorithmP521));
     EXPECT_EQ(ksp.SignHash(provider, key, nullptr, nullptr, 0, nullptr, 0, &size, 0), 0);
     EXPECT_EQ(size, 65u);
@@ -69,7 +69,7 @@ TEST_F(KspSign, ExpiredSignOnIsRenewedOnce)
 
 TEST_F(KspSign, SignatureOfAnImpossibleLengthIsAFailure)
 {
-    knowPin();
+    cachePin();
     for (const int lie : {-1, 129, INT_MAX}) {
         token.signature = {.bytes = Bytes{}, .reportedLength = lie};
         EXPECT_EQ(sign(signature), NTE_INTERNAL_ERROR) << lie;
@@ -89,7 +89,7 @@ TEST_F(KspVerify, TokenIsGivenTheKeysOwnAlgorithmFirst)
         const auto verify = [&] { return ksp.VerifySignature(provider, key, nullptr, hash.data(), 2, signature.data(), 3, 0); };
         EXPECT_EQ(verify(), 0);
         EXPECT_THAT(token.takeCalls(), ElementsAre("verifySignatureHash(" + std::to_string(algorithm) + ", TOKEN-1, 0102, " +
-                                                   hexText(publicKeyForToken(pair)) + ", 030405)"));
+                                                   hexOf(publicKeyForToken(pair)) + ", 030405)"));
         token.willAnswer(Call::verifySignatureHash, 49);
         EXPECT_EQ(verify(), NTE_BAD_SIGNATURE);
         EXPECT_EQ(log.takeLines().back(), error("KSP: Verify signature failed: 49"));

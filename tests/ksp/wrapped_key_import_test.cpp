@@ -10,7 +10,7 @@ using KspWrappedKeyImport = KspTest;
 
 TEST_F(KspWrappedKeyImport, UnwrappedKeyIsStoredByTheCodeOfItsLengthAndFailuresAreToldApart)
 {
-    knowPin();
+    cachePin();
     NCRYPT_KEY_HANDLE handle = 7;
     const auto unwrap = [&] { return import(L"OpaqueKeyBlob", {9, 8, 7}, handle); };
     token.withAesKey(encryptionTripleDes);
@@ -31,7 +31,7 @@ TEST_F(KspWrappedKeyImport, UnwrappedKeyIsStoredByTheCodeOfItsLengthAndFailuresA
         token.takeCalls();
         ASSERT_EQ(unwrap(), 0);
         EXPECT_THAT(token.takeCalls(), ElementsAre("getAesKeyList(TOKEN-1)", "decryptAes(TOKEN-1, C002, 090807, true, null)",
-                                                   "importAesKey(TOKEN-1, 1234, " + hexText(counting(size)) + ", " + code + ")"));
+                                                   "importAesKey(TOKEN-1, 1234, " + hexOf(counting(size)) + ", " + code + ")"));
         EXPECT_EQ(textProperty(owned(handle), L"Name"), L"88888888888888888888888888888888");
     }
 }
@@ -57,7 +57,7 @@ protected:
 
 TEST_F(KspEncryptedKeyImport, ReversedBytesAreTriedBeforeTheGivenOrder)
 {
-    knowPin();
+    cachePin();
     for (const int result : {3, 4}) token.willAnswer(Call::decrypt, result);
     EXPECT_EQ(decrypt(), NTE_BAD_DATA);
     EXPECT_EQ(log.takeLines().back(), error("KSP: Encrypted key decryption failed"));

@@ -39,6 +39,11 @@ std::string textOfWindow(HWND window)
     return text.data();
 }
 
+std::string textOfMessage(HWND window)
+{
+    return textOfWindow(GetDlgItem(window, messageTextId));
+}
+
 BOOL CALLBACK findOwnDialog(HWND window, LPARAM found)
 {
     DWORD process = 0;
@@ -141,34 +146,43 @@ DialogUser::~DialogUser()
 
 void DialogUser::entersPin(std::string pin)
 {
-    meetsPinDialog([pin = std::move(pin)](PinDialog dialog) {
-        dialog.type(pin);
-        dialog.pressLogin();
-    });
+    const auto deed = pin + ", Login";
+    meetsPinDialog(
+        [pin = std::move(pin)](PinDialog dialog) {
+            dialog.type(pin);
+            dialog.pressLogin();
+        },
+        deed);
 }
 
 void DialogUser::cancels()
 {
-    meetsPinDialog([](PinDialog dialog) { dialog.pressCancel(); });
+    meetsPinDialog([](PinDialog dialog) { dialog.pressCancel(); }, "Cancel");
 }
 
 void DialogUser::closes()
 {
-    meetsPinDialog([](PinDialog dialog) { dialog.close(); });
+    meetsPinDialog([](PinDialog dialog) { dialog.close(); }, "closed");
 }
 
-void DialogUser::meetsPinDialog(std::function<void(PinDialog)> action)
+void DialogUser::meetsPinDialog(std::function<void(PinDialog)> action, std::string deed)
 {
-    expectWindow({pinCaption, [action = std::move(action)](HWND window) { action(PinDialog(window)); }});
+    expectWindow({pinCaption, std::move(deed), [action = std::move(action)](HWND window) { action(PinDialog(window)); }});
 }
 
-void DialogUser::acknowledges(std::string text)
+void DialogUser::acknowledges(std::optional<std::string> text)
 {
-    expectWindow({messageCaption, [this, text = std::move(text)](HWND window) {
-                      const std::string shown = textOfWindow(GetDlgItem(window, messageTextId));
-                      if (shown != text) note("The message box says \"" + shown + "\" in place of \"" + text + "\"");
+    expectWindow({messageCaption, "OK", [this, text = std::move(text)](HWND window) {
+                      const std::string shown = textOfMessage(window);
+                      if (text && shown != *text) note("The message box says \"" + shown + "\" in place of \"" + *text + "\"");
                       PostMessageA(window, WM_COMMAND, IDOK, 0);
                   }});
+}
+
+void DialogUser::onWindow(std::function<void(const std::string&)> listener)
+{
+    const std::lock_guard lock(mutex_);
+    listener_ = std::move(listener);
 }
 
 void DialogUser::expectWindow(Step step)
@@ -198,7 +212,8 @@ void DialogUser::run(const std::stop_token& stop)
 void DialogUser::meet(HWND window)
 {
     const std::string caption = textOfWindow(window);
-    Step step{caption, [](HWND unexpected) { send(unexpected, WM_SYSCOMMAND, SC_CLOSE); }};
+    Step step{caption, "nobody expected it", [](HWND unexpected) { send(unexpected, WM_SYSCOMMAND, SC_CLOSE); }};
+    std::function<void(const std::string&)> listener;
     {
         const std::lock_guard lock(mutex_);
         if (!steps_.empty() && steps_.front().caption == caption) {
@@ -207,6 +222,11 @@ void DialogUser::meet(HWND window)
         } else {
             failures_.push_back("A window that nobody expected: " + caption);
         }
+        listener = listener_;
+    }
+    if (listener) {
+        const bool isMessage = caption == messageCaption;
+        listener((isMessage ? "message \"" + textOfMessage(window) : "dialog \"" + caption) + "\": " + step.deed);
     }
     step.action(window);
     waitUntilLeft(window);

@@ -6,6 +6,7 @@
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -56,9 +57,12 @@ public:
     void cancels();
     void closes();
     // Whatever `action` does; it must end with the dialog being left. It runs on another thread than the test.
-    void meetsPinDialog(std::function<void(PinDialog)> action);
-    // Presses OK in the next message box.
-    void acknowledges(std::string text);
+    void meetsPinDialog(std::function<void(PinDialog)> action, std::string deed = "");
+    // Presses OK in the next message box; with this text, where one is given.
+    void acknowledges(std::optional<std::string> text = std::nullopt);
+
+    // Told, on another thread than the test's, of each window that comes and of what is done with it: before it is done.
+    void onWindow(std::function<void(const std::string&)> listener);
 
     // A window may be about to appear, although none was announced. Costs a look at the screen every few milliseconds from now
     // on.
@@ -67,6 +71,8 @@ public:
 private:
     struct Step {
         std::string caption;
+        // What is done, in words.
+        std::string deed;
         std::function<void(HWND)> action;
     };
     void expectWindow(Step step);
@@ -83,6 +89,7 @@ private:
     // Windows' own, since a condition variable of this runtime was seen to miss its wake-up under Wine.
     std::unique_ptr<void, CloseEvent> awake_{CreateEventA(nullptr, TRUE, FALSE, nullptr)};
     std::deque<Step> steps_;
+    std::function<void(const std::string&)> listener_;
     std::vector<std::string> failures_;
     std::jthread thread_;
 };

@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <numeric>
 #include <utility>
 
 namespace quelta {
@@ -66,6 +65,7 @@ void FakeDeviceLibrary::reset()
     onGenerate = nullptr;
     onImportAesKey = nullptr;
     onImportCertificate = nullptr;
+    onCall = nullptr;
 }
 
 QueltaKeyPair& FakeDeviceLibrary::withKeyPair(std::uint32_t usage, std::uint32_t algorithm)
@@ -228,13 +228,6 @@ std::jthread callerThread(std::function<void()> body)
         markAsCallerThread();
         body();
     });
-}
-
-Bytes counting(std::size_t count, unsigned char first)
-{
-    Bytes bytes(count);
-    std::iota(bytes.begin(), bytes.end(), first);
-    return bytes;
 }
 
 void setReference(QueltaKeyPair& pair, ByteView reference)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "support/test_bytes.h"
+
 #include "base/bytes.h"
 #include "token/device_library.h"
 
@@ -45,8 +47,9 @@ struct Given {
     // Without bytes, the call's own default.
     std::optional<Bytes> bytes;
     std::optional<int> reportedLength;
-    // For what the library allocates: no buffer at all.
+    // For what the library allocates: no buffer at all, or one although the call is refused.
     bool nullBuffer = false;
+    bool evenIfRefused = false;
 };
 
 // A device library whose token holds what a test says and answers what a test says. Every call succeeds unless told otherwise.
@@ -107,6 +110,9 @@ public:
     // The same without the calls that only fetch something: those whose names begin with "get".
     std::vector<std::string> takeDeeds();
 
+    // Told of every call that is not the device monitor's, worded as above, and of what it answered.
+    std::function<void(const std::string& call, const std::string& answer)> onCall;
+
     // Runs inside every call of the device monitor; may throw.
     void duringMonitorPoll(std::function<void()> hook);
     int monitorPolls() const;
@@ -162,11 +168,15 @@ private:
     void begin(Call call, std::string text);
     std::optional<int> scripted(Call call);
     int finish(Call call) { return scripted(call).value_or(0); }
+    void tell(const std::string& answer);
+    // The result of the call under way, and what it gives with it.
+    int answer(int result, const std::string& given = "");
     std::vector<std::string> pollByMonitor();
 
     mutable std::mutex mutex_;
     std::vector<std::string> devices_;
     std::vector<std::string> calls_;
+    std::string underWay_;
     std::map<std::thread::id, HandedOut> handedOut_;
     std::map<Call, std::deque<int>> results_;
     std::deque<int> remaining_;
@@ -184,8 +194,6 @@ std::jthread callerThread(std::function<void()> body);
 void markAsCallerThread();
 bool calledByMonitor();
 
-// `count` bytes that count up from `first`.
-Bytes counting(std::size_t count, unsigned char first = 1);
 template <std::size_t Room>
 void setText(char (&field)[Room], std::string_view text)
 {

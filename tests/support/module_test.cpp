@@ -7,6 +7,8 @@
 
 #include <windows.h>
 
+#include <stdexcept>
+
 namespace quelta::test {
 
 namespace {
@@ -27,6 +29,16 @@ void resetState()
 
 } // namespace
 
+void require(BOOL done, const char* what)
+{
+    if (!done) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(GetLastError()));
+}
+
+void requireStatus(LONG status, const char* what)
+{
+    if (status != 0) throw std::runtime_error(std::string(what) + " failed with " + std::to_string(status));
+}
+
 ModuleTest::ModuleTest()
 {
     markAsCallerThread();
@@ -44,6 +56,17 @@ ModuleTest::ModuleTest()
 ModuleTest::~ModuleTest()
 {
     token.reset();
+}
+
+void ModuleTest::cachePin(const char* pin)
+{
+    tokenState().pinCache.setValidated(std::make_shared<const PinText>(pin));
+}
+
+void ModuleTest::forget()
+{
+    token.takeCalls();
+    log.forget();
 }
 
 void ModuleTest::startMonitor()

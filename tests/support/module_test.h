@@ -4,12 +4,18 @@
 #include "support/fake_device_library.h"
 #include "support/log_folder.h"
 
+#include "token/token_state.h"
+
 #include <gtest/gtest.h>
 
 #include <source_location>
 #include <vector>
 
 namespace quelta::test {
+
+// What is set up for a test must not fail unnoticed: the Boolean of a call of Windows or CryptoAPI, the status of key storage.
+void require(BOOL done, const char* what);
+void requireStatus(LONG status, const char* what);
 
 // For tests of the module's code in this process. Each starts with the process-wide state as after loading, one connected token
 // with the PIN "1234", log level 3, an empty log, and the device monitor already running; a test that is about its start stops it
@@ -23,6 +29,11 @@ protected:
     {
         log.expect(expected, where);
     }
+
+    static void cachePin(const char* pin = "1234");
+    static std::string cachedPin() { return tokenState().pinCache.pin()->c_str(); }
+    // What was called and logged so far.
+    void forget();
 
     // Starts the monitor and waits until it has polled, so that none of its own lines comes later.
     static void startMonitor();

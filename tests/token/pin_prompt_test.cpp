@@ -79,16 +79,6 @@ std::string pinCheck(const std::string& pin)
     return "validatePassword(TOKEN-1, " + pin + ", 1, 0)";
 }
 
-std::string cachedPin()
-{
-    return tokenState().pinCache.pin()->c_str();
-}
-
-void cache(const char* pin)
-{
-    tokenState().pinCache.setValidated(std::make_shared<const PinText>(pin));
-}
-
 // Appears within a few seconds.
 PinDialog otherDialogThan(PinDialog known)
 {
@@ -186,7 +176,7 @@ TEST_P(PinPrompt, SingleSignOnNeedsSerialNumberAndBothFlags)
 TEST_P(PinPrompt, GivingUpChecksNoPinAndLeavesNone)
 {
     for (const bool byCancel : {true, false}) {
-        cache("");
+        cachePin("");
         user.meetsPinDialog([byCancel](PinDialog dialog) {
             EXPECT_FALSE(validated()) << "the old state must be gone while the user is asked";
             dialog.type("1234");

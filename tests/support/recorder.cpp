@@ -1,0 +1,119 @@
+#include "support/recorder.h"
+
+#include "log/log_writer.h"
+#include "log/utils.h"
+
+#include <array>
+#include <cstdio>
+
+namespace quelta::test {
+
+namespace {
+
+std::string levelOf(const LogLine& line)
+{
+    if (line.tag == debug("").tag) return "D ";
+    if (line.tag == error("").tag) return "E ";
+    return line.tag;
+}
+
+std::string addressText(ULONG_PTR address)
+{
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "0x%016llX", static_cast<unsigned long long>(address));
+    return text.data();
+}
+
+void replaceAll(std::string& text, const std::string& from, const std::string& to)
+{
+    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+        text.replace(at, from.size(), to);
+}
+
+} // namespace
+
+Recorder::Recorder(FakeDeviceLibrary& token, LogFolder& log, DialogUser& user) : token_(token), log_(log), user_(user)
+{
+    token_.onCall = [this](const std::string& call, const std::string& answer) { writeDown("token " + call + " = " + answer); };
+    // On the user's thread, while the one that is recorded waits in the window.
+    user_.onWindow([this](const std::string& window) { writeDown(window); });
+}
+
+Recorder::~Recorder()
+{
+    token_.onCall = nullptr;
+    user_.onWindow(nullptr);
+}
+
+void Recorder::record(const std::string& name, const std::string& arguments, const std::function<std::string()>& call)
+{
+    if (pauses_ > 0) {
+        call();
+        return;
+    }
+    log_.forget();
+    lines_.push_back(inWords(name + "(" + arguments + ")"));
+    const std::size_t count = lines_.size();
+    if (getLogLevel() >= logLevelDebug) unnamed_ = name;
+    const std::string answer = call();
+    takeLog();
+    if (lines_.size() == count) {
+        lines_.back() += " = " + inWords(answer);
+    } else {
+        lines_.push_back("  = " + inWords(answer));
+    }
+}
+
+void Recorder::note(const std::string& text)
+{
+    lines_.push_back("(" + text + ")");
+}
+
+void Recorder::introduce(const std::string& kind, ULONG_PTR handle)
+{
+    handles_[handle] = kind + std::to_string(++counts_[kind]);
+}
+
+std::string Recorder::handle(ULONG_PTR handle) const
+{
+    if (handle == 0) return "none";
+    const auto found = handles_.find(handle);
+    return found == handles_.end() ? "unknown" : found->second;
+}
+
+void Recorder::call(ByteView bytes, const std::string& word)
+{
+    wordsOfHex_.emplace_back(Utils::toHex(bytes.data(), static_cast<int>(bytes.size())), word);
+}
+
+void Recorder::writeDown(std::string line)
+{
+    const std::lock_guard lock(mutex_);
+    if (pauses_ > 0) return;
+    takeLog();
+    lines_.push_back("  " + inWords(std::move(line)));
+}
+
+void Recorder::takeLog()
+{
+    const std::lock_guard lock(mutex_);
+    auto found = log_.takeLines();
+    if (unnamed_) {
+        if (!found.empty() && found.front() == debug(*unnamed_)) {
+            found.erase(found.begin());
+        } else {
+            lines_.push_back("  (has not named itself)");
+        }
+        unnamed_.reset();
+    }
+    for (const LogLine& line : found) lines_.push_back("  " + levelOf(line) + inWords(line.text));
+}
+
+std::string Recorder::inWords(std::string text) const
+{
+    for (const auto& [address, word] : handles_) replaceAll(text, addressText(address), word);
+    for (const auto& [hex, word] : wordsOfHex_) replaceAll(text, hex, word);
+    return withShortHex(text);
+}
+
+} // namespace quelta::test

@@ -1,0 +1,22 @@
+#pragma once
+
+#include "support/handed_buffer.h"
+#include "support/recorder.h"
+
+namespace quelta::test {
+
+// A test whose calls are recorded and compared with the transcript beside it; see support/transcript.h. Its name is the title.
+class Scenario : public ModuleTest {
+protected:
+    void TearDown() override;
+
+    // Where an answer is wanted.
+    static Place room(DWORD size) { return {size, size}; }
+    static Place query(DWORD stated = 0) { return {std::nullopt, stated}; }
+    static Place nowhere() { return {}; }
+    static Place withoutLength(DWORD size) { return {size, std::nullopt}; }
+
+    Recorder recorder{token, log, user};
+};
+
+} // namespace quelta::test

@@ -1,0 +1,33 @@
+// How a transcript puts values into words. All of it is the reader's view: texts as texts, long bytes by what they are or by a
+// hash, numbers by their published names.
+#pragma once
+
+#include "base/bytes.h"
+
+#include <windows.h>
+
+#include <string>
+#include <string_view>
+
+namespace quelta::test {
+
+// "0102AB", "32 bytes rising from 01", "16 bytes of 11", "294 bytes #1A2B3C4D"; an empty span and null are told apart.
+std::string words(ByteView bytes);
+// The same for what a caller was handed, which may be a number or a text, too: "DWORD 9", "\"a text\\0\"", "L\"a text\\0\"".
+std::string valueWords(ByteView value);
+// Long upper-case hexadecimal within a text as words() has it.
+std::string withShortHex(std::string_view text);
+// "null" or the text between quotation marks.
+std::string quoted(const char* text);
+std::string quoted(const wchar_t* text);
+
+// Published names; a value without one is written as the number that it is.
+std::string errorName(DWORD code);
+std::string algorithmName(DWORD id);
+std::string keySpecName(DWORD keySpec);
+std::string blobTypeName(DWORD type);
+std::string providerParameterName(DWORD parameter);
+std::string keyParameterName(DWORD parameter);
+std::string hashParameterName(DWORD parameter);
+
+} // namespace quelta::test
