@@ -3,6 +3,7 @@
 #include "commands.h"
 #include "failure.h"
 #include "text.h"
+#include "version.h"
 
 #include <CLI/CLI.hpp>
 
@@ -118,9 +119,8 @@ int refuseUsage(const CLI::App& app, const CLI::ParseError& error)
     return exitUsage;
 }
 
-int showHelp(const CLI::App& app)
+int show(std::string text)
 {
-    std::string text = app.help();
     while (text.ends_with('\n')) text.pop_back();
     printLine(text);
     return exitDone;
@@ -131,6 +131,7 @@ int showHelp(const CLI::App& app)
 int runCommandLine(std::vector<std::string> arguments)
 {
     CLI::App app("Signs, verifies, encrypts and decrypts files with keys on a Quelta token", "quelta-sign");
+    app.set_version_flag("--version", std::string("quelta-sign ") + version);
     app.require_subcommand(1);
     // A path may begin with a slash; the subcommands inherit this.
     app.allow_windows_style_options(false);
@@ -153,7 +154,9 @@ int runCommandLine(std::vector<std::string> arguments)
         app.parse(arguments);
         return exitDone;
     } catch (const CLI::CallForHelp&) {
-        return showHelp(app);
+        return show(app.help());
+    } catch (const CLI::CallForVersion& asked) {
+        return show(asked.what());
     } catch (const CLI::ParseError& error) {
         return refuseUsage(app, error);
     } catch (const Refusal& refusal) {

@@ -2,6 +2,7 @@
 #include "cli/commands.h"
 #include "formats/byte_text.h"
 #include "store/token_store.h"
+#include "version.h"
 
 #include <CLI/App.hpp>
 #include <CLI/Config.hpp>
@@ -183,8 +184,7 @@ void describe(CLI::App& app, CommandLine& line)
     app.footer(closing);
     // A path may begin with a slash.
     app.allow_windows_style_options(false);
-    app.set_version_flag("--version",
-                         std::string("quelta-token ") + QUELTA_TOKEN_VERSION + " (software token: protects nothing)");
+    app.set_version_flag("--version", std::string("quelta-token ") + quelta::version + " (software token: protects nothing)");
     app.add_option("--dir", line.folder, "The token's folder");
     app.require_subcommand(1);
     addTokenCommands(app, line);
