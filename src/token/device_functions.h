@@ -1,13 +1,19 @@
 // The functions that QueltaDSCLibrary.dll exports, with the types of their binary contract: the module imports them, the software
-// token defines them. Standard-library types cross this
-// boundary: a module that is to load the maker's own binary must be built with the maker's compiler and its release runtime.
+// token defines them. Standard-library types cross this boundary: a module that is to load the maker's own binary must be built
+// with the maker's compiler and its release runtime.
 #pragma once
 
 #include "token/device_records.h"
 
-#if defined(__GNUC__) && defined(__clang__)
+// The same in the release runtimes of both compilers. It also instantiates the class: as the result of a function of C linkage,
+// Microsoft's compiler takes none that is not (C2526).
+static_assert(sizeof(std::vector<std::string>) == 24);
+
+#if defined(__clang__)
+#pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wreturn-type-c-linkage"
 #elif defined(_MSC_VER)
+#pragma warning(push)
 #pragma warning(disable : 4190) // C linkage with a C++ class as result: the contract has it so
 #endif
 
@@ -46,3 +52,9 @@ int quelta_finalHash(void* hash, unsigned char* out, int* length, void* libConte
 int quelta_generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool, void* libContext);
 
 } // extern "C"
+
+#if defined(__clang__)
+#pragma clang diagnostic pop
+#elif defined(_MSC_VER)
+#pragma warning(pop)
+#endif

@@ -124,7 +124,11 @@ struct CertificateDetails {
     std::vector<unsigned char> publicKey;
 };
 
-#if defined(_WIN64) && !defined(_DEBUG)
+#if defined(_ITERATOR_DEBUG_LEVEL) && _ITERATOR_DEBUG_LEVEL != 0
+#error "The device library's strings and vectors are those of the release runtime: build without iterator debugging"
+#endif
+
+#ifdef _WIN64
 static_assert(sizeof(TokenInfo) == 312);
 static_assert(offsetof(TokenInfo, singleSignOnEnabled) == 236);
 static_assert(offsetof(TokenInfo, singleSignOnOpen) == 240);

@@ -2,6 +2,9 @@
 
 #include "log/log_writer.h"
 #include "token/device_monitor.h"
+#ifndef _MSC_VER
+#include "token/library_compiler.h"
+#endif
 #include "token/token.h"
 
 namespace quelta {
@@ -13,6 +16,9 @@ std::expected<std::string, OpeningFailure> openFirstToken(void* libContext, cons
         logDebug(texts.startingLibrary);
         // Whether that went well shows when the device is opened.
         deviceLibrary().init(0, 2);
+#ifndef _MSC_VER
+        if (deviceLibraryIsForeign()) return std::unexpected(OpeningFailure::deviceOpenFailed);
+#endif
     }
     startDeviceMonitor();
     const auto connected = deviceLibrary().getConnectedDeviceList(false, libContext);

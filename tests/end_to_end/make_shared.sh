@@ -12,13 +12,13 @@ pin=135790
 
 up_to_date() {
     local source
-    for source in "$0" "$bin/quelta-token.exe" "$bin/QueltaDSCLibrary.dll"; do
+    for source in "$0" "$bin/../softtoken/quelta-token.exe" "$bin/../softtoken/QueltaDSCLibrary.dll"; do
         [[ $folder/complete -nt $source ]] || return 1
     done
 }
 
 token() {
-    wine "$bin/quelta-token.exe" --dir "$folder/token" "$@" </dev/null
+    wine "$bin/../softtoken/quelta-token.exe" --dir "$folder/token" "$@" </dev/null
 }
 
 make_key() {

@@ -17,7 +17,7 @@ acknowledged() {
 }
 
 stored() {
-    wine "$bin/quelta-token.exe" list --json | grep -c '"type": "aes128"'
+    wine "$bin/../softtoken/quelta-token.exe" list --json | grep -c '"type": "aes128"'
 }
 
 # Nobody knows how long the program takes to start, so that the time to kill it counts from its first key of the round.
@@ -50,5 +50,5 @@ for ((round = 1; round <= rounds; ++round)); do
         exit 1
     }
 done
-wine "$bin/quelta-token.exe" keygen --type p256 >"$work/id"
+wine "$bin/../softtoken/quelta-token.exe" keygen --type p256 >"$work/id"
 grep -qE '^[0-9A-F]{32}$' "$work/id"

@@ -35,7 +35,7 @@ EndToEndTest::EndToEndTest()
 
 void EndToEndTest::drive(const std::string& command) const
 {
-    const std::string program = (ownExecutable().parent_path() / "quelta-token.exe").string();
+    const std::string program = (ownExecutable().parent_path().parent_path() / "softtoken" / "quelta-token.exe").string();
     EXPECT_EQ(runProcess("\"" + program + "\" " + command, 60s), 0U) << command;
 }
 

@@ -77,7 +77,7 @@ Function* entry(const Library& module, const char* name)
 void makeToken(const std::filesystem::path& folder)
 {
     _putenv_s("QUELTA_TOKEN_DIR", folder.string().c_str());
-    const auto tool = ownExecutable().parent_path() / "quelta-token.exe";
+    const auto tool = ownExecutable().parent_path().parent_path() / "softtoken" / "quelta-token.exe";
     ASSERT_EQ(runProcess("\"" + tool.string() + "\" init --pin 1234", 60s), 0U);
 }
 

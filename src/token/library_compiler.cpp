@@ -1,0 +1,55 @@
+#include "token/library_compiler.h"
+
+#include "log/log_writer.h"
+
+#include <windows.h>
+
+#include <string_view>
+
+namespace quelta {
+
+namespace {
+
+// The runtimes that Microsoft's compiler links, and nothing of mingw-w64's that this module could work with.
+constexpr std::string_view foreignRuntimes[] = {"VCRUNTIME", "MSVCP", "UCRTBASE", "API-MS-WIN-CRT-"};
+
+bool isForeign(const char* import)
+{
+    for (const auto prefix : foreignRuntimes) {
+        if (_strnicmp(import, prefix.data(), prefix.size()) == 0) return true;
+    }
+    return false;
+}
+
+template <class Type>
+const Type& at(HMODULE image, DWORD offset)
+{
+    return *reinterpret_cast<const Type*>(reinterpret_cast<const unsigned char*>(image) + offset);
+}
+
+// The loader has checked what it mapped, so that the headers can be followed as they stand. Null if there is none.
+const char* foreignRuntimeOf(HMODULE image)
+{
+    const auto& headers = at<IMAGE_NT_HEADERS>(image, static_cast<DWORD>(at<IMAGE_DOS_HEADER>(image, 0).e_lfanew));
+    const DWORD directory = headers.OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+    if (directory == 0) return nullptr;
+    for (const auto* entry = &at<IMAGE_IMPORT_DESCRIPTOR>(image, directory); entry->Name != 0; ++entry) {
+        const char* name = &at<char>(image, entry->Name);
+        if (isForeign(name)) return name;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+bool deviceLibraryIsForeign()
+{
+    const HMODULE library = GetModuleHandleA("QueltaDSCLibrary.dll");
+    const char* runtime = library ? foreignRuntimeOf(library) : nullptr;
+    if (!runtime) return false;
+    logError("QueltaDSCLibrary.dll was built with another compiler than this QueltaCSP.dll (it imports ", runtime,
+             "): install the QueltaCSP.dll that was built with Visual C++");
+    return true;
+}
+
+} // namespace quelta
