@@ -15,7 +15,6 @@ file=$(realpath -- "${1-$root/README.md}")
 [[ -f $file && -r $file ]] || die "$file is no file that can be read: name the one to sign, as in ./demo.sh README.md"
 
 demo=$build/demo
-bin=$build/mingw-release/bin
 name=$(basename -- "$file")
 pin=24680
 
@@ -29,7 +28,7 @@ detail() {
 
 # tool NAME ARGUMENT...: one of our programs under Wine; shows what it says only when it fails.
 tool() {
-    quietly "$1.log" wine "$bin/$1.exe" "${@:2}" || die "$1 ${2-} failed, and so did the demonstration"
+    quietly "$1.log" wine "$(program "$1")" "${@:2}" || die "$1 ${2-} failed, and so did the demonstration"
 }
 
 make_token() {
@@ -102,6 +101,7 @@ need_packages "${build_packages[@]}"
 start_display
 prepare_prefix
 build_preset mingw-release
+use_build mingw-release
 register_provider "$bin"
 
 step "A software token with an RSA-2048 key and a certificate chain (it protects nothing; its PIN is $pin)"

@@ -10,6 +10,8 @@
 #   prepare_prefix           the Wine prefix, made at the first run, with its wineserver running
 #   choose_prefix            the prefix as it stands, for a command by hand
 #   build_preset NAME        configures if needed, builds
+#   use_build NAME           the build whose programs run from here on, above its software token
+#   program NAME             the path of one of its programs
 #   register_provider DIR    registers DIR/QueltaCSP.dll for CryptoAPI in the prefix
 #
 # Whatever was started ends with the script, however that ends.
@@ -33,6 +35,7 @@ test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev)
 
 display_pid=
 server_pid=
+bin=
 
 say() {
     printf '%s\n' "$*"
@@ -206,6 +209,21 @@ needs_configuring() {
 windows_path() {
     local path="Z:$1"
     printf '%s' "${path//\//\\}"
+}
+
+# The software token lies in a folder of its own, which the module finds on the path.
+use_build() {
+    # shellcheck disable=SC2034
+    bin=$build/$1/bin
+    WINEPATH=$(windows_path "$build/$1/softtoken")
+    export WINEPATH
+}
+
+program() {
+    local folder
+    for folder in "$bin" "$bin/../softtoken"; do
+        [[ ! -e $folder/$1.exe ]] || printf '%s' "$folder/$1.exe"
+    done
 }
 
 register_provider() {
