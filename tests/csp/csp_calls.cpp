@@ -6,8 +6,6 @@ namespace quelta::test {
 
 namespace {
 
-constexpr ULONG_PTR untouchedHandle = 0x5EED;
-
 std::string answerText(const Called<BOOL>& called)
 {
     const std::string value = called.result ? "TRUE" : "FALSE";
@@ -15,39 +13,11 @@ std::string answerText(const Called<BOOL>& called)
     return called.result ? value : value + ", last error kept";
 }
 
-std::string flagsText(DWORD flags)
-{
-    return flags == 0 ? "" : ", flags " + std::to_string(flags);
-}
-
 std::string enumerationText(DWORD flags)
 {
     if (flags == CRYPT_FIRST) return ", CRYPT_FIRST";
     return flags == CRYPT_NEXT ? ", CRYPT_NEXT" : flagsText(flags);
 }
-
-std::string words(const CspCalls::Input& input)
-{
-    return input ? valueWords(*input) : "null";
-}
-
-DWORD sizeOf(const CspCalls::Input& input)
-{
-    return input ? static_cast<DWORD>(input->size()) : 0;
-}
-
-// At the edge of an inaccessible page.
-class HandedInput {
-public:
-    explicit HandedInput(const CspCalls::Input& input)
-    {
-        if (input) bytes_.emplace(*input);
-    }
-    const BYTE* data() const { return bytes_ ? bytes_->data() : nullptr; }
-
-private:
-    std::optional<GuardedBuffer> bytes_;
-};
 
 template <std::size_t Size>
 std::string nameText(const char (&name)[Size], DWORD length)
@@ -74,14 +44,14 @@ std::optional<std::string> recordText(DWORD parameter, ByteView value)
 }
 
 // "SIMPLEBLOB CALG_AES_128, 128 bytes of 00" for what can be read as a blob.
-std::string blobText(const CspCalls::Input& blob)
+std::string blobText(const Input& blob)
 {
-    if (!blob || blob->size() < sizeof(BLOBHEADER)) return words(blob);
+    if (!blob || blob->size() < sizeof(BLOBHEADER)) return inputWords(blob);
     BLOBHEADER header{};
     std::memcpy(&header, blob->data(), sizeof header);
     std::string text = blobTypeName(header.bType) + " " + algorithmName(header.aiKeyAlg);
     if (header.bVersion != CUR_BLOB_VERSION) text += " version " + std::to_string(header.bVersion);
-    return text + " " + quelta::test::words(ByteView(*blob).subspan(sizeof header));
+    return text + " " + words(ByteView(*blob).subspan(sizeof header));
 }
 
 } // namespace
@@ -93,12 +63,6 @@ CspCalls::~CspCalls()
     for (const auto hash : hashes_) CPDestroyHash(any, hash);
     for (const auto key : keys_) CPDestroyKey(any, key);
     for (const auto prov : contexts_) CPReleaseContext(prov, 0);
-}
-
-template <class... Arguments>
-std::string CspCalls::withContext(const Arguments&... arguments) const
-{
-    return handle(context) + ((", " + std::string(arguments)) + ... + "");
 }
 
 BOOL CspCalls::call(const std::string& name, const std::string& arguments, const std::function<BOOL()>& call)
@@ -124,26 +88,16 @@ BOOL CspCalls::handsOutInto(const std::string& name, const std::string& argument
     return result;
 }
 
-CspCalls::Handle CspCalls::handsOut(const std::string& name, const std::string& arguments, const char* kind,
-                                    const std::function<BOOL(Handle*)>& call)
+CspCalls::Handle CspCalls::make(const std::string& name, const std::string& arguments, const char* kind,
+                                const std::function<BOOL(Handle*)>& call)
 {
-    Handle made = untouchedHandle;
-    recorder_.record(name, arguments, [&] {
-        const auto called = callWithLastError([&] { return call(&made); });
-        std::string text = answerText(called);
-        if (made == untouchedHandle) {
-            made = 0;
-            return text;
-        }
-        if (made != 0) recorder_.introduce(kind, made);
-        return text + ", " + handle(made);
-    });
-    return made;
+    return handsOut(name, arguments, kind,
+                    [&](Handle* made) { return answerText(callWithLastError([&] { return call(made); })); });
 }
 
 HCRYPTPROV CspCalls::acquire(const char* container, DWORD flags)
 {
-    const Handle made = handsOut("CPAcquireContext", quoted(container) + flagsText(flags), "context", [&](Handle* prov) {
+    const Handle made = make("CPAcquireContext", quoted(container) + flagsText(flags), "context", [&](Handle* prov) {
         BYTE table = 0;
         return CPAcquireContext(prov, container, flags, &table);
     });
@@ -164,7 +118,9 @@ Bytes CspCalls::getProvParam(DWORD parameter, const Place& place, DWORD flags)
 {
     HandedBuffer buffer(place);
     recorder_.record("CPGetProvParam",
-                     withContext(providerParameterName(parameter), quelta::test::words(place)) + enumerationText(flags), [&] {
+                     withContext(parameter == PP_ENUMALGS ? "PP_ENUMALGS" : providerParameterName(parameter), words(place)) +
+                         enumerationText(flags),
+                     [&] {
                          const auto called = callWithLastError(
                              [&] { return CPGetProvParam(context, parameter, buffer.data(), buffer.length(), flags); });
                          return answerText(called) + buffer.outcome(recordText(parameter, buffer.written()));
@@ -174,23 +130,23 @@ Bytes CspCalls::getProvParam(DWORD parameter, const Place& place, DWORD flags)
 
 BOOL CspCalls::setProvParam(DWORD parameter, const Input& data, DWORD flags)
 {
-    const HandedInput input(data);
-    return call("CPSetProvParam", withContext(providerParameterName(parameter), words(data)) + flagsText(flags),
+    HandedInput input(data);
+    return call("CPSetProvParam", withContext(providerParameterName(parameter), inputWords(data)) + flagsText(flags),
                 [&] { return CPSetProvParam(context, parameter, input.data(), flags); });
 }
 
 HCRYPTKEY CspCalls::genKey(ALG_ID algorithm, DWORD flags)
 {
-    const Handle made = handsOut("CPGenKey", withContext(algorithmName(algorithm)) + flagsText(flags), "key",
-                                 [&](Handle* key) { return CPGenKey(context, algorithm, flags, key); });
+    const Handle made = make("CPGenKey", withContext(algorithmName(algorithm)) + flagsText(flags), "key",
+                             [&](Handle* key) { return CPGenKey(context, algorithm, flags, key); });
     if (made != 0) keys_.push_back(made);
     return made;
 }
 
 HCRYPTKEY CspCalls::getUserKey(DWORD keySpec)
 {
-    const Handle made = handsOut("CPGetUserKey", withContext(keySpecName(keySpec)), "key",
-                                 [&](Handle* key) { return CPGetUserKey(context, keySpec, key); });
+    const Handle made = make("CPGetUserKey", withContext(keySpecName(keySpec)), "key",
+                             [&](Handle* key) { return CPGetUserKey(context, keySpec, key); });
     if (made != 0) keys_.push_back(made);
     return made;
 }
@@ -198,15 +154,14 @@ HCRYPTKEY CspCalls::getUserKey(DWORD keySpec)
 BOOL CspCalls::getKeyParam(HCRYPTKEY key, DWORD parameter, const Place& place, DWORD flags)
 {
     HandedBuffer buffer(place);
-    return handsOutInto("CPGetKeyParam",
-                        withContext(handle(key), keyParameterName(parameter), quelta::test::words(place)) + flagsText(flags),
+    return handsOutInto("CPGetKeyParam", withContext(handle(key), keyParameterName(parameter), words(place)) + flagsText(flags),
                         buffer, [&] { return CPGetKeyParam(context, key, parameter, buffer.data(), buffer.length(), flags); });
 }
 
 BOOL CspCalls::setKeyParam(HCRYPTKEY key, DWORD parameter, const Input& data, DWORD flags)
 {
-    const HandedInput input(data);
-    return call("CPSetKeyParam", withContext(handle(key), keyParameterName(parameter), words(data)) + flagsText(flags),
+    HandedInput input(data);
+    return call("CPSetKeyParam", withContext(handle(key), keyParameterName(parameter), inputWords(data)) + flagsText(flags),
                 [&] { return CPSetKeyParam(context, key, parameter, input.data(), flags); });
 }
 
@@ -219,9 +174,9 @@ BOOL CspCalls::destroyKey(HCRYPTKEY key)
 
 HCRYPTKEY CspCalls::importKey(const Input& blob, HCRYPTKEY with, DWORD flags)
 {
-    const HandedInput input(blob);
-    const Handle made = handsOut("CPImportKey", withContext(blobText(blob), handle(with)) + flagsText(flags), "key",
-                                 [&](Handle* key) { return CPImportKey(context, input.data(), sizeOf(blob), with, flags, key); });
+    HandedInput input(blob);
+    const Handle made = make("CPImportKey", withContext(blobText(blob), handle(with)) + flagsText(flags), "key",
+                             [&](Handle* key) { return CPImportKey(context, input.data(), input.size(), with, flags, key); });
     if (made != 0) keys_.push_back(made);
     return made;
 }
@@ -229,45 +184,44 @@ HCRYPTKEY CspCalls::importKey(const Input& blob, HCRYPTKEY with, DWORD flags)
 BOOL CspCalls::exportKey(HCRYPTKEY key, DWORD type, const Place& place, DWORD flags)
 {
     HandedBuffer buffer(place);
-    return handsOutInto("CPExportKey",
-                        withContext(handle(key), blobTypeName(type), quelta::test::words(place)) + flagsText(flags), buffer,
+    return handsOutInto("CPExportKey", withContext(handle(key), blobTypeName(type), words(place)) + flagsText(flags), buffer,
                         [&] { return CPExportKey(context, key, 0, type, flags, buffer.data(), buffer.length()); });
 }
 
 HCRYPTHASH CspCalls::createHash(ALG_ID algorithm, DWORD flags)
 {
-    const Handle made = handsOut("CPCreateHash", withContext(algorithmName(algorithm)) + flagsText(flags), "hash",
-                                 [&](Handle* hash) { return CPCreateHash(context, algorithm, 0, flags, hash); });
+    const Handle made = make("CPCreateHash", withContext(algorithmName(algorithm)) + flagsText(flags), "hash",
+                             [&](Handle* hash) { return CPCreateHash(context, algorithm, 0, flags, hash); });
     if (made != 0) hashes_.push_back(made);
     return made;
 }
 
 BOOL CspCalls::hashData(HCRYPTHASH hash, const Input& data, DWORD flags)
 {
-    const HandedInput input(data);
-    return call("CPHashData", withContext(handle(hash), words(data)) + flagsText(flags),
-                [&] { return CPHashData(context, hash, input.data(), sizeOf(data), flags); });
+    HandedInput input(data);
+    return call("CPHashData", withContext(handle(hash), inputWords(data)) + flagsText(flags),
+                [&] { return CPHashData(context, hash, input.data(), input.size(), flags); });
 }
 
 BOOL CspCalls::getHashParam(HCRYPTHASH hash, DWORD parameter, const Place& place, DWORD flags)
 {
     HandedBuffer buffer(place);
     return handsOutInto("CPGetHashParam",
-                        withContext(handle(hash), hashParameterName(parameter), quelta::test::words(place)) + flagsText(flags),
-                        buffer, [&] { return CPGetHashParam(context, hash, parameter, buffer.data(), buffer.length(), flags); });
+                        withContext(handle(hash), hashParameterName(parameter), words(place)) + flagsText(flags), buffer,
+                        [&] { return CPGetHashParam(context, hash, parameter, buffer.data(), buffer.length(), flags); });
 }
 
 BOOL CspCalls::setHashParam(HCRYPTHASH hash, DWORD parameter, const Input& data, DWORD flags)
 {
-    const HandedInput input(data);
-    return call("CPSetHashParam", withContext(handle(hash), hashParameterName(parameter), words(data)) + flagsText(flags),
+    HandedInput input(data);
+    return call("CPSetHashParam", withContext(handle(hash), hashParameterName(parameter), inputWords(data)) + flagsText(flags),
                 [&] { return CPSetHashParam(context, hash, parameter, input.data(), flags); });
 }
 
 HCRYPTHASH CspCalls::duplicateHash(HCRYPTHASH hash, DWORD flags)
 {
-    const Handle made = handsOut("CPDuplicateHash", withContext(handle(hash)) + flagsText(flags), "hash",
-                                 [&](Handle* copy) { return CPDuplicateHash(context, hash, nullptr, flags, copy); });
+    const Handle made = make("CPDuplicateHash", withContext(handle(hash)) + flagsText(flags), "hash",
+                             [&](Handle* copy) { return CPDuplicateHash(context, hash, nullptr, flags, copy); });
     if (made != 0) hashes_.push_back(made);
     return made;
 }
@@ -288,16 +242,15 @@ BOOL CspCalls::hashSessionKey(HCRYPTHASH hash, HCRYPTKEY key, DWORD flags)
 BOOL CspCalls::signHash(HCRYPTHASH hash, DWORD keySpec, const Place& place, DWORD flags)
 {
     HandedBuffer buffer(place);
-    return handsOutInto("CPSignHash",
-                        withContext(handle(hash), keySpecName(keySpec), quelta::test::words(place)) + flagsText(flags), buffer,
+    return handsOutInto("CPSignHash", withContext(handle(hash), keySpecName(keySpec), words(place)) + flagsText(flags), buffer,
                         [&] { return CPSignHash(context, hash, keySpec, nullptr, flags, buffer.data(), buffer.length()); });
 }
 
 BOOL CspCalls::verifySignature(HCRYPTHASH hash, const Input& signature, HCRYPTKEY key, DWORD flags)
 {
-    const HandedInput input(signature);
-    return call("CPVerifySignature", withContext(handle(hash), words(signature), handle(key)) + flagsText(flags),
-                [&] { return CPVerifySignature(context, hash, input.data(), sizeOf(signature), key, nullptr, flags); });
+    HandedInput input(signature);
+    return call("CPVerifySignature", withContext(handle(hash), inputWords(signature), handle(key)) + flagsText(flags),
+                [&] { return CPVerifySignature(context, hash, input.data(), input.size(), key, nullptr, flags); });
 }
 
 BOOL CspCalls::encrypt(HCRYPTKEY key, const Bytes& data, DWORD bufferSize, DWORD flags)
@@ -306,28 +259,28 @@ BOOL CspCalls::encrypt(HCRYPTKEY key, const Bytes& data, DWORD bufferSize, DWORD
     content.resize(bufferSize, GuardedBuffer::untouched);
     HandedBuffer buffer(content, static_cast<DWORD>(data.size()));
     return handsOutInto(
-        "CPEncrypt", withContext(handle(key), valueWords(data), "room " + std::to_string(bufferSize)) + flagsText(flags), buffer,
+        "CPEncrypt", withContext(handle(key), inputWords(data), "room " + std::to_string(bufferSize)) + flagsText(flags), buffer,
         [&] { return CPEncrypt(context, key, 0, TRUE, flags, buffer.data(), buffer.length(), bufferSize); });
 }
 
 BOOL CspCalls::decrypt(HCRYPTKEY key, const Bytes& data, DWORD flags)
 {
     HandedBuffer buffer(data, static_cast<DWORD>(data.size()));
-    return handsOutInto("CPDecrypt", withContext(handle(key), valueWords(data)) + flagsText(flags), buffer,
+    return handsOutInto("CPDecrypt", withContext(handle(key), inputWords(data)) + flagsText(flags), buffer,
                         [&] { return CPDecrypt(context, key, 0, TRUE, flags, buffer.data(), buffer.length()); });
 }
 
 BOOL CspCalls::genRandom(const Place& place)
 {
     HandedBuffer buffer(Place{place.buffer, std::nullopt});
-    return handsOutInto("CPGenRandom", withContext(quelta::test::words(place)), buffer,
+    return handsOutInto("CPGenRandom", withContext(words(place)), buffer,
                         [&] { return CPGenRandom(context, place.stated.value_or(0), buffer.data()); });
 }
 
 BOOL CspCalls::deriveKey(ALG_ID algorithm, HCRYPTHASH hash, DWORD flags)
 {
-    return handsOut("CPDeriveKey", withContext(algorithmName(algorithm), handle(hash)) + flagsText(flags), "key",
-                    [&](Handle* key) { return CPDeriveKey(context, algorithm, hash, flags, key); }) != 0;
+    return make("CPDeriveKey", withContext(algorithmName(algorithm), handle(hash)) + flagsText(flags), "key",
+                [&](Handle* key) { return CPDeriveKey(context, algorithm, hash, flags, key); }) != 0;
 }
 
 } // namespace quelta::test

@@ -1,24 +1,19 @@
 #pragma once
 
 #include "support/call_with_last_error.h"
-#include "support/handed_buffer.h"
-#include "support/recorder.h"
+#include "support/recorded_calls.h"
 
 #include <wincrypt.h>
 
 namespace quelta::test {
 
 // The entry points of CryptoAPI, recorded. What they hand out is freed at the end, if it is not freed before.
-class CspCalls {
+class CspCalls : public RecordedCalls {
 public:
-    explicit CspCalls(Recorder& recorder) : recorder_(recorder) {}
+    explicit CspCalls(Recorder& recorder) : RecordedCalls(recorder) {}
     ~CspCalls();
     CspCalls(const CspCalls&) = delete;
     CspCalls& operator=(const CspCalls&) = delete;
-
-    // Null where there is none.
-    using Input = std::optional<Bytes>;
-    static constexpr std::nullopt_t null = std::nullopt;
 
     // The context that all calls go to: the one acquired last, or another that a scenario puts here.
     HCRYPTPROV context = 0;
@@ -56,17 +51,16 @@ public:
     BOOL call(const std::string& name, const std::string& arguments, const std::function<BOOL()>& call);
 
 private:
-    using Handle = ULONG_PTR;
-
-    template <class... Arguments>
-    std::string withContext(const Arguments&... arguments) const;
-    std::string handle(Handle handle) const { return recorder_.handle(handle); }
+    template <class... Words>
+    std::string withContext(const Words&... words) const
+    {
+        return argumentsAfter(context, words...);
+    }
     BOOL handsOutInto(const std::string& name, const std::string& arguments, HandedBuffer& buffer,
                       const std::function<BOOL()>& call);
-    Handle handsOut(const std::string& name, const std::string& arguments, const char* kind,
-                    const std::function<BOOL(Handle*)>& call);
+    Handle make(const std::string& name, const std::string& arguments, const char* kind,
+                const std::function<BOOL(Handle*)>& call);
 
-    Recorder& recorder_;
     std::vector<HCRYPTPROV> contexts_;
     std::vector<HCRYPTKEY> keys_;
     std::vector<HCRYPTHASH> hashes_;

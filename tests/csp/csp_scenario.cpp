@@ -1,7 +1,5 @@
 #include "csp/csp_scenario.h"
 
-#include "token/key_match.h"
-
 namespace quelta::test {
 
 void CspScenario::open(const char* container)

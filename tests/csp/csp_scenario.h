@@ -3,6 +3,9 @@
 #include "csp/csp_calls.h"
 #include "support/scenario.h"
 
+#include "csp/entry_points.h"
+#include "token/key_match.h"
+
 namespace quelta::test {
 
 class CspScenario : public Scenario {

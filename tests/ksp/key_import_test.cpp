@@ -131,7 +131,7 @@ TEST_F(KspKeyImport, StoredKeyIsWhatTheTokenAnswered)
     token.willAnswer(Call::importAesKey, 3);
     EXPECT_EQ(import(L"KeyDataBlob", keyData(16), none), NTE_BAD_TYPE);
     EXPECT_EQ(none, 7u);
-    EXPECT_THAT(token.takeCalls(), ElementsAre("importAesKey(TOKEN-1, , " + hexOf(counting(16)) + ", 8)"))
+    EXPECT_THAT(token.takeCalls(), ElementsAre("importAesKey(TOKEN-1, \"\", " + hexOf(counting(16)) + ", 8)"))
         << "without asking for a PIN";
 }
 

@@ -8,41 +8,15 @@ namespace quelta::test {
 
 namespace {
 
-constexpr ULONG_PTR untouchedHandle = 0x5EED;
-
 std::string statusText(SECURITY_STATUS status)
 {
     return status == 0 ? "0" : errorName(static_cast<DWORD>(status));
-}
-
-std::string flagsText(DWORD flags)
-{
-    return flags == 0 ? "" : ", flags " + std::to_string(flags);
 }
 
 std::string keySpecText(DWORD keySpec)
 {
     return keySpec == 0 ? "" : ", " + keySpecName(keySpec);
 }
-
-std::string words(const KspCalls::Input& input)
-{
-    return input ? valueWords(*input) : "null";
-}
-
-// At the edge of an inaccessible page.
-class HandedInput {
-public:
-    explicit HandedInput(const KspCalls::Input& input)
-    {
-        if (input) bytes_.emplace(*input);
-    }
-    PBYTE data() { return bytes_ ? bytes_->data() : nullptr; }
-    DWORD size() const { return bytes_ ? bytes_->length() : 0; }
-
-private:
-    std::optional<GuardedBuffer> bytes_;
-};
 
 std::string textOf(const NCryptAlgorithmName& algorithm)
 {
@@ -57,7 +31,7 @@ std::string textOf(const NCryptKeyName& key)
 
 } // namespace
 
-KspCalls::KspCalls(Recorder& recorder) : table(keyStorageTable()), recorder_(recorder) {}
+KspCalls::KspCalls(Recorder& recorder) : RecordedCalls(recorder), table(keyStorageTable()) {}
 
 KspCalls::~KspCalls()
 {
@@ -65,12 +39,6 @@ KspCalls::~KspCalls()
     const NCRYPT_PROV_HANDLE any = providers_.empty() ? 0 : providers_.front();
     for (const auto key : keys_) table.FreeKey(any, key);
     for (const auto open : providers_) table.FreeProvider(open);
-}
-
-template <class... Arguments>
-std::string KspCalls::withProvider(const Arguments&... arguments) const
-{
-    return handle(provider) + ((", " + std::string(arguments)) + ... + "");
 }
 
 SECURITY_STATUS KspCalls::call(const std::string& name, const std::string& arguments,
@@ -96,20 +64,10 @@ SECURITY_STATUS KspCalls::handsOutInto(const std::string& name, const std::strin
     return status;
 }
 
-KspCalls::Handle KspCalls::handsOut(const std::string& name, const std::string& arguments, const char* kind,
-                                    const std::function<SECURITY_STATUS(Handle*)>& call)
+KspCalls::Handle KspCalls::make(const std::string& name, const std::string& arguments, const char* kind,
+                                const std::function<SECURITY_STATUS(Handle*)>& call)
 {
-    Handle made = untouchedHandle;
-    recorder_.record(name, arguments, [&] {
-        const std::string text = statusText(call(&made));
-        if (made == untouchedHandle) {
-            made = 0;
-            return text;
-        }
-        if (made != 0) recorder_.introduce(kind, made);
-        return text + ", " + handle(made);
-    });
-    return made;
+    return handsOut(name, arguments, kind, [&](Handle* made) { return statusText(call(made)); });
 }
 
 NCRYPT_KEY_HANDLE KspCalls::owned(NCRYPT_KEY_HANDLE key)
@@ -120,8 +78,8 @@ NCRYPT_KEY_HANDLE KspCalls::owned(NCRYPT_KEY_HANDLE key)
 
 NCRYPT_PROV_HANDLE KspCalls::openProvider(LPCWSTR name, DWORD flags)
 {
-    const Handle made = handsOut("KSPOpenProvider", quoted(name) + flagsText(flags), "provider",
-                                 [&](Handle* opened) { return table.OpenProvider(opened, name, flags); });
+    const Handle made = make("KSPOpenProvider", quoted(name) + flagsText(flags), "provider",
+                             [&](Handle* opened) { return table.OpenProvider(opened, name, flags); });
     if (made == 0) return 0;
     providers_.push_back(made);
     return provider = made;
@@ -135,8 +93,8 @@ SECURITY_STATUS KspCalls::freeProvider()
 
 SECURITY_STATUS KspCalls::getProviderProperty(LPCWSTR name, const Place& place, DWORD flags)
 {
-    return handsOutInto("KSPGetProviderProperty", withProvider(quoted(name), quelta::test::words(place)) + flagsText(flags),
-                        place, [&](PBYTE output, DWORD room, DWORD* result) {
+    return handsOutInto("KSPGetProviderProperty", withProvider(quoted(name), words(place)) + flagsText(flags), place,
+                        [&](PBYTE output, DWORD room, DWORD* result) {
                             return table.GetProviderProperty(provider, name, output, room, result, flags);
                         });
 }
@@ -144,27 +102,26 @@ SECURITY_STATUS KspCalls::getProviderProperty(LPCWSTR name, const Place& place, 
 SECURITY_STATUS KspCalls::setProviderProperty(LPCWSTR name, const Input& value, DWORD flags)
 {
     HandedInput input(value);
-    return call("KSPSetProviderProperty", withProvider(quoted(name), words(value)) + flagsText(flags),
+    return call("KSPSetProviderProperty", withProvider(quoted(name), inputWords(value)) + flagsText(flags),
                 [&] { return table.SetProviderProperty(provider, name, input.data(), input.size(), flags); });
 }
 
 NCRYPT_KEY_HANDLE KspCalls::openKey(LPCWSTR name, DWORD legacyKeySpec, DWORD flags)
 {
-    return owned(handsOut("KSPOpenKey", withProvider(quoted(name)) + keySpecText(legacyKeySpec) + flagsText(flags), "key",
-                          [&](Handle* key) { return table.OpenKey(provider, key, name, legacyKeySpec, flags); }));
+    return owned(make("KSPOpenKey", withProvider(quoted(name)) + keySpecText(legacyKeySpec) + flagsText(flags), "key",
+                      [&](Handle* key) { return table.OpenKey(provider, key, name, legacyKeySpec, flags); }));
 }
 
 NCRYPT_KEY_HANDLE KspCalls::createPersistedKey(LPCWSTR algorithm, LPCWSTR name, DWORD legacyKeySpec, DWORD flags)
 {
-    return owned(handsOut(
+    return owned(make(
         "KSPCreatePersistedKey", withProvider(quoted(algorithm), quoted(name)) + keySpecText(legacyKeySpec) + flagsText(flags),
         "key", [&](Handle* key) { return table.CreatePersistedKey(provider, key, algorithm, name, legacyKeySpec, flags); }));
 }
 
 SECURITY_STATUS KspCalls::getKeyProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name, const Place& place, DWORD flags)
 {
-    return handsOutInto("KSPGetKeyProperty",
-                        withProvider(handle(key), quoted(name), quelta::test::words(place)) + flagsText(flags), place,
+    return handsOutInto("KSPGetKeyProperty", withProvider(handle(key), quoted(name), words(place)) + flagsText(flags), place,
                         [&](PBYTE output, DWORD room, DWORD* result) {
                             return table.GetKeyProperty(provider, key, name, output, room, result, flags);
                         });
@@ -173,7 +130,7 @@ SECURITY_STATUS KspCalls::getKeyProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name, co
 SECURITY_STATUS KspCalls::setKeyProperty(NCRYPT_KEY_HANDLE key, LPCWSTR name, const Input& value, DWORD flags)
 {
     HandedInput input(value);
-    return call("KSPSetKeyProperty", withProvider(handle(key), quoted(name), words(value)) + flagsText(flags),
+    return call("KSPSetKeyProperty", withProvider(handle(key), quoted(name), inputWords(value)) + flagsText(flags),
                 [&] { return table.SetKeyProperty(provider, key, name, input.data(), input.size(), flags); });
 }
 
@@ -238,15 +195,15 @@ SECURITY_STATUS KspCalls::enumKeys(void*& state, LPCWSTR scope, DWORD flags)
 NCRYPT_KEY_HANDLE KspCalls::importKey(LPCWSTR type, const Input& blob, NCRYPT_KEY_HANDLE with, DWORD flags)
 {
     HandedInput input(blob);
-    return owned(handsOut(
-        "KSPImportKey", withProvider(handle(with), quoted(type), words(blob)) + flagsText(flags), "key",
+    return owned(make(
+        "KSPImportKey", withProvider(handle(with), quoted(type), inputWords(blob)) + flagsText(flags), "key",
         [&](Handle* key) { return table.ImportKey(provider, with, type, nullptr, key, input.data(), input.size(), flags); }));
 }
 
 SECURITY_STATUS KspCalls::exportKey(NCRYPT_KEY_HANDLE key, LPCWSTR type, const Place& place, DWORD flags)
 {
-    return handsOutInto("KSPExportKey", withProvider(handle(key), quoted(type), quelta::test::words(place)) + flagsText(flags),
-                        place, [&](PBYTE output, DWORD room, DWORD* result) {
+    return handsOutInto("KSPExportKey", withProvider(handle(key), quoted(type), words(place)) + flagsText(flags), place,
+                        [&](PBYTE output, DWORD room, DWORD* result) {
                             return table.ExportKey(provider, key, 0, type, nullptr, output, room, result, flags);
                         });
 }
@@ -255,22 +212,22 @@ SECURITY_STATUS KspCalls::encrypt(NCRYPT_KEY_HANDLE key, const Input& data, cons
                                   const Padding& padding)
 {
     HandedInput input(data);
-    return handsOutInto(
-        "KSPEncrypt", withProvider(handle(key), words(data), padding.words, quelta::test::words(place)) + flagsText(flags), place,
-        [&](PBYTE output, DWORD room, DWORD* result) {
-            return table.Encrypt(provider, key, input.data(), input.size(), padding.info, output, room, result, flags);
-        });
+    return handsOutInto("KSPEncrypt", withProvider(handle(key), inputWords(data), padding.words, words(place)) + flagsText(flags),
+                        place, [&](PBYTE output, DWORD room, DWORD* result) {
+                            return table.Encrypt(provider, key, input.data(), input.size(), padding.info, output, room, result,
+                                                 flags);
+                        });
 }
 
 SECURITY_STATUS KspCalls::decrypt(NCRYPT_KEY_HANDLE key, const Input& data, const Place& place, DWORD flags,
                                   const Padding& padding)
 {
     HandedInput input(data);
-    return handsOutInto(
-        "KSPDecrypt", withProvider(handle(key), words(data), padding.words, quelta::test::words(place)) + flagsText(flags), place,
-        [&](PBYTE output, DWORD room, DWORD* result) {
-            return table.Decrypt(provider, key, input.data(), input.size(), padding.info, output, room, result, flags);
-        });
+    return handsOutInto("KSPDecrypt", withProvider(handle(key), inputWords(data), padding.words, words(place)) + flagsText(flags),
+                        place, [&](PBYTE output, DWORD room, DWORD* result) {
+                            return table.Decrypt(provider, key, input.data(), input.size(), padding.info, output, room, result,
+                                                 flags);
+                        });
 }
 
 SECURITY_STATUS KspCalls::signHash(NCRYPT_KEY_HANDLE key, const Input& hash, const Place& place, DWORD flags,
@@ -278,8 +235,8 @@ SECURITY_STATUS KspCalls::signHash(NCRYPT_KEY_HANDLE key, const Input& hash, con
 {
     HandedInput input(hash);
     return handsOutInto(
-        "KSPSignHash", withProvider(handle(key), words(hash), padding.words, quelta::test::words(place)) + flagsText(flags),
-        place, [&](PBYTE output, DWORD room, DWORD* result) {
+        "KSPSignHash", withProvider(handle(key), inputWords(hash), padding.words, words(place)) + flagsText(flags), place,
+        [&](PBYTE output, DWORD room, DWORD* result) {
             return table.SignHash(provider, key, padding.info, input.data(), input.size(), output, room, result, flags);
         });
 }
@@ -289,8 +246,8 @@ SECURITY_STATUS KspCalls::verifySignature(NCRYPT_KEY_HANDLE key, const Input& ha
 {
     HandedInput digest(hash);
     HandedInput given(signature);
-    return call("KSPVerifySignature", withProvider(handle(key), words(hash), words(signature), padding.words) + flagsText(flags),
-                [&] {
+    return call("KSPVerifySignature",
+                withProvider(handle(key), inputWords(hash), inputWords(signature), padding.words) + flagsText(flags), [&] {
                     return table.VerifySignature(provider, key, padding.info, digest.data(), digest.size(), given.data(),
                                                  given.size(), flags);
                 });

@@ -1,7 +1,6 @@
 #pragma once
 
-#include "support/handed_buffer.h"
-#include "support/recorder.h"
+#include "support/recorded_calls.h"
 
 #include "ksp/function_table.h"
 
@@ -14,16 +13,12 @@ struct Padding {
 };
 
 // The slots of the key storage table, recorded. What they hand out is freed at the end, if it is not freed before.
-class KspCalls {
+class KspCalls : public RecordedCalls {
 public:
     explicit KspCalls(Recorder& recorder);
     ~KspCalls();
     KspCalls(const KspCalls&) = delete;
     KspCalls& operator=(const KspCalls&) = delete;
-
-    // Null where there is none.
-    using Input = std::optional<Bytes>;
-    static constexpr std::nullopt_t null = std::nullopt;
 
     // The provider that all calls go to: the one opened last, or another that a scenario puts here.
     NCRYPT_PROV_HANDLE provider = 0;
@@ -67,20 +62,20 @@ public:
     KeyStorageFunctionTable& table;
 
 private:
-    using Handle = ULONG_PTR;
     // Where the result goes and what its room is: the last arguments that five slots share.
     using HandsOutInto = std::function<SECURITY_STATUS(PBYTE output, DWORD room, DWORD* result)>;
 
-    template <class... Arguments>
-    std::string withProvider(const Arguments&... arguments) const;
-    std::string handle(Handle handle) const { return recorder_.handle(handle); }
+    template <class... Words>
+    std::string withProvider(const Words&... words) const
+    {
+        return argumentsAfter(provider, words...);
+    }
     SECURITY_STATUS handsOutInto(const std::string& name, const std::string& arguments, const Place& place,
                                  const HandsOutInto& call);
-    Handle handsOut(const std::string& name, const std::string& arguments, const char* kind,
-                    const std::function<SECURITY_STATUS(Handle*)>& call);
+    Handle make(const std::string& name, const std::string& arguments, const char* kind,
+                const std::function<SECURITY_STATUS(Handle*)>& call);
     NCRYPT_KEY_HANDLE owned(NCRYPT_KEY_HANDLE key);
 
-    Recorder& recorder_;
     std::vector<NCRYPT_PROV_HANDLE> providers_;
     std::vector<NCRYPT_KEY_HANDLE> keys_;
 };

@@ -15,7 +15,8 @@ struct Room {
 
 inline std::string asText(const char* text)
 {
-    return text ? text : "null";
+    if (!text) return "null";
+    return *text ? text : "\"\"";
 }
 inline std::string asText(bool value)
 {

@@ -6,6 +6,12 @@
 
 namespace quelta::test {
 
+std::string inputWords(const Input& input)
+{
+    if (!input) return "null";
+    return input->empty() ? "empty" : valueWords(*input);
+}
+
 std::string words(const Place& place)
 {
     if (!place.buffer) {

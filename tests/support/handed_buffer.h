@@ -7,6 +7,24 @@
 
 namespace quelta::test {
 
+// What a caller hands in; nothing for a null pointer.
+using Input = std::optional<Bytes>;
+std::string inputWords(const Input& input);
+
+// The bytes of one call's input, which end at an inaccessible page.
+class HandedInput {
+public:
+    explicit HandedInput(const Input& input)
+    {
+        if (input) bytes_.emplace(*input);
+    }
+    unsigned char* data() { return bytes_ ? bytes_->data() : nullptr; }
+    DWORD size() const { return bytes_ ? bytes_->length() : 0; }
+
+private:
+    std::optional<GuardedBuffer> bytes_;
+};
+
 // Where a caller wants its answer: the size of its buffer, and the room that it states.
 struct Place {
     std::optional<DWORD> buffer;

@@ -106,7 +106,22 @@ void Recorder::takeLog()
         }
         unnamed_.reset();
     }
-    for (const LogLine& line : found) lines_.push_back("  " + levelOf(line) + inWords(line.text));
+    for (const LogLine& line : found) writeLogLine(line);
+}
+
+// Debug lines come in crowds: as many as fit share one.
+void Recorder::writeLogLine(const LogLine& line)
+{
+    constexpr std::size_t width = 150;
+    const std::string text = inWords(line.text);
+    const std::string debugLine = "  " + levelOf(debug(""));
+    std::string& last = lines_.back();
+    const bool joins = line.tag == debug("").tag && last.starts_with(debugLine);
+    if (joins && last.size() + text.size() < width) {
+        last += " | " + text;
+    } else {
+        lines_.push_back("  " + levelOf(line) + text);
+    }
 }
 
 std::string Recorder::inWords(std::string text) const

@@ -2,7 +2,8 @@
 //
 //   CPSignHash(context1, hash1, AT_SIGNATURE, room 300)
 //     D Password not validated or empty -- ask for PIN
-//     token getTokenInfo(TOKEN-1) = no sign-on
+//     token getTokenInfo(TOKEN-1) = not signed on
+//     D Password dialog show window | Password dialog show window before
 //     dialog "Verify User Pin": 1234, Login
 //     token validatePassword(TOKEN-1, 1234, 1, 0) = 0
 //     = TRUE, length 256, 256 bytes falling from 00
@@ -61,6 +62,7 @@ public:
 private:
     void writeDown(std::string line);
     void takeLog();
+    void writeLogLine(const LogLine& line);
     std::string inWords(std::string text) const;
 
     FakeDeviceLibrary& token_;

@@ -23,15 +23,24 @@ bool isUpper(char character)
     return std::isupper(static_cast<unsigned char>(character)) != 0;
 }
 
+bool isLower(char character)
+{
+    return std::islower(static_cast<unsigned char>(character)) != 0;
+}
+
 // "ThePINIsAskedForAgain" is "The PIN is asked for again".
 std::string titleOf(std::string_view testName)
 {
     std::string title;
     for (std::size_t i = 0; i < testName.size(); ++i) {
-        const bool lowerFollows = i + 1 < testName.size() && !isUpper(testName[i + 1]);
-        const bool begins = i > 0 && isUpper(testName[i]) && (lowerFollows || !isUpper(testName[i - 1]));
+        const auto upperAt = [&](std::size_t at) { return at < testName.size() && isUpper(testName[at]); };
+        const bool endsWord = i + 1 < testName.size() && !upperAt(i + 1);
+        const bool afterLower = i > 0 && isLower(testName[i - 1]);
+        const bool begins = i > 0 && !isLower(testName[i]) && (afterLower || (upperAt(i) && endsWord));
+        const bool isArticle = begins && upperAt(i + 1) && i + 2 < testName.size() && !upperAt(i + 2);
         if (begins) title += ' ';
-        title += begins && lowerFollows ? static_cast<char>(std::tolower(static_cast<unsigned char>(testName[i]))) : testName[i];
+        const bool lower = begins && (endsWord || isArticle);
+        title += lower ? static_cast<char>(std::tolower(static_cast<unsigned char>(testName[i]))) : testName[i];
     }
     return title;
 }

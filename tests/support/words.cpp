@@ -211,9 +211,9 @@ std::string words(ByteView bytes)
 
 std::string valueWords(ByteView value)
 {
+    if (value.size() == 4) return "DWORD " + std::to_string(value[0] | value[1] << 8 | value[2] << 16 | unsigned{value[3]} << 24);
     if (isTextWithZero(value)) return textWithZero(value);
     if (const Bytes narrow = narrowedBytes(value); isTextWithZero(narrow)) return "L" + textWithZero(narrow);
-    if (value.size() == 4) return "DWORD " + std::to_string(value[0] | value[1] << 8 | value[2] << 16 | unsigned{value[3]} << 24);
     if (value.size() > 4 && isText(value)) return "\"" + asText(value) + "\"";
     return words(value);
 }
@@ -241,6 +241,11 @@ std::string quoted(const wchar_t* text)
     std::string narrow;
     for (const wchar_t unit : std::wstring_view(text)) narrow += unit < 0x7F ? static_cast<char>(unit) : '?';
     return "\"" + narrow + "\"";
+}
+
+std::string flagsText(DWORD flags)
+{
+    return flags == 0 ? "" : ", flags " + std::to_string(flags);
 }
 
 std::string errorName(DWORD code)

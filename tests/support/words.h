@@ -20,6 +20,8 @@ std::string withShortHex(std::string_view text);
 // "null" or the text between quotation marks.
 std::string quoted(const char* text);
 std::string quoted(const wchar_t* text);
+// Nothing for none, else ", flags 5".
+std::string flagsText(DWORD flags);
 
 // Published names; a value without one is written as the number that it is.
 std::string errorName(DWORD code);
