@@ -1,11 +1,41 @@
 #pragma once
 
+#include <initializer_list>
 #include <span>
+#include <string>
+#include <string_view>
 #include <vector>
 
 namespace quelta {
 
 using Bytes = std::vector<unsigned char>;
 using ByteView = std::span<const unsigned char>;
+
+inline void append(Bytes& to, ByteView more)
+{
+    to.insert(to.end(), more.begin(), more.end());
+}
+
+inline Bytes concat(std::initializer_list<ByteView> parts)
+{
+    Bytes all;
+    for (const ByteView part : parts) append(all, part);
+    return all;
+}
+
+inline Bytes toBytes(ByteView bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
+
+inline Bytes toBytes(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+inline std::string toText(ByteView bytes)
+{
+    return {bytes.begin(), bytes.end()};
+}
 
 } // namespace quelta

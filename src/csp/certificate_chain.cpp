@@ -11,8 +11,6 @@ namespace quelta {
 
 namespace {
 
-constexpr DWORD certificateEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-
 // Positions in the token's certificate list.
 using Chain = std::vector<std::size_t>;
 using CertificateChainMap = std::map<std::string, Chain>;

@@ -2,7 +2,6 @@
 
 #include "encoding/little_endian.h"
 #include "encoding/rsa_public_key.h"
-#include "log/utils.h"
 
 #include <algorithm>
 
@@ -14,11 +13,6 @@ constexpr std::size_t magicOffset = 8;
 constexpr std::size_t bitLengthOffset = 12;
 constexpr std::size_t exponentOffset = 16;
 constexpr std::uint8_t blobVersion = 2;
-
-std::string toHex(ByteView bytes)
-{
-    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
-}
 
 } // namespace
 
@@ -54,7 +48,7 @@ std::optional<CapiPublicKey> parseCapiPublicBlob(ByteView blob)
 
 Bytes capiPublicKeyToDer(const CapiPublicKey& key)
 {
-    return rsaPublicKeyToDer(toHex(key.modulus), toHex(key.exponent));
+    return rsaPublicKeyToDer(key.modulus, key.exponent);
 }
 
 Bytes writeCapiPublicBlob(std::uint32_t algorithm, ByteView publicKey)

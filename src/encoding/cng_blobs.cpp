@@ -36,8 +36,8 @@ Bytes writeCngPublicBlob(ByteView publicKey)
     appendU32(blob, static_cast<std::uint32_t>(publicKey.size()));
     appendU32(blob, 0);
     appendU32(blob, 0);
-    blob.insert(blob.end(), std::begin(exponent), std::end(exponent));
-    blob.insert(blob.end(), publicKey.begin(), publicKey.end());
+    append(blob, exponent);
+    append(blob, publicKey);
     return blob;
 }
 

@@ -4,9 +4,6 @@
 
 #include "base/bytes.h"
 
-#include <string>
-#include <string_view>
-
 namespace quelta {
 
 // A leading "0x" is dropped, an odd number of digits gets a 0 in front, and what is no hexadecimal digit counts as 0.
@@ -15,7 +12,9 @@ Bytes hexToBytes(std::string_view text);
 Bytes encodeDerLength(std::size_t length);
 Bytes encodeDerTlv(unsigned char tag, ByteView content);
 
-// The SubjectPublicKeyInfo of modulus and exponent, both in hexadecimal. Leading zero bytes stay.
+// The SubjectPublicKeyInfo of modulus and exponent, most significant byte first. Leading zero bytes stay.
+Bytes rsaPublicKeyToDer(ByteView modulus, ByteView exponent);
+// The same from hexadecimal texts.
 Bytes rsaPublicKeyToDer(std::string_view modulusHex, std::string_view exponentHex);
 
 // A key whose first byte is 0x30 is taken for DER.

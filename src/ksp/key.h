@@ -35,7 +35,6 @@ KspKey* kspKeyOf(NCRYPT_KEY_HANDLE handle);
 std::unique_ptr<KspKey> newFinalizedKey();
 NCRYPT_KEY_HANDLE handOutKey(std::unique_ptr<KspKey> key);
 
-std::wstring toWide(std::string_view text);
 std::wstring wideKeyName(const QueltaKeyPair& pair);
 
 std::wstring_view algorithmNameOf(std::uint32_t algorithm);

@@ -1,4 +1,5 @@
 #include "base/table.h"
+#include "base/text.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/provider.h"
@@ -106,11 +107,6 @@ std::unique_ptr<KspKey> newFinalizedKey()
 NCRYPT_KEY_HANDLE handOutKey(std::unique_ptr<KspKey> key)
 {
     return handOut(std::move(key));
-}
-
-std::wstring toWide(std::string_view text)
-{
-    return {text.begin(), text.end()};
 }
 
 std::wstring wideKeyName(const QueltaKeyPair& pair)

@@ -1,16 +1,16 @@
 #include "log/log_writer.h"
 
+#include "base/hex.h"
 #include "base/last_error.h"
+#include "base/text.h"
+#include "base/windows_objects.h"
 #include "log/utils.h"
-
-#include <windows.h>
 
 #include <psapi.h>
 
 #include <cstdio>
 #include <ctime>
 #include <exception>
-#include <memory>
 
 namespace quelta {
 
@@ -65,16 +65,10 @@ std::string timeStamp()
     return stamp.data();
 }
 
-struct CloseFile {
-    void operator()(HANDLE file) const { CloseHandle(file); }
-};
-using File = std::unique_ptr<void, CloseFile>;
-
 File openForAppending(const std::string& path)
 {
-    const HANDLE file = CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                    nullptr, OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    return File(file == INVALID_HANDLE_VALUE ? nullptr : file);
+    return fileOf(CreateFileA(path.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 void appendLine(const std::string& path, int level, std::string_view message)
@@ -97,14 +91,6 @@ void appendLine(const std::string& path, int level, std::string_view message)
 
 } // namespace
 
-std::string toNarrow(std::wstring_view text)
-{
-    std::string narrow;
-    narrow.reserve(text.size());
-    for (const wchar_t unit : text) narrow += static_cast<char>(unit & 0xFF);
-    return narrow;
-}
-
 void LogPiece::appendTo(std::string& line) const
 {
     struct Append {
@@ -112,7 +98,7 @@ void LogPiece::appendTo(std::string& line) const
         void operator()(std::string_view text) const { line += text; }
         void operator()(std::int64_t number) const { line += std::to_string(number); }
         void operator()(std::uint64_t number) const { line += std::to_string(number); }
-        void operator()(HexText value) const { line += Utils::toHex(value.bytes.data(), static_cast<int>(value.bytes.size())); }
+        void operator()(HexText value) const { line += toHex(value.bytes); }
         void operator()(NarrowedText value) const { line += toNarrow(value.text); }
     };
     std::visit(Append{line}, value_);

@@ -37,7 +37,6 @@ inline NarrowedText narrowed(std::wstring_view text)
 {
     return {text};
 }
-std::string toNarrow(std::wstring_view text);
 
 // One piece of a line; put into words only if the line is written.
 class LogPiece {

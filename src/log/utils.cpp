@@ -1,5 +1,7 @@
 #include "log/utils.h"
 
+#include "base/hex.h"
+
 namespace quelta {
 
 std::vector<std::string> Utils::split(std::string text, std::string_view delimiter)
@@ -17,15 +19,7 @@ std::vector<std::string> Utils::split(std::string text, std::string_view delimit
 
 std::string Utils::toHex(const unsigned char* bytes, int length)
 {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    std::string text;
-    if (length < 1) return text;
-    text.reserve(static_cast<std::size_t>(length) * 2);
-    for (int i = 0; i < length; ++i) {
-        text += digits[bytes[i] >> 4];
-        text += digits[bytes[i] & 0x0F];
-    }
-    return text;
+    return length < 1 ? std::string() : quelta::toHex({bytes, static_cast<std::size_t>(length)});
 }
 
 } // namespace quelta

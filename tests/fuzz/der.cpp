@@ -1,0 +1,50 @@
+#include "check.h"
+
+#include "base/der.h"
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+
+using namespace quelta;
+
+namespace {
+
+void checkWithin(ByteView outer, ByteView part)
+{
+    fuzz::check(part.size() <= outer.size() && part.data() >= outer.data());
+    fuzz::check(part.data() + part.size() <= outer.data() + outer.size());
+}
+
+// Whatever is read as a value is the one encoding of it, so writing it gives back the bytes.
+void checkValues(der::Reader reader, const der::Element& element)
+{
+    const auto same = [&](const Bytes& written) { return std::ranges::equal(written, element.whole); };
+    fuzz::check(same(der::element(element.tag, element.content)));
+    if (const auto number = der::Reader(reader).unsignedInteger()) fuzz::check(same(der::unsignedInteger(*number)));
+    if (const auto dotted = der::Reader(reader).oid()) fuzz::check(same(der::oid(*dotted)));
+    if (const auto bits = der::Reader(reader).bitString()) fuzz::check(same(der::bitString(*bits)));
+    if (const auto halves = der::ecdsaHalves(element.whole, 8)) fuzz::check(same(der::ecdsaSignature(*halves)));
+    der::Reader(reader).smallInteger();
+}
+
+void walk(ByteView content, int depth)
+{
+    der::Reader reader(content);
+    for (der::Reader before = reader;; before = reader) {
+        const auto element = reader.next();
+        if (!element) return;
+        checkWithin(content, element->whole);
+        checkWithin(element->whole, element->content);
+        checkValues(before, *element);
+        if (depth > 0) walk(element->content, depth - 1);
+    }
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
+{
+    walk({data, size}, 8);
+    return 0;
+}
