@@ -9,7 +9,6 @@
 #include <psapi.h>
 
 #include <cstdio>
-#include <ctime>
 #include <exception>
 
 namespace quelta {
@@ -45,20 +44,25 @@ void appendToPath(std::string& path, std::string_view text)
     path += text.substr(0, capacity - std::min(capacity, path.size()));
 }
 
+SYSTEMTIME localTime()
+{
+    // Not localtime_s, which in one of the runtimes asks the loader for a function at its first call: see token/device_library.h.
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    return now;
+}
+
 std::string today()
 {
-    const std::time_t now = std::time(nullptr);
-    std::tm local{};
-    localtime_s(&local, &now);
-    std::array<char, 80> date{};
-    std::strftime(date.data(), date.size(), "%Y-%m-%d", &local);
+    const SYSTEMTIME now = localTime();
+    std::array<char, 64> date{};
+    std::snprintf(date.data(), date.size(), "%04d-%02d-%02d", now.wYear, now.wMonth, now.wDay);
     return date.data();
 }
 
 std::string timeStamp()
 {
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
+    const SYSTEMTIME now = localTime();
     std::array<char, 64> stamp{};
     std::snprintf(stamp.data(), stamp.size(), "%02d/%02d::%02d:%02d:%02d:%03d-> ", now.wDay, now.wMonth, now.wHour, now.wMinute,
                   now.wSecond, now.wMilliseconds);

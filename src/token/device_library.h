@@ -1,6 +1,10 @@
 // The seam to the maker's device library: one member for each function that QueltaDSCLibrary.dll exports under the prefix
 // "quelta_" (spellings are the library's). Every int answered is a result, 0 for success. The last argument is a library context,
 // which may be null. Lists come back by reference to storage that the next call may overwrite: copy at once.
+//
+// The device monitor polls getConnectedDeviceList on a thread for which the module's unloading waits, and whoever unloads holds
+// the loader's lock. So nothing that a poll or a line of the log reaches, in here or behind this seam, may need the loader: no
+// LoadLibrary, GetModuleHandle, GetProcAddress, no function that is looked up at its first call.
 #pragma once
 
 #include "token/device_records.h"

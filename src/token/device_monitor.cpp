@@ -1,5 +1,6 @@
 #include "token/device_monitor.h"
 
+#include "base/unloading.h"
 #include "log/log_writer.h"
 #include "token/device_library.h"
 
@@ -8,16 +9,6 @@ namespace quelta {
 namespace {
 
 constexpr DWORD pollInterval = 1000;
-
-// At the end of a process its other threads are gone before the module is told, so that nobody is left to wait for.
-bool processIsExiting()
-{
-    using Query = BOOLEAN(NTAPI*)();
-    const HMODULE ntdll = GetModuleHandleA("ntdll.dll");
-    const FARPROC function = ntdll ? GetProcAddress(ntdll, "RtlDllShutdownInProgress") : nullptr;
-    const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(function));
-    return query && query();
-}
 
 } // namespace
 

@@ -1,5 +1,6 @@
 #include "token/token_state.h"
 
+#include "base/unloading.h"
 #include "base/wipe.h"
 #include "token/device_monitor.h"
 
@@ -11,6 +12,7 @@ namespace {
 // one makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that no unloading
 // releases.
 struct ProcessWide {
+    ExceptionReserve reserve;
     TokenState state;
     DeviceMonitor monitor{state};
 };
