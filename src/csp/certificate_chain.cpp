@@ -173,7 +173,7 @@ Answer encodeChain(CertificateSet& certificates, const Chain& chain, Output out)
     auto blobs = encodedCertificates(built.get());
     if (blobs.empty()) {
         logError("No certificates in PKCS#7 chain");
-        return failKeepingLastError();
+        return fail(NTE_BAD_KEY);
     }
     const CryptMessage message = openMessage(blobs);
     if (!message) return fail(GetLastError());

@@ -132,14 +132,15 @@ BOOL WINAPI CPDecrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH, BOOL, DWORD 
         logDebug("CPDecrypt - key id : ", hex(key->keyId));
         logDebug("CPDecrypt - usage : ", key->keyUsage);
         if (!pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
-        const std::span<BYTE> data(pbData, *pdwDataLen);
-        if (!pbData || data.empty()) {
-            logError("Invalid data length for decrypt : ", data.size());
+        const DWORD length = *pdwDataLen;
+        if (!pbData || length == 0) {
+            logError("Invalid data length for decrypt : ", length);
             return fail(NTE_BAD_DATA);
         }
-        if (data.size() > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
+        if (length > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         const auto pin = ensurePinValidated(*context);
         if (!pin) return pin.error();
+        const std::span<BYTE> data(pbData, length);
         const Answer answer = key->symmetricKey.empty() ? decryptWithKeyPair(*context, *key, *pin, data, *pdwDataLen)
                                                         : decryptWithSymmetricKey(*context, *key, data, *pdwDataLen);
         if (answer.value) logDebug("CPDecrypt- return");

@@ -9,6 +9,7 @@
 #include <wincrypt.h>
 
 #include <concepts>
+#include <exception>
 #include <expected>
 #include <new>
 #include <optional>
@@ -49,13 +50,18 @@ template <class T>
 using Outcome = std::expected<T, Answer>;
 
 template <class Body>
-Answer guarded(Body body) noexcept
+Answer guarded(const char* name, Body body) noexcept
 {
     try {
         return body();
     } catch (const std::bad_alloc&) {
+        logError(name, " failed: out of memory");
         return fail(NTE_NO_MEMORY);
+    } catch (const std::exception& error) {
+        logError(name, " failed: ", error.what());
+        return fail(NTE_FAIL);
     } catch (...) {
+        logError(name, " failed: unknown exception");
         return fail(NTE_FAIL);
     }
 }
@@ -65,7 +71,7 @@ BOOL entryPoint(const char* name, Body body) noexcept
 {
     const DWORD lastErrorOfCaller = GetLastError();
     logDebug(name);
-    const Answer answer = guarded(std::move(body));
+    const Answer answer = guarded(name, std::move(body));
     SetLastError(answer.lastError.value_or(lastErrorOfCaller));
     return answer.value;
 }

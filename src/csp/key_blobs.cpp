@@ -61,14 +61,6 @@ ImportedKey importPublicKey(const Import& import)
     return key;
 }
 
-std::unique_ptr<KeyContext> storedKey(const QueltaSymmetricKey& stored, std::uint32_t algorithm)
-{
-    auto key = std::make_unique<KeyContext>();
-    copyIdentity(stored, *key);
-    key->algorithm = algorithm;
-    return key;
-}
-
 ImportedKey importPlainTextKey(const Import& import)
 {
     const auto* algorithm = findRow(plainTextAlgorithms, &SymmetricAlgorithm::id, import.header.algorithm);
@@ -78,13 +70,16 @@ ImportedKey importPlainTextKey(const Import& import)
     }
     const ByteView value = keyOfCapiBlob(import.blob);
     if (value.size() > importedKeyRoom) return refuse(NTE_BAD_DATA);
+    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    auto key = std::make_unique<KeyContext>();
     const auto stored =
         importSymmetricKey(import.context.token(), *tokenState().pinCache.pin(), value, algorithm->encryptionType);
     if (!stored) {
         logError("PLAINTEXTKEYBLOB import failed");
         return refuse(NTE_BAD_TYPE);
     }
-    auto key = storedKey(*stored, algorithm->encryptionType);
+    copyIdentity(*stored, *key);
+    key->algorithm = algorithm->encryptionType;
     logDebug("PLAINTEXTKEYBLOB imported successfully (AES)");
     return key;
 }
@@ -106,13 +101,16 @@ ImportedKey importWrappedKey(const Import& import)
 {
     const ByteView wrapped = wrappedKeyOfCapiBlob(import.blob);
     logDebug("SYMMETRICWRAPKEYBLOB: wrapped key length = ", wrapped.size());
+    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    auto key = std::make_unique<KeyContext>();
     const std::uint32_t sizeCode = import.header.algorithm == CALG_AES_128 ? encryptionAes128 : encryptionAes256;
     const auto unwrapped = UnwrapWithAnyKek(
         import.context.token(), wrapped, *tokenState().pinCache.pin(), [=](std::size_t) { return sizeCode; },
         "Successfully unwrapped key with KEK: ");
     if (!unwrapped) return refuse(unwrapped.error());
-    // The blob's own algorithm, not the token's code for it.
-    auto key = storedKey(unwrapped->stored, import.header.algorithm);
+    copyIdentity(unwrapped->stored, *key);
+    // The blob's own, not the token's code for it.
+    key->algorithm = import.header.algorithm;
     logDebug("SYMMETRICWRAPKEYBLOB imported successfully");
     return key;
 }

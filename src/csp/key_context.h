@@ -8,7 +8,7 @@
 
 namespace quelta {
 
-// The key pair of the signature algorithm where the key is one of an elliptic curve.
+// What a signing key pair on an elliptic curve is called, where one of RSA is CALG_RSA_SIGN.
 constexpr ALG_ID algorithmEcSign = 0x2200;
 
 // `algorithm` holds an ALG_ID for a key pair of the token and for a key that came wrapped under a token key; the token's

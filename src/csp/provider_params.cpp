@@ -49,7 +49,7 @@ Answer getName(CspContext&, Output out, DWORD)
     const ByteView value = bytesWithZero(name);
     const bool written = out.holds(value.size());
     if (written) std::ranges::copy(value, out.data);
-    // 34 before a copy and 33 after it: meant so, a caller sizes by the first and reads by the second.
+    // 34 before a copy and 33 after it: a caller sizes by the first and reads by the second.
     *out.length = static_cast<DWORD>(written ? name.size() : value.size());
     return answerQuietly(out);
 }

@@ -148,7 +148,10 @@ BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD
         if (!context) return fail(NTE_BAD_UID);
         auto* hash = hashOf(hHash);
         if (!hash) return fail(NTE_BAD_HASH);
-        if (!pdwSigLen || (pbSignature && *pdwSigLen > longestDeviceLength)) return fail(ERROR_INVALID_PARAMETER);
+        if (!pdwSigLen) return fail(ERROR_INVALID_PARAMETER);
+        // Read once: what was checked is what the token is told, whatever the caller's other threads write meanwhile.
+        const DWORD room = pbSignature ? *pdwSigLen : 0;
+        if (room > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         if (hash->hashLength == 0 && !finaliseDigest(context->token(), *hash, digestRoom)) return fail(NTE_FAIL);
         if (hash->keyIdLength != keyIdSize && !chooseSigningKey(*context, *hash)) {
             logDebug("Sign certificate not found");
@@ -158,7 +161,7 @@ BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD
             *pdwSigLen = signatureLengthOf(*hash);
             return done();
         }
-        return signInto(*context, *hash, dwFlags, {pbSignature, *pdwSigLen}, *pdwSigLen);
+        return signInto(*context, *hash, dwFlags, {pbSignature, room}, *pdwSigLen);
     });
 }
 

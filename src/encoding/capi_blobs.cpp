@@ -39,8 +39,7 @@ std::optional<CapiPublicKey> parseCapiPublicBlob(ByteView blob)
     key.bitLength = readU32(blob, bitLengthOffset);
     const std::size_t modulusSize = key.bitLength / 8;
     if (blob.size() - capiPublicBlobHeaderSize < modulusSize) return std::nullopt;
-    const ByteView modulus = blob.subspan(capiPublicBlobHeaderSize, modulusSize);
-    key.modulus.assign(modulus.rbegin(), modulus.rend());
+    key.modulus = blob.subspan(capiPublicBlobHeaderSize, modulusSize);
     const ByteView exponent = blob.subspan(exponentOffset, key.exponent.size());
     std::reverse_copy(exponent.begin(), exponent.end(), key.exponent.begin());
     return key;
@@ -48,7 +47,7 @@ std::optional<CapiPublicKey> parseCapiPublicBlob(ByteView blob)
 
 Bytes capiPublicKeyToDer(const CapiPublicKey& key)
 {
-    return rsaPublicKeyToDer(key.modulus, key.exponent);
+    return rsaPublicKeyToDer(Bytes(key.modulus.rbegin(), key.modulus.rend()), key.exponent);
 }
 
 Bytes writeCapiPublicBlob(std::uint32_t algorithm, ByteView publicKey)

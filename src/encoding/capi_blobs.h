@@ -35,13 +35,13 @@ std::optional<CapiBlobHeader> readCapiBlobHeader(ByteView blob);
 ByteView keyOfCapiBlob(ByteView blob);
 
 // The wrapped key of a blob of at least 12 bytes: it begins right after the 8-byte header, yet is as long as the blob less 12, so
-// that the last four bytes are left out. Meant so.
+// that the last four bytes are left out. Callers write four bytes more behind the key.
 ByteView wrappedKeyOfCapiBlob(ByteView blob);
 
 struct CapiPublicKey {
     std::uint32_t bitLength;
-    // Most significant byte first.
-    Bytes modulus;
+    // Least significant byte first, where it stands in the blob: a size that nobody takes is never copied.
+    ByteView modulus;
     // Most significant byte first; a fourth byte of the blob's exponent is dropped.
     std::array<unsigned char, 3> exponent;
 };

@@ -33,9 +33,11 @@ using PinOutcome = std::expected<Pin, SECURITY_STATUS>;
 
 PinOutcome pinFor(const KspProvider& provider, DWORD flags)
 {
-    // Whether a silent caller can be served shows by the flag alone: an open single sign-on is not asked for.
-    if ((flags & NCRYPT_SILENT_FLAG) && !tokenState().pinCache.validated()) return std::unexpected(NTE_SILENT_CONTEXT);
-    if (auto pin = kspEnsurePin(provider)) return *std::move(pin);
+    // Whether a silent caller can be served shows by the flag alone: an open single sign-on is not asked for. And the PIN that
+    // came with the flag is the one to use: the cache may be emptied in between, and then a dialog would show.
+    const Pin cached = tokenState().pinCache.pinIfValidated();
+    if ((flags & NCRYPT_SILENT_FLAG) && !cached) return std::unexpected(NTE_SILENT_CONTEXT);
+    if (auto pin = kspEnsurePin(provider, cached)) return *std::move(pin);
     return std::unexpected(NTE_FAIL);
 }
 

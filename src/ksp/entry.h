@@ -9,6 +9,7 @@
 #include <ncrypt.h>
 #include <wincrypt.h>
 
+#include <exception>
 #include <new>
 #include <utility>
 
@@ -23,8 +24,13 @@ SECURITY_STATUS slot(const char* name, Body body) noexcept
     try {
         return body();
     } catch (const std::bad_alloc&) {
+        logError(name, " failed: out of memory");
         return NTE_NO_MEMORY;
+    } catch (const std::exception& error) {
+        logError(name, " failed: ", error.what());
+        return NTE_INTERNAL_ERROR;
     } catch (...) {
+        logError(name, " failed: unknown exception");
         return NTE_INTERNAL_ERROR;
     }
 }

@@ -5,6 +5,7 @@
 #include "token/key_match.h"
 
 #include <algorithm>
+#include <array>
 #include <cstdlib>
 #include <cwchar>
 #include <memory>
@@ -46,9 +47,9 @@ Allocated<Type> allocate(std::size_t count)
     return Allocated<Type>(static_cast<Type*>(memory));
 }
 
-Allocated<wchar_t> copyOf(const std::wstring& text)
+Allocated<wchar_t> copyOf(const wchar_t* text)
 {
-    Allocated<wchar_t> copy(_wcsdup(text.c_str()));
+    Allocated<wchar_t> copy(_wcsdup(text));
     if (!copy) throw std::bad_alloc();
     return copy;
 }
@@ -83,8 +84,8 @@ DWORD legacyKeySpecOf(std::uint32_t usage)
 
 NCryptKeyName* nameOf(const QueltaKeyPair& pair)
 {
-    auto name = copyOf(wideKeyName(pair));
-    auto algorithm = copyOf(std::wstring(algorithmNameOf(pair.algorithm)));
+    auto name = copyOf(wideKeyName(pair).c_str());
+    auto algorithm = copyOf(std::wstring(algorithmNameOf(pair.algorithm)).c_str());
     auto record = allocate<NCryptKeyName>(1);
     return std::construct_at(record.release(),
                              NCryptKeyName{name.release(), algorithm.release(), legacyKeySpecOf(pair.usage), 0});
@@ -109,9 +110,12 @@ SECURITY_STATUS WINAPI KSPEnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwA
         if (!pdwAlgCount || !ppAlgList) return NTE_INVALID_PARAMETER;
         const auto selected = algorithmsFor(dwAlgOperations);
         auto list = allocate<NCryptAlgorithmName>(selected.size());
+        // Handed out together: a copy that finds no memory takes the others back.
+        std::array<Allocated<wchar_t>, std::size(enumeratedAlgorithms)> names;
+        std::ranges::transform(selected, names.begin(), copyOf, &EnumeratedAlgorithm::name);
         for (std::size_t i = 0; i < selected.size(); ++i) {
-            std::construct_at(list.get() + i, NCryptAlgorithmName{copyOf(selected[i].name).release(), selected[i].algorithmClass,
-                                                                  selected[i].operations, 0});
+            std::construct_at(list.get() + i,
+                              NCryptAlgorithmName{names[i].release(), selected[i].algorithmClass, selected[i].operations, 0});
         }
         *pdwAlgCount = static_cast<DWORD>(selected.size());
         *ppAlgList = list.release();
@@ -133,9 +137,11 @@ SECURITY_STATUS WINAPI KSPEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR, NCrypt
             return NTE_NO_MORE_ITEMS;
         }
         const QueltaKeyPair& pair = state.pairs[static_cast<std::size_t>(state.next)];
+        // Put into words before the key counts as handed out: no memory for them afterwards, and it would be skipped.
+        const std::string name = keyName(pair);
         *ppKeyName = nameOf(pair);
         ++state.next;
-        logDebug("KSP: Enumerated key: ", keyName(pair));
+        logDebug("KSP: Enumerated key: ", name);
         return statusDone;
     });
 }

@@ -83,12 +83,10 @@ ImportedKey importLegacyPublicKey(const Import& import)
 }
 
 // The clear key stays on the token: the handle only names it.
-std::unique_ptr<KspKey> storedKey(const QueltaSymmetricKey& stored)
+void takeStored(const QueltaSymmetricKey& stored, KspKey& key)
 {
-    auto key = newFinalizedKey();
-    copyIdentity(stored, *key);
-    key->algorithm = stored.encryptionType;
-    return key;
+    copyIdentity(stored, key);
+    key.algorithm = stored.encryptionType;
 }
 
 ImportedKey importKeyData(const Import& import)
@@ -100,12 +98,14 @@ ImportedKey importKeyData(const Import& import)
         logError("KSP: Unsupported key size for BCRYPT_KEY_DATA_BLOB: ", value->size());
         return refuse(NTE_NOT_SUPPORTED);
     }
+    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    auto key = newFinalizedKey();
     const auto stored = importSymmetricKey(import.provider.token(), *tokenState().pinCache.pin(), *value, code->encryptionType);
     if (!stored) {
         logError("KSP: BCRYPT_KEY_DATA_BLOB import failed");
         return refuse(NTE_BAD_TYPE);
     }
-    auto key = storedKey(*stored);
+    takeStored(*stored, *key);
     logDebug("KSP: BCRYPT_KEY_DATA_BLOB imported successfully (AES)");
     return key;
 }
@@ -126,11 +126,13 @@ std::unexpected<SECURITY_STATUS> refuse(UnwrapFailure failure)
 ImportedKey importWrappedKey(const Import& import)
 {
     logDebug("KSP: BCRYPT_OPAQUE_KEY_BLOB: wrapped key length = ", import.blob.size());
+    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    auto key = newFinalizedKey();
     const auto sizeCodeOf = [](std::size_t keySize) { return keySize == 16 ? encryptionAes128 : encryptionAes256; };
     const auto unwrapped = UnwrapWithAnyKek(import.provider.token(), import.blob, *tokenState().pinCache.pin(), sizeCodeOf,
                                             "KSP: Successfully unwrapped key with KEK: ");
     if (!unwrapped) return refuse(unwrapped.error());
-    auto key = storedKey(unwrapped->stored);
+    takeStored(unwrapped->stored, *key);
     logDebug("KSP: BCRYPT_OPAQUE_KEY_BLOB imported successfully");
     return key;
 }

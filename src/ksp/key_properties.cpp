@@ -128,7 +128,7 @@ SECURITY_STATUS setCertificate(const KeySetting& setting)
     record.certificateLength = static_cast<std::int32_t>(setting.input.size());
     std::ranges::copy(key.objectId.view(), record.keyReference);
     record.keyReferenceLength = static_cast<std::int32_t>(key.objectId.size());
-    std::ranges::copy(key.label, record.label);
+    std::ranges::copy(key.label.view(), record.label);
     if (const int result = setting.provider.token().importCertificate(**pin, record)) {
         logError("KSP: Import certificate failed: ", result);
         return NTE_INTERNAL_ERROR;
@@ -168,11 +168,14 @@ SECURITY_STATUS setUsage(const KeySetting& setting)
     return statusDone;
 }
 
-// Up to its zero or to the end of the input, whichever comes first; the input need not be aligned.
-std::wstring wideTextOf(ByteView input)
+constexpr std::size_t longestChainingModeName = std::ranges::max(chainingModeNames, {}, &std::wstring_view::size).size();
+
+// Up to its zero or to the end of the input, whichever comes first, or as far as shows that it is none of the names; the input
+// need not be aligned.
+std::wstring chainingModeTextOf(ByteView input)
 {
     std::wstring text;
-    for (; input.size() >= sizeof(wchar_t); input = input.subspan(sizeof(wchar_t))) {
+    for (; input.size() >= sizeof(wchar_t) && text.size() <= longestChainingModeName; input = input.subspan(sizeof(wchar_t))) {
         wchar_t unit = 0;
         std::memcpy(&unit, input.data(), sizeof unit);
         if (unit == 0) break;
@@ -185,7 +188,7 @@ SECURITY_STATUS setChainingMode(const KeySetting& setting)
 {
     if (setting.input.empty()) return statusDone;
     if (setting.input.size() > longestDeviceLength) return NTE_INVALID_PARAMETER;
-    const std::wstring name = wideTextOf(setting.input);
+    const std::wstring name = chainingModeTextOf(setting.input);
     if (name == chainingModeNames[static_cast<std::size_t>(ChainingMode::cbc)]) {
         setting.key.chainingMode = ChainingMode::cbc;
         logDebug("KSP: Chaining mode set to CBC");

@@ -82,6 +82,11 @@ std::optional<Pin> kspEnsurePin(const KspProvider& provider)
     return ensurePin(provider.token(), pinTexts);
 }
 
+std::optional<Pin> kspEnsurePin(const KspProvider& provider, const Pin& cached)
+{
+    return ensurePin(provider.token(), pinTexts, cached);
+}
+
 SECURITY_STATUS setPinProperty(const KspProvider& provider, const BYTE* input)
 {
     if (!input) return NTE_INVALID_PARAMETER;

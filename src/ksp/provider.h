@@ -28,6 +28,8 @@ KspProvider* providerOf(NCRYPT_PROV_HANDLE handle);
 
 // The PIN to use, or nothing: the caller answers NTE_FAIL.
 std::optional<Pin> kspEnsurePin(const KspProvider& provider);
+// With the cached PIN that the caller has taken already; null where there was none.
+std::optional<Pin> kspEnsurePin(const KspProvider& provider, const Pin& cached);
 
 // "SmartCardPin" of a provider and of a key: an 8-bit text whatever its length argument says, so that of a wide PIN the token
 // sees the first character only.

@@ -87,7 +87,7 @@ HRESULT registerWith(const LoadedLibrary& library)
     removeFromTable(library.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
     unregister(providerName);
     if (const NTSTATUS status = callRegister(registerFunction); status != 0) {
-        // A decimal number behind "0x": meant so.
+        // A decimal number behind "0x": the line is what administrators search their logs for, and stays as it always was.
         logError("BCryptRegisterProvider failed: 0x", status);
         return asResult(status);
     }

@@ -13,7 +13,8 @@ namespace quelta {
 // runtime's heap and is released as such; what it holds is a secret, and wiped.
 class DeviceBuffer {
 public:
-    // Decryption makes nothing longer: what is reported to exceed `inputLength` is not to be touched, not even to wipe it.
+    // Decryption makes nothing longer: a report that exceeds `inputLength` is not believed, not even to wipe that much, until a
+    // caller with a bound of its own accepts it.
     DeviceBuffer(unsigned char* memory, int reportedLength, std::size_t inputLength)
         : memory_(memory, WipeAndFree{plausible(reportedLength, inputLength)}), reportedLength_(reportedLength)
     {}

@@ -139,17 +139,17 @@ bool sameBytes(ByteView left, ByteView right)
 bool belongsTo(const QueltaCertificate& record, const TokenKey& key)
 {
     const std::string_view label = labelOf(record);
-    return (!label.empty() && label == key.label) || sameBytes(keyReferenceOf(record), key.objectId.view());
+    return (!label.empty() && std::ranges::equal(label, key.label.view())) ||
+           sameBytes(keyReferenceOf(record), key.objectId.view());
 }
 
 void copyIdentity(const QueltaKeyPair& pair, TokenKey& key)
 {
-    // The label alone may find no memory: first, so that the key is then as it was.
-    key.label = labelOf(pair);
     std::ranges::copy(pair.keyId, key.keyId.begin());
     key.keyIdLength = keyIdSize;
     key.publicKey.assign(publicKeyOf(pair));
     key.objectId.assign(keyReferenceOf(pair));
+    key.label.assign(labelOf(pair));
     key.reserved = 0;
     key.keyPairFlag = pair.hardware;
 }
@@ -159,7 +159,7 @@ void copyIdentity(const QueltaSymmetricKey& stored, TokenKey& key)
     std::ranges::copy(stored.keyId, key.keyId.begin());
     key.keyIdLength = keyIdSize;
     key.objectId.assign(keyReferenceOf(stored));
-    key.label = labelOf(stored);
+    key.label.assign(labelOf(stored));
     key.keyUsage = stored.usage;
     key.keyPairFlag = stored.flag;
 }

@@ -56,9 +56,12 @@ void copyBounded(const std::string& text, PinBuffer& buffer)
 
 std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts)
 {
-    PinCache& cache = tokenState().pinCache;
-    Pin cached = cache.pin();
-    if (!cached->empty()) {
+    return ensurePin(token, texts, tokenState().pinCache.pinIfValidated());
+}
+
+std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, const Pin& cached)
+{
+    if (cached && !cached->empty()) {
         logDebug(texts.alreadyValidated);
         return cached;
     }
@@ -66,7 +69,7 @@ std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts)
     WipedBuffer buffer;
     if (promptForPin(token, texts, buffer.text) == 0) return std::nullopt;
     const Pin accepted = std::make_shared<const PinText>(buffer.text.data());
-    cache.setValidated(accepted);
+    tokenState().pinCache.setValidated(accepted);
     return accepted;
 }
 

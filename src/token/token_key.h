@@ -8,34 +8,38 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <string>
+#include <span>
 
 namespace quelta {
 
-template <std::size_t Room>
-class BoundedBytes {
+template <class Unit, std::size_t Room>
+class Bounded {
 public:
     static constexpr std::size_t room = Room;
 
-    ByteView view() const { return ByteView(data_).first(length_); }
+    std::span<const Unit> view() const { return std::span<const Unit>(data_).first(length_); }
     std::size_t size() const { return length_; }
     bool empty() const { return length_ == 0; }
 
     // False, and nothing changed, if it does not fit.
-    bool assign(ByteView bytes)
+    bool assign(std::span<const Unit> content)
     {
-        if (bytes.size() > Room) return false;
-        std::ranges::copy(bytes, data_.begin());
-        length_ = bytes.size();
+        if (content.size() > Room) return false;
+        std::ranges::copy(content, data_.begin());
+        length_ = content.size();
         return true;
     }
-    void wipeAll() { wipe(data_.data(), data_.size()); }
+    void wipeAll() { wipe(data_.data(), sizeof data_); }
 
 private:
-    std::array<unsigned char, Room> data_{};
+    std::array<Unit, Room> data_{};
     std::size_t length_ = 0;
 };
 
+template <std::size_t Room>
+using BoundedBytes = Bounded<unsigned char, Room>;
+
+// No field has memory of its own: to take over what the token has made can't fail.
 struct TokenKey {
     std::array<unsigned char, keyIdSize> keyId{};
     std::uint32_t keyIdLength = 0;
@@ -45,7 +49,7 @@ struct TokenKey {
     BoundedBytes<1024> publicKey;
     // With the label, what tells the certificates of the key.
     BoundedBytes<128> objectId;
-    std::string label;
+    Bounded<char, 128> label;
     std::uint32_t reserved = 0;
     std::uint32_t bitLength = 0;
     std::uint8_t keyPairFlag = 0;

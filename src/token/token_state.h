@@ -35,6 +35,8 @@ class PinCache {
 public:
     // The cached PIN; empty when there is none.
     Pin pin() const;
+    // The same in one look with validated(): null when none was.
+    Pin pinIfValidated() const { return content_.load(); }
     bool validated() const { return content_.load() != nullptr; }
     void setValidated(Pin pin) { content_.store(std::move(pin)); }
     // Empties the cache and takes the validated flag back.

@@ -145,10 +145,15 @@ TEST_F(EntryPoints, LibraryThatThrowsIsAFailureThatHandsOutNothing)
         SCOPED_TRACE(name);
         expectFails(NTE_FAIL, [&] { return entry->call(prov, key, hash); });
         EXPECT_EQ(out, 0U);
+        expectLine(error(std::string(name) + " failed: the library is in trouble"));
         token.during(thrower, nullptr);
     }
     token.during(Call::getConnectedDeviceList, [] { throw 5; });
     expectFails(NTE_FAIL, [&] { return CPAcquireContext(&out, nullptr, 0, bytes); });
+    expectLine(error("CPAcquireContext failed: unknown exception"));
+    token.during(Call::getConnectedDeviceList, [] { throw std::bad_alloc(); });
+    expectFails(NTE_NO_MEMORY, [&] { return CPAcquireContext(&out, nullptr, 0, bytes); });
+    expectLine(error("CPAcquireContext failed: out of memory"));
 }
 
 } // namespace quelta::test

@@ -5,7 +5,17 @@
 
 namespace quelta::test {
 
-using KspExceptions = KspTest;
+class KspExceptions : public KspTest {
+protected:
+    // One error line, the last of the call, with the name that the call logged first.
+    void expectFailureLogged(const std::string& reason)
+    {
+        const auto lines = log.takeLines();
+        ASSERT_FALSE(lines.empty());
+        EXPECT_EQ(lines.back(), error(lines.front().text + " failed" + reason));
+        EXPECT_EQ(std::ranges::count(lines, "ERROR ::=>", &LogLine::tag), 1);
+    }
+};
 
 TEST_F(KspExceptions, NoneOfTheLibraryReachesACaller)
 {
@@ -25,13 +35,17 @@ TEST_F(KspExceptions, NoneOfTheLibraryReachesACaller)
         {Call::signHash, [&] { return ksp.SignHash(provider, key, nullptr, buffer.data(), 1, buffer.data(), 128, &size, 0); }},
     };
     cachePin();
+    log.forget();
     for (const auto& [call, slot] : rows) {
         token.during(call, [] { throw std::runtime_error("lost"); });
         EXPECT_EQ(slot(), NTE_INTERNAL_ERROR) << static_cast<int>(call);
+        expectFailureLogged(": lost");
         token.during(call, [] { throw 5; });
         EXPECT_EQ(slot(), NTE_INTERNAL_ERROR) << static_cast<int>(call);
+        expectFailureLogged(": unknown exception");
         token.during(call, [] { throw std::bad_alloc(); });
         EXPECT_EQ(slot(), NTE_NO_MEMORY) << static_cast<int>(call);
+        expectFailureLogged(": out of memory");
         token.during(call, nullptr);
     }
     EXPECT_EQ(handle, 7u);

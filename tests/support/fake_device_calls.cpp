@@ -217,14 +217,14 @@ int FakeDeviceLibrary::generateKeyPair(const char* device, const char* pinText, 
     std::ranges::fill(inOut->keyId, static_cast<unsigned char>(0x77));
     setPublicKey(*inOut, counting(bitsOfAlgorithm(inOut->algorithm) / 8, 0xC1));
     if (onGenerate) onGenerate(*inOut);
-    return answer(0, idText(inOut->keyId));
+    return changing(answer(0, idText(inOut->keyId)));
 }
 
 int FakeDeviceLibrary::deleteKeyPair(const char* device, const unsigned char* keyId, const char* pinText, bool hardware,
                                      void* libContext)
 {
     begin(Call::deleteKeyPair, callText("deleteKeyPair", libContext, device, idOf(keyId), pinText, hardware));
-    return answer(finish(Call::deleteKeyPair));
+    return changing(answer(finish(Call::deleteKeyPair)));
 }
 
 int FakeDeviceLibrary::importCertificate(const char* device, const char* pinText, QueltaCertificate* inOut, void* libContext)
@@ -232,7 +232,7 @@ int FakeDeviceLibrary::importCertificate(const char* device, const char* pinText
     begin(Call::importCertificate, callText("importCertificate", libContext, device, pinText, idOf(inOut->keyId),
                                             bytesOf(inOut->certificate, inOut->certificateLength)));
     if (onImportCertificate) onImportCertificate(*inOut);
-    return answer(finish(Call::importCertificate));
+    return changing(answer(finish(Call::importCertificate)));
 }
 
 int FakeDeviceLibrary::importAesKey(const char* device, const char* pinText, QueltaSymmetricKey* inOut, void* libContext)
@@ -242,7 +242,7 @@ int FakeDeviceLibrary::importAesKey(const char* device, const char* pinText, Que
     if (const int result = finish(Call::importAesKey)) return answer(result);
     std::ranges::fill(inOut->keyId, static_cast<unsigned char>(0x88));
     if (onImportAesKey) onImportAesKey(*inOut);
-    return answer(0, idText(inOut->keyId));
+    return changing(answer(0, idText(inOut->keyId)));
 }
 
 int FakeDeviceLibrary::signHash(const char* device, const unsigned char* keyId, const char* pinText, const unsigned char* hash,

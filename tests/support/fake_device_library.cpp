@@ -66,6 +66,7 @@ void FakeDeviceLibrary::reset()
     onImportAesKey = nullptr;
     onImportCertificate = nullptr;
     onCall = nullptr;
+    changes = 0;
 }
 
 QueltaKeyPair& FakeDeviceLibrary::withKeyPair(std::uint32_t usage, std::uint32_t algorithm)

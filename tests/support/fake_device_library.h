@@ -101,6 +101,8 @@ public:
     // What these put into the record that they are handed. Default: an identifier, and for a key pair a public key.
     std::function<void(QueltaKeyPair&)> onGenerate;
     std::function<void(QueltaSymmetricKey&)> onImportAesKey;
+    // How often the token has made, stored or deleted something.
+    int changes = 0;
     // Sees the request, whether or not it is then refused.
     std::function<void(const QueltaCertificate&)> onImportCertificate;
 
@@ -171,6 +173,12 @@ private:
     void tell(const std::string& answer);
     // The result of the call under way, and what it gives with it.
     int answer(int result, const std::string& given = "");
+    // Counts what has changed the token, once nothing in here can fail any more.
+    int changing(int result)
+    {
+        if (result == 0) ++changes;
+        return result;
+    }
     std::vector<std::string> pollByMonitor();
 
     mutable std::mutex mutex_;

@@ -48,7 +48,7 @@ QueltaCertificate certificateWith(ByteView reference, std::string_view label)
 TokenKey& fill(TokenKey& key, ByteView reference, std::string_view label)
 {
     key.objectId.assign(reference);
-    key.label = label;
+    key.label.assign(label);
     return key;
 }
 
