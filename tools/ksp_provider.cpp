@@ -16,12 +16,6 @@ namespace {
 
 constexpr auto providerName = L"Quelta Cryptographic Provider CSP";
 
-// Some editions of the system's header lack these.
-constexpr DWORD allowsDecryption = 1;
-constexpr DWORD allowsSigning = 2;
-constexpr DWORD paddingPkcs1 = 2;
-constexpr DWORD paddingOaep = 4;
-
 void require(SECURITY_STATUS status, std::string_view what)
 {
     if (status) fail(what, static_cast<unsigned long>(status));
@@ -88,8 +82,8 @@ std::vector<TokenKey> KspProvider::keys()
         key.certificate = parseCertificate(property(handle, L"SmartCardKeyCertificate"));
         const auto kind = key.certificate ? publicKeyKind(*key.certificate) : std::nullopt;
         const DWORD usage = number(handle, L"Key Usage");
-        key.canSign = kind && (usage & allowsSigning);
-        key.canDecrypt = kind && !kind->elliptic && (usage & allowsDecryption);
+        key.canSign = kind && (usage & NCRYPT_ALLOW_SIGNING_FLAG);
+        key.canDecrypt = kind && !kind->elliptic && (usage & NCRYPT_ALLOW_DECRYPT_FLAG);
         found.push_back(std::move(key));
     }
     return found;
@@ -120,7 +114,8 @@ Bytes KspProvider::sign(const TokenKey& key, const HashAlgorithm& hash, ByteView
     Bytes signature(kind->elliptic ? 2 * kind->coordinateSize : number(handle, L"Length") / 8);
     auto size = static_cast<DWORD>(signature.size());
     require(table_.signHash(provider_, handle, kind->elliptic ? nullptr : &padding, digest.data(),
-                            static_cast<DWORD>(digest.size()), signature.data(), size, &size, kind->elliptic ? 0 : paddingPkcs1),
+                            static_cast<DWORD>(digest.size()), signature.data(), size, &size,
+                            kind->elliptic ? 0 : NCRYPT_PAD_PKCS1_FLAG),
             "can't sign");
     signature.resize(std::min<std::size_t>(size, signature.size()));
     return signature;
@@ -133,7 +128,8 @@ Bytes KspProvider::unwrap(const TokenKey& key, ByteView wrapped, bool oaep)
     Bytes plain(wrapped.size());
     auto size = static_cast<DWORD>(plain.size());
     require(table_.decrypt(provider_, handleOf(key.name), input.data(), static_cast<DWORD>(input.size()),
-                           oaep ? &padding : nullptr, plain.data(), size, &size, oaep ? paddingOaep : paddingPkcs1),
+                           oaep ? &padding : nullptr, plain.data(), size, &size,
+                           oaep ? NCRYPT_PAD_OAEP_FLAG : NCRYPT_PAD_PKCS1_FLAG),
             "can't decrypt");
     plain.resize(std::min<std::size_t>(size, plain.size()));
     return plain;
