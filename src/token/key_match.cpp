@@ -139,8 +139,7 @@ bool sameBytes(ByteView left, ByteView right)
 bool belongsTo(const QueltaCertificate& record, const TokenKey& key)
 {
     const std::string_view label = labelOf(record);
-    return (!label.empty() && std::ranges::equal(label, key.label.view())) ||
-           sameBytes(keyReferenceOf(record), key.objectId.view());
+    return (!label.empty() && label == textOf(key.label.view())) || sameBytes(keyReferenceOf(record), key.objectId.view());
 }
 
 void copyIdentity(const QueltaKeyPair& pair, TokenKey& key)

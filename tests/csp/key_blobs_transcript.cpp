@@ -1,6 +1,7 @@
 #include "csp/csp_scenario.h"
 
 #include "csp/key_context.h"
+#include "token/key_match.h"
 
 namespace quelta::test {
 
@@ -36,8 +37,8 @@ protected:
         const KeyContext& key = *keyOf(imported);
         recorder.note("algorithm " + std::to_string(key.algorithm) + ", " + std::to_string(key.bitLength) + " bits, usage " +
                       std::to_string(key.keyUsage) + ", flag " + std::to_string(key.keyPairFlag) + ", id " + hexOf(key.keyId) +
-                      ", label \"" + key.label + "\", reference " + words(key.objectId.view()) + ", public key " +
-                      words(key.publicKey.view()) + ", symmetric key " + words(key.symmetricKey.view()));
+                      ", label \"" + std::string(textOf(key.label.view())) + "\", reference " + words(key.objectId.view()) +
+                      ", public key " + words(key.publicKey.view()) + ", symmetric key " + words(key.symmetricKey.view()));
     }
 };
 
