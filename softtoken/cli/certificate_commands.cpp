@@ -1,7 +1,7 @@
+#include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 #include "formats/certificate.h"
 #include "formats/certificate_maker.h"
 #include "formats/distinguished_name.h"
@@ -30,7 +30,7 @@ ChainRequest requestFor(const StoredKeyPair& pair, const CertificateOptions& opt
     const std::string mark = toHex(randomBytes(4));
     ChainRequest request{
         publicOf(decodePrivateKey(pair.privateKey)), pair.usage, options.subject, options.issuer, options.root, options.days};
-    if (request.subject.empty()) request.subject = "CN=" + pair.label + ", O=Quelta software token";
+    if (request.subject.empty()) request.subject = commonName(pair.label) + ", O=Quelta software token";
     if (request.issuer.empty()) request.issuer = "CN=Quelta Software Token Issuing CA " + mark;
     if (request.root.empty()) request.root = "CN=Quelta Software Token Root CA " + mark;
     return request;

@@ -1,7 +1,7 @@
+#include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 #include "formats/certificate.h"
 #include "formats/key_file.h"
 #include "store/files.h"
@@ -99,7 +99,10 @@ void importItems(const Folder& folder, const ImportOptions& options)
 {
     requireToken(folder);
     if (!options.aes.empty()) {
-        storeAesKey(folder, fromHex(options.aes), options.label);
+        const auto value = fromHex(options.aes);
+        if (!value)
+            throw TokenError(Result::badArgument, "the AES key is not hexadecimal: use pairs of the digits 0 to 9 and A to F");
+        storeAesKey(folder, *value, options.label);
         return;
     }
     const KeyFile file = readFiles(options);

@@ -1,7 +1,7 @@
+#include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
 #include "crypto/asymmetric_key.h"
-#include "formats/byte_text.h"
 #include "formats/certificate.h"
 
 #include <nlohmann/json.hpp>

@@ -1,6 +1,6 @@
 // The command line of quelta-token: names, help and exit codes. What the commands do is in the files beside.
+#include "base/text.h"
 #include "cli/commands.h"
-#include "formats/byte_text.h"
 #include "store/token_store.h"
 #include "version.h"
 
@@ -22,9 +22,9 @@
 #include <string>
 #include <vector>
 
-namespace {
+namespace quelta::softtoken {
 
-using namespace quelta::softtoken;
+namespace {
 
 constexpr int exitFailed = 1;
 constexpr int exitUsage = 2;
@@ -162,7 +162,7 @@ void addCertificateCommand(CLI::App& app, CommandLine& line)
         command->add_option("--export", options.exported, "Write this part of the chain instead of making one")
             ->check(CLI::IsMember({"leaf", "issuing", "root", "chain"}));
     command->add_option("--out", options.out, "The file to write it to (standard output)")->needs(exported);
-    command->add_option("--subject", options.subject, "The holder's name, like \"CN=Ada, O=Example\"")->excludes(exported);
+    command->add_option("--subject", options.subject, "The holder's name, like 'CN=Ada, O=\"Example, Inc\"'")->excludes(exported);
     command->add_option("--issuer", options.issuer, "The issuing authority's name")->excludes(exported);
     command->add_option("--root", options.root, "The root authority's name")->excludes(exported);
     command->add_option("--days", options.days, "How long it is valid")
@@ -239,13 +239,15 @@ std::vector<std::string> argumentsInUtf8()
 
 } // namespace
 
+} // namespace quelta::softtoken
+
 int main()
 {
     // Scripts read the output: no carriage returns.
     _setmode(_fileno(stdout), _O_BINARY);
     SetConsoleOutputCP(CP_UTF8);
-    std::vector<std::string> arguments = argumentsInUtf8();
+    std::vector<std::string> arguments = quelta::softtoken::argumentsInUtf8();
     std::vector<char*> pointers;
     for (std::string& argument : arguments) pointers.push_back(argument.data());
-    return run(static_cast<int>(pointers.size()), pointers.data());
+    return quelta::softtoken::run(static_cast<int>(pointers.size()), pointers.data());
 }

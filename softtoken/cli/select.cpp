@@ -1,8 +1,8 @@
 #include "cli/select.h"
 
-#include "formats/byte_text.h"
+#include "base/hex.h"
+#include "base/token_error.h"
 #include "store/files.h"
-#include "store/token_error.h"
 
 #include <algorithm>
 #include <iostream>
@@ -89,7 +89,7 @@ void give(const std::string& file, const std::string& text)
     if (file.empty())
         std::cout << text;
     else
-        writeFile(pathFrom(file), bytesOf(text));
+        writeFile(pathFrom(file), toBytes(text));
 }
 
 } // namespace quelta::softtoken::cli

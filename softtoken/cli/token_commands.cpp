@@ -1,7 +1,7 @@
+#include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 #include "store/pin.h"
 
 #include <iostream>

@@ -1,17 +1,13 @@
 #include "crypto/asymmetric_key.h"
 
+#include "base/der_reader.h"
+#include "base/token_error.h"
 #include "crypto/rsa.h"
-#include "formats/byte_text.h"
-#include "formats/der.h"
-#include "store/token_error.h"
 #include "token/device_records.h"
 
 namespace quelta::softtoken {
 
 namespace {
-
-constexpr std::string_view oidRsa = "1.2.840.113549.1.1.1";
-constexpr std::string_view oidEc = "1.2.840.10045.2.1";
 
 struct AlgorithmRow {
     std::uint32_t code;
@@ -42,10 +38,10 @@ struct Overloaded : Functions... {
 Bytes algorithmIdentifier(const PublicKey& key)
 {
     return std::visit(Overloaded{[](const RsaPublic&) {
-                                     return derSequence({derObjectId(oidRsa), derNull()});
+                                     return der::sequence({der::oid(oid::rsaEncryption), der::null()});
                                  },
                                  [](const EcPublic& ec) {
-                                     return derSequence({derObjectId(oidEc), derObjectId(ec.curve->oid)});
+                                     return der::sequence({der::oid(oid::ecPublicKey), der::oid(ec.curve->oid)});
                                  }},
                       key);
 }
@@ -54,9 +50,10 @@ Bytes algorithmIdentifier(const PublicKey& key)
 const Curve* readAlgorithm(DerReader algorithm)
 {
     const std::string oid = algorithm.objectId();
-    if (oid == oidRsa) return nullptr;
-    if (oid != oidEc) throw TokenError(Result::badData, "a key of a kind that this token does not know: use RSA or EC");
-    if (!algorithm.nextIs(tag::objectId))
+    if (oid == oid::rsaEncryption) return nullptr;
+    if (oid != oid::ecPublicKey)
+        throw TokenError(Result::badData, "a key of a kind that this token does not know: use RSA or EC");
+    if (!algorithm.nextIs(der::tagOid))
         throw TokenError(Result::badData, "an EC key without a named curve: use P-256, P-384 or P-521");
     const Curve* curve = curveOfOid(algorithm.objectId());
     if (curve == nullptr) throw TokenError(Result::badData, "an EC key on another curve: use P-256, P-384 or P-521");
@@ -67,16 +64,16 @@ EcPublic requirePoint(const Curve& curve, ByteView point)
 {
     if (!isPointOnCurve(curve, point))
         throw TokenError(Result::badData, "an EC key's point is not on its curve, or is compressed");
-    return {&curve, copyOf(point)};
+    return {&curve, toBytes(point)};
 }
 
 PrivateKey ecPrivateKey(DerReader fields, const Curve* curve)
 {
     fields.smallInteger();
-    const ByteView scalar = fields.content(tag::octetString);
-    if (const auto named = fields.contentIf(tag::contextOf(0))) curve = curveOfOid(DerReader(*named).objectId());
+    const ByteView scalar = fields.content(der::tagOctetString);
+    if (fields.nextIs(der::explicitTag(0))) curve = curveOfOid(fields.enter(der::explicitTag(0)).objectId());
     if (curve == nullptr) throw TokenError(Result::badData, "an EC key without a known curve: use P-256, P-384 or P-521");
-    return EcPrivate{{curve, pointOfScalar(*curve, scalar)}, copyOf(scalar)};
+    return EcPrivate{{curve, pointOfScalar(*curve, scalar)}, toBytes(scalar)};
 }
 
 } // namespace
@@ -88,25 +85,26 @@ PublicKey publicOf(const PrivateKey& key)
 
 Bytes publicKeyBits(const PublicKey& key)
 {
-    return std::visit(Overloaded{[](const RsaPublic& rsa) {
-                                     return derSequence({derInteger(rsa.modulus), derInteger(rsa.exponent)});
-                                 },
-                                 [](const EcPublic& ec) { return ec.point; }},
-                      key);
+    return std::visit(
+        Overloaded{[](const RsaPublic& rsa) {
+                       return der::sequence({der::unsignedInteger(rsa.modulus), der::unsignedInteger(rsa.exponent)});
+                   },
+                   [](const EcPublic& ec) { return ec.point; }},
+        key);
 }
 
 Bytes encodePublicKey(const PublicKey& key)
 {
-    return derSequence({algorithmIdentifier(key), derBitString(publicKeyBits(key))});
+    return der::sequence({algorithmIdentifier(key), der::bitString(publicKeyBits(key))});
 }
 
 PublicKey decodePublicKey(ByteView der)
 {
-    DerReader info = DerReader(der).enter(tag::sequence);
-    const Curve* curve = readAlgorithm(info.enter(tag::sequence));
+    DerReader info = DerReader(der).enter(der::tagSequence);
+    const Curve* curve = readAlgorithm(info.enter(der::tagSequence));
     const ByteView bits = info.bitString();
     if (curve != nullptr) return requirePoint(*curve, bits);
-    DerReader numbers = DerReader(bits).enter(tag::sequence);
+    DerReader numbers = DerReader(bits).enter(der::tagSequence);
     Bytes modulus = numbers.integer();
     return RsaPublic{std::move(modulus), numbers.integer()};
 }
@@ -115,31 +113,33 @@ Bytes encodePrivateKey(const PrivateKey& key)
 {
     const Bytes inner = std::visit(
         Overloaded{[](const RsaPrivate& rsa) {
-                       return derSequence({derSmallInteger(0), derInteger(rsa.shown.modulus), derInteger(rsa.shown.exponent),
-                                           derInteger(rsa.exponent), derInteger(rsa.prime1), derInteger(rsa.prime2),
-                                           derInteger(rsa.exponent1), derInteger(rsa.exponent2), derInteger(rsa.coefficient)});
+                       return der::sequence({der::smallInteger(0), der::unsignedInteger(rsa.shown.modulus),
+                                             der::unsignedInteger(rsa.shown.exponent), der::unsignedInteger(rsa.exponent),
+                                             der::unsignedInteger(rsa.prime1), der::unsignedInteger(rsa.prime2),
+                                             der::unsignedInteger(rsa.exponent1), der::unsignedInteger(rsa.exponent2),
+                                             der::unsignedInteger(rsa.coefficient)});
                    },
                    [](const EcPrivate& ec) {
-                       return derSequence({derSmallInteger(1), derOctetString(ec.scalar),
-                                           derElement(tag::contextOf(1), derBitString(ec.shown.point))});
+                       return der::sequence({der::smallInteger(1), der::octetString(ec.scalar),
+                                             der::element(der::explicitTag(1), der::bitString(ec.shown.point))});
                    }},
         key);
-    return derSequence({derSmallInteger(0), algorithmIdentifier(publicOf(key)), derOctetString(inner)});
+    return der::sequence({der::smallInteger(0), algorithmIdentifier(publicOf(key)), der::octetString(inner)});
 }
 
 PrivateKey decodePrivateKey(ByteView der)
 {
-    DerReader info = DerReader(der).enter(tag::sequence);
+    DerReader info = DerReader(der).enter(der::tagSequence);
     info.smallInteger();
-    const Curve* curve = readAlgorithm(info.enter(tag::sequence));
-    const ByteView inner = info.content(tag::octetString);
+    const Curve* curve = readAlgorithm(info.enter(der::tagSequence));
+    const ByteView inner = info.content(der::tagOctetString);
     if (curve == nullptr) return decodeRsaPrivateKey(inner);
-    return ecPrivateKey(DerReader(inner).enter(tag::sequence), curve);
+    return ecPrivateKey(DerReader(inner).enter(der::tagSequence), curve);
 }
 
 PrivateKey decodeRsaPrivateKey(ByteView der)
 {
-    DerReader numbers = DerReader(der).enter(tag::sequence);
+    DerReader numbers = DerReader(der).enter(der::tagSequence);
     if (numbers.smallInteger() != 0) throw TokenError(Result::badData, "an RSA key with more than two primes");
     RsaPrivate key;
     for (Bytes* field : {&key.shown.modulus, &key.shown.exponent, &key.exponent, &key.prime1, &key.prime2, &key.exponent1,
@@ -150,7 +150,7 @@ PrivateKey decodeRsaPrivateKey(ByteView der)
 
 PrivateKey decodeEcPrivateKey(ByteView der)
 {
-    return ecPrivateKey(DerReader(der).enter(tag::sequence), nullptr);
+    return ecPrivateKey(DerReader(der).enter(der::tagSequence), nullptr);
 }
 
 Bytes shownPublicKey(const PublicKey& key)

@@ -1,6 +1,6 @@
 #include "crypto/big_number.h"
 
-#include "store/token_error.h"
+#include "base/token_error.h"
 
 #include <algorithm>
 #include <array>

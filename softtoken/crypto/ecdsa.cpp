@@ -1,8 +1,8 @@
 #include "crypto/ecdsa.h"
 
+#include "base/hex.h"
 #include "crypto/big_number.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 #include "token/device_records.h"
 
 #include <optional>
@@ -12,18 +12,18 @@ namespace quelta::softtoken {
 namespace {
 
 constexpr Curve curves[] = {
-    {"p256", "1.2.840.10045.3.1.7", algorithmP256, 256, "FFFFFFFF00000001000000000000000000000000FFFFFFFFFFFFFFFFFFFFFFFF",
+    {knownCurves[0], algorithmP256, "FFFFFFFF00000001000000000000000000000000FFFFFFFFFFFFFFFFFFFFFFFF",
      "5AC635D8AA3A93E7B3EBBD55769886BC651D06B0CC53B0F63BCE3C3E27D2604B",
      "FFFFFFFF00000000FFFFFFFFFFFFFFFFBCE6FAADA7179E84F3B9CAC2FC632551",
      "6B17D1F2E12C4247F8BCE6E563A440F277037D812DEB33A0F4A13945D898C296",
      "4FE342E2FE1A7F9B8EE7EB4A7C0F9E162BCE33576B315ECECBB6406837BF51F5"},
-    {"p384", "1.3.132.0.34", algorithmP384, 384,
+    {knownCurves[1], algorithmP384,
      "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFEFFFFFFFF0000000000000000FFFFFFFF",
      "B3312FA7E23EE7E4988E056BE3F82D19181D9C6EFE8141120314088F5013875AC656398D8A2ED19D2A85C8EDD3EC2AEF",
      "FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFC7634D81F4372DDF581A0DB248B0A77AECEC196ACCC52973",
      "AA87CA22BE8B05378EB1C71EF320AD746E1D3B628BA79B9859F741E082542A385502F25DBF55296C3A545E3872760AB7",
      "3617DE4A96262C6F5D9E98BF9292DC29F8F41DBD289A147CE9DA3113B5F0B8C00A60B1CE1D7E819D7A431D7C90EA0E5F"},
-    {"p521", "1.3.132.0.35", algorithmP521, 521,
+    {knownCurves[2], algorithmP521,
      "01FFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFFF"
      "FFFFFFFFFFFF",
      "0051953EB9618E1C9A1F929A21A0B68540EEA2DA725B99B315F3B8B489918EF109E156193951EC7E937B1652C0BD3BB1BF073573DF883D2C34F1EF45"
@@ -38,7 +38,7 @@ constexpr Curve curves[] = {
 
 Number constant(std::string_view hex)
 {
-    return numberFrom(fromHex(hex));
+    return numberFrom(*fromHex(hex));
 }
 
 // In Jacobian coordinates, as forms modulo the field's prime; the point at infinity has z = 0.
@@ -143,13 +143,14 @@ Bytes CurveArithmetic::encode(const Point& point) const
     const Number inverse = field.toForm(field.inverse(field.fromForm(point.z)));
     const Number y = field.multiply(field.multiply(point.y, square(inverse)), inverse);
     Bytes bytes{0x04};
-    for (const Number& coordinate : {affineX(point), field.fromForm(y)}) append(bytes, bigEndian(coordinate, curve_.fieldSize()));
+    for (const Number& coordinate : {affineX(point), field.fromForm(y)})
+        append(bytes, bigEndian(coordinate, curve_.coordinateSize()));
     return bytes;
 }
 
 std::optional<Point> CurveArithmetic::decode(ByteView bytes) const
 {
-    const std::size_t size = curve_.fieldSize();
+    const std::size_t size = curve_.coordinateSize();
     if (bytes.size() != 1 + 2 * size || bytes[0] != 0x04) return std::nullopt;
     const Number plainX = numberFrom(bytes.subspan(1, size));
     const Number plainY = numberFrom(bytes.subspan(1 + size));
@@ -197,8 +198,8 @@ const Curve* curveOfAlgorithm(std::uint32_t algorithm)
 Bytes newScalar(const Curve& curve)
 {
     const Number last = difference(CurveArithmetic(curve).order.value(), Number{1});
-    const Number below = remainder(numberFrom(randomBytes(curve.fieldSize() + 8)), last);
-    return bigEndian(sum(below, Number{1}), curve.fieldSize());
+    const Number below = remainder(numberFrom(randomBytes(curve.coordinateSize() + 8)), last);
+    return bigEndian(sum(below, Number{1}), curve.coordinateSize());
 }
 
 Bytes pointOfScalar(const Curve& curve, ByteView scalar)
@@ -223,8 +224,8 @@ Bytes ecdsaSign(const Curve& curve, ByteView scalar, ByteView digest)
         const Number r = remainder(arithmetic.affineX(arithmetic.multiply(arithmetic.generator, once)), order.value());
         const Number s = order.times(order.inverse(once), order.add(message, order.times(r, secret)));
         if (r.empty() || s.empty()) continue;
-        Bytes signature = bigEndian(r, curve.fieldSize());
-        append(signature, bigEndian(s, curve.fieldSize()));
+        Bytes signature = bigEndian(r, curve.coordinateSize());
+        append(signature, bigEndian(s, curve.coordinateSize()));
         return signature;
     }
 }
@@ -234,9 +235,9 @@ bool ecdsaVerify(const Curve& curve, ByteView encodedPoint, ByteView digest, Byt
     const CurveArithmetic arithmetic(curve);
     const Modulus& order = arithmetic.order;
     const std::optional<Point> point = arithmetic.decode(encodedPoint);
-    if (!point || signature.size() != 2 * curve.fieldSize()) return false;
-    const Number r = numberFrom(signature.first(curve.fieldSize()));
-    const Number s = numberFrom(signature.subspan(curve.fieldSize()));
+    if (!point || signature.size() != 2 * curve.coordinateSize()) return false;
+    const Number r = numberFrom(signature.first(curve.coordinateSize()));
+    const Number s = numberFrom(signature.subspan(curve.coordinateSize()));
     for (const Number& part : {r, s})
         if (part.empty() || compare(part, order.value()) >= 0) return false;
 

@@ -3,24 +3,20 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/object_ids.h"
 
 #include <cstdint>
 #include <string_view>
 
 namespace quelta::softtoken {
 
-struct Curve {
-    std::string_view name;
-    std::string_view oid;
+struct Curve : KnownCurve {
     std::uint32_t algorithm;
-    std::size_t bits;
     std::string_view prime;
     std::string_view coefficientB;
     std::string_view order;
     std::string_view generatorX;
     std::string_view generatorY;
-
-    std::size_t fieldSize() const { return (bits + 7) / 8; }
 };
 
 // Null when it is none of the three.

@@ -1,5 +1,7 @@
 #include "crypto/primitives.h"
 
+#include "base/table.h"
+
 #include <algorithm>
 #include <limits>
 
@@ -9,29 +11,8 @@ namespace {
 
 constexpr ULONG mostAtOnce = 0x40000000;
 
-template <class Rule>
-const DigestAlgorithm* findDigest(Rule rule);
-
-} // namespace
-
-const DigestAlgorithm md5{BCRYPT_MD5_ALGORITHM, 16, "1.2.840.113549.2.5", "", 1};
-const DigestAlgorithm sha1{BCRYPT_SHA1_ALGORITHM, 20, "1.3.14.3.2.26", "1.2.840.113549.2.7", 2};
-const DigestAlgorithm sha256{BCRYPT_SHA256_ALGORITHM, 32, "2.16.840.1.101.3.4.2.1", "1.2.840.113549.2.9", 3};
-
-namespace {
-
-const DigestAlgorithm sha384{BCRYPT_SHA384_ALGORITHM, 48, "2.16.840.1.101.3.4.2.2", "1.2.840.113549.2.10", 4};
-const DigestAlgorithm sha512{BCRYPT_SHA512_ALGORITHM, 64, "2.16.840.1.101.3.4.2.3", "1.2.840.113549.2.11", 5};
-
-const DigestAlgorithm* const digests[] = {&md5, &sha1, &sha256, &sha384, &sha512};
-
-template <class Rule>
-const DigestAlgorithm* findDigest(Rule rule)
-{
-    for (const DigestAlgorithm* row : digests)
-        if (rule(*row)) return row;
-    return nullptr;
-}
+// The device library numbers them from 1.
+constexpr const KnownDigest* mechanisms[] = {&md5, &sha1, &sha256, &digestNamed("sha384"), &digestNamed("sha512")};
 
 } // namespace
 
@@ -72,34 +53,34 @@ Bytes randomBytes(std::size_t count)
     return bytes;
 }
 
-const DigestAlgorithm* digestOfMechanism(int mechanism)
+const KnownDigest* digestOfMechanism(int mechanism)
 {
-    return findDigest([&](const DigestAlgorithm& row) { return row.mechanism == mechanism; });
+    return mechanism >= 1 && mechanism <= std::ssize(mechanisms) ? mechanisms[mechanism - 1] : nullptr;
 }
 
-const DigestAlgorithm* digestOfSize(std::size_t size)
+const KnownDigest* digestOfSize(std::size_t size)
 {
-    return findDigest([&](const DigestAlgorithm& row) { return row.size == size; });
+    return findRow(knownDigests, &KnownDigest::size, size);
 }
 
-const DigestAlgorithm* digestOfOid(std::string_view oid)
+const KnownDigest* digestOfOid(std::string_view oid)
 {
-    return findDigest([&](const DigestAlgorithm& row) { return row.oid == oid; });
+    return findRow(knownDigests, &KnownDigest::oid, oid);
 }
 
-const DigestAlgorithm* digestOfHmacOid(std::string_view oid)
+const KnownDigest* digestOfHmacOid(std::string_view oid)
 {
-    return findDigest([&](const DigestAlgorithm& row) { return row.hmacOid == oid; });
+    return findRow(knownDigests, &KnownDigest::hmacOid, oid);
 }
 
-SystemHash startDigest(const DigestAlgorithm& algorithm)
+BcryptHash startDigest(const KnownDigest& algorithm)
 {
     BCRYPT_HASH_HANDLE hash = nullptr;
-    requireSuccess(BCryptCreateHash(provider(algorithm.name), &hash, nullptr, 0, nullptr, 0, 0), "a digest");
-    return SystemHash(hash);
+    requireSuccess(BCryptCreateHash(provider(algorithm.systemName), &hash, nullptr, 0, nullptr, 0, 0), "a digest");
+    return BcryptHash(hash);
 }
 
-void updateDigest(const SystemHash& hash, ByteView data)
+void updateDigest(const BcryptHash& hash, ByteView data)
 {
     while (!data.empty()) {
         const ByteView piece = data.first(std::min<std::size_t>(data.size(), mostAtOnce));
@@ -108,34 +89,34 @@ void updateDigest(const SystemHash& hash, ByteView data)
     }
 }
 
-Bytes finishDigest(const SystemHash& hash, const DigestAlgorithm& algorithm)
+Bytes finishDigest(const BcryptHash& hash, const KnownDigest& algorithm)
 {
     Bytes value(algorithm.size);
     requireSuccess(BCryptFinishHash(hash.get(), value.data(), lengthOf(value), 0), "a digest");
     return value;
 }
 
-Bytes digest(const DigestAlgorithm& algorithm, ByteView data)
+Bytes digest(const KnownDigest& algorithm, ByteView data)
 {
-    const SystemHash hash = startDigest(algorithm);
+    const BcryptHash hash = startDigest(algorithm);
     updateDigest(hash, data);
     return finishDigest(hash, algorithm);
 }
 
-Bytes hmac(const DigestAlgorithm& algorithm, ByteView key, ByteView data)
+Bytes hmac(const KnownDigest& algorithm, ByteView key, ByteView data)
 {
     BCRYPT_HASH_HANDLE handle = nullptr;
-    const BCRYPT_ALG_HANDLE owner = provider(algorithm.name, ProviderUse::hmac);
+    const BCRYPT_ALG_HANDLE owner = provider(algorithm.systemName, ProviderUse::hmac);
     requireSuccess(BCryptCreateHash(owner, &handle, nullptr, 0, dataOf(key), lengthOf(key), 0), "a message code");
-    const SystemHash hash(handle);
+    const BcryptHash hash(handle);
     updateDigest(hash, data);
     return finishDigest(hash, algorithm);
 }
 
-Bytes pbkdf2(const DigestAlgorithm& algorithm, ByteView password, ByteView salt, std::uint64_t iterations, std::size_t size)
+Bytes pbkdf2(const KnownDigest& algorithm, ByteView password, ByteView salt, std::uint64_t iterations, std::size_t size)
 {
     Bytes key(size);
-    requireSuccess(BCryptDeriveKeyPBKDF2(provider(algorithm.name, ProviderUse::hmac), dataOf(password), lengthOf(password),
+    requireSuccess(BCryptDeriveKeyPBKDF2(provider(algorithm.systemName, ProviderUse::hmac), dataOf(password), lengthOf(password),
                                          dataOf(salt), lengthOf(salt), iterations, key.data(), lengthOf(key), 0),
                    "deriving a key from a password");
     return key;

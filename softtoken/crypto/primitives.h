@@ -3,34 +3,18 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "store/token_error.h"
+#include "base/object_ids.h"
+#include "base/token_error.h"
+#include "base/windows_objects.h"
 
-#include <windows.h>
-
-#include <bcrypt.h>
-
+#include <algorithm>
 #include <map>
-#include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace quelta::softtoken {
-
-struct DestroyKey {
-    void operator()(BCRYPT_KEY_HANDLE key) const { BCryptDestroyKey(key); }
-};
-using SystemKey = std::unique_ptr<void, DestroyKey>;
-
-struct DestroyHash {
-    void operator()(BCRYPT_HASH_HANDLE hash) const { BCryptDestroyHash(hash); }
-};
-using SystemHash = std::unique_ptr<void, DestroyHash>;
-
-struct CloseProvider {
-    void operator()(BCRYPT_ALG_HANDLE algorithm) const { BCryptCloseAlgorithmProvider(algorithm, 0); }
-};
 
 enum class ProviderUse { plain, hmac };
 
@@ -41,7 +25,7 @@ public:
 
 private:
     std::mutex mutex_;
-    std::map<std::pair<std::wstring, ProviderUse>, std::unique_ptr<void, CloseProvider>> opened_;
+    std::map<std::pair<std::wstring, ProviderUse>, BcryptAlgorithm> opened_;
 };
 
 // In the header, so that it outlives whatever keeps digests or keys in another file. None of the process-wide objects here is a
@@ -62,31 +46,26 @@ PUCHAR dataOf(ByteView bytes);
 
 Bytes randomBytes(std::size_t count);
 
-// One row for each digest: how bcrypt calls it, its size, its object identifiers and the number that the device library gives it.
-struct DigestAlgorithm {
-    const wchar_t* name;
-    std::size_t size;
-    std::string_view oid;
-    std::string_view hmacOid;
-    int mechanism;
-};
+consteval const KnownDigest& digestNamed(std::string_view name)
+{
+    return *std::ranges::find(knownDigests, name, &KnownDigest::name);
+}
+inline constexpr const KnownDigest& md5 = digestNamed("md5");
+inline constexpr const KnownDigest& sha1 = digestNamed("sha1");
+inline constexpr const KnownDigest& sha256 = digestNamed("sha256");
 
-extern const DigestAlgorithm md5;
-extern const DigestAlgorithm sha1;
-extern const DigestAlgorithm sha256;
+// By the number that the device library gives it, by its size, and so on; null when nothing fits.
+const KnownDigest* digestOfMechanism(int mechanism);
+const KnownDigest* digestOfSize(std::size_t size);
+const KnownDigest* digestOfOid(std::string_view oid);
+const KnownDigest* digestOfHmacOid(std::string_view oid);
 
-// Null when nothing fits.
-const DigestAlgorithm* digestOfMechanism(int mechanism);
-const DigestAlgorithm* digestOfSize(std::size_t size);
-const DigestAlgorithm* digestOfOid(std::string_view oid);
-const DigestAlgorithm* digestOfHmacOid(std::string_view oid);
-
-SystemHash startDigest(const DigestAlgorithm& algorithm);
-void updateDigest(const SystemHash& hash, ByteView data);
-Bytes finishDigest(const SystemHash& hash, const DigestAlgorithm& algorithm);
-Bytes digest(const DigestAlgorithm& algorithm, ByteView data);
-Bytes hmac(const DigestAlgorithm& algorithm, ByteView key, ByteView data);
-Bytes pbkdf2(const DigestAlgorithm& algorithm, ByteView password, ByteView salt, std::uint64_t iterations, std::size_t size);
+BcryptHash startDigest(const KnownDigest& algorithm);
+void updateDigest(const BcryptHash& hash, ByteView data);
+Bytes finishDigest(const BcryptHash& hash, const KnownDigest& algorithm);
+Bytes digest(const KnownDigest& algorithm, ByteView data);
+Bytes hmac(const KnownDigest& algorithm, ByteView key, ByteView data);
+Bytes pbkdf2(const KnownDigest& algorithm, ByteView password, ByteView salt, std::uint64_t iterations, std::size_t size);
 
 bool equalInConstantTime(ByteView left, ByteView right);
 

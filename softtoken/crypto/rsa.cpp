@@ -3,7 +3,6 @@
 #include "crypto/big_number.h"
 #include "crypto/primitives.h"
 #include "crypto/rsa_padding.h"
-#include "formats/byte_text.h"
 #include "token/device_records.h"
 
 #include <cstring>
@@ -27,7 +26,7 @@ Bytes publicBlob(const RsaPublic& key)
     header.BitLength = static_cast<ULONG>(bitsOf(key));
     header.cbPublicExp = lengthOf(key.exponent);
     header.cbModulus = lengthOf(key.modulus);
-    Bytes blob = copyOf(bytesOfHeader(header));
+    Bytes blob = toBytes(bytesOfHeader(header));
     append(blob, key.exponent);
     append(blob, key.modulus);
     return blob;
@@ -48,7 +47,7 @@ Bytes privateBlob(const RsaPrivate& key)
     header.cbModulus = lengthOf(key.shown.modulus);
     header.cbPrime1 = static_cast<ULONG>(half);
     header.cbPrime2 = static_cast<ULONG>(half);
-    Bytes blob = copyOf(bytesOfHeader(header));
+    Bytes blob = toBytes(bytesOfHeader(header));
     append(blob, key.shown.exponent);
     append(blob, key.shown.modulus);
     for (const Bytes* field : {&key.prime1, &key.prime2, &key.exponent1, &key.exponent2, &key.coefficient})
@@ -57,12 +56,12 @@ Bytes privateBlob(const RsaPrivate& key)
     return blob;
 }
 
-SystemKey imported(const wchar_t* kind, const Bytes& blob)
+BcryptKey imported(const wchar_t* kind, const Bytes& blob)
 {
     BCRYPT_KEY_HANDLE key = nullptr;
     requireSuccess(BCryptImportKeyPair(provider(BCRYPT_RSA_ALGORITHM), nullptr, kind, &key, dataOf(blob), lengthOf(blob), 0),
                    "an RSA key");
-    return SystemKey(key);
+    return BcryptKey(key);
 }
 
 void requireUsable(const RsaPublic& key)
@@ -82,7 +81,7 @@ RsaPrivate keyOfBlob(ByteView blob)
         if (size > blob.size() - position) throw TokenError("the system gave a damaged RSA key");
         const ByteView field = blob.subspan(position, size);
         position += size;
-        return copyOf(field);
+        return toBytes(field);
     };
     RsaPrivate key;
     key.shown.exponent = take(header.cbPublicExp);
@@ -116,9 +115,9 @@ Bytes privateOperation(const RsaPrivate& key, ByteView block)
     return bigEndian(sum(part2, product(step, prime2.value())), key.shown.modulus.size());
 }
 
-const DigestAlgorithm& digestToSign(ByteView digest)
+const KnownDigest& digestToSign(ByteView digest)
 {
-    const DigestAlgorithm* algorithm = digestOfSize(digest.size());
+    const KnownDigest* algorithm = digestOfSize(digest.size());
     if (algorithm == nullptr) throw TokenError(Result::badArgument, "no digest has " + std::to_string(digest.size()) + " bytes");
     return *algorithm;
 }
@@ -140,7 +139,7 @@ RsaPrivate generateRsaKey(std::size_t bits)
     BCRYPT_KEY_HANDLE handle = nullptr;
     requireSuccess(BCryptGenerateKeyPair(provider(BCRYPT_RSA_ALGORITHM), &handle, static_cast<ULONG>(bits), 0),
                    "making an RSA key");
-    const SystemKey key(handle);
+    const BcryptKey key(handle);
     requireSuccess(BCryptFinalizeKeyPair(key.get(), 0), "making an RSA key");
     Bytes blob(sizeof(BCRYPT_RSAKEY_BLOB) + bits);
     ULONG size = 0;
@@ -172,8 +171,8 @@ Bytes rsaSign(const RsaPrivate& key, ByteView digest)
 {
     // The digest of old TLS versions stands without a DigestInfo, which Wine's bcrypt can't sign.
     if (digest.size() == md5AndSha1Size) return privateOperation(key, signaturePadded(digest, key.shown.modulus.size()));
-    BCRYPT_PKCS1_PADDING_INFO padding{digestToSign(digest).name};
-    const SystemKey handle = imported(BCRYPT_RSAFULLPRIVATE_BLOB, privateBlob(key));
+    BCRYPT_PKCS1_PADDING_INFO padding{digestToSign(digest).systemName};
+    const BcryptKey handle = imported(BCRYPT_RSAFULLPRIVATE_BLOB, privateBlob(key));
     Bytes signature(key.shown.modulus.size());
     ULONG size = 0;
     requireSuccess(BCryptSignHash(handle.get(), &padding, dataOf(digest), lengthOf(digest), signature.data(), lengthOf(signature),
@@ -188,7 +187,7 @@ bool rsaVerify(const RsaPublic& key, ByteView digest, ByteView signature)
 {
     requireUsable(key);
     if (signature.size() != bytesOf(key) || compare(numberFrom(signature), numberFrom(key.modulus)) >= 0) return false;
-    const Bytes content = digest.size() == md5AndSha1Size ? copyOf(digest) : digestInfo(digestToSign(digest), digest);
+    const Bytes content = digest.size() == md5AndSha1Size ? toBytes(digest) : digestInfo(digestToSign(digest), digest);
     return equalInConstantTime(publicOperation(key, signature), signaturePadded(content, bytesOf(key)));
 }
 
@@ -197,7 +196,7 @@ Bytes rsaEncrypt(const RsaPublic& key, RsaPadding padding, ByteView data)
     requireUsable(key);
     if (padding == RsaPadding::oaepSha1) return publicOperation(key, oaepPadded(sha1, data, bytesOf(key)));
     if (data.size() + pkcs1Overhead > bytesOf(key)) throw TokenError(Result::badArgument, "too much data for the key");
-    const SystemKey handle = imported(BCRYPT_RSAPUBLIC_BLOB, publicBlob(key));
+    const BcryptKey handle = imported(BCRYPT_RSAPUBLIC_BLOB, publicBlob(key));
     Bytes cipher(bytesOf(key));
     ULONG size = 0;
     requireSuccess(BCryptEncrypt(handle.get(), dataOf(data), lengthOf(data), nullptr, nullptr, 0, cipher.data(), lengthOf(cipher),
@@ -211,7 +210,7 @@ Bytes rsaDecrypt(const RsaPrivate& key, ByteView cipher)
 {
     if (cipher.size() != key.shown.modulus.size()) throw TokenError(Result::badArgument, "the data is not as long as the key");
     const Bytes block = privateOperation(key, cipher);
-    for (const DigestAlgorithm* algorithm : {&sha1, &sha256})
+    for (const KnownDigest* algorithm : {&sha1, &sha256})
         if (auto plain = oaepUnpadded(*algorithm, block)) return *plain;
     if (auto plain = pkcs1Unpadded(block)) return *plain;
     throw TokenError(Result::badData, "the data was not encrypted for this key");

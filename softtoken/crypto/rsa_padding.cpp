@@ -1,7 +1,6 @@
 #include "crypto/rsa_padding.h"
 
-#include "formats/byte_text.h"
-#include "formats/der.h"
+#include "base/der_reader.h"
 
 #include <algorithm>
 
@@ -9,11 +8,11 @@ namespace quelta::softtoken {
 
 namespace {
 
-Bytes mask(const DigestAlgorithm& algorithm, ByteView seed, std::size_t size)
+Bytes mask(const KnownDigest& algorithm, ByteView seed, std::size_t size)
 {
     Bytes bytes;
     for (unsigned char counter = 0; bytes.size() < size; ++counter) {
-        Bytes input = copyOf(seed);
+        Bytes input = toBytes(seed);
         append(input, Bytes{0, 0, 0, counter});
         append(bytes, digest(algorithm, input));
     }
@@ -23,16 +22,16 @@ Bytes mask(const DigestAlgorithm& algorithm, ByteView seed, std::size_t size)
 
 Bytes exclusiveOr(ByteView left, ByteView right)
 {
-    Bytes result = copyOf(left);
+    Bytes result = toBytes(left);
     for (std::size_t i = 0; i < result.size(); ++i) result[i] = static_cast<unsigned char>(result[i] ^ right[i]);
     return result;
 }
 
 } // namespace
 
-Bytes digestInfo(const DigestAlgorithm& algorithm, ByteView digest)
+Bytes digestInfo(const KnownDigest& algorithm, ByteView digest)
 {
-    return derSequence({derSequence({derObjectId(algorithm.oid), derNull()}), derOctetString(digest)});
+    return der::sequence({der::sequence({der::oid(algorithm.oid), der::null()}), der::octetString(digest)});
 }
 
 Bytes signaturePadded(ByteView content, std::size_t size)
@@ -52,10 +51,10 @@ std::optional<Bytes> pkcs1Unpadded(ByteView block)
     const auto end = std::ranges::find(block.subspan(2), 0x00);
     const std::size_t filling = static_cast<std::size_t>(end - block.subspan(2).begin());
     if (filling < 8 || 2 + filling == block.size()) return std::nullopt;
-    return copyOf(block.subspan(2 + filling + 1));
+    return toBytes(block.subspan(2 + filling + 1));
 }
 
-Bytes oaepPadded(const DigestAlgorithm& algorithm, ByteView data, std::size_t size)
+Bytes oaepPadded(const KnownDigest& algorithm, ByteView data, std::size_t size)
 {
     const std::size_t hashSize = algorithm.size;
     if (size < 2 * hashSize + 2 || data.size() > size - 2 * hashSize - 2)
@@ -73,7 +72,7 @@ Bytes oaepPadded(const DigestAlgorithm& algorithm, ByteView data, std::size_t si
     return block;
 }
 
-std::optional<Bytes> oaepUnpadded(const DigestAlgorithm& algorithm, ByteView block)
+std::optional<Bytes> oaepUnpadded(const KnownDigest& algorithm, ByteView block)
 {
     const std::size_t hashSize = algorithm.size;
     if (block.size() < 2 * hashSize + 2 || block[0] != 0x00) return std::nullopt;

@@ -1,7 +1,6 @@
 #include "crypto/symmetric.h"
 
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 
 #include <algorithm>
 
@@ -24,17 +23,17 @@ void requireKeySize(Cipher cipher, std::size_t size)
 }
 
 // In CBC, which is what bcrypt.dll begins with.
-SystemKey symmetricKey(Cipher cipher, ByteView key)
+BcryptKey symmetricKey(Cipher cipher, ByteView key)
 {
     requireKeySize(cipher, key.size());
     const wchar_t* name = cipher == Cipher::aes ? BCRYPT_AES_ALGORITHM : BCRYPT_3DES_ALGORITHM;
     BCRYPT_KEY_HANDLE handle = nullptr;
     requireSuccess(BCryptGenerateSymmetricKey(provider(name), &handle, nullptr, 0, dataOf(key), lengthOf(key), 0),
                    "a symmetric key");
-    return SystemKey(handle);
+    return BcryptKey(handle);
 }
 
-Bytes decryptChained(const SystemKey& key, Bytes iv, ByteView data)
+Bytes decryptChained(const BcryptKey& key, Bytes iv, ByteView data)
 {
     Bytes plain(data.size());
     ULONG size = 0;
@@ -46,7 +45,7 @@ Bytes decryptChained(const SystemKey& key, Bytes iv, ByteView data)
 }
 
 // Wine's bcrypt has no ECB for triple DES: take the chaining back out, each block with the cipher text before it.
-Bytes decryptUnchained(const SystemKey& key, std::size_t block, ByteView data)
+Bytes decryptUnchained(const BcryptKey& key, std::size_t block, ByteView data)
 {
     Bytes plain = decryptChained(key, Bytes(block), data);
     for (std::size_t i = block; i < plain.size(); ++i) plain[i] = static_cast<unsigned char>(plain[i] ^ data[i - block]);
@@ -60,8 +59,8 @@ Bytes blockDecrypt(Cipher cipher, ByteView key, ByteView iv, ByteView data)
     const std::size_t block = blockSize(cipher);
     if (data.empty() || data.size() % block != 0) throw TokenError(Result::badArgument, "the data is not whole blocks");
     if (!iv.empty() && iv.size() != block) throw TokenError(Result::badArgument, "the IV is not as long as a block");
-    const SystemKey handle = symmetricKey(cipher, key);
-    return iv.empty() ? decryptUnchained(handle, block, data) : decryptChained(handle, copyOf(iv), data);
+    const BcryptKey handle = symmetricKey(cipher, key);
+    return iv.empty() ? decryptUnchained(handle, block, data) : decryptChained(handle, toBytes(iv), data);
 }
 
 Bytes paddedDecrypt(Cipher cipher, ByteView key, ByteView iv, ByteView data)
@@ -81,8 +80,8 @@ Bytes aesUnwrap(ByteView keyEncryptionKey, ByteView wrapped)
     if (wrapped.size() < 3 * wrapBlock || wrapped.size() % wrapBlock != 0)
         throw TokenError(Result::badArgument, "wrapped keys have whole blocks of 8 bytes, at least three");
     const std::size_t blocks = wrapped.size() / wrapBlock - 1;
-    Bytes check = copyOf(wrapped.first(wrapBlock));
-    Bytes plain = copyOf(wrapped.subspan(wrapBlock));
+    Bytes check = toBytes(wrapped.first(wrapBlock));
+    Bytes plain = toBytes(wrapped.subspan(wrapBlock));
     for (std::size_t step = 6 * blocks; step > 0; --step) {
         const auto part = plain.begin() + static_cast<std::ptrdiff_t>((step - 1) % blocks * wrapBlock);
         std::size_t counter = step;

@@ -1,7 +1,7 @@
 #include "device/certificate_texts.h"
 
+#include "base/hex.h"
 #include "crypto/asymmetric_key.h"
-#include "formats/byte_text.h"
 #include "formats/certificate.h"
 
 namespace quelta::softtoken {

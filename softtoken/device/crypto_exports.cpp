@@ -1,15 +1,14 @@
 #include "crypto/primitives.h"
 #include "crypto/rsa.h"
 #include "crypto/symmetric.h"
-#include "token/device_functions.h"
 #include "device/guard.h"
 #include "store/pin.h"
+#include "token/device_functions.h"
 
 #include <algorithm>
 #include <cstdlib>
 
-using namespace quelta;
-using namespace quelta::softtoken;
+namespace quelta::softtoken {
 
 namespace {
 
@@ -72,6 +71,11 @@ const StoredAesKey& wrappingKey(const TokenState& state, ByteView reference)
 }
 
 } // namespace
+
+} // namespace quelta::softtoken
+
+using namespace quelta;
+using namespace quelta::softtoken;
 
 int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
                     unsigned char* signature, int* signatureLength, bool, void*)

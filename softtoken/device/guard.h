@@ -3,7 +3,7 @@
 // thread costs the statically linked runtime handles that no unloading of the library gives back.
 #pragma once
 
-#include "store/token_error.h"
+#include "base/token_error.h"
 #include "store/token_store.h"
 
 #include <cstring>

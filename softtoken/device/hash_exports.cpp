@@ -1,6 +1,6 @@
-#include "token/device_functions.h"
 #include "device/guard.h"
 #include "device/hash_table.h"
+#include "token/device_functions.h"
 
 #include <algorithm>
 
@@ -10,7 +10,7 @@ using namespace quelta::softtoken;
 int quelta_initHash(const char* deviceId, int algorithm, void** hash, void*)
 {
     return withToken(deviceId, [&](const TokenState&) {
-        const DigestAlgorithm* chosen = digestOfMechanism(algorithm);
+        const KnownDigest* chosen = digestOfMechanism(algorithm);
         if (hash == nullptr || chosen == nullptr) return Result::badArgument;
         *hash = hashTable.start(*chosen);
         return Result::ok;

@@ -24,7 +24,7 @@ std::uintptr_t numberOf(HashTable::Handle handle)
 
 HashTable hashTable;
 
-HashTable::Handle HashTable::start(const DigestAlgorithm& algorithm)
+HashTable::Handle HashTable::start(const KnownDigest& algorithm)
 {
     auto entry = std::make_shared<Entry>();
     entry->algorithm = &algorithm;

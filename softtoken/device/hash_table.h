@@ -16,7 +16,7 @@ public:
     // What callers hold: never the address of anything, so that a wrong one is only not found.
     using Handle = void*;
 
-    Handle start(const DigestAlgorithm& algorithm);
+    Handle start(const KnownDigest& algorithm);
     // Both throw TokenError for a handle that is not in the table.
     void update(Handle handle, ByteView data);
     // Ends the digest, unless it is longer than the room; null tells that, with the length needed in both cases.
@@ -25,8 +25,8 @@ public:
 private:
     struct Entry {
         std::mutex mutex;
-        const DigestAlgorithm* algorithm = nullptr;
-        SystemHash hash;
+        const KnownDigest* algorithm = nullptr;
+        BcryptHash hash;
     };
     std::shared_ptr<Entry> find(Handle handle);
 

@@ -1,13 +1,12 @@
-#include "token/device_functions.h"
 #include "device/guard.h"
 #include "device/records.h"
 #include "store/pin.h"
 #include "store/token_keys.h"
+#include "token/device_functions.h"
 
 #include <algorithm>
 
-using namespace quelta;
-using namespace quelta::softtoken;
+namespace quelta::softtoken {
 
 namespace {
 
@@ -33,6 +32,11 @@ const StoredKeyPair& pairOf(const TokenState& state, const QueltaCertificate& re
 }
 
 } // namespace
+
+} // namespace quelta::softtoken
+
+using namespace quelta;
+using namespace quelta::softtoken;
 
 int quelta_generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair* inOut, void*)
 {

@@ -1,11 +1,10 @@
 #include "device/certificate_texts.h"
-#include "token/device_functions.h"
 #include "device/guard.h"
 #include "device/per_thread.h"
 #include "device/records.h"
+#include "token/device_functions.h"
 
-using namespace quelta;
-using namespace quelta::softtoken;
+namespace quelta::softtoken {
 
 namespace {
 
@@ -43,6 +42,11 @@ std::vector<Record>& listOf(std::vector<Record> Lists::*member, const auto& fill
 }
 
 } // namespace
+
+} // namespace quelta::softtoken
+
+using namespace quelta;
+using namespace quelta::softtoken;
 
 std::vector<QueltaKeyPair>& quelta_getKeyPairList(const char* deviceId, void*)
 {

@@ -2,8 +2,7 @@
 #include "store/pin.h"
 #include "token/device_functions.h"
 
-using namespace quelta;
-using namespace quelta::softtoken;
+namespace quelta::softtoken {
 
 namespace {
 
@@ -11,6 +10,11 @@ namespace {
 constexpr const char* unreadableToken = "QUELTA-SOFTWARE-TOKEN-PROTECTS-NOTHING-UNREADABLE";
 
 } // namespace
+
+} // namespace quelta::softtoken
+
+using namespace quelta;
+using namespace quelta::softtoken;
 
 int quelta_init(int, int)
 {

@@ -1,9 +1,10 @@
 #include "formats/certificate.h"
 
+#include "base/der_reader.h"
+#include "base/hex.h"
+#include "base/text.h"
+#include "base/token_error.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
-#include "formats/der.h"
-#include "store/token_error.h"
 
 #include <windows.h>
 
@@ -17,8 +18,8 @@ namespace {
 
 std::string timeText(DerReader& validity)
 {
-    const bool twoDigitYear = validity.nextIs(tag::utcTime);
-    std::string text = textOf(validity.content(twoDigitYear ? tag::utcTime : tag::generalizedTime));
+    const bool twoDigitYear = validity.nextIs(der::tagUtcTime);
+    std::string text = toText(validity.content(twoDigitYear ? der::tagUtcTime : der::tagGeneralizedTime));
     if (twoDigitYear) text.insert(0, text < "50" ? "20" : "19");
     if (text.size() != 15 || text.back() != 'Z')
         throw TokenError(Result::badData, "a certificate's time is not written as it must be");
@@ -36,39 +37,25 @@ std::string formatted(DWORD kind, ByteView nameDer)
     return toUtf8(text);
 }
 
-constexpr std::string_view oidCommonName = "2.5.4.3";
-
-std::string directoryText(DerReader& attribute)
-{
-    if (!attribute.nextIs(tag::bmpString)) {
-        const ByteView whole = attribute.element();
-        return textOf(DerReader(whole).content(whole[0]));
-    }
-    std::wstring text;
-    const ByteView units = attribute.content(tag::bmpString);
-    for (std::size_t i = 0; i + 1 < units.size(); i += 2) text += static_cast<wchar_t>(units[i] << 8 | units[i + 1]);
-    return toUtf8(text);
-}
-
 } // namespace
 
 CertificateFields readCertificate(ByteView der)
 {
     DerReader file(der);
-    DerReader certificate = file.enter(tag::sequence);
+    DerReader certificate = file.enter(der::tagSequence);
     if (!file.atEnd()) throw TokenError(Result::badData, "something follows the certificate");
-    DerReader body = certificate.enter(tag::sequence);
+    DerReader body = certificate.enter(der::tagSequence);
     CertificateFields fields;
-    body.contentIf(tag::contextOf(0));
-    fields.serial = copyOf(body.content(tag::integer));
-    fields.signatureOid = body.enter(tag::sequence).objectId();
-    fields.issuer = copyOf(body.element());
-    DerReader validity = body.enter(tag::sequence);
+    if (body.nextIs(der::explicitTag(0))) body.element();
+    fields.serial = toBytes(body.content(der::tagInteger));
+    fields.signatureOid = body.enter(der::tagSequence).objectId();
+    fields.issuer = toBytes(body.element());
+    DerReader validity = body.enter(der::tagSequence);
     fields.notBefore = timeText(validity);
     fields.notAfter = timeText(validity);
-    fields.subject = copyOf(body.element());
-    fields.publicKeyInfo = copyOf(body.element());
-    certificate.enter(tag::sequence);
+    fields.subject = toBytes(body.element());
+    fields.publicKeyInfo = toBytes(body.element());
+    certificate.enter(der::tagSequence);
     certificate.bitString();
     return fields;
 }
@@ -76,19 +63,6 @@ CertificateFields readCertificate(ByteView der)
 std::string nameText(ByteView nameDer)
 {
     return formatted(CERT_X500_NAME_STR, nameDer);
-}
-
-std::string shortNameText(ByteView nameDer)
-{
-    DerReader sets = DerReader(nameDer).enter(tag::sequence);
-    while (!sets.atEnd()) {
-        DerReader set = sets.enter(tag::set);
-        while (!set.atEnd()) {
-            DerReader attribute = set.enter(tag::sequence);
-            if (attribute.objectId() == oidCommonName) return directoryText(attribute);
-        }
-    }
-    return nameText(nameDer);
 }
 
 std::string thumbprint(ByteView der)

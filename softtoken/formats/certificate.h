@@ -22,8 +22,6 @@ CertificateFields readCertificate(ByteView der);
 
 // "CN=Ada, O=Example" in UTF-8.
 std::string nameText(ByteView nameDer);
-// The common name, or all of the name if there is none.
-std::string shortNameText(ByteView nameDer);
 std::string thumbprint(ByteView der);
 
 } // namespace quelta::softtoken

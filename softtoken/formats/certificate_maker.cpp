@@ -1,170 +1,224 @@
 #include "formats/certificate_maker.h"
 
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
-#include "formats/der.h"
 #include "formats/distinguished_name.h"
 #include "token/device_records.h"
 
-#include <chrono>
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <list>
 
 namespace quelta::softtoken {
 
 namespace {
 
-using Time = std::chrono::sys_seconds;
-
-constexpr std::string_view oidSha256WithRsa = "1.2.840.113549.1.1.11";
-constexpr std::string_view oidEcdsaWithSha256 = "1.2.840.10045.4.3.2";
-constexpr std::string_view oidBasicConstraints = "2.5.29.19";
-constexpr std::string_view oidKeyUsage = "2.5.29.15";
-constexpr std::string_view oidExtendedKeyUsage = "2.5.29.37";
-constexpr std::string_view oidSubjectKeyId = "2.5.29.14";
-constexpr std::string_view oidAuthorityKeyId = "2.5.29.35";
-constexpr std::string_view oidClientAuth = "1.3.6.1.5.5.7.3.2";
-constexpr std::string_view oidEmailProtection = "1.3.6.1.5.5.7.3.4";
-
-constexpr std::chrono::days year{365};
+constexpr DWORD authorityBits = 2048;
 constexpr std::size_t serialSize = 16;
+constexpr std::uint64_t minute = 60ULL * 10'000'000;
+constexpr int year = 365;
 
-// RFC 5280, 4.2.1.3: the first bit is the most significant one of the first byte.
-enum KeyUsageBit : unsigned char {
-    digitalSignature = 0x80,
-    nonRepudiation = 0x40,
-    keyEncipherment = 0x20,
-    keyCertSign = 0x04,
-    crlSign = 0x02,
+void require(BOOL done, const char* what)
+{
+    if (!done) throw TokenError(std::string(what) + " was refused by the system, error " + std::to_string(GetLastError()));
+}
+
+// Calls twice: for the size, and with a room for it.
+Bytes filled(const char* what, auto call)
+{
+    DWORD size = 0;
+    require(call(nullptr, &size), what);
+    Bytes bytes(size);
+    require(call(bytes.data(), &size), what);
+    bytes.resize(size);
+    return bytes;
+}
+
+Bytes encoded(const char* structure, const void* value)
+{
+    return filled("encoding a certificate", [&](BYTE* room, DWORD* size) {
+        return CryptEncodeObjectEx(X509_ASN_ENCODING, structure, value, 0, nullptr, room, size);
+    });
+}
+
+template <class Blob = CRYPT_DATA_BLOB>
+Blob blobOf(ByteView bytes)
+{
+    return {lengthOf(bytes), dataOf(bytes)};
+}
+
+// Something that a certificate names: an authority, or the holder of the token's key.
+class Subject {
+public:
+    // The key as crypt32 has it, in one block with what it points to.
+    Subject(const std::string& name, Bytes key) : name_(encodeName(name)), key_(std::move(key)) {}
+
+    CERT_NAME_BLOB name() const { return blobOf(name_); }
+    const CERT_PUBLIC_KEY_INFO& key() const { return *reinterpret_cast<const CERT_PUBLIC_KEY_INFO*>(key_.data()); }
+    Bytes keyIdentifier() const { return digest(sha1, {key().PublicKey.pbData, key().PublicKey.cbData}); }
+
+private:
+    Bytes name_;
+    Bytes key_;
+};
+
+Bytes publicKeyInfo(const PublicKey& key)
+{
+    const Bytes der = encodePublicKey(key);
+    return filled("reading a public key", [&](BYTE* room, DWORD* size) {
+        return CryptDecodeObjectEx(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, der.data(), lengthOf(der), 0, nullptr, room, size);
+    });
+}
+
+// A key of the system's own provider, gone with this.
+class SigningKey {
+public:
+    SigningKey()
+    {
+        require(CryptAcquireContextW(&provider_, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT), "the system's provider");
+        HCRYPTKEY key = 0;
+        if (CryptGenKey(provider_, AT_SIGNATURE, authorityBits << 16, &key)) CryptDestroyKey(key);
+    }
+    ~SigningKey() { CryptReleaseContext(provider_, 0); }
+    SigningKey(const SigningKey&) = delete;
+    SigningKey& operator=(const SigningKey&) = delete;
+
+    Bytes publicKey() const
+    {
+        return filled("making an authority's key", [&](BYTE* room, DWORD* size) {
+            return CryptExportPublicKeyInfo(provider_, AT_SIGNATURE, X509_ASN_ENCODING,
+                                            reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(room), size);
+        });
+    }
+    Bytes sign(CERT_INFO& content) const
+    {
+        return filled("signing a certificate", [&](BYTE* room, DWORD* size) {
+            return CryptSignAndEncodeCertificate(provider_, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &content,
+                                                 &content.SignatureAlgorithm, nullptr, room, size);
+        });
+    }
+
+private:
+    HCRYPTPROV provider_ = 0;
 };
 
 struct Authority {
-    PrivateKey key;
-    Bytes name;
+    SigningKey signer;
+    Subject subject;
+    explicit Authority(const std::string& name) : subject(name, signer.publicKey()) {}
 };
 
-// What differs from one certificate of the chain to the next.
-struct Content {
-    PublicKey key;
-    Bytes subject;
-    Time begin, end;
-    Bytes extensions;
+class Extensions {
+public:
+    void add(const char* oid, bool critical, const char* structure, const void* value)
+    {
+        const Bytes& kept = values_.emplace_back(encoded(structure, value));
+        items_.push_back({const_cast<char*>(oid), critical, blobOf<CRYPT_OBJID_BLOB>(kept)});
+    }
+    void addKeyUsage(BYTE bits)
+    {
+        CRYPT_BIT_BLOB blob{1, &bits, 0};
+        while ((bits >> blob.cUnusedBits & 1) == 0) ++blob.cUnusedBits;
+        add(szOID_KEY_USAGE, true, X509_KEY_USAGE, &blob);
+    }
+    void addConstraints(CERT_BASIC_CONSTRAINTS2_INFO constraints)
+    {
+        add(szOID_BASIC_CONSTRAINTS2, true, X509_BASIC_CONSTRAINTS2, &constraints);
+    }
+    void addKeyIdentifiers(const Subject& subject, const Subject& issuer)
+    {
+        const Bytes own = subject.keyIdentifier();
+        const Bytes authority = issuer.keyIdentifier();
+        const auto ownBlob = blobOf(own);
+        CERT_AUTHORITY_KEY_ID2_INFO authorityInfo{};
+        authorityInfo.KeyId = blobOf(authority);
+        add(szOID_SUBJECT_KEY_IDENTIFIER, false, X509_OCTET_STRING, &ownBlob);
+        add(szOID_AUTHORITY_KEY_IDENTIFIER2, false, X509_AUTHORITY_KEY_ID2, &authorityInfo);
+    }
+    std::vector<CERT_EXTENSION>& items() { return items_; }
+
+private:
+    std::list<Bytes> values_;
+    std::vector<CERT_EXTENSION> items_;
 };
 
-std::string digits(int value, std::size_t width)
+Extensions authorityExtensions(CERT_BASIC_CONSTRAINTS2_INFO constraints)
 {
-    std::string text = std::to_string(value);
-    return std::string(width > text.size() ? width - text.size() : 0, '0') + text;
+    Extensions extensions;
+    extensions.addConstraints(constraints);
+    extensions.addKeyUsage(CERT_KEY_CERT_SIGN_KEY_USAGE | CERT_CRL_SIGN_KEY_USAGE);
+    return extensions;
 }
 
-// Two digits for the year up to 2049, four from then on (RFC 5280, 4.1.2.5).
-Bytes encodeTime(Time time)
+Extensions leafExtensions(std::uint32_t usage)
 {
-    const auto day = std::chrono::floor<std::chrono::days>(time);
-    const std::chrono::year_month_day date(day);
-    const std::chrono::hh_mm_ss clock(time - day);
-    const int yearNumber = static_cast<int>(date.year());
-    const bool twoDigits = yearNumber < 2050;
-    const auto small = [](auto value) { return digits(static_cast<int>(value), 2); };
-    const std::string text = (twoDigits ? small(yearNumber % 100) : digits(yearNumber, 4)) +
-                             small(static_cast<unsigned>(date.month())) + small(static_cast<unsigned>(date.day())) +
-                             small(clock.hours().count()) + small(clock.minutes().count()) + small(clock.seconds().count()) + "Z";
-    return derElement(twoDigits ? tag::utcTime : tag::generalizedTime, bytesOf(text));
+    char clientAuth[] = szOID_PKIX_KP_CLIENT_AUTH;
+    char emailProtection[] = szOID_PKIX_KP_EMAIL_PROTECTION;
+    char* purposes[] = {clientAuth, emailProtection};
+    const CERT_ENHKEY_USAGE enhanced{2, purposes};
+    Extensions extensions;
+    extensions.addConstraints({});
+    extensions.addKeyUsage(
+        static_cast<BYTE>(((usage & usageSigning) != 0 ? CERT_DIGITAL_SIGNATURE_KEY_USAGE | CERT_NON_REPUDIATION_KEY_USAGE : 0) |
+                          ((usage & usageKeyExchange) != 0 ? CERT_KEY_ENCIPHERMENT_KEY_USAGE : 0)));
+    extensions.add(szOID_ENHANCED_KEY_USAGE, false, X509_ENHANCED_KEY_USAGE, &enhanced);
+    return extensions;
 }
 
-Bytes extension(std::string_view oid, bool critical, ByteView value)
-{
-    const Bytes criticalFlag = critical ? derElement(tag::boolean, Bytes{0xFF}) : Bytes{};
-    return derSequence({derObjectId(oid), criticalFlag, derOctetString(value)});
-}
-
-Bytes keyUsage(unsigned int bits)
-{
-    unsigned char unused = 0;
-    while (((bits >> unused) & 1U) == 0) ++unused;
-    return extension(oidKeyUsage, true, derBitString(Bytes{static_cast<unsigned char>(bits)}, unused));
-}
-
-Bytes keyIdentifier(const PublicKey& key)
-{
-    return digest(sha1, publicKeyBits(key));
-}
-
-Bytes keyIdentifiers(const PublicKey& subject, const PublicKey& issuer)
-{
-    const Bytes authority = derSequence({derElement(tag::context(0), keyIdentifier(issuer))});
-    return derJoined({extension(oidSubjectKeyId, false, derOctetString(keyIdentifier(subject))),
-                      extension(oidAuthorityKeyId, false, authority)});
-}
-
-Bytes rootExtensions()
-{
-    const Bytes isAuthority = derSequence({derElement(tag::boolean, Bytes{0xFF})});
-    return derJoined({extension(oidBasicConstraints, true, isAuthority), keyUsage(keyCertSign | crlSign)});
-}
-
-Bytes issuingExtensions()
-{
-    const Bytes noFurtherAuthority = derSequence({derElement(tag::boolean, Bytes{0xFF}), derSmallInteger(0)});
-    return derJoined({extension(oidBasicConstraints, true, noFurtherAuthority), keyUsage(keyCertSign | crlSign)});
-}
-
-Bytes leafExtensions(std::uint32_t usage)
-{
-    const unsigned int bits = ((usage & usageSigning) != 0 ? digitalSignature | nonRepudiation : 0U) |
-                              ((usage & usageKeyExchange) != 0 ? unsigned{keyEncipherment} : 0U);
-    return derJoined(
-        {extension(oidBasicConstraints, true, derSequence({})), keyUsage(bits),
-         extension(oidExtendedKeyUsage, false, derSequence({derObjectId(oidClientAuth), derObjectId(oidEmailProtection)}))});
-}
-
-Bytes signatureAlgorithm(const PrivateKey& key)
-{
-    if (std::holds_alternative<RsaPrivate>(key)) return derSequence({derObjectId(oidSha256WithRsa), derNull()});
-    return derSequence({derObjectId(oidEcdsaWithSha256)});
-}
-
-// Certificates have the two numbers of an ECDSA signature in a sequence.
-Bytes signatureOf(const PrivateKey& key, ByteView data)
-{
-    const Bytes raw = signDigest(key, digest(sha256, data));
-    if (std::holds_alternative<RsaPrivate>(key)) return raw;
-    const ByteView both = raw;
-    return derSequence({derInteger(both.first(both.size() / 2)), derInteger(both.subspan(both.size() / 2))});
-}
-
+// Least significant byte first; neither negative nor with zeros in front.
 Bytes newSerial()
 {
     Bytes serial = randomBytes(serialSize);
-    serial[0] = static_cast<unsigned char>((serial[0] & 0x7F) | 0x40);
+    serial.back() = static_cast<unsigned char>((serial.back() & 0x7F) | 0x40);
     return serial;
 }
 
-Bytes makeCertificate(const Authority& issuer, const Content& content)
+FILETIME fileTime(std::uint64_t time)
 {
-    const Bytes algorithm = signatureAlgorithm(issuer.key);
-    const Bytes extensions = derJoined({content.extensions, keyIdentifiers(content.key, publicOf(issuer.key))});
-    const Bytes body =
-        derSequence({derElement(tag::contextOf(0), derSmallInteger(2)), derInteger(newSerial()), algorithm, issuer.name,
-                     derSequence({encodeTime(content.begin), encodeTime(content.end)}), content.subject,
-                     encodePublicKey(content.key), derElement(tag::contextOf(3), derElement(tag::sequence, extensions))});
-    return derSequence({body, algorithm, derBitString(signatureOf(issuer.key, body))});
+    return {static_cast<DWORD>(time & 0xFFFFFFFFU), static_cast<DWORD>(time >> 32)};
+}
+
+// Clocks differ: a certificate that begins now would not be valid yet elsewhere.
+std::uint64_t aWhileAgo()
+{
+    FILETIME now{};
+    GetSystemTimeAsFileTime(&now);
+    return (std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime) - 10 * minute;
+}
+
+Bytes certify(const Authority& issuer, const Subject& subject, int days, Extensions extensions)
+{
+    extensions.addKeyIdentifiers(subject, issuer.subject);
+    const Bytes serial = newSerial();
+    char algorithm[] = szOID_RSA_SHA256RSA;
+    const std::uint64_t begin = aWhileAgo();
+    CERT_INFO info{};
+    info.dwVersion = CERT_V3;
+    info.SerialNumber = blobOf(serial);
+    info.SignatureAlgorithm.pszObjId = algorithm;
+    info.Issuer = issuer.subject.name();
+    info.NotBefore = fileTime(begin);
+    info.NotAfter = fileTime(begin + static_cast<std::uint64_t>(days) * 24 * 60 * minute);
+    info.Subject = subject.name();
+    info.SubjectPublicKeyInfo = subject.key();
+    info.cExtension = static_cast<DWORD>(extensions.items().size());
+    info.rgExtension = extensions.items().data();
+    return issuer.signer.sign(info);
 }
 
 } // namespace
 
 Chain makeChain(const ChainRequest& request)
 {
-    const std::uint32_t authorityKind = std::holds_alternative<RsaPublic>(request.key) ? algorithmRsa2048 : algorithmP256;
-    const Authority root{generateKey(authorityKind), encodeName(request.root)};
-    const Authority issuing{generateKey(authorityKind), encodeName(request.issuer)};
-
-    // Clocks differ: a certificate that begins now would not be valid yet elsewhere.
-    const Time begin = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()) - std::chrono::minutes(10);
-    const Time end = begin + std::chrono::days(request.days);
-    Chain chain;
-    chain.root = makeCertificate(root, {publicOf(root.key), root.name, begin, end + 2 * year, rootExtensions()});
-    chain.issuing = makeCertificate(root, {publicOf(issuing.key), issuing.name, begin, end + year, issuingExtensions()});
-    chain.leaf = makeCertificate(issuing, {request.key, encodeName(request.subject), begin, end, leafExtensions(request.usage)});
-    return chain;
+    const Authority root(request.root);
+    const Authority issuing(request.issuer);
+    const Subject holder(request.subject, publicKeyInfo(request.key));
+    constexpr CERT_BASIC_CONSTRAINTS2_INFO anyAuthority{TRUE, FALSE, 0};
+    constexpr CERT_BASIC_CONSTRAINTS2_INFO lastAuthority{TRUE, TRUE, 0};
+    return {certify(issuing, holder, request.days, leafExtensions(request.usage)),
+            certify(root, issuing.subject, request.days + year, authorityExtensions(lastAuthority)),
+            certify(root, root.subject, request.days + 2 * year, authorityExtensions(anyAuthority))};
 }
 
 } // namespace quelta::softtoken

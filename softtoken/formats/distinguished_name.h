@@ -6,8 +6,10 @@
 
 namespace quelta::softtoken {
 
-// From "CN=Ada, O=Example, C=IN" (a backslash takes the next character as it is), in the order as written; a text without an
-// equals sign is a common name. Throws TokenError for attributes it does not know.
+// From "CN=Ada, O=\"Example, Inc\", C=IN", in the order as written; a text without an equals sign is a common name. Throws
+// TokenError for what the system does not take for a name.
 Bytes encodeName(const std::string& text);
+// A name, or the beginning of one, of a text that may hold any character.
+std::string commonName(const std::string& text);
 
 } // namespace quelta::softtoken

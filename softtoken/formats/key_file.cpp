@@ -1,11 +1,10 @@
 #include "formats/key_file.h"
 
-#include "formats/byte_text.h"
+#include "base/der_reader.h"
+#include "base/token_error.h"
 #include "formats/certificate.h"
-#include "formats/der.h"
 #include "formats/password_encryption.h"
 #include "formats/pkcs12.h"
-#include "store/token_error.h"
 
 #include <windows.h>
 
@@ -72,15 +71,17 @@ KeyFile readPem(std::string_view text, const std::optional<std::string>& passwor
     return file;
 }
 
-// A PKCS#12 file and a PKCS#8 key begin with a number, a certificate with a sequence, an encrypted key likewise.
+// Keys and PKCS#12 files begin with a number, most of them with the same: what follows it tells them apart.
 KeyFile readDer(ByteView content, const std::optional<std::string>& password)
 {
-    DerReader outer = DerReader(content).enter(tag::sequence);
-    if (!outer.nextIs(tag::integer)) {
+    DerReader outer = DerReader(content).enter(der::tagSequence);
+    if (!outer.nextIs(der::tagInteger)) {
         readCertificate(content);
-        return {{}, {copyOf(content)}};
+        return {{}, {toBytes(content)}};
     }
     if (outer.smallInteger() == pkcs12Version) return readPkcs12(content, requirePassword(password));
+    if (outer.nextIs(der::tagInteger)) return {{{decodeRsaPrivateKey(content), {}}}, {}};
+    if (outer.nextIs(der::tagOctetString)) return {{{decodeEcPrivateKey(content), {}}}, {}};
     return {{{decodePrivateKey(content), {}}}, {}};
 }
 
@@ -88,9 +89,9 @@ KeyFile readDer(ByteView content, const std::optional<std::string>& password)
 
 KeyFile readKeyFile(ByteView content, const std::optional<std::string>& password)
 {
-    const std::string text = textOf(content);
+    const std::string text = toText(content);
     if (text.find(beginMark) != std::string::npos) return readPem(text, password);
-    if (content.empty() || content[0] != tag::sequence)
+    if (content.empty() || content[0] != der::tagSequence)
         throw TokenError(Result::badData, "it is neither PEM nor PKCS#12 nor DER");
     return readDer(content, password);
 }

@@ -1,8 +1,10 @@
 #include "formats/password_encryption.h"
 
+#include "base/object_ids.h"
+#include "base/table.h"
+#include "base/text.h"
+#include "base/token_error.h"
 #include "crypto/symmetric.h"
-#include "formats/byte_text.h"
-#include "store/token_error.h"
 
 #include <algorithm>
 
@@ -11,19 +13,6 @@ namespace quelta::softtoken {
 namespace {
 
 constexpr std::uint64_t mostIterations = 10'000'000;
-
-struct CipherRow {
-    std::string_view oid;
-    Cipher cipher;
-    std::size_t keySize;
-};
-
-constexpr CipherRow ciphers[] = {
-    {"2.16.840.1.101.3.4.1.2", Cipher::aes, 16},
-    {"2.16.840.1.101.3.4.1.22", Cipher::aes, 24},
-    {"2.16.840.1.101.3.4.1.42", Cipher::aes, 32},
-    {"1.2.840.113549.3.7", Cipher::tripleDes, 24},
-};
 
 constexpr std::string_view oidPbes2 = "1.2.840.113549.1.5.13";
 constexpr std::string_view oidPbkdf2 = "1.2.840.113549.1.5.12";
@@ -37,25 +26,25 @@ constexpr std::string_view oidPkcs12TripleDes = "1.2.840.113549.1.12.1.3";
 
 Bytes decryptPbes2(DerReader parameters, ByteView cipherText, const std::string& password)
 {
-    DerReader derivation = parameters.enter(tag::sequence);
-    DerReader encryption = parameters.enter(tag::sequence);
+    DerReader derivation = parameters.enter(der::tagSequence);
+    DerReader encryption = parameters.enter(der::tagSequence);
     if (derivation.objectId() != oidPbkdf2) refuseScheme();
-    DerReader fields = derivation.enter(tag::sequence);
-    const ByteView salt = fields.content(tag::octetString);
+    DerReader fields = derivation.enter(der::tagSequence);
+    const ByteView salt = fields.content(der::tagOctetString);
     const std::uint64_t iterations = readIterations(fields);
-    if (fields.nextIs(tag::integer)) fields.integer();
-    const DigestAlgorithm* prf = fields.atEnd() ? &sha1 : digestOfHmacOid(fields.enter(tag::sequence).objectId());
+    if (fields.nextIs(der::tagInteger)) fields.integer();
+    const KnownDigest* prf = fields.atEnd() ? &sha1 : digestOfHmacOid(fields.enter(der::tagSequence).objectId());
 
-    const std::string oid = encryption.objectId();
-    const auto row = std::ranges::find_if(ciphers, [&](const CipherRow& candidate) { return candidate.oid == oid; });
-    if (prf == nullptr || row == std::end(ciphers)) refuseScheme();
-    const Bytes key = pbkdf2(*prf, bytesOf(password), salt, iterations, row->keySize);
-    return paddedDecrypt(row->cipher, key, encryption.content(tag::octetString), cipherText);
+    const KnownCipher* row = findRow(knownCiphers, &KnownCipher::oid, encryption.objectId());
+    if (prf == nullptr || row == nullptr) refuseScheme();
+    const Bytes key = pbkdf2(*prf, toBytes(password), salt, iterations, row->keySize);
+    return paddedDecrypt(row->blockSize == 16 ? Cipher::aes : Cipher::tripleDes, key, encryption.content(der::tagOctetString),
+                         cipherText);
 }
 
 Bytes decryptPkcs12TripleDes(DerReader parameters, ByteView cipherText, const std::string& password)
 {
-    const ByteView salt = parameters.content(tag::octetString);
+    const ByteView salt = parameters.content(der::tagOctetString);
     const std::uint64_t iterations = readIterations(parameters);
     const Bytes key = pkcs12Derive(sha1, Purpose::key, &password, salt, iterations, 24);
     const Bytes iv = pkcs12Derive(sha1, Purpose::iv, &password, salt, iterations, 8);
@@ -112,8 +101,8 @@ Bytes decryptWithPassword(DerReader algorithm, ByteView cipher, const std::strin
 {
     const std::string scheme = algorithm.objectId();
     try {
-        if (scheme == oidPbes2) return decryptPbes2(algorithm.enter(tag::sequence), cipher, password);
-        if (scheme == oidPkcs12TripleDes) return decryptPkcs12TripleDes(algorithm.enter(tag::sequence), cipher, password);
+        if (scheme == oidPbes2) return decryptPbes2(algorithm.enter(der::tagSequence), cipher, password);
+        if (scheme == oidPkcs12TripleDes) return decryptPkcs12TripleDes(algorithm.enter(der::tagSequence), cipher, password);
     } catch (const TokenError& error) {
         if (error.result() != Result::badData) throw;
         throw TokenError(Result::wrongPin, "the password is wrong, or the file is damaged");
@@ -123,12 +112,12 @@ Bytes decryptWithPassword(DerReader algorithm, ByteView cipher, const std::strin
 
 Bytes decryptPrivateKeyInfo(ByteView der, const std::string& password)
 {
-    DerReader fields = DerReader(der).enter(tag::sequence);
-    const DerReader algorithm = fields.enter(tag::sequence);
-    return decryptWithPassword(algorithm, fields.content(tag::octetString), password);
+    DerReader fields = DerReader(der).enter(der::tagSequence);
+    const DerReader algorithm = fields.enter(der::tagSequence);
+    return decryptWithPassword(algorithm, fields.content(der::tagOctetString), password);
 }
 
-Bytes pkcs12Derive(const DigestAlgorithm& algorithm, Purpose purpose, const std::string* password, ByteView salt,
+Bytes pkcs12Derive(const KnownDigest& algorithm, Purpose purpose, const std::string* password, ByteView salt,
                    std::uint64_t iterations, std::size_t size)
 {
     const std::size_t block = algorithm.size > 32 ? 128 : 64;
@@ -138,7 +127,7 @@ Bytes pkcs12Derive(const DigestAlgorithm& algorithm, Purpose purpose, const std:
 
     Bytes derived;
     while (derived.size() < size) {
-        Bytes value = derJoined({diversifier, input});
+        Bytes value = concat({diversifier, input});
         for (std::uint64_t round = 0; round < iterations; ++round) value = digest(algorithm, value);
         append(derived, value);
         Bytes addend;

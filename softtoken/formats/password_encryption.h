@@ -1,8 +1,8 @@
 // What PKCS#8 and PKCS#12 files are encrypted with: PBES2 of PKCS#5 (RFC 8018) and the triple DES scheme of PKCS#12.
 #pragma once
 
+#include "base/der_reader.h"
 #include "crypto/primitives.h"
-#include "formats/der.h"
 
 #include <optional>
 #include <string>
@@ -20,7 +20,7 @@ Bytes decryptPrivateKeyInfo(ByteView der, const std::string& password);
 // RFC 7292, appendix B: what the derived bytes are for.
 enum class Purpose : unsigned char { key = 1, iv = 2, mac = 3 };
 // Without a password at all (not the same as an empty one) if it is null.
-Bytes pkcs12Derive(const DigestAlgorithm& algorithm, Purpose purpose, const std::string* password, ByteView salt,
+Bytes pkcs12Derive(const KnownDigest& algorithm, Purpose purpose, const std::string* password, ByteView salt,
                    std::uint64_t iterations, std::size_t size);
 
 std::uint64_t readIterations(DerReader& fields);

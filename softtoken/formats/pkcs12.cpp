@@ -1,16 +1,14 @@
 #include "formats/pkcs12.h"
 
-#include "formats/byte_text.h"
-#include "formats/der.h"
+#include "base/der_reader.h"
+#include "base/text.h"
+#include "base/token_error.h"
 #include "formats/password_encryption.h"
-#include "store/token_error.h"
 
 namespace quelta::softtoken {
 
 namespace {
 
-constexpr std::string_view oidData = "1.2.840.113549.1.7.1";
-constexpr std::string_view oidEncryptedData = "1.2.840.113549.1.7.6";
 constexpr std::string_view oidKeyBag = "1.2.840.113549.1.12.10.1.1";
 constexpr std::string_view oidShroudedKeyBag = "1.2.840.113549.1.12.10.1.2";
 constexpr std::string_view oidCertificateBag = "1.2.840.113549.1.12.10.1.3";
@@ -19,10 +17,10 @@ constexpr std::string_view oidFriendlyName = "1.2.840.113549.1.9.20";
 
 bool macFits(DerReader mac, ByteView content, const std::string* password)
 {
-    DerReader info = mac.enter(tag::sequence);
-    const DigestAlgorithm* algorithm = digestOfOid(info.enter(tag::sequence).objectId());
-    const ByteView expected = info.content(tag::octetString);
-    const ByteView salt = mac.content(tag::octetString);
+    DerReader info = mac.enter(der::tagSequence);
+    const KnownDigest* algorithm = digestOfOid(info.enter(der::tagSequence).objectId());
+    const ByteView expected = info.content(der::tagOctetString);
+    const ByteView salt = mac.content(der::tagOctetString);
     const std::uint64_t iterations = mac.atEnd() ? 1 : readIterations(mac);
     if (algorithm == nullptr)
         throw TokenError(Result::badData, "the file's digest is not known here: write it anew with a current openssl");
@@ -47,12 +45,12 @@ std::string bmpText(ByteView bytes)
 std::string friendlyName(DerReader bag)
 {
     if (bag.atEnd()) return {};
-    DerReader attributes = bag.enter(tag::set);
+    DerReader attributes = bag.enter(der::tagSet);
     while (!attributes.atEnd()) {
-        DerReader attribute = attributes.enter(tag::sequence);
+        DerReader attribute = attributes.enter(der::tagSequence);
         if (attribute.objectId() != oidFriendlyName) continue;
-        DerReader values = attribute.enter(tag::set);
-        if (values.nextIs(tag::bmpString)) return bmpText(values.content(tag::bmpString));
+        DerReader values = attribute.enter(der::tagSet);
+        if (values.nextIs(der::tagBmpString)) return bmpText(values.content(der::tagBmpString));
     }
     return {};
 }
@@ -60,52 +58,53 @@ std::string friendlyName(DerReader bag)
 void readBag(KeyFile& file, DerReader bag, const std::string& password)
 {
     const std::string kind = bag.objectId();
-    DerReader value = bag.enter(tag::contextOf(0));
+    DerReader value = bag.enter(der::explicitTag(0));
     if (kind == oidKeyBag) {
         file.keys.push_back({decodePrivateKey(value.element()), friendlyName(bag)});
     } else if (kind == oidShroudedKeyBag) {
         file.keys.push_back({decodePrivateKey(decryptPrivateKeyInfo(value.element(), password)), friendlyName(bag)});
     } else if (kind == oidCertificateBag) {
-        DerReader certificate = value.enter(tag::sequence);
+        DerReader certificate = value.enter(der::tagSequence);
         if (certificate.objectId() != oidX509Certificate) return;
-        file.certificates.push_back(copyOf(certificate.enter(tag::contextOf(0)).content(tag::octetString)));
+        file.certificates.push_back(toBytes(certificate.enter(der::explicitTag(0)).content(der::tagOctetString)));
     }
 }
 
 void readBags(KeyFile& file, ByteView contents, const std::string& password)
 {
-    DerReader bags = DerReader(contents).enter(tag::sequence);
-    while (!bags.atEnd()) readBag(file, bags.enter(tag::sequence), password);
+    DerReader bags = DerReader(contents).enter(der::tagSequence);
+    while (!bags.atEnd()) readBag(file, bags.enter(der::tagSequence), password);
 }
 
 Bytes decryptContents(DerReader encrypted, const std::string& password)
 {
     encrypted.smallInteger();
-    DerReader info = encrypted.enter(tag::sequence);
+    DerReader info = encrypted.enter(der::tagSequence);
     info.objectId();
-    const DerReader algorithm = info.enter(tag::sequence);
-    return decryptWithPassword(algorithm, info.content(tag::context(0)), password);
+    const DerReader algorithm = info.enter(der::tagSequence);
+    return decryptWithPassword(algorithm, info.content(der::implicitTag(0)), password);
 }
 
 } // namespace
 
 KeyFile readPkcs12(ByteView der, const std::string& password)
 {
-    DerReader outer = DerReader(der).enter(tag::sequence);
+    DerReader outer = DerReader(der).enter(der::tagSequence);
     outer.smallInteger();
-    DerReader safe = outer.enter(tag::sequence);
-    if (safe.objectId() != oidData) throw TokenError(Result::badData, "the file is protected by a public key, not by a password");
-    const ByteView content = safe.enter(tag::contextOf(0)).content(tag::octetString);
-    if (!outer.atEnd()) requireRightPassword(outer.enter(tag::sequence), content, password);
+    DerReader safe = outer.enter(der::tagSequence);
+    if (safe.objectId() != oid::data)
+        throw TokenError(Result::badData, "the file is protected by a public key, not by a password");
+    const ByteView content = safe.enter(der::explicitTag(0)).content(der::tagOctetString);
+    if (!outer.atEnd()) requireRightPassword(outer.enter(der::tagSequence), content, password);
 
     KeyFile file;
-    DerReader parts = DerReader(content).enter(tag::sequence);
+    DerReader parts = DerReader(content).enter(der::tagSequence);
     while (!parts.atEnd()) {
-        DerReader part = parts.enter(tag::sequence);
+        DerReader part = parts.enter(der::tagSequence);
         const std::string kind = part.objectId();
-        DerReader value = part.enter(tag::contextOf(0));
-        if (kind == oidData) readBags(file, value.content(tag::octetString), password);
-        if (kind == oidEncryptedData) readBags(file, decryptContents(value.enter(tag::sequence), password), password);
+        DerReader value = part.enter(der::explicitTag(0));
+        if (kind == oid::data) readBags(file, value.content(der::tagOctetString), password);
+        if (kind == oid::encryptedData) readBags(file, decryptContents(value.enter(der::tagSequence), password), password);
     }
     return file;
 }

@@ -1,6 +1,7 @@
 #include "store/files.h"
 
-#include "store/token_error.h"
+#include "base/files.h"
+#include "base/token_error.h"
 #include "store/token_store.h"
 
 #include <algorithm>
@@ -11,8 +12,8 @@ namespace {
 
 constexpr DWORD everythingShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr std::uintmax_t mostToRead = 64U * 1024 * 1024;
-constexpr int replaceTries = 50;
-constexpr DWORD replacePause = 20;
+// Always the same, so that processes that die leave no more than one file behind.
+constexpr std::wstring_view besideSuffix = L".new";
 
 bool isMissing(DWORD error)
 {
@@ -29,10 +30,9 @@ bool isMissing(DWORD error)
 }
 
 // Null if the system refuses.
-File tryOpen(const std::filesystem::path& path, DWORD access, DWORD disposition, DWORD flags = FILE_ATTRIBUTE_NORMAL)
+File tryOpen(const std::filesystem::path& path, DWORD access, DWORD disposition)
 {
-    const HANDLE file = CreateFileW(path.c_str(), access, everythingShared, nullptr, disposition, flags, nullptr);
-    return File(file == INVALID_HANDLE_VALUE ? nullptr : file);
+    return fileOf(CreateFileW(path.c_str(), access, everythingShared, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
 }
 
 File openFile(const std::filesystem::path& path, DWORD access, DWORD disposition, const char* what)
@@ -42,24 +42,9 @@ File openFile(const std::filesystem::path& path, DWORD access, DWORD disposition
     return file;
 }
 
-std::filesystem::path besideOf(std::filesystem::path path)
-{
-    return path += L".new";
-}
-
 std::uint64_t joined(DWORD high, DWORD low)
 {
     return std::uint64_t{high} << 32 | low;
-}
-
-void writeAll(const File& file, ByteView content, const std::filesystem::path& path)
-{
-    while (!content.empty()) {
-        DWORD written = 0;
-        const auto piece = static_cast<DWORD>(std::min<std::size_t>(content.size(), 1U << 20));
-        if (!WriteFile(file.get(), content.data(), piece, &written, nullptr)) fail("can't write", path);
-        content = content.subspan(written);
-    }
 }
 
 // Two changes may fall into one tick of the file system's clock: the stamp of the later one is moved on.
@@ -70,15 +55,6 @@ void setLaterTime(const File& file, std::uint64_t earlier, const std::filesystem
     const std::uint64_t time = std::max(joined(now.dwHighDateTime, now.dwLowDateTime), earlier + 1);
     const FILETIME later{static_cast<DWORD>(time & 0xFFFFFFFFU), static_cast<DWORD>(time >> 32)};
     if (!SetFileTime(file.get(), nullptr, nullptr, &later)) fail("can't date", path);
-}
-
-// A virus scanner or a backup may have the old file open for a moment.
-void replace(const std::filesystem::path& from, const std::filesystem::path& to)
-{
-    for (int attempt = 0; !MoveFileExW(from.c_str(), to.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH); ++attempt) {
-        if (attempt == replaceTries) fail("can't replace", to);
-        Sleep(replacePause);
-    }
 }
 
 } // namespace
@@ -114,26 +90,21 @@ Bytes readFile(const std::filesystem::path& path)
 
 void writeFile(const std::filesystem::path& path, ByteView content)
 {
-    writeAll(openFile(path, GENERIC_WRITE, CREATE_ALWAYS, "can't write"), content, path);
+    if (!writeAll(openFile(path, GENERIC_WRITE, CREATE_ALWAYS, "can't write"), content)) fail("can't write", path);
 }
 
 void writeAtomically(const std::filesystem::path& path, ByteView content)
 {
     const std::optional<FileStamp> before = stampOf(path);
-    const std::filesystem::path beside = besideOf(path);
-    {
-        const File file = openFile(beside, GENERIC_WRITE, CREATE_ALWAYS, "can't write");
-        writeAll(file, content, beside);
-        setLaterTime(file, before ? before->time : 0, beside);
-        if (!FlushFileBuffers(file.get())) fail("can't write", beside);
-    }
-    replace(beside, path);
+    FileReplacement replacement(path, besideSuffix);
+    if (!replacement || !replacement.write(content)) fail("can't write beside", path);
+    setLaterTime(replacement.file(), before ? before->time : 0, path);
+    if (!replacement.commit()) fail("can't replace", path);
 }
 
 void requireWritable(const std::filesystem::path& path)
 {
-    const std::filesystem::path beside = besideOf(path);
-    if (!tryOpen(beside, GENERIC_WRITE | DELETE, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE)) fail("can't write", beside);
+    if (!FileReplacement(path, besideSuffix)) fail("can't write beside", path);
 }
 
 File lockFile(const std::filesystem::path& path, LockKind kind)

@@ -1,20 +1,13 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/windows_objects.h"
 
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <optional>
 
-#include <windows.h>
-
 namespace quelta::softtoken {
-
-struct CloseFile {
-    void operator()(HANDLE file) const { CloseHandle(file); }
-};
-using File = std::unique_ptr<void, CloseFile>;
 
 // Changes with every change of a file that writeAtomically makes.
 struct FileStamp {

@@ -1,7 +1,6 @@
 #include "store/pin.h"
 
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 #include "store/token_store.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "store/token_keys.h"
 
+#include "base/hex.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 #include "formats/certificate.h"
 
 #include <algorithm>
@@ -52,7 +52,7 @@ StoredCertificate& addCertificate(TokenState& state, const StoredKeyPair& pair, 
     requireFits(der);
     if (shownPublicKey(decodePublicKey(readCertificate(der).publicKeyInfo)) != pair.publicKey)
         throw TokenError(Result::badData, "the certificate is for another key");
-    StoredCertificate certificate{copyOf(pair.id), {}, pair.reference, pair.label, copyOf(der)};
+    StoredCertificate certificate{toBytes(pair.id), {}, pair.reference, pair.label, toBytes(der)};
     const auto old = std::ranges::find_if(state.certificates,
                                           [&](const StoredCertificate& item) { return std::ranges::equal(item.keyId, pair.id); });
     if (old == state.certificates.end()) return state.certificates.emplace_back(std::move(certificate));
@@ -66,7 +66,7 @@ void addIssuer(TokenState& state, ByteView der, ByteView chainOf)
     if (std::ranges::any_of(state.certificates,
                             [&](const StoredCertificate& known) { return std::ranges::equal(known.der, der); }))
         return;
-    state.certificates.push_back({{}, copyOf(chainOf), {}, {}, copyOf(der)});
+    state.certificates.push_back({{}, toBytes(chainOf), {}, {}, toBytes(der)});
 }
 
 StoredAesKey& addAesKey(TokenState& state, ByteView value, std::uint32_t encryptionType, std::uint32_t usage,
@@ -82,7 +82,7 @@ StoredAesKey& addAesKey(TokenState& state, ByteView value, std::uint32_t encrypt
     key.label = labelFor(label, key.id);
     key.usage = usage;
     key.encryptionType = encryptionType;
-    key.value = copyOf(value);
+    key.value = toBytes(value);
     return state.aesKeys.emplace_back(std::move(key));
 }
 

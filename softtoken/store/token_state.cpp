@@ -1,7 +1,7 @@
 #include "store/token_state.h"
 
+#include "base/hex.h"
 #include "crypto/primitives.h"
-#include "formats/byte_text.h"
 
 #include <nlohmann/json.hpp>
 
@@ -17,7 +17,9 @@ constexpr int formatVersion = 1;
 
 Bytes bytesAt(const Json& json, const char* name)
 {
-    return fromHex(json.at(name).get<std::string>());
+    auto bytes = fromHex(json.at(name).get_ref<const std::string&>());
+    if (!bytes) throw TokenError(Result::badData, "a value is not hexadecimal");
+    return *std::move(bytes);
 }
 
 template <class Item, class Write>

@@ -1,8 +1,8 @@
 #include "store/token_store.h"
 
-#include "formats/byte_text.h"
+#include "base/text.h"
+#include "base/token_error.h"
 #include "store/files.h"
-#include "store/token_error.h"
 
 #include <mutex>
 
@@ -78,7 +78,7 @@ void remember(const std::filesystem::path& folder, const FileStamp& stamp, const
 Reading parsed(const std::filesystem::path& folder, ByteView content)
 {
     try {
-        return std::make_shared<const TokenState>(fromJson(textOf(content)));
+        return std::make_shared<const TokenState>(fromJson(toText(content)));
     } catch (const TokenError& error) {
         return std::unexpected(
             TokenError("the token in " + textOf(folder) + " can't be read (" + error.what() +
@@ -100,7 +100,7 @@ Reading load(const std::filesystem::path& folder)
 // With the exclusive lock held.
 void save(const std::filesystem::path& folder, TokenState state)
 {
-    writeAtomically(folder / stateName, bytesOf(toJson(state)));
+    writeAtomically(folder / stateName, toBytes(toJson(state)));
     if (const auto stamp = stampOf(folder / stateName))
         remember(folder, *stamp, std::make_shared<const TokenState>(std::move(state)));
 }

@@ -3,7 +3,7 @@
 // in between loses nothing.
 #pragma once
 
-#include "store/token_error.h"
+#include "base/token_error.h"
 #include "store/token_state.h"
 
 #include <expected>

@@ -1,4 +1,5 @@
 #include "softtoken/device_test.h"
+#include "base/hex.h"
 
 #include "base/windows_objects.h"
 #include "store/files.h"
@@ -137,7 +138,7 @@ TEST_F(Device, IsPolledWithoutTheLoader)
     ASSERT_TRUE(unixPath.starts_with("/")) << unixPath;
     plugIn(unixPath);
     EXPECT_THAT(pollUnderLoaderLock(), ElementsAre(serial()));
-    folder.write("token.json", bytesOf("damaged"));
+    folder.write("token.json", toBytes("damaged"));
     EXPECT_THAT(pollUnderLoaderLock(), SizeIs(1));
 }
 
@@ -182,7 +183,7 @@ TEST_F(Device, FailsIfItsStateIsDamaged)
     for (const std::string& damaged : {text.substr(0, text.size() / 2), std::string(), changed("\"hash\": \"", "\"hash\": \"00"),
                                        changed("\"remaining\": 3", "\"remaining\": 4"), changed("\"pin\"", "\"nip\"")}) {
         SCOPED_TRACE(damaged);
-        folder.write("token.json", bytesOf(damaged));
+        folder.write("token.json", toBytes(damaged));
         const auto devices = quelta_getConnectedDeviceList(false, nullptr);
         ASSERT_THAT(devices, SizeIs(1));
         expectFailing(folder, devices[0].c_str());

@@ -2,7 +2,6 @@
 
 #include "tools/scratch_folder.h"
 
-#include "formats/byte_text.h"
 #include "store/pin.h"
 #include "store/token_store.h"
 #include "token/device_functions.h"
