@@ -2,13 +2,13 @@
 
 #include "failure.h"
 
-namespace quelta {
+namespace quelta::tools {
 
-AlgorithmHandle openAlgorithm(const wchar_t* name)
+BcryptAlgorithm openAlgorithm(const wchar_t* name)
 {
     BCRYPT_ALG_HANDLE algorithm = nullptr;
     requireSuccess(BCryptOpenAlgorithmProvider(&algorithm, name, nullptr, 0), "this Windows lacks an algorithm that is needed");
-    return AlgorithmHandle(algorithm);
+    return BcryptAlgorithm(algorithm);
 }
 
 void requireSuccess(NTSTATUS status, std::string_view what)
@@ -24,4 +24,4 @@ Bytes randomBytes(std::size_t count)
     return bytes;
 }
 
-} // namespace quelta
+} // namespace quelta::tools

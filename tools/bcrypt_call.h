@@ -2,13 +2,13 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "windows_handles.h"
+#include "base/windows_objects.h"
 
 #include <string_view>
 
-namespace quelta {
+namespace quelta::tools {
 
-AlgorithmHandle openAlgorithm(const wchar_t* name);
+BcryptAlgorithm openAlgorithm(const wchar_t* name);
 
 // Throws a Failure that begins with `what` unless the status says success.
 void requireSuccess(NTSTATUS status, std::string_view what);
@@ -21,4 +21,4 @@ inline PUCHAR bcryptInput(ByteView bytes)
 
 Bytes randomBytes(std::size_t count);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,11 +1,11 @@
 #include "ber_stream.h"
 
-#include "der.h"
+#include "base/der.h"
 #include "failure.h"
 
 #include <algorithm>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -70,11 +70,17 @@ void BerStream::enter(unsigned char tag)
     if (header().tag != tag) refuse();
 }
 
-// For a constructed element: whether its last part has been read. An indefinite one ends in two zero bytes, read here as a header
-// by the caller; so only the definite one is told by its length.
-bool BerStream::atEnd(const Header& outer, std::uint64_t start)
+template <class Take>
+void BerStream::forEachPart(const Header& outer, Take take)
 {
-    return !outer.indefinite && position_ - start >= outer.length;
+    const std::uint64_t start = position_;
+    while (outer.indefinite || position_ - start < outer.length) {
+        const Header part = header();
+        // Two zero bytes end what has no length.
+        if (outer.indefinite && !part.tag && !part.length) return;
+        take(part);
+    }
+    if (position_ - start != outer.length) refuse();
 }
 
 Bytes BerStream::element()
@@ -85,18 +91,16 @@ Bytes BerStream::element()
 
 Bytes BerStream::elementAfter(const Header& head, int depth, int& partsLeft)
 {
-    if (depth > deepest || head.length > largestElement) refuse();
+    if (depth > deepest || --partsLeft < 0 || head.length > largestElement) refuse();
     Bytes content;
-    if (!head.indefinite) {
+    if (head.tag & constructed) {
+        forEachPart(head, [&](const Header& part) {
+            append(content, elementAfter(part, depth + 1, partsLeft));
+            if (content.size() > largestElement) refuse();
+        });
+    } else {
         content.resize(static_cast<std::size_t>(head.length));
         bytes(content);
-        return der::element(head.tag, content);
-    }
-    for (Header part = header(); part.tag || part.length; part = header()) {
-        if (--partsLeft < 0) refuse();
-        const Bytes whole = elementAfter(part, depth + 1, partsLeft);
-        content.insert(content.end(), whole.begin(), whole.end());
-        if (content.size() > largestElement) refuse();
     }
     return der::element(head.tag, content);
 }
@@ -112,18 +116,14 @@ void BerStream::octets(const std::function<void(ByteView)>& take)
 void BerStream::segments(const Header& outer, const std::function<void(ByteView)>& take, int depth)
 {
     if (depth > deepest) refuse();
-    const std::uint64_t start = position_;
-    while (!atEnd(outer, start)) {
-        const Header part = header();
-        if (outer.indefinite && !part.tag && !part.length) return;
+    forEachPart(outer, [&](const Header& part) {
         if (part.tag == der::tagOctetString)
             pass(part.length, take);
         else if (part.tag == (der::tagOctetString | constructed))
             segments(part, take, depth + 1);
         else
             refuse();
-    }
-    if (position_ - start != outer.length) refuse();
+    });
 }
 
 void BerStream::pass(std::uint64_t length, const std::function<void(ByteView)>& take)
@@ -137,4 +137,4 @@ void BerStream::pass(std::uint64_t length, const std::function<void(ByteView)>& 
     }
 }
 
-} // namespace quelta
+} // namespace quelta::tools

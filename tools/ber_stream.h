@@ -5,7 +5,7 @@
 
 #include <functional>
 
-namespace quelta {
+namespace quelta::tools {
 
 class BerStream {
 public:
@@ -19,7 +19,8 @@ public:
 
     // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for.
     void enter(unsigned char tag);
-    // The next element as a whole, in DER's definite form. A Failure if it has more than 1 MB, or too many parts.
+    // The next element as a whole, its lengths and those of its parts in DER's form. A Failure if it has more than 1 MB, or too
+    // many parts.
     Bytes element();
     // The content of an OCTET STRING under an implicit tag [0], whole or in segments, handed on in pieces.
     void octets(const std::function<void(ByteView)>& take);
@@ -30,7 +31,8 @@ private:
     Header header();
     unsigned char byte();
     void bytes(std::span<unsigned char> into);
-    bool atEnd(const Header& outer, std::uint64_t start);
+    template <class Take>
+    void forEachPart(const Header& outer, Take take);
     Bytes elementAfter(const Header& head, int depth, int& partsLeft);
     void segments(const Header& outer, const std::function<void(ByteView)>& take, int depth);
     void pass(std::uint64_t length, const std::function<void(ByteView)>& take);
@@ -42,4 +44,4 @@ private:
     std::uint64_t position_ = 0;
 };
 
-} // namespace quelta
+} // namespace quelta::tools

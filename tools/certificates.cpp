@@ -1,6 +1,10 @@
 #include "certificates.h"
 
-#include "der.h"
+#include "base/der.h"
+#include "base/hex.h"
+#include "base/object_ids.h"
+#include "base/table.h"
+#include "base/text.h"
 #include "failure.h"
 #include "files.h"
 #include "text.h"
@@ -9,18 +13,11 @@
 #include <iterator>
 #include <string_view>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
 constexpr std::string_view pemBegin = "-----BEGIN ";
-
-struct Curve {
-    const char* oid;
-    std::size_t coordinateSize;
-};
-
-constexpr Curve curves[] = {{"1.2.840.10045.3.1.7", 32}, {"1.3.132.0.34", 48}, {"1.3.132.0.35", 66}};
 
 std::string nameText(const CERT_NAME_BLOB& name)
 {
@@ -29,7 +26,7 @@ std::string nameText(const CERT_NAME_BLOB& name)
     std::wstring text(CertNameToStrW(X509_ASN_ENCODING, &copy, style, nullptr, 0), L'\0');
     const DWORD length = CertNameToStrW(X509_ASN_ENCODING, &copy, style, text.data(), static_cast<DWORD>(text.size()));
     text.resize(length ? length - 1 : 0);
-    return text.empty() ? "(no name)" : utf8(text);
+    return text.empty() ? "(no name)" : toUtf8(text);
 }
 
 Bytes decodePem(std::string_view text)
@@ -66,15 +63,15 @@ ByteView encodedOf(const CERT_CONTEXT& certificate)
     return {certificate.pbCertEncoded, certificate.cbCertEncoded};
 }
 
-Certificate parseCertificate(ByteView der)
+CertificateContext parseCertificate(ByteView der)
 {
-    return Certificate(CertCreateCertificateContext(certificateEncoding, der.data(), static_cast<DWORD>(der.size())));
+    return CertificateContext(CertCreateCertificateContext(certificateEncoding, der.data(), static_cast<DWORD>(der.size())));
 }
 
-std::vector<Certificate> readCertificates(const std::filesystem::path& path)
+std::vector<CertificateContext> readCertificates(const std::filesystem::path& path)
 {
     const Bytes content = readSmallFile(path);
-    std::vector<Certificate> found;
+    std::vector<CertificateContext> found;
     const std::string_view text = textOf(content);
     if (text.find(pemBegin) == std::string_view::npos) {
         if (auto certificate = parseCertificate(content)) found.push_back(std::move(certificate));
@@ -119,25 +116,23 @@ std::string issuerOf(const CERT_CONTEXT& certificate)
 
 std::string serialOf(const CERT_CONTEXT& certificate)
 {
-    constexpr char digits[] = "0123456789ABCDEF";
-    std::string text;
-    for (const unsigned char byte : serialContent(certificate)) {
-        text += digits[byte >> 4];
-        text += digits[byte & 15];
-    }
-    return text;
+    return toHex(serialContent(certificate));
 }
 
 ByteView serialContent(const CERT_CONTEXT& certificate)
 {
     // Not from pCertInfo: there the number stands reversed, and whether a leading zero survives is the system's choice.
-    const auto outer = der::Reader(encodedOf(certificate)).next(der::tagSequence);
-    const auto body = outer ? der::Reader(outer->content).next(der::tagSequence) : std::nullopt;
-    if (!body) return {};
-    der::Reader fields(body->content);
-    fields.next(der::explicitTag(0));
-    const auto serial = fields.next(der::tagInteger);
+    auto outer = der::Reader(encodedOf(certificate)).enter(der::tagSequence);
+    auto fields = outer ? outer->enter(der::tagSequence) : std::nullopt;
+    if (!fields) return {};
+    fields->next(der::explicitTag(0));
+    const auto serial = fields->next(der::tagInteger);
     return serial ? serial->content : ByteView();
+}
+
+Bytes issuerAndSerial(const CERT_CONTEXT& certificate)
+{
+    return der::sequence({viewOf(certificate.pCertInfo->Issuer), der::element(der::tagInteger, serialContent(certificate))});
 }
 
 std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate)
@@ -149,26 +144,23 @@ std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate)
     if (!CertGetCertificateChain(nullptr, &certificate, nullptr, nullptr, &parameters, CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL,
                                  nullptr, &built))
         return found;
-    const Chain chain(built);
+    const CertificateChain chain(built);
     const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
-    for (const CERT_CHAIN_ELEMENT* element : std::span(simple.rgpElement, simple.cElement)) {
-        const ByteView der = encodedOf(*element->pCertContext);
-        found.emplace_back(der.begin(), der.end());
-    }
+    for (const CERT_CHAIN_ELEMENT* element : std::span(simple.rgpElement, simple.cElement))
+        found.push_back(toBytes(encodedOf(*element->pCertContext)));
     return found;
 }
 
 std::optional<PublicKeyKind> publicKeyKind(const CERT_CONTEXT& certificate)
 {
     const CRYPT_ALGORITHM_IDENTIFIER& algorithm = certificate.pCertInfo->SubjectPublicKeyInfo.Algorithm;
-    const std::string_view oid = algorithm.pszObjId;
-    if (oid == szOID_RSA_RSA) return PublicKeyKind{false, 0};
-    if (oid != szOID_ECC_PUBLIC_KEY) return std::nullopt;
-    const ByteView parameters = viewOf(algorithm.Parameters);
-    const auto* curve =
-        std::ranges::find_if(curves, [&](const Curve& row) { return std::ranges::equal(parameters, der::oid(row.oid)); });
-    if (curve == std::end(curves)) return std::nullopt;
-    return PublicKeyKind{true, curve->coordinateSize};
+    const std::string_view kind = algorithm.pszObjId;
+    if (kind == oid::rsaEncryption) return PublicKeyKind{false, 0};
+    if (kind != oid::ecPublicKey) return std::nullopt;
+    const auto named = der::Reader(viewOf(algorithm.Parameters)).oid();
+    const KnownCurve* curve = named ? findRow(knownCurves, &KnownCurve::oid, *named) : nullptr;
+    if (!curve) return std::nullopt;
+    return PublicKeyKind{true, curve->coordinateSize()};
 }
 
 bool holdsRsaKey(const CERT_CONTEXT& certificate)
@@ -177,4 +169,4 @@ bool holdsRsaKey(const CERT_CONTEXT& certificate)
     return kind && !kind->elliptic;
 }
 
-} // namespace quelta
+} // namespace quelta::tools

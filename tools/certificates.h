@@ -2,24 +2,24 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "windows_handles.h"
+#include "base/windows_objects.h"
 
 #include <filesystem>
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace quelta {
+namespace quelta::tools {
 
 ByteView viewOf(const CRYPT_DATA_BLOB& blob);
 CRYPT_DATA_BLOB blobOf(ByteView bytes);
 ByteView encodedOf(const CERT_CONTEXT& certificate);
 
 // Empty if the bytes are no certificate.
-Certificate parseCertificate(ByteView der);
+CertificateContext parseCertificate(ByteView der);
 
 // All certificates of a PEM or DER file, at least one, or a Failure.
-std::vector<Certificate> readCertificates(const std::filesystem::path& path);
+std::vector<CertificateContext> readCertificates(const std::filesystem::path& path);
 
 // PEM text to its bytes; bytes that are no PEM come back unchanged.
 Bytes withoutPem(Bytes content);
@@ -30,6 +30,9 @@ std::string issuerOf(const CERT_CONTEXT& certificate);
 std::string serialOf(const CERT_CONTEXT& certificate);
 // The INTEGER's content, byte for byte as the certificate has it.
 ByteView serialContent(const CERT_CONTEXT& certificate);
+
+// IssuerAndSerialNumber, as a message names a certificate.
+Bytes issuerAndSerial(const CERT_CONTEXT& certificate);
 
 // The certificate and its issuers, DER, as far as this system's own stores know them; nothing is fetched.
 std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate);
@@ -43,4 +46,4 @@ struct PublicKeyKind {
 std::optional<PublicKeyKind> publicKeyKind(const CERT_CONTEXT& certificate);
 bool holdsRsaKey(const CERT_CONTEXT& certificate);
 
-} // namespace quelta
+} // namespace quelta::tools

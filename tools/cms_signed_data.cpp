@@ -1,24 +1,24 @@
 #include "cms_signed_data.h"
 
+#include "base/der.h"
+#include "base/object_ids.h"
 #include "certificates.h"
-#include "cms_common.h"
-#include "der.h"
 #include "failure.h"
 
 #include <algorithm>
 
-namespace quelta::cms {
+namespace quelta::tools {
 
 namespace {
 
-Bytes attribute(const char* type, ByteView value)
+Bytes attribute(std::string_view type, ByteView value)
 {
-    return der::sequence({der::oid(type), der::setOf({Bytes(value.begin(), value.end())})});
+    return der::sequence({der::oid(type), der::setOf({toBytes(value)})});
 }
 
 Bytes signatureAlgorithm(const Signature& signature)
 {
-    if (holdsRsaKey(*signature.signer)) return der::sequence({der::oid(oidRsaEncryption), der::null()});
+    if (holdsRsaKey(*signature.signer)) return der::sequence({der::oid(oid::rsaEncryption), der::null()});
     return der::sequence({der::oid(signature.hash->ecdsaOid)});
 }
 
@@ -29,7 +29,7 @@ Bytes signerInfo(const Signature& signature)
     attributes.at(0) = der::explicitTag(0);
     return der::sequence({der::smallInteger(1), issuerAndSerial(*signature.signer),
                           der::sequence({der::oid(signature.hash->oid)}), attributes, signatureAlgorithm(signature),
-                          der::element(der::tagOctetString, signature.value)});
+                          der::octetString(signature.value)});
 }
 
 } // namespace
@@ -48,16 +48,16 @@ Bytes signingTimeNow()
 
 Bytes signedAttributes(ByteView contentDigest)
 {
-    return der::setOf({attribute(oidContentType, der::oid(oidData)), attribute(oidSigningTime, signingTimeNow()),
-                       attribute(oidMessageDigest, der::element(der::tagOctetString, contentDigest))});
+    return der::setOf({attribute(oid::contentType, der::oid(oid::data)), attribute(oid::signingTime, signingTimeNow()),
+                       attribute(oid::messageDigest, der::octetString(contentDigest))});
 }
 
 Bytes detachedSignedData(const Signature& signature, const std::vector<Bytes>& certificates)
 {
     const Bytes content = der::sequence({der::smallInteger(1), der::setOf({der::sequence({der::oid(signature.hash->oid)})}),
-                                         der::sequence({der::oid(oidData)}), der::setOf(certificates, der::explicitTag(0)),
+                                         der::sequence({der::oid(oid::data)}), der::setOf(certificates, der::explicitTag(0)),
                                          der::setOf({signerInfo(signature)})});
-    return der::sequence({der::oid(oidSignedData), der::element(der::explicitTag(0), content)});
+    return der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), content)});
 }
 
-} // namespace quelta::cms
+} // namespace quelta::tools

@@ -2,12 +2,12 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/windows_objects.h"
 #include "digest.h"
-#include "windows_handles.h"
 
 #include <vector>
 
-namespace quelta::cms {
+namespace quelta::tools {
 
 // The value of the signing-time attribute for now, a Time in DER.
 Bytes signingTimeNow();
@@ -16,7 +16,7 @@ Bytes signingTimeNow();
 Bytes signedAttributes(ByteView contentDigest);
 
 struct Signature {
-    const HashAlgorithm* hash;
+    const KnownDigest* hash;
     const CERT_CONTEXT* signer;
     // As signedAttributes() gave them.
     Bytes attributes;
@@ -27,4 +27,4 @@ struct Signature {
 // The whole ContentInfo. `certificates` are DER, the signer's among them.
 Bytes detachedSignedData(const Signature& signature, const std::vector<Bytes>& certificates);
 
-} // namespace quelta::cms
+} // namespace quelta::tools

@@ -1,8 +1,8 @@
 #include "command_line.h"
 
 #include "commands.h"
+#include "console.h"
 #include "failure.h"
-#include "text.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
@@ -11,7 +11,7 @@
 #include <map>
 #include <new>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -171,4 +171,4 @@ int runCommandLine(std::vector<std::string> arguments)
     return exitFailed;
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,17 +1,18 @@
 #include "commands.h"
 
 #include "certificates.h"
-#include "enveloping.h"
+#include "cms_decrypt.h"
+#include "cms_encrypt.h"
+#include "cms_sign.h"
+#include "cms_verify.h"
+#include "console.h"
 #include "failure.h"
 #include "files.h"
-#include "opening.h"
-#include "signature_check.h"
-#include "signing.h"
 #include "text.h"
 
 #include <cstdio>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -32,7 +33,7 @@ ByteView viewOf(const std::string& text)
     return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
 }
 
-Bytes signFile(TokenProvider& provider, const TokenKey& key, const HashAlgorithm& hash, InputFile& file)
+Bytes signFile(TokenProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file)
 {
     auto* csp = dynamic_cast<CspProvider*>(&provider);
     const bool readable = hash.algId == CALG_SHA1 || hash.algId == CALG_SHA_256;
@@ -58,7 +59,7 @@ void describe(const Signer& signer)
     printLine("  signed  " + (signer.time ? timeText(*signer.time) + ", as the signer says" : "at a time that is not told"));
 }
 
-Certificate recipientFor(const EncryptOptions& options)
+CertificateContext recipientFor(const EncryptOptions& options)
 {
     if (!options.certificate.empty()) return std::move(readCertificates(pathOf(options.certificate)).front());
     const auto provider = openToken(options.token);
@@ -69,7 +70,7 @@ Certificate recipientFor(const EncryptOptions& options)
 
 void sign(const SignOptions& options)
 {
-    const HashAlgorithm& hash = hashOfName(options.hash);
+    const KnownDigest& hash = digestOfName(options.hash);
     const std::string target = orDefault(options.output, options.file + ".p7s");
     InputFile file(pathOf(options.file));
     refuseSameFile(pathOf(options.file), pathOf(target));
@@ -88,7 +89,7 @@ void sign(const SignOptions& options)
 
 void verify(const VerifyOptions& options)
 {
-    const auto roots = options.root.empty() ? std::vector<Certificate>() : readCertificates(pathOf(options.root));
+    const auto roots = options.root.empty() ? std::vector<CertificateContext>() : readCertificates(pathOf(options.root));
     const Bytes signature = withoutPem(readSmallFile(pathOf(options.signature)));
     InputFile file(pathOf(options.file));
     const CheckedSignature checked = checkSignature(signature, file);
@@ -110,7 +111,7 @@ void encrypt(const EncryptOptions& options)
     InputFile file(pathOf(options.file));
     refuseSameFile(pathOf(options.file), pathOf(target));
     OutputFile output(pathOf(target));
-    const Certificate recipient = recipientFor(options);
+    const CertificateContext recipient = recipientFor(options);
     encryptFor(*recipient, file, output);
     output.commit();
     printLine("encrypted " + options.file + " for " + subjectOf(*recipient) + ": " + target);
@@ -127,4 +128,4 @@ void decrypt(const DecryptOptions& options)
     printLine("decrypted " + options.file + ": " + options.output);
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -5,7 +5,7 @@
 
 #include <string>
 
-namespace quelta {
+namespace quelta::tools {
 
 struct TokenOptions {
     Interface provider = Interface::csp;
@@ -45,4 +45,4 @@ void verify(const VerifyOptions& options);
 void encrypt(const EncryptOptions& options);
 void decrypt(const DecryptOptions& options);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -2,27 +2,17 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "windows_handles.h"
+#include "base/object_ids.h"
+#include "base/windows_objects.h"
 
-#include <string>
+namespace quelta::tools {
 
-namespace quelta {
-
-struct ContentCipher {
-    const char* name;
-    const char* oid;
-    const wchar_t* cngName;
-    std::size_t keySize;
-    std::size_t blockSize;
-};
-
-const ContentCipher& strongestCipher();
 // By the encoded object identifier; null if there is none.
-const ContentCipher* cipherOfOid(ByteView encodedOid);
+const KnownCipher* cipherOfOid(ByteView encodedOid);
 
 class ContentKey {
 public:
-    ContentKey(const ContentCipher& cipher, ByteView key, ByteView iv);
+    ContentKey(const KnownCipher& cipher, ByteView key, ByteView iv);
 
     // Whole blocks; each call goes on where the last one ended.
     Bytes encrypt(ByteView blocks);
@@ -31,10 +21,13 @@ public:
     std::size_t blockSize() const { return cipher_->blockSize; }
 
 private:
-    const ContentCipher* cipher_;
-    AlgorithmHandle algorithm_;
+    template <class Call>
+    Bytes pass(Call call, ByteView blocks, std::string_view what);
+
+    const KnownCipher* cipher_;
+    BcryptAlgorithm algorithm_;
     BcryptKey key_;
     Bytes iv_;
 };
 
-} // namespace quelta
+} // namespace quelta::tools

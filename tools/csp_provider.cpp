@@ -1,5 +1,6 @@
 #include "csp_provider.h"
 
+#include "base/provider_name.h"
 #include "certificates.h"
 #include "failure.h"
 #include "text.h"
@@ -7,11 +8,9 @@
 #include <algorithm>
 #include <optional>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
-
-constexpr auto providerName = "Quelta Cryptographic Provider CSP";
 
 CryptContext tryAcquire(const char* container, DWORD flags)
 {
@@ -75,7 +74,7 @@ bool allowsDecryption(const CryptKey& key)
            (permissions & CRYPT_DECRYPT);
 }
 
-Certificate certificateOf(const CryptKey& key)
+CertificateContext certificateOf(const CryptKey& key)
 {
     DWORD size = 0;
     if (!key || !CryptGetKeyParam(key.get(), KP_CERTIFICATE, nullptr, &size, 0)) return {};
@@ -91,10 +90,8 @@ std::vector<Bytes> certificatesIn(const Bytes& pkcs7)
     std::vector<Bytes> found;
     if (!store) return found;
     PCCERT_CONTEXT certificate = nullptr;
-    while ((certificate = CertEnumCertificatesInStore(store.get(), certificate))) {
-        const ByteView der = encodedOf(*certificate);
-        found.emplace_back(der.begin(), der.end());
-    }
+    while ((certificate = CertEnumCertificatesInStore(store.get(), certificate)))
+        found.push_back(toBytes(encodedOf(*certificate)));
     return found;
 }
 
@@ -131,7 +128,7 @@ std::vector<Bytes> CspProvider::chain(const TokenKey& key)
     return certificatesIn(providerParameter(contextOf(key), PP_CERTCHAIN));
 }
 
-Bytes CspProvider::sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data)
+Bytes CspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView data)
 {
     CryptHash hashing;
     if (!CryptCreateHash(contextOf(key), hash.algId, 0, 0, hashing.out()) ||
@@ -180,4 +177,4 @@ std::vector<Bytes> chainFromCsp(const std::string& container)
     return context ? certificatesIn(providerParameter(context.get(), PP_CERTCHAIN)) : std::vector<Bytes>();
 }
 
-} // namespace quelta
+} // namespace quelta::tools

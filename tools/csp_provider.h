@@ -5,7 +5,7 @@
 
 #include <map>
 
-namespace quelta {
+namespace quelta::tools {
 
 class CspProvider : public TokenProvider {
 public:
@@ -14,7 +14,7 @@ public:
     std::vector<TokenKey> keys() override;
     void usePin(const std::string& pin) override;
     std::vector<Bytes> chain(const TokenKey& key) override;
-    Bytes sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data) override;
+    Bytes sign(const TokenKey& key, const KnownDigest& hash, ByteView data) override;
     Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) override;
 
     // The context of a key's container, open as long as this object lives.
@@ -33,4 +33,4 @@ std::unique_ptr<TokenProvider> openCsp();
 // The certificates that the provider holds for a container; none if it isn't registered or has none.
 std::vector<Bytes> chainFromCsp(const std::string& container);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,46 +1,36 @@
 #include "digest.h"
 
+#include "base/table.h"
 #include "bcrypt_call.h"
 #include "failure.h"
 
-#include <algorithm>
 #include <string>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
-constexpr HashAlgorithm table[] = {
-    {"sha256", BCRYPT_SHA256_ALGORITHM, CALG_SHA_256, 32, "2.16.840.1.101.3.4.2.1", "1.2.840.10045.4.3.2"},
-    {"sha384", BCRYPT_SHA384_ALGORITHM, CALG_SHA_384, 48, "2.16.840.1.101.3.4.2.2", "1.2.840.10045.4.3.3"},
-    {"sha512", BCRYPT_SHA512_ALGORITHM, CALG_SHA_512, 64, "2.16.840.1.101.3.4.2.3", "1.2.840.10045.4.3.4"},
-    {"sha1", BCRYPT_SHA1_ALGORITHM, CALG_SHA1, 20, "1.3.14.3.2.26", "1.2.840.10045.4.1"},
-};
+// The others are broken, and no signature here is made or believed with them.
+const KnownDigest* ifTrusted(const KnownDigest* kind)
+{
+    return kind && !kind->ecdsaOid.empty() ? kind : nullptr;
+}
 
 } // namespace
 
-std::span<const HashAlgorithm> hashAlgorithms()
+const KnownDigest* digestOfOid(std::string_view oid)
 {
-    return table;
+    return ifTrusted(findRow(knownDigests, &KnownDigest::oid, oid));
 }
 
-const HashAlgorithm* hashOfOid(std::string_view oid)
+const KnownDigest& digestOfName(std::string_view name)
 {
-    const auto* row =
-        std::ranges::find(table, oid, [](const HashAlgorithm& algorithm) { return std::string_view(algorithm.oid); });
-    return row == std::end(table) ? nullptr : row;
+    const KnownDigest* kind = ifTrusted(findRow(knownDigests, &KnownDigest::name, name));
+    if (!kind) throw Failure("unknown hash algorithm " + std::string(name) + "; take sha256, sha384, sha512 or sha1");
+    return *kind;
 }
 
-const HashAlgorithm& hashOfName(std::string_view name)
-{
-    const auto* row =
-        std::ranges::find(table, name, [](const HashAlgorithm& algorithm) { return std::string_view(algorithm.name); });
-    if (row == std::end(table))
-        throw Failure("unknown hash algorithm " + std::string(name) + "; take sha256, sha384, sha512 or sha1");
-    return *row;
-}
-
-Digest::Digest(const HashAlgorithm& algorithm) : algorithm_(&algorithm), provider_(openAlgorithm(algorithm.cngName))
+Digest::Digest(const KnownDigest& kind) : kind_(&kind), provider_(openAlgorithm(kind.systemName))
 {
     BCRYPT_HASH_HANDLE hash = nullptr;
     requireSuccess(BCryptCreateHash(provider_.get(), &hash, nullptr, 0, nullptr, 0, 0), "can't start a hash");
@@ -54,16 +44,16 @@ void Digest::update(ByteView bytes)
 
 Bytes Digest::finish()
 {
-    Bytes value(algorithm_->size);
+    Bytes value(kind_->size);
     requireSuccess(BCryptFinishHash(hash_.get(), value.data(), static_cast<ULONG>(value.size()), 0), "can't finish a hash");
     return value;
 }
 
-Bytes digestOf(const HashAlgorithm& algorithm, ByteView bytes)
+Bytes digestOf(const KnownDigest& kind, ByteView bytes)
 {
-    Digest digest(algorithm);
+    Digest digest(kind);
     digest.update(bytes);
     return digest.finish();
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,42 +1,29 @@
-// The hash algorithms that signatures use, and their computation by bcrypt.dll.
+// Digests that signatures use, computed by bcrypt.dll.
 #pragma once
 
 #include "base/bytes.h"
-#include "windows_handles.h"
+#include "base/object_ids.h"
+#include "base/windows_objects.h"
 
-#include <span>
-#include <string_view>
+namespace quelta::tools {
 
-namespace quelta {
-
-struct HashAlgorithm {
-    const char* name;
-    const wchar_t* cngName;
-    ALG_ID algId;
-    DWORD size;
-    const char* oid;
-    const char* ecdsaOid;
-};
-
-std::span<const HashAlgorithm> hashAlgorithms();
-// Null if there is none.
-const HashAlgorithm* hashOfOid(std::string_view oid);
-const HashAlgorithm& hashOfName(std::string_view name);
+// Those that the tool signs with, or null.
+const KnownDigest* digestOfOid(std::string_view oid);
+// Throws a Failure if there is none.
+const KnownDigest& digestOfName(std::string_view name);
 
 class Digest {
 public:
-    explicit Digest(const HashAlgorithm& algorithm);
+    explicit Digest(const KnownDigest& kind);
     void update(ByteView bytes);
     Bytes finish();
 
-    const HashAlgorithm& algorithm() const { return *algorithm_; }
-
 private:
-    const HashAlgorithm* algorithm_;
-    AlgorithmHandle provider_;
+    const KnownDigest* kind_;
+    BcryptAlgorithm provider_;
     BcryptHash hash_;
 };
 
-Bytes digestOf(const HashAlgorithm& algorithm, ByteView bytes);
+Bytes digestOf(const KnownDigest& kind, ByteView bytes);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,24 +1,26 @@
 #include "failure.h"
 
-#include "text.h"
+#include "base/provider_name.h"
+#include "base/table.h"
+#include "base/text.h"
 
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdio>
 #include <iterator>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
 struct Advice {
     unsigned long code;
-    const char* text;
+    std::string_view text;
 };
 
-constexpr auto notRegistered = "the provider is not registered; write its Image Path, Type and Signature under "
-                               "HKLM\\Software\\Microsoft\\Cryptography\\Defaults\\Provider\\Quelta Cryptographic Provider CSP";
+// Followed by where that is.
+constexpr std::string_view notRegistered =
+    "the provider is not registered; write its Image Path, Type and Signature under HKLM\\";
 constexpr auto noToken = "no token found; plug it in and try again";
 constexpr auto wrongPin = "the token refused the PIN: it is wrong, and each wrong try uses up an attempt, or the token is locked";
 
@@ -43,13 +45,18 @@ constexpr Advice adviceByCode[] = {
     {ERROR_DISK_FULL, "the disk is full; make room and try again"},
 };
 
+std::string adviceFor(const Advice& row)
+{
+    return std::string(row.text) + (row.text == notRegistered ? providerRegistryKey() : "");
+}
+
 std::string systemText(unsigned long code)
 {
     wchar_t buffer[256];
     DWORD length = FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code, 0, buffer,
                                   static_cast<DWORD>(std::size(buffer)), nullptr);
     while (length && (buffer[length - 1] <= L' ' || buffer[length - 1] == L'.')) --length;
-    return length ? utf8({buffer, length}) : "unexpected error";
+    return length ? toUtf8({buffer, length}) : "unexpected error";
 }
 
 std::string hexOf(unsigned long code)
@@ -63,8 +70,8 @@ std::string hexOf(unsigned long code)
 
 void fail(std::string_view what, unsigned long code)
 {
-    const auto* row = std::ranges::find(adviceByCode, code, &Advice::code);
-    const std::string text = row != std::end(adviceByCode) ? row->text : systemText(code);
+    const Advice* row = findRow(adviceByCode, &Advice::code, code);
+    const std::string text = row ? adviceFor(*row) : systemText(code);
     throw Failure(std::string(what) + ": " + text + " (" + hexOf(code) + ")");
 }
 
@@ -73,4 +80,4 @@ void failWithLastError(std::string_view what)
     fail(what, GetLastError());
 }
 
-} // namespace quelta
+} // namespace quelta::tools

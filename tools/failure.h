@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace quelta {
+namespace quelta::tools {
 
 class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
@@ -22,4 +22,4 @@ class Refusal : public Failure {
 // As above with the thread's last error.
 [[noreturn]] void failWithLastError(std::string_view what);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -10,7 +10,7 @@
 #include <atomic>
 #include <system_error>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -26,25 +26,14 @@ void endIfInterrupted()
     if (interrupted) throw Failure("interrupted; nothing was written");
 }
 
-FileHandle opened(HANDLE handle, const std::string& what)
-{
-    if (handle == INVALID_HANDLE_VALUE) failWithLastError(what);
-    return FileHandle(handle);
-}
-
 } // namespace
-
-void CloseFile::operator()(void* handle) const
-{
-    CloseHandle(handle);
-}
 
 InputFile::InputFile(std::filesystem::path path)
     : path_(std::move(path)),
-      handle_(opened(
-          CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr),
-          "can't open " + nameOf(path_)))
+      handle_(fileOf(
+          CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr)))
 {
+    if (!handle_) failWithLastError("can't open " + name());
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(handle_.get(), &size)) failWithLastError("can't tell the size of " + name());
     size_ = static_cast<std::uint64_t>(size.QuadPart);
@@ -79,48 +68,35 @@ void forEachPiece(InputFile& file, const std::string& verb, const std::function<
     }
 }
 
-OutputFile::OutputFile(std::filesystem::path target)
-    : target_(std::move(target)), temporary_(target_.native() + L"." + std::to_wstring(GetCurrentProcessId()) + L".part")
+OutputFile::OutputFile(const std::filesystem::path& target)
+    : name_(nameOf(target)), replacement_(target, L"." + std::to_wstring(GetCurrentProcessId()) + L".part")
 {
+    if (!replacement_) fail();
     std::error_code ignored;
-    if (std::filesystem::is_directory(target_, ignored))
-        throw Failure("can't write " + nameOf(target_) + ": it is a folder; name a file with -o");
-    handle_ = opened(CreateFileW(temporary_.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr),
-                     "can't write " + nameOf(target_));
+    if (std::filesystem::is_directory(target, ignored))
+        throw Failure("can't write " + name_ + ": it is a folder; name a file with -o");
 }
 
-OutputFile::~OutputFile()
+void OutputFile::fail() const
 {
-    if (temporary_.empty()) return;
-    handle_.reset();
-    DeleteFileW(temporary_.c_str());
+    failWithLastError("can't write " + name_);
 }
 
 void OutputFile::write(ByteView bytes)
 {
     endIfInterrupted();
-    while (!bytes.empty()) {
-        const auto wanted = static_cast<DWORD>(std::min(bytes.size(), pieceSize));
-        DWORD written = 0;
-        if (!WriteFile(handle_.get(), bytes.data(), wanted, &written, nullptr))
-            failWithLastError("can't write " + nameOf(target_));
-        bytes = bytes.subspan(written);
-    }
+    if (!replacement_.write(bytes)) fail();
 }
 
 void OutputFile::commit()
 {
-    if (!FlushFileBuffers(handle_.get())) failWithLastError("can't write " + nameOf(target_));
-    handle_.reset();
-    if (!MoveFileExW(temporary_.c_str(), target_.c_str(), MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH))
-        failWithLastError("can't write " + nameOf(target_));
-    temporary_.clear();
+    if (!replacement_.commit()) fail();
 }
 
 Bytes readSmallFile(const std::filesystem::path& path)
 {
     InputFile file(path);
-    constexpr std::uint64_t limit = 16 * 1024 * 1024;
+    constexpr std::uint64_t limit = 16 * std::uint64_t{pieceSize};
     if (file.size() > limit)
         throw Failure(file.name() + " is too large for a certificate or a detached signature; is it the right file?");
     Bytes content(static_cast<std::size_t>(file.size()));
@@ -140,4 +116,4 @@ void stopOnInterrupt()
     SetConsoleCtrlHandler(onInterrupt, TRUE);
 }
 
-} // namespace quelta
+} // namespace quelta::tools

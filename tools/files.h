@@ -2,22 +2,16 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/files.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
-#include <memory>
 #include <string>
 
-namespace quelta {
+namespace quelta::tools {
 
-struct CloseFile {
-    using pointer = void*;
-    void operator()(void* handle) const;
-};
-using FileHandle = std::unique_ptr<void, CloseFile>;
-
-constexpr std::size_t pieceSize = 1024 * 1024;
+constexpr std::size_t pieceSize = std::size_t{1024} * 1024;
 
 class InputFile {
 public:
@@ -30,7 +24,7 @@ public:
 
 private:
     std::filesystem::path path_;
-    FileHandle handle_;
+    File handle_;
     std::uint64_t size_ = 0;
 };
 
@@ -40,18 +34,16 @@ void forEachPiece(InputFile& file, const std::string& verb, const std::function<
 // Written under a temporary name in the target's folder. The target appears, or is replaced, by commit() alone, and complete.
 class OutputFile {
 public:
-    explicit OutputFile(std::filesystem::path target);
-    ~OutputFile();
-    OutputFile(const OutputFile&) = delete;
-    OutputFile& operator=(const OutputFile&) = delete;
+    explicit OutputFile(const std::filesystem::path& target);
 
     void write(ByteView bytes);
     void commit();
 
 private:
-    std::filesystem::path target_;
-    std::filesystem::path temporary_;
-    FileHandle handle_;
+    [[noreturn]] void fail() const;
+
+    std::string name_;
+    FileReplacement replacement_;
 };
 
 // For what is small by nature: certificates, detached signatures. Refuses a file of more than 16 MB.
@@ -63,4 +55,4 @@ void refuseSameFile(const std::filesystem::path& input, const std::filesystem::p
 // From here on Ctrl-C ends a run between two pieces, so that no temporary file stays behind; a second Ctrl-C ends it at once.
 void stopOnInterrupt();
 
-} // namespace quelta
+} // namespace quelta::tools

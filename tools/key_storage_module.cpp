@@ -1,23 +1,23 @@
 #include "key_storage_module.h"
 
+#include "base/provider_name.h"
+#include "base/text.h"
 #include "failure.h"
 
 #include <string>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
 constexpr auto moduleName = L"QueltaCSP.dll";
-constexpr auto registryKey = L"Software\\Microsoft\\Cryptography\\Defaults\\Provider\\Quelta Cryptographic Provider CSP";
-
-using GetInterface = SECURITY_STATUS(WINAPI*)(LPCWSTR providerName, const KeyStorageTable** table, DWORD flags);
 
 std::wstring registeredPath()
 {
     wchar_t path[MAX_PATH];
     DWORD size = sizeof path;
-    const auto status = RegGetValueW(HKEY_LOCAL_MACHINE, registryKey, L"Image Path", RRF_RT_REG_SZ, nullptr, path, &size);
+    const auto status = RegGetValueW(HKEY_LOCAL_MACHINE, toWide(providerRegistryKey()).c_str(), L"Image Path", RRF_RT_REG_SZ,
+                                     nullptr, path, &size);
     return status == ERROR_SUCCESS ? path : L"";
 }
 
@@ -38,9 +38,9 @@ KeyStorageModule::KeyStorageModule() : module_(load())
             "can't load QueltaCSP.dll with its QueltaDSCLibrary.dll; put both beside quelta-sign.exe, or register the provider");
     // By way of void*: compilers warn of a cast between unlike function types, which is what a look-up by name is for.
     void* const address = reinterpret_cast<void*>(GetProcAddress(module_.get(), "GetKeyStorageInterface"));
-    const auto getInterface = reinterpret_cast<GetInterface>(address);
-    if (!getInterface || getInterface(L"Quelta Cryptographic Provider CSP", &table_, 0) || !table_)
+    const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFunction>(address);
+    if (!getInterface || getInterface(wideProviderName, &table_, 0) || !table_)
         throw Failure("QueltaCSP.dll offers no key storage; install a complete one, or use --provider csp");
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,5 +1,7 @@
 #include "ksp_provider.h"
 
+#include "base/provider_name.h"
+#include "base/text.h"
 #include "certificates.h"
 #include "csp_provider.h"
 #include "failure.h"
@@ -10,11 +12,9 @@
 #include <cstring>
 #include <map>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
-
-constexpr auto providerName = L"Quelta Cryptographic Provider CSP";
 
 void require(SECURITY_STATUS status, std::string_view what)
 {
@@ -31,7 +31,7 @@ public:
     std::vector<TokenKey> keys() override;
     void usePin(const std::string& pin) override;
     std::vector<Bytes> chain(const TokenKey& key) override;
-    Bytes sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data) override;
+    Bytes sign(const TokenKey& key, const KnownDigest& hash, ByteView data) override;
     Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) override;
 
 private:
@@ -42,20 +42,20 @@ private:
     DWORD number(NCRYPT_KEY_HANDLE key, const wchar_t* name);
 
     KeyStorageModule module_;
-    const KeyStorageTable& table_ = module_.table();
+    const KeyStorageFunctionTable& table_ = module_.table();
     NCRYPT_PROV_HANDLE provider_ = 0;
     std::map<std::string, NCRYPT_KEY_HANDLE> handles_;
 };
 
 KspProvider::KspProvider()
 {
-    require(table_.openProvider(&provider_, providerName, 0), "can't open the token");
+    require(table_.OpenProvider(&provider_, wideProviderName, 0), "can't open the token");
 }
 
 KspProvider::~KspProvider()
 {
-    for (const auto& [name, key] : handles_) table_.freeKey(provider_, key);
-    table_.freeProvider(provider_);
+    for (const auto& [name, key] : handles_) table_.FreeKey(provider_, key);
+    table_.FreeProvider(provider_);
 }
 
 std::vector<std::wstring> KspProvider::names()
@@ -64,11 +64,11 @@ std::vector<std::wstring> KspProvider::names()
     PVOID state = nullptr;
     NCryptKeyName* name = nullptr;
     SECURITY_STATUS status = 0;
-    while (!(status = table_.enumKeys(provider_, nullptr, &name, &state, 0))) {
+    while (!(status = table_.EnumKeys(provider_, nullptr, &name, &state, 0))) {
         found.emplace_back(name->pszName);
-        table_.freeBuffer(name);
+        table_.FreeBuffer(name);
     }
-    table_.freeBuffer(state);
+    table_.FreeBuffer(state);
     if (status != NTE_NO_MORE_ITEMS) require(status, "can't list the token's keys");
     return found;
 }
@@ -77,7 +77,7 @@ std::vector<TokenKey> KspProvider::keys()
 {
     std::vector<TokenKey> found;
     for (const std::wstring& name : names()) {
-        TokenKey key{utf8(name), {}};
+        TokenKey key{toUtf8(name), {}};
         const NCRYPT_KEY_HANDLE handle = handleOf(key.name);
         key.certificate = parseCertificate(property(handle, L"SmartCardKeyCertificate"));
         const auto kind = key.certificate ? publicKeyKind(*key.certificate) : std::nullopt;
@@ -92,7 +92,7 @@ std::vector<TokenKey> KspProvider::keys()
 void KspProvider::usePin(const std::string& pin)
 {
     std::string text = ansi(pin);
-    require(table_.setProviderProperty(provider_, L"SmartCardPin", reinterpret_cast<PBYTE>(text.data()),
+    require(table_.SetProviderProperty(provider_, L"SmartCardPin", reinterpret_cast<PBYTE>(text.data()),
                                        static_cast<DWORD>(text.size() + 1), 0),
             "can't log in to the token");
 }
@@ -104,18 +104,18 @@ std::vector<Bytes> KspProvider::chain(const TokenKey& key)
     return chain.empty() ? chainFromSystem(*key.certificate) : chain;
 }
 
-Bytes KspProvider::sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data)
+Bytes KspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView data)
 {
-    const auto kind = publicKeyKind(*key.certificate);
+    const PublicKeyKind kind = publicKeyKind(*key.certificate).value();
     const NCRYPT_KEY_HANDLE handle = handleOf(key.name);
     Bytes digest = digestOf(hash, data);
-    BCRYPT_PKCS1_PADDING_INFO padding{hash.cngName};
+    BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
     // An elliptic key answers a size query with the size of a coordinate, and its signature has two.
-    Bytes signature(kind->elliptic ? 2 * kind->coordinateSize : number(handle, L"Length") / 8);
+    Bytes signature(kind.elliptic ? 2 * kind.coordinateSize : number(handle, L"Length") / 8);
     auto size = static_cast<DWORD>(signature.size());
-    require(table_.signHash(provider_, handle, kind->elliptic ? nullptr : &padding, digest.data(),
+    require(table_.SignHash(provider_, handle, kind.elliptic ? nullptr : &padding, digest.data(),
                             static_cast<DWORD>(digest.size()), signature.data(), size, &size,
-                            kind->elliptic ? 0 : NCRYPT_PAD_PKCS1_FLAG),
+                            kind.elliptic ? 0 : NCRYPT_PAD_PKCS1_FLAG),
             "can't sign");
     signature.resize(std::min<std::size_t>(size, signature.size()));
     return signature;
@@ -124,10 +124,10 @@ Bytes KspProvider::sign(const TokenKey& key, const HashAlgorithm& hash, ByteView
 Bytes KspProvider::unwrap(const TokenKey& key, ByteView wrapped, bool oaep)
 {
     BCRYPT_OAEP_PADDING_INFO padding{BCRYPT_SHA1_ALGORITHM, nullptr, 0};
-    Bytes input(wrapped.begin(), wrapped.end());
+    Bytes input = toBytes(wrapped);
     Bytes plain(wrapped.size());
     auto size = static_cast<DWORD>(plain.size());
-    require(table_.decrypt(provider_, handleOf(key.name), input.data(), static_cast<DWORD>(input.size()),
+    require(table_.Decrypt(provider_, handleOf(key.name), input.data(), static_cast<DWORD>(input.size()),
                            oaep ? &padding : nullptr, plain.data(), size, &size,
                            oaep ? NCRYPT_PAD_OAEP_FLAG : NCRYPT_PAD_PKCS1_FLAG),
             "can't decrypt");
@@ -140,16 +140,16 @@ NCRYPT_KEY_HANDLE KspProvider::handleOf(const std::string& name)
     const auto known = handles_.find(name);
     if (known != handles_.end()) return known->second;
     NCRYPT_KEY_HANDLE handle = 0;
-    require(table_.openKey(provider_, &handle, wide(name).c_str(), 0, 0), "can't open key " + name);
+    require(table_.OpenKey(provider_, &handle, toWide(name).c_str(), 0, 0), "can't open key " + name);
     return handles_.emplace(name, handle).first->second;
 }
 
 Bytes KspProvider::property(NCRYPT_KEY_HANDLE key, const wchar_t* name)
 {
     DWORD size = 0;
-    if (table_.getKeyProperty(provider_, key, name, nullptr, 0, &size, 0)) return {};
+    if (table_.GetKeyProperty(provider_, key, name, nullptr, 0, &size, 0)) return {};
     Bytes value(size);
-    if (table_.getKeyProperty(provider_, key, name, value.data(), size, &size, 0)) return {};
+    if (table_.GetKeyProperty(provider_, key, name, value.data(), size, &size, 0)) return {};
     value.resize(std::min<std::size_t>(size, value.size()));
     return value;
 }
@@ -169,4 +169,4 @@ std::unique_ptr<TokenProvider> openKeyStorage()
     return std::make_unique<KspProvider>();
 }
 
-} // namespace quelta
+} // namespace quelta::tools

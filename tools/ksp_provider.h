@@ -3,8 +3,8 @@
 
 #include "token_provider.h"
 
-namespace quelta {
+namespace quelta::tools {
 
 std::unique_ptr<TokenProvider> openKeyStorage();
 
-} // namespace quelta
+} // namespace quelta::tools

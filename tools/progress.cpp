@@ -1,10 +1,10 @@
 #include "progress.h"
 
-#include "text.h"
+#include "console.h"
 
 #include <algorithm>
 
-namespace quelta {
+namespace quelta::tools {
 
 using namespace std::chrono_literals;
 
@@ -32,4 +32,4 @@ void Progress::advance(std::uint64_t bytes)
     shown_ = std::max(shown_, line.size());
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string>
 
-namespace quelta {
+namespace quelta::tools {
 
 class Progress {
 public:
@@ -27,4 +27,4 @@ private:
     std::size_t shown_ = 0;
 };
 
-} // namespace quelta
+} // namespace quelta::tools

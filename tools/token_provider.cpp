@@ -6,7 +6,7 @@
 
 #include <algorithm>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -74,4 +74,4 @@ TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const std::string& name
     return choose(std::move(keys), name, decryption);
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -3,19 +3,19 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/windows_objects.h"
 #include "digest.h"
-#include "windows_handles.h"
 
 #include <memory>
 #include <string>
 #include <vector>
 
-namespace quelta {
+namespace quelta::tools {
 
 struct TokenKey {
     std::string name;
     // Empty if the token has none for this key.
-    Certificate certificate;
+    CertificateContext certificate;
     bool canSign = false;
     bool canDecrypt = false;
 };
@@ -30,7 +30,7 @@ public:
     // The key's certificate and its issuers, DER, as far as they are known.
     virtual std::vector<Bytes> chain(const TokenKey& key) = 0;
     // Hashes `data` and signs the digest. RSA: PKCS#1 v1.5, big-endian; ECDSA: r and s, halves of equal length.
-    virtual Bytes sign(const TokenKey& key, const HashAlgorithm& hash, ByteView data) = 0;
+    virtual Bytes sign(const TokenKey& key, const KnownDigest& hash, ByteView data) = 0;
     // Opens a content key that was encrypted for the key, given big-endian as a message carries it.
     virtual Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) = 0;
 };
@@ -43,4 +43,4 @@ std::unique_ptr<TokenProvider> openProvider(Interface kind);
 TokenKey chooseSigningKey(std::vector<TokenKey> keys, const std::string& name);
 TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const std::string& name);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,3 +1,4 @@
+#include "base/provider_name.h"
 #include "base/table.h"
 #include "csp/certificate_chain.h"
 #include "csp/context.h"
@@ -45,7 +46,7 @@ Answer getImplementationType(CspContext&, Output out, DWORD)
 
 Answer getName(CspContext&, Output out, DWORD)
 {
-    const std::string name = "Quelta Cryptographic Provider CSP";
+    const std::string name = providerName;
     const ByteView value = bytesWithZero(name);
     const bool written = out.holds(value.size());
     if (written) std::ranges::copy(value, out.data);

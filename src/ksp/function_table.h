@@ -1,12 +1,7 @@
-// The published NCRYPT_KEY_STORAGE_FUNCTION_TABLE, version 1.0, and the slots behind it. mingw's headers lack the structure.
+// The slots of the key storage table.
 #pragma once
 
-#include <windows.h>
-
-#include <bcrypt.h>
-#include <ncrypt.h>
-
-#include <cstddef>
+#include "base/key_storage_table.h"
 
 namespace quelta {
 
@@ -56,39 +51,6 @@ SECURITY_STATUS WINAPI KSPDeriveKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_SECRET_
                                     NCryptBufferDesc* pParameterList, PBYTE pbDerivedKey, DWORD cbDerivedKey, DWORD* pcbResult,
                                     ULONG dwFlags);
 SECURITY_STATUS WINAPI KSPFreeSecret(NCRYPT_PROV_HANDLE hProvider, NCRYPT_SECRET_HANDLE hSharedSecret);
-
-struct KeyStorageFunctionTable {
-    BCRYPT_INTERFACE_VERSION version;
-    decltype(&KSPOpenProvider) OpenProvider;
-    decltype(&KSPOpenKey) OpenKey;
-    decltype(&KSPCreatePersistedKey) CreatePersistedKey;
-    decltype(&KSPGetProviderProperty) GetProviderProperty;
-    decltype(&KSPGetKeyProperty) GetKeyProperty;
-    decltype(&KSPSetProviderProperty) SetProviderProperty;
-    decltype(&KSPSetKeyProperty) SetKeyProperty;
-    decltype(&KSPFinalizeKey) FinalizeKey;
-    decltype(&KSPDeleteKey) DeleteKey;
-    decltype(&KSPFreeProvider) FreeProvider;
-    decltype(&KSPFreeKey) FreeKey;
-    decltype(&KSPFreeBuffer) FreeBuffer;
-    decltype(&KSPEncrypt) Encrypt;
-    decltype(&KSPDecrypt) Decrypt;
-    decltype(&KSPIsAlgSupported) IsAlgSupported;
-    decltype(&KSPEnumAlgorithms) EnumAlgorithms;
-    decltype(&KSPEnumKeys) EnumKeys;
-    decltype(&KSPImportKey) ImportKey;
-    decltype(&KSPExportKey) ExportKey;
-    decltype(&KSPSignHash) SignHash;
-    decltype(&KSPVerifySignature) VerifySignature;
-    decltype(&KSPPromptUser) PromptUser;
-    decltype(&KSPNotifyChangeKey) NotifyChangeKey;
-    decltype(&KSPSecretAgreement) SecretAgreement;
-    decltype(&KSPDeriveKey) DeriveKey;
-    decltype(&KSPFreeSecret) FreeSecret;
-};
-
-static_assert(offsetof(KeyStorageFunctionTable, OpenProvider) == 8);
-static_assert(sizeof(KeyStorageFunctionTable) == 8 + 26 * sizeof(void*));
 
 } // namespace quelta
 

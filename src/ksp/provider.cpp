@@ -1,5 +1,6 @@
 #include "ksp/provider.h"
 
+#include "base/provider_name.h"
 #include "base/table.h"
 #include "ksp/function_table.h"
 #include "ksp/property.h"
@@ -34,7 +35,7 @@ struct ProviderProperty {
 };
 
 constexpr ProviderProperty providerProperties[] = {
-    {L"Name", [] { return wideValue(L"Quelta Cryptographic Provider CSP"); }},
+    {L"Name", [] { return wideValue(std::wstring_view(wideProviderName)); }},
     {L"Impl Type", [] { return dwordValue(implementationType); }},
     {L"Version", [] { return dwordValue(0x100); }},
     {L"Algorithm Name", [] { return wideValue(L"RSA"); }},

@@ -1,5 +1,6 @@
 #include "register/self_registration.h"
 
+#include "base/provider_name.h"
 #include "log/log_writer.h"
 
 #include <ncrypt.h>
@@ -15,7 +16,6 @@ using AddContextFunctionProvider = NTSTATUS(WINAPI*)(ULONG table, LPCWSTR contex
 using RemoveContextFunctionProvider = NTSTATUS(WINAPI*)(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR function,
                                                         LPCWSTR provider);
 
-constexpr wchar_t providerName[] = L"Quelta Cryptographic Provider CSP";
 constexpr ULONG interfaceId = NCRYPT_KEY_STORAGE_INTERFACE;
 constexpr wchar_t functionName[] = NCRYPT_KEY_STORAGE_ALGORITHM;
 
@@ -66,12 +66,12 @@ NTSTATUS callRegister(RegisterProvider registerFunction)
     imageRecord.rgpInterfaces = interfaces;
     CRYPT_PROVIDER_REG registration{};
     registration.pUM = &imageRecord;
-    return registerFunction(providerName, 0, &registration);
+    return registerFunction(wideProviderName, 0, &registration);
 }
 
 void removeFromTable(RemoveContextFunctionProvider remove)
 {
-    if (remove) remove(CRYPT_LOCAL, nullptr, interfaceId, functionName, providerName);
+    if (remove) remove(CRYPT_LOCAL, nullptr, interfaceId, functionName, wideProviderName);
 }
 
 HRESULT registerWith(const LoadedLibrary& library)
@@ -85,13 +85,13 @@ HRESULT registerWith(const LoadedLibrary& library)
     }
     // An earlier registration goes first, so that registering twice is no error.
     removeFromTable(library.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
-    unregister(providerName);
+    unregister(wideProviderName);
     if (const NTSTATUS status = callRegister(registerFunction); status != 0) {
         // A decimal number behind "0x": the line is what administrators search their logs for, and stays as it always was.
         logError("BCryptRegisterProvider failed: 0x", status);
         return asResult(status);
     }
-    const NTSTATUS status = add(CRYPT_LOCAL, nullptr, interfaceId, functionName, providerName, CRYPT_PRIORITY_BOTTOM);
+    const NTSTATUS status = add(CRYPT_LOCAL, nullptr, interfaceId, functionName, wideProviderName, CRYPT_PRIORITY_BOTTOM);
     if (status != 0) {
         logError("BCryptAddContextFunctionProvider failed: 0x", status);
         return asResult(status);
@@ -150,7 +150,7 @@ HRESULT unregisterProvider(CngLibrary& library)
         if (!loaded) return E_FAIL;
         const auto unregister = loaded.find<UnregisterProvider>("BCryptUnregisterProvider");
         removeFromTable(loaded.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
-        if (unregister) unregister(providerName);
+        if (unregister) unregister(wideProviderName);
     }
     logDebug("DllUnregisterServer: KSP unregistered successfully");
     return S_OK;

@@ -1,5 +1,6 @@
 #include "end_to_end/crypto_api.h"
 
+#include "base/provider_name.h"
 #include "end_to_end/token_test.h"
 
 #include <algorithm>

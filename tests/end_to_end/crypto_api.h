@@ -2,42 +2,15 @@
 #pragma once
 
 #include "base/bytes.h"
-
-#include <windows.h>
-
-#include <wincrypt.h>
+#include "base/windows_objects.h"
 
 #include <string>
 
 namespace quelta::test {
 
-template <auto Release>
-class CryptHandle {
-public:
-    explicit CryptHandle(ULONG_PTR handle = 0) : handle_(handle) {}
-    CryptHandle(const CryptHandle&) = delete;
-    CryptHandle& operator=(const CryptHandle&) = delete;
-    ~CryptHandle()
-    {
-        if (handle_) Release(handle_);
-    }
-
-    ULONG_PTR get() const { return handle_; }
-
-private:
-    ULONG_PTR handle_;
-};
-
-inline void releaseContext(HCRYPTPROV context)
-{
-    CryptReleaseContext(context, 0);
-}
-
-using Context = CryptHandle<releaseContext>;
-using Key = CryptHandle<CryptDestroyKey>;
-using Hash = CryptHandle<CryptDestroyHash>;
-
-constexpr const char providerName[] = "Quelta Cryptographic Provider CSP";
+using Context = CryptContext;
+using Key = CryptKey;
+using Hash = CryptHash;
 
 // On the container of the key with this label, or without a container.
 Context openContext(const std::string& label = "");

@@ -1,5 +1,6 @@
 #include "end_to_end/key_storage.h"
 
+#include "base/provider_name.h"
 #include "end_to_end/token_test.h"
 
 #include <cstring>
@@ -9,10 +10,8 @@ namespace quelta::test {
 
 namespace {
 
-constexpr const wchar_t providerName[] = L"Quelta Cryptographic Provider CSP";
 // The largest signature or cipher text, and more than an exported key.
 constexpr DWORD room = 1024;
-constexpr DWORD paddingPkcs1 = 2;
 
 void require(SECURITY_STATUS status, const char* what)
 {
@@ -89,7 +88,7 @@ void StoredKey::set(const wchar_t* name, const std::wstring& text) const
 
 Bytes StoredKey::sign(ByteView hash, std::size_t signatureRoom) const
 {
-    return output("SignHash", static_cast<DWORD>(signatureRoom), table_.SignHash, paddingPkcs1, nullptr, dataOf(hash),
+    return output("SignHash", static_cast<DWORD>(signatureRoom), table_.SignHash, NCRYPT_PAD_PKCS1_FLAG, nullptr, dataOf(hash),
                   lengthOf(hash));
 }
 
@@ -98,13 +97,13 @@ SECURITY_STATUS StoredKey::trySign(DWORD flags) const
     Bytes hash(32, 7), signature(room);
     DWORD written = 0;
     return table_.SignHash(provider_, handle_, nullptr, hash.data(), lengthOf(hash), signature.data(), room, &written,
-                           flags | paddingPkcs1);
+                           flags | NCRYPT_PAD_PKCS1_FLAG);
 }
 
 SECURITY_STATUS StoredKey::verify(ByteView hash, ByteView signature) const
 {
     return table_.VerifySignature(provider_, handle_, nullptr, dataOf(hash), lengthOf(hash), dataOf(signature),
-                                  lengthOf(signature), paddingPkcs1);
+                                  lengthOf(signature), NCRYPT_PAD_PKCS1_FLAG);
 }
 
 Bytes StoredKey::encrypt(ByteView plain, DWORD padding) const
@@ -126,8 +125,8 @@ KeyStorage::KeyStorage() : module_(LoadLibraryA(builtModule().c_str()))
 {
     if (!module_) throw std::runtime_error("QueltaCSP.dll can't be loaded: " + std::to_string(GetLastError()));
     void* const entry = reinterpret_cast<void*>(GetProcAddress(module_.get(), "GetKeyStorageInterface"));
-    require(reinterpret_cast<decltype(&GetKeyStorageInterface)>(entry)(providerName, &table_, 0), "GetKeyStorageInterface");
-    require(table_->OpenProvider(&provider_, providerName, 0), "OpenProvider");
+    require(reinterpret_cast<GetKeyStorageInterfaceFunction>(entry)(wideProviderName, &table_, 0), "GetKeyStorageInterface");
+    require(table_->OpenProvider(&provider_, wideProviderName, 0), "OpenProvider");
 }
 
 KeyStorage::~KeyStorage()

@@ -2,8 +2,8 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/key_storage_table.h"
 #include "base/windows_objects.h"
-#include "ksp/function_table.h"
 
 #include <string>
 #include <vector>

@@ -1,3 +1,4 @@
+#include "base/provider_name.h"
 #include "base/windows_objects.h"
 #include "end_to_end/crypto_api.h"
 #include "end_to_end/token_test.h"
@@ -34,7 +35,7 @@ CertificateContext certificateOf(const Context& context, const std::string& labe
     CertificateContext certificate(CertCreateCertificateContext(encoding, der.data(), size));
     const std::string name = keyName(label);
     std::wstring container(name.begin(), name.end());
-    std::wstring provider(std::begin(providerName), std::end(providerName));
+    std::wstring provider = wideProviderName;
     CRYPT_KEY_PROV_INFO where{container.data(), provider.data(), PROV_RSA_FULL, 0, 0, nullptr, AT_SIGNATURE};
     EXPECT_TRUE(CertSetCertificateContextProperty(certificate.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &where)) << GetLastError();
     return certificate;

@@ -1,5 +1,6 @@
 #include "end_to_end/token_test.h"
 
+#include "base/provider_name.h"
 #include "support/child_process.h"
 
 #include <windows.h>
@@ -15,11 +16,10 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr const char providerKey[] = "Software\\Microsoft\\Cryptography\\Defaults\\Provider\\Quelta Cryptographic Provider CSP";
-
 void setProviderValue(const char* name, DWORD type, const void* data, std::size_t size)
 {
-    const LSTATUS status = RegSetKeyValueA(HKEY_LOCAL_MACHINE, providerKey, name, type, data, static_cast<DWORD>(size));
+    const LSTATUS status =
+        RegSetKeyValueA(HKEY_LOCAL_MACHINE, providerRegistryKey().c_str(), name, type, data, static_cast<DWORD>(size));
     if (status != ERROR_SUCCESS) throw std::runtime_error("Registering the provider failed: " + std::to_string(status));
 }
 

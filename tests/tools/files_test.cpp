@@ -4,34 +4,13 @@
 
 #include <gmock/gmock.h>
 
-namespace quelta {
+namespace quelta::tools {
 namespace {
-
-const Bytes before{'o', 'l', 'd'};
-const Bytes after{'n', 'e', 'w'};
-
-TEST(OutputFiles, AnExistingFileStaysUntilTheNewOneIsComplete)
-{
-    const ScratchFolder folder;
-    // Outside of the code page.
-    const wchar_t name[] = L"\u7F72\u540D.p7s";
-    const auto target = folder.write(name, before);
-    OutputFile(target).write(after);
-    OutputFile(folder / "new").write(after);
-    EXPECT_EQ(folder.read(name), before);
-    EXPECT_EQ(folder.fileCount(), 1) << "what is not committed leaves nothing";
-    OutputFile output(target);
-    output.write(after);
-    EXPECT_EQ(folder.read(name), before);
-    output.commit();
-    EXPECT_EQ(folder.read(name), after);
-    EXPECT_EQ(folder.fileCount(), 1) << "no temporary file stays behind";
-}
 
 TEST(InputFiles, AreNeverTheOutputAndSayWhenTheyAreMissing)
 {
     const ScratchFolder folder;
-    const auto input = folder.write("in", before);
+    const auto input = folder.write("in", {});
     EXPECT_THROW(refuseSameFile(input, folder / "./in"), Failure);
     EXPECT_NO_THROW(refuseSameFile(input, folder / "elsewhere"));
     EXPECT_THAT([&] { InputFile(folder / "absent"); },
@@ -52,4 +31,4 @@ TEST(InputFiles, PiecesAddUpToTheFileAtEveryBoundary)
 }
 
 } // namespace
-} // namespace quelta
+} // namespace quelta::tools

@@ -5,7 +5,7 @@
 
 #include <string_view>
 
-namespace quelta {
+namespace quelta::tools {
 
 constexpr auto rsaWithAttributes = R"(-----BEGIN PKCS7-----
 MIIDgAYJKoZIhvcNAQcCoIIDcTCCA20CAQExDTALBglghkgBZQMEAgEwCwYJKoZIhvcNAQcBoIICCDCCAgQwggFtoAMCAQICFGNYN3xhGMmOgFzITZt1qdKc
@@ -48,18 +48,13 @@ kArnZ9X6Lf1K/U/L5LygN5wKdg==
 -----END PKCS7-----
 )";
 
-inline Bytes bytesOf(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
-
 // That of the signer.
-inline Certificate certificateIn(std::string_view signature)
+inline CertificateContext certificateIn(std::string_view signature)
 {
-    const Bytes der = withoutPem(bytesOf(signature));
+    const Bytes der = withoutPem(toBytes(signature));
     const CRYPT_DATA_BLOB blob = blobOf(der);
     const CertificateStore store(CertOpenStore(CERT_STORE_PROV_PKCS7, certificateEncoding, 0, 0, &blob));
-    return Certificate(CertEnumCertificatesInStore(store.get(), nullptr));
+    return CertificateContext(CertEnumCertificatesInStore(store.get(), nullptr));
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,15 +1,15 @@
 // Run with a device library of another compiler on the path.
 
+#include "base/key_storage_table.h"
+#include "base/provider_name.h"
 #include "base/windows_objects.h"
 #include "end_to_end/crypto_api.h"
 #include "end_to_end/token_test.h"
-#include "ksp/function_table.h"
 #include "support/log_folder.h"
 
 #include <gtest/gtest.h>
 
 #include <vector>
-
 
 namespace quelta::test {
 
@@ -26,7 +26,7 @@ TEST(ForeignLibrary, IsRefusedByBothInterfacesBeforeAStringCrosses)
 
     const Library module(LoadLibraryA(builtModule().c_str()));
     ASSERT_TRUE(module);
-    const auto interfaceOf = reinterpret_cast<decltype(&GetKeyStorageInterface)>(
+    const auto interfaceOf = reinterpret_cast<GetKeyStorageInterfaceFunction>(
         reinterpret_cast<void*>(GetProcAddress(module.get(), "GetKeyStorageInterface")));
     KeyStorageFunctionTable* table = nullptr;
     ASSERT_EQ(interfaceOf(nullptr, &table, 0), ERROR_SUCCESS);

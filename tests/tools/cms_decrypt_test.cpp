@@ -1,9 +1,9 @@
+#include "base/der.h"
+#include "base/object_ids.h"
 #include "certificates.h"
-#include "cms_common.h"
+#include "cms_decrypt.h"
 #include "content_cipher.h"
-#include "der.h"
 #include "failure.h"
-#include "opening.h"
 #include "scratch_folder.h"
 #include "test_signatures.h"
 
@@ -11,7 +11,7 @@
 
 #include <chrono>
 
-namespace quelta {
+namespace quelta::tools {
 namespace {
 
 const Bytes contentKey(32, 0x42);
@@ -28,7 +28,7 @@ public:
     }
     void usePin(const std::string&) override {}
     std::vector<Bytes> chain(const TokenKey&) override { return {}; }
-    Bytes sign(const TokenKey&, const HashAlgorithm&, ByteView) override { return {}; }
+    Bytes sign(const TokenKey&, const KnownDigest&, ByteView) override { return {}; }
     Bytes unwrap(const TokenKey&, ByteView wrapped, bool oaep) override
     {
         sawOaep = oaep;
@@ -37,31 +37,30 @@ public:
     bool sawOaep = false;
 };
 
-Bytes recipient(const char* algorithm = cms::oidRsaEncryption)
+Bytes recipient(std::string_view algorithm = oid::rsaEncryption)
 {
-    const Certificate certificate = certificateIn(rsaWithAttributes);
-    return der::sequence({der::smallInteger(0), cms::issuerAndSerial(*certificate),
-                          der::sequence({der::oid(algorithm), der::null()}), der::element(der::tagOctetString, Bytes{1, 2, 3})});
+    const CertificateContext certificate = certificateIn(rsaWithAttributes);
+    return der::sequence({der::smallInteger(0), issuerAndSerial(*certificate), der::sequence({der::oid(algorithm), der::null()}),
+                          der::octetString(Bytes{1, 2, 3})});
 }
 
 Bytes encryptedBlocks(Bytes content)
 {
     const std::size_t padding = 16 - content.size() % 16;
     content.resize(content.size() + padding, static_cast<unsigned char>(padding));
-    return ContentKey(strongestCipher(), contentKey, iv).encrypt(content);
+    return ContentKey(knownCiphers[0], contentKey, iv).encrypt(content);
 }
 
 Bytes cipherIdentifier()
 {
-    return der::sequence({der::oid(strongestCipher().oid), der::element(der::tagOctetString, iv)});
+    return der::sequence({der::oid(knownCiphers[0].oid), der::octetString(iv)});
 }
 
 Bytes definite(ByteView encrypted, const Bytes& recipientInfo = recipient())
 {
-    const Bytes content =
-        der::sequence({der::oid(cms::oidData), cipherIdentifier(), der::element(der::implicitTag(0), encrypted)});
+    const Bytes content = der::sequence({der::oid(oid::data), cipherIdentifier(), der::element(der::implicitTag(0), encrypted)});
     const Bytes envelope = der::sequence({der::smallInteger(0), der::setOf({recipientInfo}), content});
-    return der::sequence({der::oid(cms::oidEnvelopedData), der::element(der::explicitTag(0), envelope)});
+    return der::sequence({der::oid(oid::envelopedData), der::element(der::explicitTag(0), envelope)});
 }
 
 // As a writer makes it that does not know the length beforehand: no lengths outside, the content in segments.
@@ -70,11 +69,10 @@ Bytes indefinite(ByteView encrypted, std::size_t segment)
     const Bytes end{0, 0};
     Bytes segments;
     for (std::size_t at = 0; at < encrypted.size(); at += segment)
-        segments = der::concat(
-            {segments, der::element(der::tagOctetString, encrypted.subspan(at, std::min(segment, encrypted.size() - at)))});
-    return der::concat({Bytes{0x30, 0x80}, der::oid(cms::oidEnvelopedData), Bytes{0xA0, 0x80}, Bytes{0x30, 0x80},
-                        der::smallInteger(0), Bytes{0x31, 0x80}, recipient(), end, Bytes{0x30, 0x80}, der::oid(cms::oidData),
-                        cipherIdentifier(), Bytes{0xA0, 0x80}, segments, end, end, end, end, end});
+        append(segments, der::octetString(encrypted.subspan(at, std::min(segment, encrypted.size() - at))));
+    return concat({Bytes{0x30, 0x80}, der::oid(oid::envelopedData), Bytes{0xA0, 0x80}, Bytes{0x30, 0x80}, der::smallInteger(0),
+                   Bytes{0x31, 0x80}, recipient(), end, Bytes{0x30, 0x80}, der::oid(oid::data), cipherIdentifier(),
+                   Bytes{0xA0, 0x80}, segments, end, end, end, end, end});
 }
 
 class Opening : public testing::Test {
@@ -131,8 +129,7 @@ TEST_F(Opening, NoBrokenByteOfTheHeadLeavesAHalfFile)
 // Hostile: a part costs two bytes of the file, and should cost no more than its share of time and memory.
 TEST_F(Opening, AnElementOfManyEmptyPartsIsRefusedAtOnce)
 {
-    Bytes message =
-        der::concat({Bytes{0x30, 0x80}, der::oid(cms::oidEnvelopedData), Bytes{0xA0, 0x80, 0x30, 0x80}, Bytes{0x31, 0x80}});
+    Bytes message = concat({Bytes{0x30, 0x80}, der::oid(oid::envelopedData), Bytes{0xA0, 0x80, 0x30, 0x80}, Bytes{0x31, 0x80}});
     while (message.size() < 2'000'000) message.insert(message.end(), {der::tagNull, 0});
     const auto start = std::chrono::steady_clock::now();
     EXPECT_THROW(open(message), Failure);
@@ -144,7 +141,7 @@ TEST_F(Opening, BadPaddingIsRefused)
     for (const int last : {0, 17, 255}) {
         Bytes block(16, 3);
         block.back() = static_cast<unsigned char>(last);
-        const Bytes encrypted = ContentKey(strongestCipher(), contentKey, iv).encrypt(block);
+        const Bytes encrypted = ContentKey(knownCiphers[0], contentKey, iv).encrypt(block);
         EXPECT_THROW(open(definite(encrypted)), Failure) << last;
     }
     EXPECT_THROW(open(definite({})), Failure) << "no block at all";
@@ -153,11 +150,11 @@ TEST_F(Opening, BadPaddingIsRefused)
 
 TEST_F(Opening, TheKeyTransportIsToldApart)
 {
-    open(definite(encryptedBlocks({}), recipient(cms::oidRsaOaep)));
+    open(definite(encryptedBlocks({}), recipient(oid::rsaOaep)));
     EXPECT_TRUE(token.sawOaep);
     open(definite(encryptedBlocks({})));
     EXPECT_FALSE(token.sawOaep);
-    EXPECT_THROW(open(definite(encryptedBlocks({}), recipient(cms::oidData))), Failure);
+    EXPECT_THROW(open(definite(encryptedBlocks({}), recipient(oid::data))), Failure);
 }
 
 TEST_F(Opening, AMessageForSomebodyElseSaysSo)
@@ -169,4 +166,4 @@ TEST_F(Opening, AMessageForSomebodyElseSaysSo)
 }
 
 } // namespace
-} // namespace quelta
+} // namespace quelta::tools

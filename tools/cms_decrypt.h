@@ -4,10 +4,10 @@
 #include "files.h"
 #include "token_provider.h"
 
-namespace quelta {
+namespace quelta::tools {
 
 // `keyName` chooses the key; empty takes the one that the message was encrypted for. The whole content is in `output` on return,
 // or a Failure says why not.
 void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,9 +1,9 @@
-#include "signature_check.h"
+#include "cms_verify.h"
 
+#include "base/der.h"
+#include "base/object_ids.h"
 #include "bcrypt_call.h"
 #include "certificates.h"
-#include "cms_common.h"
-#include "der.h"
 #include "digest.h"
 #include "failure.h"
 
@@ -11,7 +11,7 @@
 #include <map>
 #include <string_view>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -33,11 +33,11 @@ private:
     Bytes bytes_;
 };
 
-using Digests = std::map<const HashAlgorithm*, Bytes>;
+using Digests = std::map<const KnownDigest*, Bytes>;
 
-Message openDetached(ByteView signature)
+CryptMessage openDetached(ByteView signature)
 {
-    Message message(CryptMsgOpenToDecode(certificateEncoding, CMSG_DETACHED_FLAG, 0, 0, nullptr, nullptr));
+    CryptMessage message(CryptMsgOpenToDecode(certificateEncoding, CMSG_DETACHED_FLAG, 0, 0, nullptr, nullptr));
     if (!message) failWithLastError("can't read the signature");
     DWORD type = 0;
     DWORD size = sizeof type;
@@ -47,18 +47,18 @@ Message openDetached(ByteView signature)
     return message;
 }
 
-const HashAlgorithm& hashOf(const CMSG_SIGNER_INFO& info)
+const KnownDigest& hashOf(const CMSG_SIGNER_INFO& info)
 {
-    const HashAlgorithm* hash = hashOfOid(info.HashAlgorithm.pszObjId);
+    const KnownDigest* hash = digestOfOid(info.HashAlgorithm.pszObjId);
     if (!hash)
         throw Failure(std::string("the signature uses hash ") + info.HashAlgorithm.pszObjId + ", which this tool does not know");
     return *hash;
 }
 
-Digests digestsOf(InputFile& file, const std::vector<const HashAlgorithm*>& hashes)
+Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes)
 {
-    std::map<const HashAlgorithm*, Digest> running;
-    for (const HashAlgorithm* hash : hashes) running.try_emplace(hash, *hash);
+    std::map<const KnownDigest*, Digest> running;
+    for (const KnownDigest* hash : hashes) running.try_emplace(hash, *hash);
     forEachPiece(file, "verifying", [&](ByteView piece) {
         for (auto& [hash, digest] : running) digest.update(piece);
     });
@@ -88,14 +88,14 @@ Bytes encodedAttributes(const CRYPT_ATTRIBUTES& attributes)
 }
 
 // What was signed: the content's digest itself, or that of attributes which name it.
-Bytes signedDigest(const CMSG_SIGNER_INFO& info, const HashAlgorithm& hash, const Bytes& contentDigest, HCRYPTMSG message)
+Bytes signedDigest(const CMSG_SIGNER_INFO& info, const KnownDigest& hash, const Bytes& contentDigest, HCRYPTMSG message)
 {
     if (!info.AuthAttrs.cAttr) return contentDigest;
-    const ByteView named = attributeValue(info.AuthAttrs, cms::oidMessageDigest);
-    if (!std::ranges::equal(named, der::element(der::tagOctetString, contentDigest)))
+    const ByteView named = attributeValue(info.AuthAttrs, oid::messageDigest);
+    if (!std::ranges::equal(named, der::octetString(contentDigest)))
         throw Refusal("the file is not the one that was signed: it was changed since, or it is another file");
     MessageParameter<const char> innerType(message, CMSG_INNER_CONTENT_TYPE_PARAM);
-    if (!std::ranges::equal(attributeValue(info.AuthAttrs, cms::oidContentType), der::oid(innerType.get())))
+    if (!std::ranges::equal(attributeValue(info.AuthAttrs, oid::contentType), der::oid(innerType.get())))
         throw Refusal("the signature was made over content of another type");
     return digestOf(hash, encodedAttributes(info.AuthAttrs));
 }
@@ -109,12 +109,12 @@ BcryptKey importPublicKey(const CERT_CONTEXT& certificate)
     return BcryptKey(key);
 }
 
-bool signatureHolds(const CERT_CONTEXT& certificate, const HashAlgorithm& hash, ByteView digest, ByteView signature)
+bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, ByteView digest, ByteView signature)
 {
     const auto kind = publicKeyKind(certificate);
     if (!kind) throw Failure("the signer's key is neither RSA nor on P-256, P-384 or P-521; verify with another tool");
     const BcryptKey key = importPublicKey(certificate);
-    BCRYPT_PKCS1_PADDING_INFO padding{hash.cngName};
+    BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
     // ECDSA uses no more of a digest than the curve's size; some systems fail on a longer one instead of cutting it.
     if (kind->elliptic) digest = digest.first(std::min(digest.size(), kind->coordinateSize));
     const auto value =
@@ -126,7 +126,7 @@ bool signatureHolds(const CERT_CONTEXT& certificate, const HashAlgorithm& hash, 
 
 std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
 {
-    const ByteView encoded = attributeValue(info.AuthAttrs, cms::oidSigningTime);
+    const ByteView encoded = attributeValue(info.AuthAttrs, oid::signingTime);
     FILETIME time{};
     DWORD size = sizeof time;
     if (encoded.empty() || !CryptDecodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, encoded.data(),
@@ -139,17 +139,17 @@ Signer checkSigner(HCRYPTMSG message, DWORD index, const Digests& digests, HCERT
 {
     MessageParameter<CMSG_SIGNER_INFO> info(message, CMSG_SIGNER_INFO_PARAM, index);
     MessageParameter<CERT_INFO> identity(message, CMSG_SIGNER_CERT_INFO_PARAM, index);
-    Certificate certificate(CertGetSubjectCertificateFromStore(store, certificateEncoding, identity.get()));
+    CertificateContext certificate(CertGetSubjectCertificateFromStore(store, certificateEncoding, identity.get()));
     if (!certificate) throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
     if (info->HashEncryptionAlgorithm.pszObjId == std::string_view("1.2.840.113549.1.1.10"))
         throw Failure("the signature uses RSA-PSS, which this tool does not know; verify with another tool");
 
-    const HashAlgorithm& hash = hashOf(*info.get());
+    const KnownDigest& hash = hashOf(*info.get());
     const Bytes digest = signedDigest(*info.get(), hash, digests.at(&hash), message);
     if (!signatureHolds(*certificate, hash, digest, viewOf(info->EncryptedHash)))
         throw Refusal(info->AuthAttrs.cAttr ? "the signature itself is damaged or forged: it is not the signer's"
                                             : "the signature does not belong to this file: one of the two was changed");
-    return {std::move(certificate), hash.name, signingTime(*info.get())};
+    return {std::move(certificate), std::string(hash.name), signingTime(*info.get())};
 }
 
 struct TrustFault {
@@ -166,14 +166,14 @@ constexpr TrustFault trustFaults[] = {
     {~DWORD{0}, "the signer's chain does not hold; openssl verify tells more about it"},
 };
 
-CertificateStore storeOf(const CheckedSignature& checked, const std::vector<Certificate>& roots)
+CertificateStore storeOf(const CheckedSignature& checked, const std::vector<CertificateContext>& roots)
 {
     CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
     if (!store) failWithLastError("can't check the chain");
     PCCERT_CONTEXT certificate = nullptr;
     while ((certificate = CertEnumCertificatesInStore(checked.certificates.get(), certificate)))
         CertAddCertificateContextToStore(store.get(), certificate, CERT_STORE_ADD_ALWAYS, nullptr);
-    for (const Certificate& root : roots)
+    for (const CertificateContext& root : roots)
         CertAddCertificateContextToStore(store.get(), root.get(), CERT_STORE_ADD_ALWAYS, nullptr);
     return store;
 }
@@ -182,11 +182,11 @@ CertificateStore storeOf(const CheckedSignature& checked, const std::vector<Cert
 
 CheckedSignature checkSignature(ByteView signature, InputFile& file)
 {
-    const Message message = openDetached(signature);
+    const CryptMessage message = openDetached(signature);
     MessageParameter<DWORD> count(message.get(), CMSG_SIGNER_COUNT_PARAM);
     if (!*count.get()) throw Refusal("nobody signed: the message holds certificates alone");
 
-    std::vector<const HashAlgorithm*> hashes;
+    std::vector<const KnownDigest*> hashes;
     for (DWORD i = 0; i < *count.get(); ++i)
         hashes.push_back(&hashOf(*MessageParameter<CMSG_SIGNER_INFO>(message.get(), CMSG_SIGNER_INFO_PARAM, i).get()));
     const Digests digests = digestsOf(file, hashes);
@@ -199,7 +199,8 @@ CheckedSignature checkSignature(ByteView signature, InputFile& file)
     return checked;
 }
 
-const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked, const std::vector<Certificate>& roots)
+const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
+                               const std::vector<CertificateContext>& roots)
 {
     const CertificateStore store = storeOf(checked, roots);
     CERT_CHAIN_PARA parameters{};
@@ -208,7 +209,7 @@ const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& che
     if (!CertGetCertificateChain(nullptr, signer.certificate.get(), nullptr, store.get(), &parameters,
                                  CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &built))
         failWithLastError("can't check the chain");
-    const Chain chain(built);
+    const CertificateChain chain(built);
 
     // That this system does not trust the root is no fault here: the caller names the roots that count.
     constexpr DWORD ignored = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_NOT_TIME_NESTED;
@@ -219,10 +220,10 @@ const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& che
     const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
     const CERT_CONTEXT& last = *simple.rgpElement[simple.cElement - 1]->pCertContext;
     const auto found = std::ranges::find_if(
-        roots, [&](const Certificate& root) { return std::ranges::equal(encodedOf(*root), encodedOf(last)); });
+        roots, [&](const CertificateContext& root) { return std::ranges::equal(encodedOf(*root), encodedOf(last)); });
     if (found == roots.end())
         throw Refusal("the signer's chain ends in " + subjectOf(last) + ", which is not the root given with --root");
     return **found;
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,14 +1,14 @@
-#include "signing.h"
+#include "cms_sign.h"
 
+#include "base/der.h"
+#include "base/object_ids.h"
 #include "certificates.h"
-#include "cms_common.h"
 #include "cms_signed_data.h"
-#include "der.h"
 #include "failure.h"
 
 #include <algorithm>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -17,8 +17,7 @@ std::vector<Bytes> certificatesFor(TokenProvider& provider, const TokenKey& key)
 {
     std::vector<Bytes> all = provider.chain(key);
     const ByteView own = encodedOf(*key.certificate);
-    if (std::ranges::none_of(all, [&](const Bytes& der) { return std::ranges::equal(der, own); }))
-        all.emplace_back(own.begin(), own.end());
+    if (std::ranges::none_of(all, [&](const Bytes& der) { return std::ranges::equal(der, own); })) all.push_back(toBytes(own));
     return all;
 }
 
@@ -34,14 +33,14 @@ Bytes contentOf(HCRYPTMSG message)
 
 } // namespace
 
-Bytes signWithMessageFunctions(CspProvider& provider, const TokenKey& key, const HashAlgorithm& hash, InputFile& file)
+Bytes signWithMessageFunctions(CspProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file)
 {
-    Bytes time = cms::signingTimeNow();
+    Bytes time = signingTimeNow();
     CRYPT_ATTR_BLOB timeBlob = blobOf(time);
-    std::string timeOid = cms::oidSigningTime;
+    std::string timeOid(oid::signingTime);
     CRYPT_ATTRIBUTE signingTime{timeOid.data(), 1, &timeBlob};
 
-    std::string hashOid = hash.oid;
+    std::string hashOid(hash.oid);
     CMSG_SIGNER_ENCODE_INFO signer{};
     signer.cbSize = sizeof signer;
     signer.pCertInfo = key.certificate->pCertInfo;
@@ -62,7 +61,8 @@ Bytes signWithMessageFunctions(CspProvider& provider, const TokenKey& key, const
     info.cCertEncoded = static_cast<DWORD>(blobs.size());
     info.rgCertEncoded = blobs.data();
 
-    const Message message(CryptMsgOpenToEncode(certificateEncoding, CMSG_DETACHED_FLAG, CMSG_SIGNED, &info, nullptr, nullptr));
+    const CryptMessage message(
+        CryptMsgOpenToEncode(certificateEncoding, CMSG_DETACHED_FLAG, CMSG_SIGNED, &info, nullptr, nullptr));
     if (!message) failWithLastError("can't sign");
     forEachPiece(file, "signing", [&](ByteView piece) {
         if (!CryptMsgUpdate(message.get(), piece.data(), static_cast<DWORD>(piece.size()), FALSE))
@@ -72,14 +72,14 @@ Bytes signWithMessageFunctions(CspProvider& provider, const TokenKey& key, const
     return contentOf(message.get());
 }
 
-Bytes signByAttributes(TokenProvider& provider, const TokenKey& key, const HashAlgorithm& hash, InputFile& file)
+Bytes signByAttributes(TokenProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file)
 {
     Digest digest(hash);
     forEachPiece(file, "signing", [&](ByteView piece) { digest.update(piece); });
-    cms::Signature signature{&hash, key.certificate.get(), cms::signedAttributes(digest.finish()), {}};
+    Signature signature{&hash, key.certificate.get(), signedAttributes(digest.finish()), {}};
     signature.value = provider.sign(key, hash, signature.attributes);
     if (!holdsRsaKey(*key.certificate)) signature.value = der::ecdsaSignature(signature.value);
-    return cms::detachedSignedData(signature, certificatesFor(provider, key));
+    return detachedSignedData(signature, certificatesFor(provider, key));
 }
 
-} // namespace quelta
+} // namespace quelta::tools

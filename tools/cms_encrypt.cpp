@@ -1,13 +1,13 @@
-#include "enveloping.h"
+#include "cms_encrypt.h"
 
+#include "base/der.h"
+#include "base/object_ids.h"
 #include "bcrypt_call.h"
 #include "certificates.h"
-#include "cms_common.h"
 #include "content_cipher.h"
-#include "der.h"
 #include "failure.h"
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -29,9 +29,9 @@ Bytes wrapFor(const CERT_CONTEXT& recipient, ByteView contentKey)
 
 Bytes recipientInfo(const CERT_CONTEXT& recipient, ByteView contentKey)
 {
-    return der::sequence({der::smallInteger(0), cms::issuerAndSerial(recipient),
-                          der::sequence({der::oid(cms::oidRsaEncryption), der::null()}),
-                          der::element(der::tagOctetString, wrapFor(recipient, contentKey))});
+    return der::sequence({der::smallInteger(0), issuerAndSerial(recipient),
+                          der::sequence({der::oid(oid::rsaEncryption), der::null()}),
+                          der::octetString(wrapFor(recipient, contentKey))});
 }
 
 // A message is nested headers, each with the length of all that follows in it; only the innermost content is too large to hold.
@@ -41,7 +41,7 @@ public:
 
     void putBefore(ByteView bytes)
     {
-        head_ = der::concat({bytes, head_});
+        head_ = concat({bytes, head_});
         total_ += bytes.size();
     }
     void wrap(unsigned char tag) { putBefore(der::header(tag, total_)); }
@@ -52,18 +52,18 @@ private:
     std::uint64_t total_;
 };
 
-Bytes headOf(const CERT_CONTEXT& recipient, const ContentCipher& cipher, ByteView key, ByteView iv, std::uint64_t encryptedSize)
+Bytes headOf(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv, std::uint64_t encryptedSize)
 {
     Nesting nesting(encryptedSize);
     nesting.wrap(der::implicitTag(0));
-    nesting.putBefore(der::sequence({der::oid(cipher.oid), der::element(der::tagOctetString, iv)}));
-    nesting.putBefore(der::oid(cms::oidData));
+    nesting.putBefore(der::sequence({der::oid(cipher.oid), der::octetString(iv)}));
+    nesting.putBefore(der::oid(oid::data));
     nesting.wrap(der::tagSequence);
     nesting.putBefore(der::setOf({recipientInfo(recipient, key)}));
     nesting.putBefore(der::smallInteger(0));
     nesting.wrap(der::tagSequence);
     nesting.wrap(der::explicitTag(0));
-    nesting.putBefore(der::oid(cms::oidEnvelopedData));
+    nesting.putBefore(der::oid(oid::envelopedData));
     nesting.wrap(der::tagSequence);
     return nesting.head();
 }
@@ -75,7 +75,7 @@ void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& outp
     if (!holdsRsaKey(recipient))
         throw Failure("the certificate of " + subjectOf(recipient) +
                       " holds no RSA key; choose one that does with --cert or --container");
-    const ContentCipher& cipher = strongestCipher();
+    const KnownCipher& cipher = knownCiphers[0];
     const Bytes key = randomBytes(cipher.keySize);
     const Bytes iv = randomBytes(cipher.blockSize);
     ContentKey content(cipher, key, iv);
@@ -99,4 +99,4 @@ void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& outp
     output.write(content.encrypt(tail));
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -2,17 +2,17 @@
 // crypt32's own check of a detached message would, on some systems, want the whole file in memory.
 #pragma once
 
+#include "base/windows_objects.h"
 #include "files.h"
-#include "windows_handles.h"
 
 #include <optional>
 #include <string>
 #include <vector>
 
-namespace quelta {
+namespace quelta::tools {
 
 struct Signer {
-    Certificate certificate;
+    CertificateContext certificate;
     std::string hashName;
     // As the signer said; nothing vouches for it.
     std::optional<FILETIME> time;
@@ -29,6 +29,7 @@ CheckedSignature checkSignature(ByteView signature, InputFile& file);
 
 // Throws a Refusal unless the signer's certificate leads, through the message's certificates, to one of the roots.
 // Returns the root it leads to.
-const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked, const std::vector<Certificate>& roots);
+const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
+                               const std::vector<CertificateContext>& roots);
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -2,12 +2,12 @@
 // key.
 #pragma once
 
+#include "base/windows_objects.h"
 #include "files.h"
-#include "windows_handles.h"
 
-namespace quelta {
+namespace quelta::tools {
 
 // Throws a Failure unless the certificate holds an RSA key.
 void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output);
 
-} // namespace quelta
+} // namespace quelta::tools

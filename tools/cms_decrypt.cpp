@@ -1,17 +1,17 @@
-#include "opening.h"
+#include "cms_decrypt.h"
 
+#include "base/der.h"
+#include "base/object_ids.h"
 #include "ber_stream.h"
 #include "certificates.h"
-#include "cms_common.h"
 #include "content_cipher.h"
-#include "der.h"
 #include "failure.h"
 #include "progress.h"
 
 #include <algorithm>
 #include <optional>
 
-namespace quelta {
+namespace quelta::tools {
 
 namespace {
 
@@ -25,14 +25,9 @@ struct Recipient {
 
 struct Envelope {
     std::vector<Recipient> recipients;
-    const ContentCipher* cipher;
+    const KnownCipher* cipher;
     Bytes iv;
 };
-
-Bytes copyOf(ByteView bytes)
-{
-    return {bytes.begin(), bytes.end()};
-}
 
 // Nothing for a recipient of another kind than one with an RSA key.
 std::optional<Recipient> readRecipient(const der::Element& info)
@@ -42,15 +37,15 @@ std::optional<Recipient> readRecipient(const der::Element& info)
     Recipient recipient;
     if (!fields.next(der::tagInteger)) return std::nullopt;
     if (const auto identity = fields.next(der::tagSequence))
-        recipient.issuerAndSerial = copyOf(identity->whole);
+        recipient.issuerAndSerial = toBytes(identity->whole);
     else if (const auto identifier = fields.next(der::implicitTag(0)))
-        recipient.keyIdentifier = copyOf(identifier->content);
+        recipient.keyIdentifier = toBytes(identifier->content);
     const auto algorithm = fields.next(der::tagSequence);
     const auto key = fields.next(der::tagOctetString);
     const auto oid = algorithm ? der::Reader(algorithm->content).next(der::tagOid) : std::nullopt;
     if (!oid || !key) return std::nullopt;
-    recipient.algorithm = copyOf(oid->whole);
-    recipient.wrappedKey = copyOf(key->content);
+    recipient.algorithm = toBytes(oid->whole);
+    recipient.wrappedKey = toBytes(key->content);
     return recipient;
 }
 
@@ -74,7 +69,7 @@ void readCipher(ByteView algorithm, Envelope& envelope)
     if (!envelope.cipher || !iv || iv->content.size() != envelope.cipher->blockSize)
         throw Failure(
             "the content's cipher is not one of AES-128, AES-192, AES-256 and triple DES in CBC mode; ask for one of these");
-    envelope.iv = copyOf(iv->content);
+    envelope.iv = toBytes(iv->content);
 }
 
 // Leaves the stream before the encrypted content.
@@ -82,7 +77,7 @@ Envelope readEnvelope(BerStream& stream)
 {
     Envelope envelope{};
     stream.enter(der::tagSequence);
-    if (stream.element() != der::oid(cms::oidEnvelopedData)) stream.refuse();
+    if (stream.element() != der::oid(oid::envelopedData)) stream.refuse();
     stream.enter(der::explicitTag(0));
     stream.enter(der::tagSequence);
     stream.element();
@@ -107,7 +102,7 @@ Bytes keyIdentifierOf(const CERT_CONTEXT& certificate)
 
 bool isFor(const Recipient& recipient, const CERT_CONTEXT& certificate)
 {
-    if (!recipient.issuerAndSerial.empty()) return recipient.issuerAndSerial == cms::issuerAndSerial(certificate);
+    if (!recipient.issuerAndSerial.empty()) return recipient.issuerAndSerial == issuerAndSerial(certificate);
     return !recipient.keyIdentifier.empty() && recipient.keyIdentifier == keyIdentifierOf(certificate);
 }
 
@@ -133,10 +128,10 @@ Match findRecipient(std::vector<TokenKey> keys, const std::string& keyName, cons
                   " is not encrypted for a key on this token that can decrypt; plug in the token it was encrypted for");
 }
 
-Bytes unwrapContentKey(TokenProvider& provider, const Match& match, const ContentCipher& cipher)
+Bytes unwrapContentKey(TokenProvider& provider, const Match& match, const KnownCipher& cipher)
 {
-    const bool oaep = match.recipient->algorithm == der::oid(cms::oidRsaOaep);
-    if (!oaep && match.recipient->algorithm != der::oid(cms::oidRsaEncryption))
+    const bool oaep = match.recipient->algorithm == der::oid(oid::rsaOaep);
+    if (!oaep && match.recipient->algorithm != der::oid(oid::rsaEncryption))
         throw Failure("the content key is not encrypted with RSA as PKCS#1 v1.5 or OAEP; ask for one of these");
     Bytes key = provider.unwrap(match.key, match.recipient->wrappedKey, oaep);
     if (key.size() != cipher.keySize)
@@ -195,4 +190,4 @@ void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile&
     writer.finish();
 }
 
-} // namespace quelta
+} // namespace quelta::tools

@@ -1,4 +1,4 @@
-#include "signature_check.h"
+#include "cms_verify.h"
 
 #include "certificates.h"
 #include "digest.h"
@@ -10,7 +10,7 @@
 
 #include <algorithm>
 
-namespace quelta {
+namespace quelta::tools {
 namespace {
 
 constexpr std::string_view signedContent = "signed content\n";
@@ -19,7 +19,7 @@ class SignatureCheck : public testing::Test {
 protected:
     CheckedSignature check(const Bytes& signature, std::string_view content = signedContent)
     {
-        InputFile file(folder.write("content", bytesOf(content)));
+        InputFile file(folder.write("content", toBytes(content)));
         return checkSignature(signature, file);
     }
 
@@ -41,7 +41,7 @@ TEST_F(SignatureCheck, SignaturesOfAnotherImplementationHoldForTheirContentAndRo
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.hash);
-        Bytes signature = withoutPem(bytesOf(row.signature));
+        Bytes signature = withoutPem(toBytes(row.signature));
         const CheckedSignature checked = check(signature);
         ASSERT_EQ(checked.signers.size(), 1u);
         const Signer& signer = checked.signers[0];
@@ -49,7 +49,7 @@ TEST_F(SignatureCheck, SignaturesOfAnotherImplementationHoldForTheirContentAndRo
         EXPECT_EQ(signer.hashName, row.hash);
         EXPECT_EQ(signer.time.has_value(), row.timed);
 
-        std::vector<Certificate> roots;
+        std::vector<CertificateContext> roots;
         roots.push_back(certificateIn(row.stranger));
         EXPECT_THROW(checkChain(signer, checked, roots), Refusal);
         roots.push_back(certificateIn(row.signature));
@@ -65,22 +65,21 @@ TEST_F(SignatureCheck, SignaturesOfAnotherImplementationHoldForTheirContentAndRo
 // The digest in the attributes is what ties them to the content; the signature is what ties them to the signer.
 TEST_F(SignatureCheck, AttributesRewrittenForAnotherContentAreRefused)
 {
-    Bytes changed = withoutPem(bytesOf(rsaWithAttributes));
-    const Bytes digest = digestOf(hashOfName("sha256"), bytesOf(signedContent));
+    Bytes changed = withoutPem(toBytes(rsaWithAttributes));
+    const Bytes digest = digestOf(digestOfName("sha256"), toBytes(signedContent));
     const auto at = std::ranges::search(changed, digest).begin();
     ASSERT_NE(at, changed.end());
-    std::ranges::copy(digestOf(hashOfName("sha256"), bytesOf("forged")), at);
+    std::ranges::copy(digestOf(digestOfName("sha256"), toBytes("forged")), at);
     EXPECT_THROW(check(changed, "forged"), Refusal);
 }
 
 TEST_F(SignatureCheck, WhatIsNoSignatureSaysSo)
 {
     EXPECT_THROW(check({}), Failure);
-    EXPECT_THROW(check(bytesOf("text")), Failure);
-    const Certificate certificate = certificateIn(ecdsaP384);
-    const ByteView der = encodedOf(*certificate);
-    EXPECT_THROW(check({der.begin(), der.end()}), Failure);
+    EXPECT_THROW(check(toBytes("text")), Failure);
+    const CertificateContext certificate = certificateIn(ecdsaP384);
+    EXPECT_THROW(check(toBytes(encodedOf(*certificate))), Failure);
 }
 
 } // namespace
-} // namespace quelta
+} // namespace quelta::tools

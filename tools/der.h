@@ -1,7 +1,0 @@
-#pragma once
-
-#include "base/der.h"
-
-namespace quelta::der {
-using quelta::concat;
-}
