@@ -5,10 +5,16 @@ set -euo pipefail
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 if [[ ${1-} == --help || ${1-} == -h ]]; then
-    say "Usage: ./test.sh [CTEST-ARGUMENT]..."
+    say "Usage: ./test.sh [--release] [CTEST-ARGUMENT]..."
     say "Installs what is missing, builds everything under build/, and runs all tests through ctest."
+    say "--release    the end-to-end tests over the release build as well"
     say "Example: ./test.sh -R SignHash    the tests whose names contain SignHash"
     exit 0
+fi
+release=()
+if [[ ${1-} == --release ]]; then
+    release=(-C Release)
+    shift
 fi
 [[ ${1-} != -- ]] || shift
 
@@ -23,7 +29,7 @@ join_tests() {
 # Passed tests are left out of what is shown; asked for something particular, ctest answers in full.
 run_tests() {
     local passed='^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+:.* Passed )'
-    local ctest=(ctest --test-dir "$build" --parallel "$(nproc)" --output-on-failure --no-tests=error "$@") status=0
+    local ctest=(ctest --test-dir "$build" --parallel "$(nproc)" --output-on-failure --no-tests=error "${release[@]}" "$@") status=0
     if [[ $# -gt 0 ]]; then
         "${ctest[@]}" </dev/null 9>&- || status=$?
     else
@@ -38,5 +44,6 @@ start_display
 prepare_prefix
 build_preset native-fuzz
 build_preset mingw-debug
+[[ ${#release[@]} -eq 0 ]] || build_preset mingw-release
 join_tests native-fuzz mingw-debug
 run_tests "$@"

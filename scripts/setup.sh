@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 #
-# What demo.sh and test.sh have in common; sourced by both, after `set -euo pipefail`. Everything it makes stands under
+# What the scripts of the top folder have in common; sourced by each, after `set -euo pipefail`. Everything it makes stands under
 # build/: the build folders, the Wine prefix, the logs.
 #
 #   take_turn exclusive      one run at a time in this checkout
@@ -34,6 +34,9 @@ build_packages=(wine wine64 xvfb g++-mingw-w64-x86-64-posix mingw-w64-tools cmak
 release_packages=(zip unzip osslsigncode)
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev)
+# The oldest clang-tidy that leaves the system's headers alone; the others take an hour.
+# shellcheck disable=SC2034
+lint_packages=(clang-format clang-tidy-22 shellcheck)
 
 display_pid=
 server_pid=

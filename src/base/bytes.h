@@ -1,5 +1,6 @@
 #pragma once
 
+#include <algorithm>
 #include <initializer_list>
 #include <span>
 #include <string>
@@ -10,6 +11,11 @@ namespace quelta {
 
 using Bytes = std::vector<unsigned char>;
 using ByteView = std::span<const unsigned char>;
+
+inline bool sameBytes(ByteView left, ByteView right)
+{
+    return std::ranges::equal(left, right);
+}
 
 inline void append(Bytes& to, ByteView more)
 {

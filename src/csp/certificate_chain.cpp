@@ -2,6 +2,7 @@
 
 #include "base/windows_objects.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 #include <map>
@@ -144,12 +145,9 @@ Answer putMessage(HCRYPTMSG message, Output out)
     CryptMsgUpdate(message, nullptr, 0, TRUE);
     DWORD size = 0;
     if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, nullptr, &size)) return fail(GetLastError());
-    if (!out.holds(size)) {
-        *out.length = size;
-        return moreDataButTrue();
-    }
-    if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, out.data, out.length)) return fail(GetLastError());
-    return done();
+    Bytes content(size);
+    if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, content.data(), &size)) return fail(GetLastError());
+    return putOrMoreData(out, content);
 }
 
 Answer encodeChain(CertificateSet& certificates, const Chain& chain, Output out)

@@ -59,11 +59,6 @@ CspContext* contextOf(HCRYPTPROV handle)
     return context && context->valid ? context : nullptr;
 }
 
-void releaseContext(std::unique_ptr<CspContext> context)
-{
-    context.reset();
-}
-
 Outcome<Pin> ensurePinValidated(const CspContext& context)
 {
     if (auto pin = ensurePin(context.token(), pinTexts)) return *std::move(pin);
@@ -100,7 +95,7 @@ BOOL WINAPI CPReleaseContext(HCRYPTPROV hProv, DWORD dwFlags)
     return entryPoint("CPReleaseContext", [&]() -> Answer {
         if (dwFlags != 0) return fail(NTE_BAD_FLAGS);
         if (!contextOf(hProv)) return fail(NTE_BAD_UID);
-        releaseContext(takeBack<CspContext>(hProv));
+        takeBack<CspContext>(hProv).reset();
         return done();
     });
 }

@@ -5,7 +5,6 @@
 #include "token/pin_prompt.h"
 #include "token/token.h"
 
-#include <memory>
 #include <string>
 #include <vector>
 
@@ -33,8 +32,6 @@ struct CspContext {
 
 // Null for a null handle and for one whose acquisition did not succeed.
 CspContext* contextOf(HCRYPTPROV handle);
-
-void releaseContext(std::unique_ptr<CspContext> context);
 
 // The PIN to use; a refusal is logged and becomes NTE_FAIL.
 Outcome<Pin> ensurePinValidated(const CspContext& context);

@@ -1,11 +1,10 @@
-#include "base/work_buffer.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/key_context.h"
 #include "csp/output.h"
-#include "encoding/public_key_form.h"
+#include "encoding/rsa_public_key.h"
 #include "token/expired_session.h"
-#include "token/key_match.h"
+#include "token/key_algorithms.h"
 
 #include <algorithm>
 
@@ -13,45 +12,33 @@ namespace quelta {
 
 namespace {
 
-constexpr PublicKeyTexts publicKeyTexts = {
-    .alreadyDer = "CSP: Public key is already DER encoded",
-    .rawModulus = "CSP: Public key is raw modulus, converting to DER",
-};
-
-// Encrypts what stands at the front of the buffer in place. The caller's length was read once: it may change while a dialog is
-// open.
-Answer encryptInPlace(const CspContext& context, const KeyContext& key, DWORD flags, std::span<BYTE> buffer, DWORD inputLength,
-                      DWORD& length)
+// In place. The caller's length was read once: it may change while a dialog is open.
+Answer encryptInto(Output out, const CspContext& context, const KeyContext& key, DWORD flags, DWORD inputLength)
 {
     // Although only the public key is used.
     if (const auto pin = ensurePinValidated(context); !pin) return pin.error();
-    const Bytes publicKey = publicKeyForDevice(key.publicKey.view(), publicKeyTexts);
-    WorkBuffer work(encryptionRoom);
+    const ByteView publicKey = key.publicKey.view();
+    logDebug(isRawModulus(publicKey) ? "CSP: Public key is raw modulus, converting to DER"
+                                     : "CSP: Public key is already DER encoded");
+    Wiped<std::array<unsigned char, encryptionRoom>> work;
     const auto padding = flags & CRYPT_OAEP ? paddingOaep : paddingPkcs1;
     // By the number of public-key bytes, not of bits, so that every real key takes the default. What the library is used to.
-    const auto type = encryptionTypeOfSize(key.publicKey.size());
-    const auto encrypted =
-        context.token().encrypt(type, padding, buffer.first(inputLength), work.room().first<encryptionRoom>(), publicKey);
+    const auto type = encryptionTypeOfSize(publicKey.size());
+    const auto encrypted = context.token().encrypt(type, padding, {out.data, inputLength}, *work, publicKeyForDevice(publicKey));
     if (!encrypted) {
         logError("Encrypt data failed: ", encrypted.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
     }
-    length = static_cast<DWORD>(*encrypted);
-    if (*encrypted > buffer.size()) return moreDataAndFalse();
-    std::ranges::reverse_copy(work.room().first(*encrypted), buffer.begin());
-    logDebug("CPEncrypt - return success");
-    return done();
+    const auto cipher = std::span(*work).first(*encrypted);
+    std::ranges::reverse(cipher);
+    const Answer answer = putOrRefuse(out, cipher);
+    if (answer.value) logDebug("CPEncrypt - return success");
+    return answer;
 }
 
-Answer copyPlain(ByteView plain, std::span<BYTE> data, DWORD& length)
+Answer decryptWithKeyPair(Output out, const CspContext& context, const KeyContext& key, Pin pin)
 {
-    std::ranges::copy(plain, data.begin());
-    length = static_cast<DWORD>(plain.size());
-    return done();
-}
-
-Answer decryptWithKeyPair(const CspContext& context, const KeyContext& key, const Pin& pin, std::span<BYTE> data, DWORD& length)
-{
+    const ByteView data(out.data, out.room);
     logDebug("Before reversing encrypted data");
     const Bytes cipher(data.rbegin(), data.rend());
     logDebug("After reversing encrypted data");
@@ -59,36 +46,34 @@ Answer decryptWithKeyPair(const CspContext& context, const KeyContext& key, cons
     const auto decrypt = [&](const PinText& text) {
         return context.token().decrypt(key.keyId, text, cipher, key.keyPairFlag != 0);
     };
-    Answer refusal = done();
-    const auto outcome = callWithFreshPin(pin, "CPDecrypt: SSO expired, re-prompting for PIN", decrypt, [&] {
-        const auto renewed = ensurePinValidated(context);
-        if (!renewed) refusal = renewed.error();
-        return renewed;
-    });
-    if (!outcome) return refusal;
+    const auto outcome = callWithFreshPin(std::move(pin), "CPDecrypt: SSO expired, re-prompting for PIN", decrypt,
+                                          [&] { return ensurePinValidated(context); });
+    if (!outcome) return outcome.error();
     logDebug("After decrypting data");
     const auto& plain = *outcome;
     if (!plain) {
         logError("Decrypt data failed : ", plain.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
     }
-    return copyPlain(plain->view(), data, length);
+    return putOrRefuse(out, plain->view());
 }
 
-Answer decryptWithSymmetricKey(const CspContext& context, const KeyContext& key, std::span<BYTE> data, DWORD& length)
+Answer decryptWithSymmetricKey(Output out, const CspContext& context, const KeyContext& key)
 {
-    WorkBuffer work(data.size());
+    const ByteView data(out.data, out.room);
+    Wiped<Bytes> work(data.size());
     const auto iv = tokenState().sharedIv.bytes();
+    const ByteView value = key.symmetricKey->view();
     logDebug("CPDecrypt input iv : ", hex(*iv));
-    logDebug("CPDecrypt input key : ", hex(key.symmetricKey.view()));
-    const auto plain = context.token().withoutContext().decryptSymmetric(data, work.room(), *iv, key.symmetricKey.view());
+    logDebug("CPDecrypt input key : ", hex(value));
+    const auto plain = context.token().withoutContext().decryptSymmetric(data, *work, *iv, value);
     if (!plain) {
         logError("Symetric decryption failed : ", plain.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
     }
-    const ByteView decrypted = work.room().first(*plain);
+    const ByteView decrypted = ByteView(*work).first(*plain);
     logDebug("CPDecrypt - decrypted data : ", hex(decrypted));
-    return copyPlain(decrypted, data, length);
+    return putOrRefuse(out, decrypted);
 }
 
 } // namespace
@@ -106,18 +91,15 @@ BOOL WINAPI CPEncrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH, BOOL, DWORD 
         if (!context) return fail(NTE_BAD_UID);
         const auto* key = keyOf(hKey);
         if (!key) return fail(NTE_BAD_KEY);
-        const DWORD outputSize = key->bitLength / 8;
-        if (!pbData || dwBufLen < outputSize) {
-            *pdwDataLen = outputSize;
-            return pbData ? moreDataAndFalse() : done();
-        }
         const DWORD inputLength = *pdwDataLen;
+        const Output out(pbData, dwBufLen, pdwDataLen);
+        if (const auto refusal = refusalWithoutRoom(out, key->bitLength / 8)) return *refusal;
         if (inputLength > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         if (inputLength == 0 || inputLength > dwBufLen) {
             logError("Invalid data length for encrypt: ", inputLength);
             return fail(NTE_BAD_LEN);
         }
-        return encryptInPlace(*context, *key, dwFlags, {pbData, dwBufLen}, inputLength, *pdwDataLen);
+        return encryptInto(out, *context, *key, dwFlags, inputLength);
     });
 }
 
@@ -132,17 +114,16 @@ BOOL WINAPI CPDecrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH, BOOL, DWORD 
         logDebug("CPDecrypt - key id : ", hex(key->keyId));
         logDebug("CPDecrypt - usage : ", key->keyUsage);
         if (!pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
-        const DWORD length = *pdwDataLen;
-        if (!pbData || length == 0) {
-            logError("Invalid data length for decrypt : ", length);
+        const Output out(pbData, pdwDataLen);
+        if (!pbData || out.room == 0) {
+            logError("Invalid data length for decrypt : ", out.room);
             return fail(NTE_BAD_DATA);
         }
-        if (length > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
-        const auto pin = ensurePinValidated(*context);
+        if (out.room > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
+        auto pin = ensurePinValidated(*context);
         if (!pin) return pin.error();
-        const std::span<BYTE> data(pbData, length);
-        const Answer answer = key->symmetricKey.empty() ? decryptWithKeyPair(*context, *key, *pin, data, *pdwDataLen)
-                                                        : decryptWithSymmetricKey(*context, *key, data, *pdwDataLen);
+        const Answer answer = key->symmetricKey->empty() ? decryptWithKeyPair(out, *context, *key, *std::move(pin))
+                                                         : decryptWithSymmetricKey(out, *context, *key);
         if (answer.value) logDebug("CPDecrypt- return");
         return answer;
     });

@@ -1,12 +1,13 @@
+#include "base/hex.h"
 #include "base/table.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
 #include "csp/hash_context.h"
 #include "csp/output.h"
-#include "log/utils.h"
 #include "token/handles.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 namespace quelta {
@@ -70,28 +71,27 @@ Answer startDeviceHash(const CspContext& context, HashContext& hash)
     return done();
 }
 
-Answer putNumber(Output out, DWORD value)
+// A buffer without room is answered before it shows whether there is anything to read.
+template <class Member>
+Answer putNumber(const HashContext& hash, Output out, Member ReadableHash::*member, const char* line)
 {
-    *out.length = sizeof value;
-    std::memcpy(out.data, &value, sizeof value);
+    if (const auto refusal = refusalWithoutRoom(out, sizeof(Member))) return *refusal;
+    const auto* row = readable(hash);
+    if (!row) return fail(NTE_BAD_ALGID);
+    if (line) logDebug(line, row->*member);
+    const Answer answer = putOrRefuse(out, bytesOf(row->*member));
     logDebug("Get hash param success");
-    return done();
+    return answer;
 }
 
 Answer getAlgorithm(const CspContext&, HashContext& hash, Output out)
 {
-    if (!out.holds(sizeof(DWORD))) return putOrRefuse(out, bytesOf(DWORD{}));
-    const auto* row = readable(hash);
-    return row ? putNumber(out, row->id) : fail(NTE_BAD_ALGID);
+    return putNumber(hash, out, &ReadableHash::id, nullptr);
 }
 
 Answer getSize(const CspContext&, HashContext& hash, Output out)
 {
-    if (!out.holds(sizeof(DWORD))) return putOrRefuse(out, bytesOf(DWORD{}));
-    const auto* row = readable(hash);
-    if (!row) return fail(NTE_BAD_ALGID);
-    logDebug("Get hash param hashSize : ", row->size);
-    return putNumber(out, row->size);
+    return putNumber(hash, out, &ReadableHash::size, "Get hash param hashSize : ");
 }
 
 Answer getValue(const CspContext& context, HashContext& hash, Output out)
@@ -101,10 +101,7 @@ Answer getValue(const CspContext& context, HashContext& hash, Output out)
         logError("Unsupported Algorithm : ", hash.mechanism);
         return fail(NTE_BAD_ALGID);
     }
-    if (out.isQuery()) {
-        *out.length = row->size;
-        return done();
-    }
+    if (out.isQuery()) return *refusalWithoutRoom(out, row->size);
     // A buffer that turns out too small still finishes the hash; the next call reads the kept digest.
     if (!hash.finished) {
         if (!finaliseDigest(context.token(), hash, row->size)) return fail(NTE_FAIL);
@@ -170,12 +167,9 @@ std::unique_ptr<HashContext> copyOf(const HashContext& source)
 
 std::string addressText(const void* address)
 {
-    const auto value = reinterpret_cast<std::uintptr_t>(address);
-    std::array<unsigned char, sizeof value> bigEndian{};
-    for (std::size_t i = 0; i < bigEndian.size(); ++i) {
-        bigEndian[i] = static_cast<unsigned char>(value >> (8 * (bigEndian.size() - 1 - i)));
-    }
-    return "0x" + Utils::toHex(bigEndian.data(), static_cast<int>(bigEndian.size()));
+    auto bytes = std::bit_cast<std::array<unsigned char, sizeof address>>(address);
+    std::ranges::reverse(bytes);
+    return "0x" + toHex(bytes);
 }
 
 } // namespace
@@ -229,7 +223,7 @@ BOOL WINAPI CPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BY
         logDebug("CPGetHashParam dwParam : ", dwParam);
         logDebug("CPGetHashParam mechanism : ", hash->mechanism);
         const auto* parameter = findRow(readableParameters, &ReadableParameter::id, dwParam);
-        return parameter ? parameter->answer(*context, *hash, {pbData, pdwDataLen}) : fail(NTE_BAD_TYPE);
+        return parameter ? parameter->answer(*context, *hash, Output(pbData, pdwDataLen)) : fail(NTE_BAD_TYPE);
     });
 }
 

@@ -24,8 +24,8 @@ struct HashContext {
     // The final digest was read or set.
     bool finished = false;
     std::array<unsigned char, digestRoom> hashValue{};
-    std::array<unsigned char, keyIdSize> keyId{};
-    std::uint32_t keyIdLength = 0;
+    // Of the key pair that signs, once it is chosen.
+    std::optional<std::array<unsigned char, keyIdSize>> keyId;
     // 0 as long as the digest is not final.
     std::uint32_t hashLength = 0;
     std::uint32_t hashSize = 0;

@@ -4,10 +4,11 @@
 #include "csp/key_context.h"
 #include "csp/output.h"
 #include "encoding/capi_blobs.h"
-#include "encoding/key_unwrap.h"
+#include "token/handles.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
-
-#include <algorithm>
+#include "token/key_unwrap.h"
+#include "token/record_fields.h"
 
 namespace quelta {
 
@@ -151,7 +152,7 @@ ImportedKey importSimpleKey(const Import& import)
         return refuse(NTE_BAD_ALGID);
     }
     auto key = std::make_unique<KeyContext>();
-    if (clear->view().empty() || !key->symmetricKey.assign(clear->view())) return refuse(NTE_BAD_DATA);
+    if (clear->view().empty() || !key->symmetricKey->assign(clear->view())) return refuse(NTE_BAD_DATA);
     key->algorithm = algorithm->encryptionType;
     logDebug("Output key id : ", hex(key->keyId));
     logDebug("SIMPLEBLOB imported successfully (AES)");
@@ -197,16 +198,16 @@ Answer importBlob(const CspContext& context, ByteView blob, HCRYPTKEY importKey,
     if (!imported) return fail(ERROR_INVALID_PARAMETER);
     auto key = type->import({context, blob, header, keyOf(importKey)});
     if (!key) return key.error();
-    *imported = handOutKey(*std::move(key));
+    *imported = handOut(*std::move(key));
     return done();
 }
 
 Answer exportPublicKey(const CspContext& context, const KeyContext& key, Output out)
 {
     const auto pairs = context.token().keyPairs();
-    const auto pair = std::ranges::find_if(pairs, [&](const auto& candidate) { return sameBytes(candidate.keyId, key.keyId); });
+    const auto* pair = findKeyPair(pairs, key.keyId);
     // Keys of 2048 bits only.
-    if (pair == pairs.end() || pair->algorithm != algorithmRsa2048) return fail(NTE_BAD_KEY);
+    if (!pair || pair->algorithm != algorithmRsa2048) return fail(NTE_BAD_KEY);
     const Bytes blob = writeCapiPublicBlob(key.algorithm, publicKeyOf(*pair));
     if (out.holds(blob.size())) logDebug("key usage : ", key.algorithm);
     const Answer answer = putEnumerated(out, blob);

@@ -4,8 +4,6 @@
 #include "csp/entry.h"
 #include "token/token_key.h"
 
-#include <memory>
-
 namespace quelta {
 
 // What a signing key pair on an elliptic curve is called, where one of RSA is CALG_RSA_SIGN.
@@ -18,6 +16,5 @@ struct KeyContext : TokenKey {};
 
 // Null for a null handle.
 KeyContext* keyOf(HCRYPTKEY handle);
-HCRYPTKEY handOutKey(std::unique_ptr<KeyContext> key);
 
 } // namespace quelta

@@ -4,7 +4,9 @@
 #include "csp/key_context.h"
 #include "csp/output.h"
 #include "token/handles.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 #include <cstring>
@@ -15,11 +17,6 @@ namespace quelta {
 KeyContext* keyOf(HCRYPTKEY handle)
 {
     return recordOf<KeyContext>(handle);
-}
-
-HCRYPTKEY handOutKey(std::unique_ptr<KeyContext> key)
-{
-    return handOut(std::move(key));
 }
 
 namespace {
@@ -90,7 +87,7 @@ Answer getPermissions(const CspContext&, const KeyContext& key, Output out)
 
 Answer getAlgorithm(const CspContext&, const KeyContext& key, Output out)
 {
-    if (out.isQuery() || *out.length == 0) {
+    if (out.isQuery() || out.room == 0) {
         logDebug("CPGetKeyParam - input for alg id is null");
     } else if (out.holds(sizeof key.algorithm)) {
         logDebug("CPGetKeyParam - copying alg id : ", key.algorithm);
@@ -171,7 +168,7 @@ BOOL WINAPI CPGetUserKey(HCRYPTPROV hProv, DWORD dwKeySpec, HCRYPTKEY* phUserKey
             return fail(NTE_BAD_KEY);
         }
         logDebug("CPGetUserKey - return key algorithm : ", key->algorithm);
-        *phUserKey = handOutKey(std::move(key));
+        *phUserKey = handOut(std::move(key));
         return done();
     });
 }
@@ -201,7 +198,7 @@ BOOL WINAPI CPGenKey(HCRYPTPROV hProv, ALG_ID Algid, DWORD dwFlags, HCRYPTKEY* p
             return fail(NTE_TOKEN_KEYSET_STORAGE_FULL);
         }
         fillGenerated(*key, pair, Algid, bits);
-        *phKey = handOutKey(std::move(key));
+        *phKey = handOut(std::move(key));
         logDebug("Key generated successfully, Algid=", Algid, " bits=", bits);
         return done();
     });

@@ -13,6 +13,13 @@ Answer tell(Output out, std::size_t size, Answer answer)
     return answer;
 }
 
+// What is known to fit.
+Answer put(Output out, ByteView value)
+{
+    std::ranges::copy(value, out.data);
+    return tell(out, value.size(), done());
+}
+
 } // namespace
 
 ByteView bytesWithZero(const std::string& text)
@@ -20,10 +27,16 @@ ByteView bytesWithZero(const std::string& text)
     return {reinterpret_cast<const unsigned char*>(text.c_str()), text.size() + 1};
 }
 
-Answer put(Output out, ByteView value)
+Answer putQuietly(Output out, ByteView value)
 {
-    std::ranges::copy(value, out.data);
-    return tell(out, value.size(), done());
+    return out.holds(value.size()) ? put(out, value) : tell(out, value.size(), done());
+}
+
+Answer putTextQuietly(Output out, const std::string& text)
+{
+    const ByteView value = bytesWithZero(text);
+    const Answer answer = putQuietly(out, value);
+    return out.holds(value.size()) ? tell(out, text.size(), answer) : answer;
 }
 
 Answer putOrMoreData(Output out, ByteView value)
@@ -38,16 +51,21 @@ Answer putEnumerated(Output out, ByteView value)
     return putOrRefuse(out, value);
 }
 
+std::optional<Answer> refusalWithoutRoom(Output out, std::size_t size)
+{
+    if (out.holds(size)) return std::nullopt;
+    return tell(out, size, out.isQuery() ? done() : moreDataAndFalse());
+}
+
 Answer putOrRefuse(Output out, ByteView value)
 {
-    if (out.isQuery()) return tell(out, value.size(), done());
-    if (!out.holds(value.size())) return tell(out, value.size(), moreDataAndFalse());
-    return put(out, value);
+    const auto refusal = refusalWithoutRoom(out, value.size());
+    return refusal ? *refusal : put(out, value);
 }
 
 Answer putKeyParameter(Output out, ByteView value, const char* shortText)
 {
-    if (out.isQuery() || *out.length == 0) return tell(out, value.size(), done());
+    if (out.isQuery() || out.room == 0) return tell(out, value.size(), done());
     if (!out.holds(value.size())) logError(shortText, value.size());
     return putOrRefuse(out, value);
 }

@@ -5,6 +5,7 @@
 #include "csp/entry_points.h"
 #include "csp/output.h"
 #include "csp/supported_algorithms.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
 
 #include <algorithm>
@@ -18,58 +19,45 @@ constexpr DWORD implementationType = CRYPT_IMPL_HARDWARE | CRYPT_IMPL_REMOVABLE;
 constexpr DWORD providerVersion = 0x100;
 constexpr DWORD pinIsNeeded = 1;
 
-Answer answerQuietly(Output out)
+Answer logged(Answer answer, Output out)
 {
     logDebug("CPGetProvParam out length : ", *out.length);
     logDebug("CPGetProvParam return success");
-    return done();
+    return answer;
 }
 
-// TRUE always, written when it fits, and the length told.
-Answer putQuietly(Output out, ByteView value)
+Answer putNumber(Output out, DWORD value)
 {
-    if (out.holds(value.size())) std::ranges::copy(value, out.data);
-    *out.length = static_cast<DWORD>(value.size());
-    return answerQuietly(out);
-}
-
-Answer putQuietly(Output out, DWORD value)
-{
-    return putQuietly(out, bytesOf(value));
+    return logged(putQuietly(out, bytesOf(value)), out);
 }
 
 Answer getImplementationType(CspContext&, Output out, DWORD)
 {
     if (out.holds(sizeof implementationType)) logDebug("CPGetProvParam not null value provided");
-    return putQuietly(out, implementationType);
+    return putNumber(out, implementationType);
 }
 
 Answer getName(CspContext&, Output out, DWORD)
 {
-    const std::string name = providerName;
-    const ByteView value = bytesWithZero(name);
-    const bool written = out.holds(value.size());
-    if (written) std::ranges::copy(value, out.data);
     // 34 before a copy and 33 after it: a caller sizes by the first and reads by the second.
-    *out.length = static_cast<DWORD>(written ? name.size() : value.size());
-    return answerQuietly(out);
+    return logged(putTextQuietly(out, providerName), out);
 }
 
 Answer getVersion(CspContext&, Output out, DWORD)
 {
-    return putQuietly(out, providerVersion);
+    return putNumber(out, providerVersion);
 }
 
 Answer getContainer(CspContext& context, Output out, DWORD)
 {
     tokenState().containerSelectedFlag = 1;
     logDebug("CPGetProvParam - copying container");
-    return putQuietly(out, bytesWithZero(context.containerName));
+    return logged(putQuietly(out, bytesWithZero(context.containerName)), out);
 }
 
 Answer getProviderType(CspContext&, Output out, DWORD)
 {
-    return putQuietly(out, DWORD{PROV_RSA_FULL});
+    return putNumber(out, PROV_RSA_FULL);
 }
 
 Answer getKeyStorage(CspContext&, Output out, DWORD)
@@ -79,7 +67,7 @@ Answer getKeyStorage(CspContext&, Output out, DWORD)
 
 Answer getKeysetType(CspContext& context, Output out, DWORD)
 {
-    return putQuietly(out, context.keysetType);
+    return putNumber(out, context.keysetType);
 }
 
 Answer getPin(CspContext&, Output out, DWORD)
@@ -126,7 +114,7 @@ Answer enumerateAlgorithms(CspContext& context, Output out, DWORD flags)
     logDebug("CPGetProvParam: PP_ENUMALGS");
     DWORD& cursor = context.algorithmCursor;
     if (!moveCursor(cursor, flags)) return fail(ERROR_INVALID_PARAMETER);
-    if (cursor >= supportedAlgorithmCount) return fail(ERROR_NO_MORE_ITEMS);
+    if (cursor >= std::size(supportedAlgorithms)) return fail(ERROR_NO_MORE_ITEMS);
     const auto& algorithm = supportedAlgorithms[cursor];
     const Answer answer = putEnumerated(out, bytesOf(enumAlgsOf(algorithm)));
     if (!answer.lastError) logDebug("CPGetProvParam: returned algorithm -> ", algorithm.shortName);
@@ -141,7 +129,7 @@ Answer enumerateAlgorithmsEx(CspContext& context, Output out, DWORD flags)
         logDebug("Invalid dwFlags for PP_ENUMALGS_EX");
         return fail(ERROR_INVALID_PARAMETER);
     }
-    if (cursor >= supportedAlgorithmCount) {
+    if (cursor >= std::size(supportedAlgorithms)) {
         logDebug("No more algorithms");
         return fail(ERROR_NO_MORE_ITEMS);
     }
@@ -223,7 +211,7 @@ Answer setPin(CspContext& context, const BYTE* data)
         return fail(ERROR_INVALID_PARAMETER);
     }
     // The length of the PIN that is cached so far, not of the new one.
-    logDebug("CPSetProvParam - passwordLength : ", tokenState().pinCache.pin()->length());
+    logDebug("CPSetProvParam - passwordLength : ", (*tokenState().pinCache.pin())->size());
     if (const int result = validateGivenPin(context.token(), reinterpret_cast<const char*>(data))) {
         logError("CPSetProvParam - Token password validation failed : ", result);
         return fail(NTE_KEYSET_ENTRY_BAD);
@@ -279,7 +267,7 @@ BOOL WINAPI CPGetProvParam(HCRYPTPROV hProv, DWORD dwParam, BYTE* pbData, DWORD*
             return fail(NTE_BAD_TYPE);
         }
         if (!pdwDataLen) return fail(ERROR_INVALID_PARAMETER);
-        return parameter->answer(*context, {pbData, pdwDataLen}, dwFlags);
+        return parameter->answer(*context, Output(pbData, pdwDataLen), dwFlags);
     });
 }
 

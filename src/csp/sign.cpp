@@ -2,10 +2,10 @@
 #include "csp/entry_points.h"
 #include "csp/hash_context.h"
 #include "csp/key_context.h"
-#include "encoding/public_key_form.h"
 #include "encoding/rsa_public_key.h"
 #include "token/expired_session.h"
-#include "token/key_match.h"
+#include "token/key_algorithms.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 
@@ -15,8 +15,7 @@ namespace {
 
 void choose(const QueltaKeyPair& pair, HashContext& hash)
 {
-    std::ranges::copy(pair.keyId, hash.keyId.begin());
-    hash.keyIdLength = keyIdSize;
+    hash.keyId = std::to_array(pair.keyId);
     hash.mechanism = static_cast<std::int32_t>(pair.algorithm);
 }
 
@@ -31,7 +30,6 @@ void chooseLastEligible(const std::vector<QueltaKeyPair>& pairs, HashContext& ha
 
 bool chooseSigningKey(const CspContext& context, HashContext& hash)
 {
-    hash.keyIdLength = 0;
     const auto pairs = context.token().keyPairs();
     bool matched = false;
     for (const auto& pair : pairs) {
@@ -42,7 +40,7 @@ bool chooseSigningKey(const CspContext& context, HashContext& hash)
         return true;
     }
     if (matched) chooseLastEligible(pairs, hash);
-    return hash.keyIdLength != 0;
+    return hash.keyId.has_value();
 }
 
 DWORD signatureLengthOf(const HashContext& hash)
@@ -56,19 +54,15 @@ DWORD signatureLengthOf(const HashContext& hash)
 
 Answer signInto(const CspContext& context, const HashContext& hash, DWORD flags, std::span<BYTE> room, DWORD& signatureLength)
 {
-    const auto pin = ensurePinValidated(context);
+    auto pin = ensurePinValidated(context);
     if (!pin) return pin.error();
     logDebug("CPSignHash dwFlags : ", flags);
     logDebug("CPSignHash hashAlgorithm : ", hash.hashAlgorithm);
     logDebug("CPSignHash key mechanism : ", hash.mechanism);
-    const auto sign = [&](const PinText& text) { return context.token().signHash(hash.keyId, text, hash.digest(), room); };
-    Answer refusal = done();
-    const auto outcome = callWithFreshPin(*pin, "CPSignHash: SSO expired, re-prompting for PIN", sign, [&] {
-        const auto renewed = ensurePinValidated(context);
-        if (!renewed) refusal = renewed.error();
-        return renewed;
-    });
-    if (!outcome) return refusal;
+    const auto sign = [&](const PinText& text) { return context.token().signHash(*hash.keyId, text, hash.digest(), room); };
+    const auto outcome = callWithFreshPin(*std::move(pin), "CPSignHash: SSO expired, re-prompting for PIN", sign,
+                                          [&] { return ensurePinValidated(context); });
+    if (!outcome) return outcome.error();
     const auto& signedLength = *outcome;
     if (!signedLength) {
         logError("Sign hash failed : ", signedLength.error());
@@ -110,11 +104,6 @@ Outcome<void> readDigest(HCRYPTPROV hProv, HCRYPTHASH hHash, HashContext& hash)
     return {};
 }
 
-constexpr PublicKeyTexts publicKeyTexts = {
-    .alreadyDer = "Public key is already DER encoded",
-    .rawModulus = "Public key is not DER encoded, converting to DER",
-};
-
 Outcome<Bytes> publicKeyOfContainer(const CspContext& context)
 {
     logError("Key Handle Not Initialized or Public Key Length is zero");
@@ -131,7 +120,9 @@ Outcome<Bytes> verificationKey(const CspContext& context, const KeyContext* key)
 {
     if (!key || key->publicKey.empty()) return publicKeyOfContainer(context);
     logDebug("key handle available");
-    return publicKeyForDevice(key->publicKey.view(), publicKeyTexts);
+    const ByteView publicKey = key->publicKey.view();
+    logDebug(isRawModulus(publicKey) ? "Public key is not DER encoded, converting to DER" : "Public key is already DER encoded");
+    return publicKeyForDevice(publicKey);
 }
 
 } // namespace
@@ -153,7 +144,7 @@ BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD
         const DWORD room = pbSignature ? *pdwSigLen : 0;
         if (room > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         if (hash->hashLength == 0 && !finaliseDigest(context->token(), *hash, digestRoom)) return fail(NTE_FAIL);
-        if (hash->keyIdLength != keyIdSize && !chooseSigningKey(*context, *hash)) {
+        if (!hash->keyId && !chooseSigningKey(*context, *hash)) {
             logDebug("Sign certificate not found");
             return fail(NTE_NO_KEY);
         }

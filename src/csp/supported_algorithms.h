@@ -13,23 +13,18 @@ struct SupportedAlgorithm {
     DWORD minimumBits;
     DWORD maximumBits;
     DWORD defaultBits;
-    // Read by nobody.
-    DWORD keyIncrement;
     DWORD protocols;
     std::string_view shortName;
     std::string_view longName;
 };
 
-constexpr DWORD supportedAlgorithmCount = 4;
-
-// What PP_ENUMALGS and PP_ENUMALGS_EX enumerate, then a terminator that is never returned.
-constexpr SupportedAlgorithm supportedAlgorithms[supportedAlgorithmCount + 1] = {
-    {CALG_RSA_SIGN, 1024, 4096, 2048, 1024, 0x20, "RSA-Sign", "RSA Signature Algorithm"},
-    {CALG_RSA_KEYX, 1024, 4096, 2048, 1024, 0x40, "RSA-KeyX", "RSA Key Exchange Algorithm"},
+// What PP_ENUMALGS and PP_ENUMALGS_EX enumerate.
+constexpr SupportedAlgorithm supportedAlgorithms[] = {
+    {CALG_RSA_SIGN, 1024, 4096, 2048, 0x20, "RSA-Sign", "RSA Signature Algorithm"},
+    {CALG_RSA_KEYX, 1024, 4096, 2048, 0x40, "RSA-KeyX", "RSA Key Exchange Algorithm"},
     // 256 bits, not 160: what this provider has always reported.
-    {CALG_SHA1, 256, 256, 256, 0, 0x80, "SHA1", "SHA-1 Hash Algorithm"},
-    {CALG_SHA_256, 256, 256, 256, 0, 0x80, "SHA256", "SHA-256 Hash Algorithm"},
-    {0xFFFFFFFF, 0, 0, 0, 0, 0, "", ""},
+    {CALG_SHA1, 256, 256, 256, 0x80, "SHA1", "SHA-1 Hash Algorithm"},
+    {CALG_SHA_256, 256, 256, 256, 0x80, "SHA256", "SHA-256 Hash Algorithm"},
 };
 
 PROV_ENUMALGS enumAlgsOf(const SupportedAlgorithm& algorithm);

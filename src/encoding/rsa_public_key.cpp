@@ -57,15 +57,20 @@ Bytes rsaPublicKeyToDer(std::string_view modulusHex, std::string_view exponentHe
     return rsaPublicKeyToDer(hexToBytes(modulusHex), hexToBytes(exponentHex));
 }
 
-bool isDer(ByteView publicKey)
-{
-    return !publicKey.empty() && publicKey.front() == der::tagSequence;
-}
-
 Bytes rawModulusToDer(ByteView modulus)
 {
     constexpr unsigned char exponent[] = {0x01, 0x00, 0x01};
     return rsaPublicKeyToDer(modulus, exponent);
+}
+
+bool isRawModulus(ByteView publicKey)
+{
+    return !publicKey.empty() && publicKey.front() != der::tagSequence;
+}
+
+Bytes publicKeyForDevice(ByteView publicKey)
+{
+    return isRawModulus(publicKey) ? rawModulusToDer(publicKey) : toBytes(publicKey);
 }
 
 } // namespace quelta

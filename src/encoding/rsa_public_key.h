@@ -17,10 +17,13 @@ Bytes rsaPublicKeyToDer(ByteView modulus, ByteView exponent);
 // The same from hexadecimal texts.
 Bytes rsaPublicKeyToDer(std::string_view modulusHex, std::string_view exponentHex);
 
-// A key whose first byte is 0x30 is taken for DER.
-bool isDer(ByteView publicKey);
-
 // A raw modulus with the exponent 65537.
 Bytes rawModulusToDer(ByteView modulus);
+
+// A key whose first byte is 0x30 is taken for DER.
+bool isRawModulus(ByteView publicKey);
+
+// A stored public key as the device library wants it: a raw modulus wrapped, DER as it stands, and no bytes as none.
+Bytes publicKeyForDevice(ByteView publicKey);
 
 } // namespace quelta

@@ -1,70 +1,60 @@
-#include "base/work_buffer.h"
-#include "encoding/public_key_form.h"
+#include "encoding/rsa_public_key.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/property.h"
 #include "ksp/provider.h"
 #include "token/expired_session.h"
-#include "token/key_match.h"
-
-#include <algorithm>
+#include "token/key_algorithms.h"
 
 namespace quelta {
 
 namespace {
-
-constexpr PublicKeyTexts publicKeyTexts = {
-    .alreadyDer = "KSP: Public key is already DER encoded",
-    .rawModulus = "KSP: Public key is raw modulus, converting to DER",
-};
 
 bool isInput(const BYTE* data, DWORD length)
 {
     return data && length != 0 && length <= longestDeviceLength;
 }
 
-SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS status)
-{
-    *out.result = static_cast<DWORD>(length);
-    return status;
-}
-
-using PinOutcome = std::expected<Pin, SECURITY_STATUS>;
-
-PinOutcome pinFor(const KspProvider& provider, DWORD flags)
+std::expected<Pin, SECURITY_STATUS> pinFor(const KspProvider& provider, DWORD flags)
 {
     // Whether a silent caller can be served shows by the flag alone: an open single sign-on is not asked for. And the PIN that
     // came with the flag is the one to use: the cache may be emptied in between, and then a dialog would show.
-    const Pin cached = tokenState().pinCache.pinIfValidated();
+    Pin cached = tokenState().pinCache.pinIfValidated();
     if ((flags & NCRYPT_SILENT_FLAG) && !cached) return std::unexpected(NTE_SILENT_CONTEXT);
-    if (auto pin = kspEnsurePin(provider, cached)) return *std::move(pin);
-    return std::unexpected(NTE_FAIL);
+    return kspEnsurePin(provider, std::move(cached));
+}
+
+Bytes publicKeyOf(const KspKey& key)
+{
+    const ByteView publicKey = key.publicKey.view();
+    logDebug(isRawModulus(publicKey) ? "KSP: Public key is raw modulus, converting to DER"
+                                     : "KSP: Public key is already DER encoded");
+    return publicKeyForDevice(publicKey);
 }
 
 SECURITY_STATUS encryptTo(KspOutput out, const KspProvider& provider, const KspKey& key, ByteView input, DWORD flags)
 {
-    const Bytes publicKey = publicKeyForDevice(key.publicKey.view(), publicKeyTexts);
-    WorkBuffer work(encryptionRoom);
+    const Bytes publicKey = publicKeyOf(key);
+    Wiped<std::array<unsigned char, encryptionRoom>> work;
     const auto padding = flags & NCRYPT_PAD_OAEP_FLAG ? paddingOaep : paddingPkcs1;
-    const auto encrypted = provider.token().encrypt(encryptionTypeOfSize(key.bitLength), padding, input,
-                                                    work.room().first<encryptionRoom>(), publicKey);
+    const auto encrypted = provider.token().encrypt(encryptionTypeOfSize(key.bitLength), padding, input, *work, publicKey);
     if (!encrypted) {
         logError("KSP: Encrypt failed: ", encrypted.error());
         return NTE_INTERNAL_ERROR;
     }
-    const SECURITY_STATUS status = putProperty(out, work.room().first(*encrypted));
+    const SECURITY_STATUS status = putProperty(out, ByteView(*work).first(*encrypted));
     if (status == statusDone) logDebug("KSP: Encrypt success");
     return status;
 }
 
-SECURITY_STATUS decryptWithKeyPair(KspOutput out, const KspProvider& provider, const KspKey& key, const Pin& pin, ByteView input)
+SECURITY_STATUS decryptWithKeyPair(KspOutput out, const KspProvider& provider, const KspKey& key, Pin pin, ByteView input)
 {
     const auto decrypt = [&](const PinText& text) {
         return provider.token().decrypt(key.keyId, text, input, key.keyPairFlag != 0);
     };
-    const auto outcome =
-        callWithFreshPin(pin, "KSP: Decrypt SSO expired, re-prompting for PIN", decrypt, [&] { return kspEnsurePin(provider); });
-    if (!outcome) return NTE_FAIL;
+    const auto outcome = callWithFreshPin(std::move(pin), "KSP: Decrypt SSO expired, re-prompting for PIN", decrypt,
+                                          [&] { return kspEnsurePin(provider); });
+    if (!outcome) return outcome.error();
     const auto& plain = *outcome;
     if (!plain) {
         logError("KSP: Decrypt failed: ", plain.error());
@@ -82,37 +72,38 @@ SECURITY_STATUS decryptWithSymmetricKey(KspOutput out, const KspProvider& provid
     const auto sharedIv = tokenState().sharedIv.bytes();
     const ByteView iv = ecb ? ByteView() : ByteView(*sharedIv);
     logDebug("KSP: Decrypt input iv : ", hex(iv));
-    logDebug("KSP: Decrypt input key : ", hex(key.symmetricKey.view()));
-    WorkBuffer work(input.size());
-    const auto plain = provider.token().decryptSymmetric(input, work.room(), iv, key.symmetricKey.view());
+    const ByteView value = key.symmetricKey->view();
+    logDebug("KSP: Decrypt input key : ", hex(value));
+    Wiped<Bytes> work(input.size());
+    const auto plain = provider.token().decryptSymmetric(input, *work, iv, value);
     if (!plain) {
         logError("KSP: Symmetric decryption failed: ", plain.error());
         return NTE_INTERNAL_ERROR;
     }
-    if (!out.data || out.room < *plain) {
+    if (const auto answer = answerWithoutRoom(out, *plain)) {
         // The same line for a buffer that is only too short.
         logDebug("pbOutput == NULL ");
-        return tellLength(out, *plain, out.data ? NTE_BUFFER_TOO_SMALL : statusDone);
+        return *answer;
     }
     logDebug("KSP: Symmetric decrypt success, length: ", *plain);
-    return putProperty(out, work.room().first(*plain));
+    return putProperty(out, ByteView(*work).first(*plain));
 }
 
-SECURITY_STATUS signInto(KspOutput out, const KspProvider& provider, const KspKey& key, const Pin& pin, ByteView hash)
+SECURITY_STATUS signInto(KspOutput out, const KspProvider& provider, const KspKey& key, Pin pin, ByteView hash)
 {
     logDebug("KSP: SignHash - credential: ", hex(key.keyId));
     logDebug("KSP: SignHash - hash length: ", hash.size());
     const auto sign = [&](const PinText& text) { return provider.token().signHash(key.keyId, text, hash, {out.data, out.room}); };
-    const auto outcome =
-        callWithFreshPin(pin, "KSP: SignHash SSO expired, re-prompting for PIN", sign, [&] { return kspEnsurePin(provider); });
-    if (!outcome) return NTE_FAIL;
+    const auto outcome = callWithFreshPin(std::move(pin), "KSP: SignHash SSO expired, re-prompting for PIN", sign,
+                                          [&] { return kspEnsurePin(provider); });
+    if (!outcome) return outcome.error();
     const auto& length = *outcome;
     if (!length) {
         logError("KSP: Sign hash failed: ", length.error());
         return NTE_INTERNAL_ERROR;
     }
     logDebug("KSP: SignHash success, signature length=", *length);
-    return tellLength(out, *length, statusDone);
+    return tellLength(out, *length);
 }
 
 } // namespace
@@ -126,9 +117,7 @@ SECURITY_STATUS WINAPI KSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDL
         const auto* key = kspKeyOf(hKey);
         if (!key || !pcbResult) return NTE_INVALID_PARAMETER;
         const KspOutput out{pbOutput, cbOutput, pcbResult};
-        const std::uint32_t size = key->bitLength / 8;
-        if (!pbOutput) return tellLength(out, size, statusDone);
-        if (cbOutput < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
+        if (const auto answer = answerWithoutRoom(out, key->bitLength / 8)) return *answer;
         if (!isInput(pbInput, cbInput)) return NTE_INVALID_PARAMETER;
         if (const auto pin = pinFor(*provider, dwFlags); !pin) return pin.error();
         return encryptTo(out, *provider, *key, {pbInput, cbInput}, dwFlags);
@@ -144,13 +133,13 @@ SECURITY_STATUS WINAPI KSPDecrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDL
         const auto* key = kspKeyOf(hKey);
         if (!key || !pcbResult) return NTE_INVALID_PARAMETER;
         const KspOutput out{pbOutput, cbOutput, pcbResult};
-        if (!key->isSymmetric() && !pbOutput) return tellLength(out, key->bitLength / 8, statusDone);
+        if (!key->isSymmetric() && !pbOutput) return tellLength(out, key->bitLength / 8);
         if (!isInput(pbInput, cbInput)) return NTE_INVALID_PARAMETER;
-        const auto pin = pinFor(*provider, dwFlags);
+        auto pin = pinFor(*provider, dwFlags);
         if (!pin) return pin.error();
         const ByteView input(pbInput, cbInput);
         return key->isSymmetric() ? decryptWithSymmetricKey(out, *provider, *key, input)
-                                  : decryptWithKeyPair(out, *provider, *key, *pin, input);
+                                  : decryptWithKeyPair(out, *provider, *key, *std::move(pin), input);
     });
 }
 
@@ -166,18 +155,18 @@ SECURITY_STATUS WINAPI KSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAND
         const std::uint32_t size = key->bitLength / 8;
         if (!pbSignature) {
             logDebug("KSP: SignHash size query, returning ", size);
-            return tellLength(out, size, statusDone);
+            return tellLength(out, size);
         }
         if (!isInput(pbHashValue, cbHashValue) || cbSignature > longestDeviceLength) return NTE_INVALID_PARAMETER;
-        if (cbSignature < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
-        const auto pin = pinFor(*provider, dwFlags);
+        if (const auto answer = answerWithoutRoom(out, size)) return *answer;
+        auto pin = pinFor(*provider, dwFlags);
         if (!pin) return pin.error();
         // Only now: the user is asked for the PIN even for a request that is then refused.
         if ((dwFlags & BCRYPT_PAD_PSS) && !(dwFlags & BCRYPT_PAD_PKCS1)) {
             logError("KSP: PSS padding not supported");
             return NTE_NOT_SUPPORTED;
         }
-        return signInto(out, *provider, *key, *pin, {pbHashValue, cbHashValue});
+        return signInto(out, *provider, *key, *std::move(pin), {pbHashValue, cbHashValue});
     });
 }
 
@@ -193,7 +182,7 @@ SECURITY_STATUS WINAPI KSPVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_K
             logError("KSP: No public key for verification");
             return NTE_BAD_KEY;
         }
-        const Bytes publicKey = publicKeyForDevice(key->publicKey.view(), publicKeyTexts);
+        const Bytes publicKey = publicKeyOf(*key);
         logDebug("KSP: VerifySignature - hash length: ", cbHashValue);
         logDebug("KSP: VerifySignature - public key length: ", publicKey.size());
         logDebug("KSP: VerifySignature - signature length: ", cbSignature);

@@ -2,6 +2,7 @@
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/provider.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
 
 #include <algorithm>

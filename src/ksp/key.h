@@ -23,7 +23,7 @@ struct KspKey : TokenKey {
     bool finalized = false;
     ChainingMode chainingMode = ChainingMode::cbc;
 
-    bool isSymmetric() const { return !symmetricKey.empty(); }
+    bool isSymmetric() const { return !symmetricKey->empty(); }
     // The name on the token: its identifier in hexadecimal.
     std::wstring tokenName() const;
 };
@@ -33,7 +33,6 @@ KspKey* kspKeyOf(NCRYPT_KEY_HANDLE handle);
 
 // A finalized key without identity yet.
 std::unique_ptr<KspKey> newFinalizedKey();
-NCRYPT_KEY_HANDLE handOutKey(std::unique_ptr<KspKey> key);
 
 std::wstring wideKeyName(const QueltaKeyPair& pair);
 

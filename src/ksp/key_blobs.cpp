@@ -1,14 +1,16 @@
 #include "base/table.h"
 #include "encoding/capi_blobs.h"
 #include "encoding/cng_blobs.h"
-#include "encoding/key_unwrap.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/property.h"
 #include "ksp/provider.h"
+#include "token/handles.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/key_unwrap.h"
+#include "token/record_fields.h"
 
-#include <algorithm>
 #include <expected>
 
 namespace quelta {
@@ -167,7 +169,7 @@ ImportedKey importEncryptedKey(const Import& import)
     }
     if (!*clear) return refuse(NTE_BAD_DATA);
     auto key = newFinalizedKey();
-    key->symmetricKey.assign(clear->accept());
+    key->symmetricKey->assign(clear->accept());
     key->algorithm = code->encryptionType;
     logDebug("KSP: Encrypted key imported successfully");
     return key;
@@ -199,11 +201,6 @@ constexpr ImportType importTypes[] = {
     {L"PKCS8_PRIVATEKEY", importTransport},
 };
 
-Bytes cngExport(ByteView publicKey)
-{
-    return writeCngPublicBlob(publicKey);
-}
-
 Bytes legacyExport(ByteView publicKey)
 {
     return writeCapiPublicBlob(CALG_RSA_KEYX, publicKey);
@@ -218,15 +215,17 @@ struct ExportType {
 
 // The key bytes go out as they stand: an EC key or a DER form is written as a modulus of its length.
 constexpr ExportType exportTypes[] = {
-    {L"PRIVATEBLOB", nullptr, false}, {L"CAPIPRIVATEBLOB", nullptr, false},     {L"RSAPUBLICBLOB", cngExport, true},
-    {L"PUBLICBLOB", cngExport, true}, {L"CAPIPUBLICBLOB", legacyExport, false},
+    {L"PRIVATEBLOB", nullptr, false},
+    {L"CAPIPRIVATEBLOB", nullptr, false},
+    {L"RSAPUBLICBLOB", writeCngPublicBlob, true},
+    {L"PUBLICBLOB", writeCngPublicBlob, true},
+    {L"CAPIPUBLICBLOB", legacyExport, false},
 };
 
 void fetchPublicKey(const KspProvider& provider, KspKey& key)
 {
     const auto pairs = provider.token().keyPairs();
-    const auto pair = std::ranges::find_if(pairs, [&](const auto& candidate) { return sameBytes(candidate.keyId, key.keyId); });
-    if (pair != pairs.end()) key.publicKey.assign(publicKeyOf(*pair));
+    if (const auto* pair = findKeyPair(pairs, key.keyId)) key.publicKey.assign(publicKeyOf(*pair));
 }
 
 } // namespace
@@ -242,7 +241,7 @@ SECURITY_STATUS WINAPI KSPImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAN
         const Import import{*provider, kspKeyOf(hImportKey), {pbData, cbData}};
         auto key = type ? type->import(import) : importUnknown(import);
         if (!key) return key.error();
-        *phKey = handOutKey(*std::move(key));
+        *phKey = handOut(*std::move(key));
         return statusDone;
     });
 }

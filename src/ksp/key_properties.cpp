@@ -4,6 +4,7 @@
 #include "ksp/property.h"
 #include "ksp/provider.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 #include <cstring>
@@ -68,8 +69,7 @@ PropertyValue certificateOfKey(const KeyQuery& query)
         logError("KSP: Certificate not found for key");
         return std::unexpected(NTE_NOT_FOUND);
     }
-    const ByteView der = certificateOf(*found);
-    return Bytes(der.begin(), der.end());
+    return toBytes(certificateOf(*found));
 }
 
 PropertyValue nameOf(const KeyQuery& query)
@@ -121,7 +121,7 @@ SECURITY_STATUS setCertificate(const KeySetting& setting)
     QueltaCertificate record{};
     if (setting.input.empty() || setting.input.size() > sizeof record.certificate) return NTE_INVALID_PARAMETER;
     const auto pin = kspEnsurePin(setting.provider);
-    if (!pin) return NTE_FAIL;
+    if (!pin) return pin.error();
     const KspKey& key = setting.key;
     std::ranges::copy(key.keyId, record.keyId);
     std::ranges::copy(setting.input, record.certificate);
@@ -206,7 +206,7 @@ SECURITY_STATUS setChainingMode(const KeySetting& setting)
 // Nothing where the key's length says nothing about its cipher: then any length does.
 std::optional<std::size_t> ivLengthOf(const KspKey& key)
 {
-    switch (key.symmetricKey.size()) {
+    switch (key.symmetricKey->size()) {
     case 24: return 8;
     case 16:
     case 32: return 16;

@@ -1,11 +1,13 @@
+#include "base/hex.h"
 #include "base/table.h"
 #include "base/text.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
 #include "ksp/provider.h"
-#include "log/utils.h"
 #include "token/handles.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 
@@ -71,7 +73,6 @@ std::unique_ptr<KspKey> openedKey(const QueltaKeyPair& pair, std::wstring_view n
 std::unique_ptr<KspKey> unfinishedKey(std::wstring_view algorithmId, DWORD legacyKeySpec)
 {
     auto key = std::make_unique<KspKey>();
-    key->keyIdLength = keyIdSize;
     if (algorithmId == L"RSA") {
         key->keyUsage = legacyKeySpec == AT_KEYEXCHANGE ? usageKeyExchange : usageSigning;
         return key;
@@ -88,7 +89,7 @@ std::unique_ptr<KspKey> unfinishedKey(std::wstring_view algorithmId, DWORD legac
 
 std::wstring KspKey::tokenName() const
 {
-    return toWide(Utils::toHex(keyId.data(), static_cast<int>(keyId.size())));
+    return toWide(toHex(keyId));
 }
 
 KspKey* kspKeyOf(NCRYPT_KEY_HANDLE handle)
@@ -99,14 +100,8 @@ KspKey* kspKeyOf(NCRYPT_KEY_HANDLE handle)
 std::unique_ptr<KspKey> newFinalizedKey()
 {
     auto key = std::make_unique<KspKey>();
-    key->keyIdLength = keyIdSize;
     key->finalized = true;
     return key;
-}
-
-NCRYPT_KEY_HANDLE handOutKey(std::unique_ptr<KspKey> key)
-{
-    return handOut(std::move(key));
 }
 
 std::wstring wideKeyName(const QueltaKeyPair& pair)
@@ -169,7 +164,7 @@ SECURITY_STATUS WINAPI KSPOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDL
         auto key = openedKey(*pair, wideName);
         const std::uint32_t algorithm = key->algorithm;
         const std::uint32_t bits = key->bitLength;
-        *phKey = handOutKey(std::move(key));
+        *phKey = handOut(std::move(key));
         logDebug("KSP: Key opened, algorithm=", algorithm, " bits=", bits);
         return statusDone;
     });
@@ -187,7 +182,7 @@ SECURITY_STATUS WINAPI KSPCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider, NCRYP
             return NTE_NOT_SUPPORTED;
         }
         if (pszKeyName) key->keyName = pszKeyName;
-        *phKey = handOutKey(std::move(key));
+        *phKey = handOut(std::move(key));
         logDebug("KSP: Key object created, waiting for FinalizeKey");
         return statusDone;
     });
@@ -201,7 +196,7 @@ SECURITY_STATUS WINAPI KSPFinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
         if (!provider || !key) return NTE_INVALID_HANDLE;
         if (key->finalized) return statusDone;
         const auto pin = kspEnsurePin(*provider);
-        if (!pin) return NTE_FAIL;
+        if (!pin) return pin.error();
         const Generation generation = generationOf(*key);
         QueltaKeyPair pair{};
         pair.usage = key->keyUsage;
@@ -224,7 +219,7 @@ SECURITY_STATUS WINAPI KSPDeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAN
         auto* key = kspKeyOf(hKey);
         if (!provider || !key) return NTE_INVALID_HANDLE;
         const auto pin = kspEnsurePin(*provider);
-        if (!pin) return NTE_FAIL;
+        if (!pin) return pin.error();
         if (const int result = provider->token().deleteKeyPair(key->keyId, **pin, key->keyPairFlag != 0)) {
             logError("KSP: Delete key failed: ", result);
             return NTE_INTERNAL_ERROR;

@@ -6,13 +6,18 @@
 
 namespace quelta {
 
+std::optional<SECURITY_STATUS> answerWithoutRoom(KspOutput out, std::size_t size)
+{
+    if (!out.data) return tellLength(out, size);
+    if (out.room < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
+    return std::nullopt;
+}
+
 SECURITY_STATUS putProperty(KspOutput out, ByteView value)
 {
-    *out.result = static_cast<DWORD>(value.size());
-    if (!out.data) return statusDone;
-    if (out.room < value.size()) return NTE_BUFFER_TOO_SMALL;
+    if (const auto answer = answerWithoutRoom(out, value.size())) return *answer;
     std::ranges::copy(value, out.data);
-    return statusDone;
+    return tellLength(out, value.size());
 }
 
 Bytes dwordValue(DWORD value)

@@ -3,6 +3,7 @@
 #include "base/bytes.h"
 #include "ksp/entry.h"
 
+#include <optional>
 #include <string_view>
 
 namespace quelta {
@@ -13,6 +14,17 @@ struct KspOutput {
     // Never null.
     DWORD* result;
 };
+
+// Tells the length of what is not to be written.
+inline SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS status = statusDone)
+{
+    *out.result = static_cast<DWORD>(length);
+    return status;
+}
+
+// What a buffer that does not hold this many bytes is answered, with the length told: a null one asked for that, a short one is
+// NTE_BUFFER_TOO_SMALL. Nothing for one that does.
+std::optional<SECURITY_STATUS> answerWithoutRoom(KspOutput out, std::size_t size);
 
 // The length is told first; a null buffer asks for no more, a short one is NTE_BUFFER_TOO_SMALL.
 SECURITY_STATUS putProperty(KspOutput out, ByteView value);

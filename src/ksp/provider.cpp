@@ -35,12 +35,9 @@ struct ProviderProperty {
 };
 
 constexpr ProviderProperty providerProperties[] = {
-    {L"Name", [] { return wideValue(std::wstring_view(wideProviderName)); }},
-    {L"Impl Type", [] { return dwordValue(implementationType); }},
-    {L"Version", [] { return dwordValue(0x100); }},
-    {L"Algorithm Name", [] { return wideValue(L"RSA"); }},
-    {L"Max Name Length", [] { return dwordValue(256); }},
-    {L"Security Descr Support", [] { return dwordValue(0); }},
+    {L"Name", [] { return wideValue(wideProviderName); }}, {L"Impl Type", [] { return dwordValue(implementationType); }},
+    {L"Version", [] { return dwordValue(0x100); }},        {L"Algorithm Name", [] { return wideValue(L"RSA"); }},
+    {L"Max Name Length", [] { return dwordValue(256); }},  {L"Security Descr Support", [] { return dwordValue(0); }},
 };
 
 // Known and refused, so that it is not reported as unknown.
@@ -78,14 +75,15 @@ KspProvider* providerOf(NCRYPT_PROV_HANDLE handle)
     return provider && provider->isOpen ? provider : nullptr;
 }
 
-std::optional<Pin> kspEnsurePin(const KspProvider& provider)
+std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider)
 {
-    return ensurePin(provider.token(), pinTexts);
+    return kspEnsurePin(provider, tokenState().pinCache.pinIfValidated());
 }
 
-std::optional<Pin> kspEnsurePin(const KspProvider& provider, const Pin& cached)
+std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider, Pin cached)
 {
-    return ensurePin(provider.token(), pinTexts, cached);
+    if (auto pin = ensurePin(provider.token(), pinTexts, std::move(cached))) return *std::move(pin);
+    return std::unexpected(NTE_FAIL);
 }
 
 SECURITY_STATUS setPinProperty(const KspProvider& provider, const BYTE* input)
@@ -169,7 +167,8 @@ SECURITY_STATUS WINAPI KSPPromptUser(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HA
     return slot("KSPPromptUser", [&]() -> SECURITY_STATUS {
         const auto* provider = providerOf(hProvider);
         if (!provider) return NTE_INVALID_HANDLE;
-        return kspEnsurePin(*provider) ? statusDone : NTE_FAIL;
+        const auto pin = kspEnsurePin(*provider);
+        return pin ? statusDone : pin.error();
     });
 }
 

@@ -5,6 +5,7 @@
 #include "token/pin_prompt.h"
 #include "token/token.h"
 
+#include <expected>
 #include <optional>
 #include <string>
 
@@ -17,8 +18,6 @@ struct KspProvider {
     bool isOpen = false;
     // "HWND Handle". The dialogs have no owner window all the same.
     std::uint64_t hwnd = 0;
-    // Read by nobody.
-    std::uint64_t unused[2] = {};
 
     Token token() const { return {deviceId, libraryContext}; }
 };
@@ -26,10 +25,10 @@ struct KspProvider {
 // Null for a null handle and for one that is not open.
 KspProvider* providerOf(NCRYPT_PROV_HANDLE handle);
 
-// The PIN to use, or nothing: the caller answers NTE_FAIL.
-std::optional<Pin> kspEnsurePin(const KspProvider& provider);
+// The PIN to use; a refusal becomes NTE_FAIL.
+std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider);
 // With the cached PIN that the caller has taken already; null where there was none.
-std::optional<Pin> kspEnsurePin(const KspProvider& provider, const Pin& cached);
+std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider, Pin cached);
 
 // "SmartCardPin" of a provider and of a key: an 8-bit text whatever its length argument says, so that of a wide PIN the token
 // sees the first character only.

@@ -2,12 +2,10 @@
 // that the library was initialised. It runs until the module is unloaded.
 #pragma once
 
+#include "base/windows_objects.h"
 #include "token/token_state.h"
 
-#include <windows.h>
-
 #include <atomic>
-#include <memory>
 #include <mutex>
 
 namespace quelta {
@@ -28,10 +26,6 @@ public:
     void stop();
 
 private:
-    struct CloseWork {
-        void operator()(PTP_WORK work) const { CloseThreadpoolWork(work); }
-    };
-
     static void CALLBACK onThread(PTP_CALLBACK_INSTANCE, void* monitor, PTP_WORK);
     bool submit();
     void run() noexcept;
@@ -41,11 +35,7 @@ private:
     std::atomic<bool> running_ = false;
     std::atomic<bool> stopping_ = false;
     std::mutex clearing_;
-    std::unique_ptr<TP_WORK, CloseWork> work_;
+    ThreadpoolWork work_;
 };
-
-// The process's monitor. It stops by itself when the module is unloaded.
-void startDeviceMonitor();
-void stopDeviceMonitor();
 
 } // namespace quelta

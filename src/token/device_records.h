@@ -1,5 +1,5 @@
 // The records of QueltaDSCLibrary.dll: the binary contract with the maker's library. All integers are little-endian. Lengths are
-// the library's word and must not be trusted: read fields through token/key_match.h, which knows the width of each.
+// the library's word and must not be trusted: read fields through token/record_fields.h, which knows the width of each.
 #pragma once
 
 #include <cstddef>

@@ -1,6 +1,5 @@
 #include "token/pin_prompt.h"
 
-#include "base/wipe.h"
 #include "log/log_writer.h"
 #include "token/pin_dialog.h"
 
@@ -12,25 +11,6 @@ namespace quelta {
 
 namespace {
 
-// A text on its way from the dialog to the token, wiped afterwards.
-struct TypedPin {
-    std::string text;
-
-    TypedPin() = default;
-    TypedPin(const TypedPin&) = delete;
-    TypedPin& operator=(const TypedPin&) = delete;
-    ~TypedPin() { wipe(text.data(), text.size()); }
-};
-
-struct WipedBuffer {
-    PinBuffer text{};
-
-    WipedBuffer() = default;
-    WipedBuffer(const WipedBuffer&) = delete;
-    WipedBuffer& operator=(const WipedBuffer&) = delete;
-    ~WipedBuffer() { wipe(text.data(), text.size()); }
-};
-
 std::string refusalText(int result, int remaining, const PinTexts& texts)
 {
     if (result == resultClockMismatch) return texts.clockMismatch;
@@ -38,11 +18,11 @@ std::string refusalText(int result, int remaining, const PinTexts& texts)
     return "Invalid user pin. Remaining attempts(" + std::to_string(remaining) + ")";
 }
 
-bool askForText(std::string& text)
+bool askForText(Wiped<std::string>& text)
 {
-    wipe(text.data(), text.size());
-    showPasswordDialog(text);
-    return !text.empty();
+    text.clear();
+    showPasswordDialog(*text);
+    return !text->empty();
 }
 
 void copyBounded(const std::string& text, PinBuffer& buffer)
@@ -59,16 +39,16 @@ std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts)
     return ensurePin(token, texts, tokenState().pinCache.pinIfValidated());
 }
 
-std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, const Pin& cached)
+std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cached)
 {
-    if (cached && !cached->empty()) {
+    if (cached && !(*cached)->empty()) {
         logDebug(texts.alreadyValidated);
         return cached;
     }
     logDebug(texts.askingForPin);
-    WipedBuffer buffer;
-    if (promptForPin(token, texts, buffer.text) == 0) return std::nullopt;
-    const Pin accepted = std::make_shared<const PinText>(buffer.text.data());
+    Wiped<PinBuffer> buffer;
+    if (promptForPin(token, texts, *buffer) == 0) return std::nullopt;
+    const Pin accepted = std::make_shared<const PinText>(buffer->data());
     tokenState().pinCache.setValidated(accepted);
     return accepted;
 }
@@ -78,12 +58,13 @@ int promptForPin(const Token& token, const PinTexts& texts, PinBuffer& buffer)
     buffer.fill('\0');
     if (token.singleSignOnOpen()) return 1;
     tokenState().pinCache.clear();
-    TypedPin typed;
-    while (askForText(typed.text)) {
+    // On its way from the dialog to the token.
+    Wiped<std::string> typed;
+    while (askForText(typed)) {
         int remaining = 0;
-        const int result = token.validatePassword(typed.text.c_str(), remaining);
+        const int result = token.validatePassword(typed->c_str(), remaining);
         if (result == 0) {
-            copyBounded(typed.text, buffer);
+            copyBounded(*typed, buffer);
             return 1;
         }
         MessageBoxA(nullptr, refusalText(result, remaining, texts).c_str(), "Quelta", MB_OK);

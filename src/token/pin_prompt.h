@@ -21,7 +21,7 @@ struct PinTexts {
 // The PIN to use, now cached as validated; empty under single sign-on. Nothing if the PIN was refused or the dialog cancelled.
 std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts);
 // The same for a caller that has taken the cached PIN already, and acted on it. Null where there was none.
-std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, const Pin& cached);
+std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cached);
 
 // Asks and checks. 1 with the accepted PIN in `buffer`, or with an empty one under single sign-on; 0 if the dialog was cancelled
 // or no attempt is left. Empties the cache before it shows the dialog.

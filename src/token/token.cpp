@@ -1,6 +1,6 @@
 #include "token/token.h"
 
-#include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 #include <stdexcept>
@@ -51,36 +51,36 @@ std::vector<QueltaCertificate> Token::certificates() const
     return deviceLibrary().getCertificateList(deviceId_, libContext_);
 }
 
-std::vector<QueltaSymmetricKey> Token::aesKeys() const
+Wiped<std::vector<QueltaSymmetricKey>> Token::aesKeys() const
 {
-    return deviceLibrary().getAesKeyList(deviceId_, libContext_);
+    return Wiped<std::vector<QueltaSymmetricKey>>(deviceLibrary().getAesKeyList(deviceId_, libContext_));
 }
 
 int Token::generateKeyPair(const PinText& pin, QueltaKeyPair& inOut) const
 {
-    return deviceLibrary().generateKeyPair(deviceId_, pin.c_str(), &inOut, libContext_);
+    return deviceLibrary().generateKeyPair(deviceId_, pin->c_str(), &inOut, libContext_);
 }
 
 int Token::deleteKeyPair(ByteView keyId, const PinText& pin, bool hardware) const
 {
-    return deviceLibrary().deleteKeyPair(deviceId_, keyId.data(), pin.c_str(), hardware, libContext_);
+    return deviceLibrary().deleteKeyPair(deviceId_, keyId.data(), pin->c_str(), hardware, libContext_);
 }
 
 int Token::importCertificate(const PinText& pin, QueltaCertificate& inOut) const
 {
-    return deviceLibrary().importCertificate(deviceId_, pin.c_str(), &inOut, libContext_);
+    return deviceLibrary().importCertificate(deviceId_, pin->c_str(), &inOut, libContext_);
 }
 
 int Token::importAesKey(const PinText& pin, QueltaSymmetricKey& inOut) const
 {
-    return deviceLibrary().importAesKey(deviceId_, pin.c_str(), &inOut, libContext_);
+    return deviceLibrary().importAesKey(deviceId_, pin->c_str(), &inOut, libContext_);
 }
 
 DeviceResult<std::size_t> Token::signHash(ByteView keyId, const PinText& pin, ByteView hash,
                                           std::span<unsigned char> signature) const
 {
     int length = lengthOf(signature.size());
-    const int result = deviceLibrary().signHash(deviceId_, keyId.data(), pin.c_str(), hash.data(), lengthOf(hash.size()),
+    const int result = deviceLibrary().signHash(deviceId_, keyId.data(), pin->c_str(), hash.data(), lengthOf(hash.size()),
                                                 signature.data(), &length, false, libContext_);
     return checkedLength(result, length, signature.size());
 }
@@ -104,7 +104,7 @@ std::expected<DeviceBuffer, int> Token::decryptUnchecked(ByteView keyId, const P
 {
     unsigned char* plain = nullptr;
     int length = 0;
-    const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin.c_str(), cipher.data(), lengthOf(cipher.size()),
+    const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin->c_str(), cipher.data(), lengthOf(cipher.size()),
                                                &plain, &length, hardware, libContext_);
     DeviceBuffer buffer(plain, result == 0 ? length : 0, cipher.size());
     if (result != 0) return std::unexpected(result);

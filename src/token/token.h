@@ -44,7 +44,8 @@ public:
 
     std::vector<QueltaKeyPair> keyPairs() const;
     std::vector<QueltaCertificate> certificates() const;
-    std::vector<QueltaSymmetricKey> aesKeys() const;
+    // They may come with their values.
+    Wiped<std::vector<QueltaSymmetricKey>> aesKeys() const;
 
     int generateKeyPair(const PinText& pin, QueltaKeyPair& inOut) const;
     int deleteKeyPair(ByteView keyId, const PinText& pin, bool hardware) const;

@@ -29,7 +29,6 @@ public:
         length_ = content.size();
         return true;
     }
-    void wipeAll() { wipe(data_.data(), sizeof data_); }
 
 private:
     std::array<Unit, Room> data_{};
@@ -42,7 +41,6 @@ using BoundedBytes = Bounded<unsigned char, Room>;
 // No field has memory of its own: to take over what the token has made can't fail.
 struct TokenKey {
     std::array<unsigned char, keyIdSize> keyId{};
-    std::uint32_t keyIdLength = 0;
     std::uint32_t algorithm = 0;
     std::uint32_t keyUsage = 0;
     // Raw big-endian modulus, or a DER form, whose first byte is 0x30.
@@ -50,16 +48,10 @@ struct TokenKey {
     // With the label, what tells the certificates of the key.
     BoundedBytes<128> objectId;
     Bounded<char, 128> label;
-    std::uint32_t reserved = 0;
     std::uint32_t bitLength = 0;
     std::uint8_t keyPairFlag = 0;
     // In clear; only of symmetric keys that came encrypted to a key pair.
-    BoundedBytes<32> symmetricKey;
-
-    TokenKey() = default;
-    TokenKey(const TokenKey&) = delete;
-    TokenKey& operator=(const TokenKey&) = delete;
-    ~TokenKey() { symmetricKey.wipeAll(); }
+    Wiped<BoundedBytes<32>> symmetricKey;
 };
 
 // Identifier, public key, object identifier, label and flag. Algorithm, usage and bit length are the caller's to set.

@@ -1,30 +1,42 @@
 #include "token/token_state.h"
 
 #include "base/unloading.h"
-#include "base/wipe.h"
 #include "token/device_monitor.h"
 
 namespace quelta {
 
 namespace {
 
+// The shared values are kept in std::atomic<std::shared_ptr>, which locks a bit of its own while it copies a pointer. A thread
+// that the process's end kills in there leaves it locked, with half a pointer inside: its destructor must not run then, and need
+// not, for the memory goes with the process. Nothing that can't be left locked was taken in its place, since it would matter to a
+// call during the process's end alone, and nobody may call a provider from there.
+struct UnlessTheProcessEnds {
+    union {
+        TokenState state;
+    };
+
+    UnlessTheProcessEnds() : state() {}
+    UnlessTheProcessEnds(const UnlessTheProcessEnds&) = delete;
+    UnlessTheProcessEnds& operator=(const UnlessTheProcessEnds&) = delete;
+    ~UnlessTheProcessEnds()
+    {
+        if (!processIsExiting()) std::destroy_at(&state);
+    }
+};
+
 // One object at namespace scope: the monitor is gone before what it uses is. And not a static of a function: the guard of such a
 // one makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that no unloading
 // releases.
 struct ProcessWide {
     ExceptionReserve reserve;
-    TokenState state;
-    DeviceMonitor monitor{state};
+    UnlessTheProcessEnds kept;
+    DeviceMonitor monitor{kept.state};
 };
 
 ProcessWide processWide;
 
 } // namespace
-
-PinText::~PinText()
-{
-    wipe(text_.data(), text_.size());
-}
 
 Pin PinCache::pin() const
 {
@@ -40,7 +52,7 @@ std::shared_ptr<const Bytes> SharedIv::bytes() const
 
 TokenState& tokenState()
 {
-    return processWide.state;
+    return processWide.kept.state;
 }
 
 void startDeviceMonitor()

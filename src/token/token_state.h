@@ -4,30 +4,17 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/wipe.h"
 
 #include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <string_view>
 
 namespace quelta {
 
-// A PIN that is wiped from memory when its last reader drops it.
-class PinText {
-public:
-    explicit PinText(std::string_view text) : text_(text) {}
-    ~PinText();
-    PinText(const PinText&) = delete;
-    PinText& operator=(const PinText&) = delete;
-
-    const char* c_str() const { return text_.c_str(); }
-    std::size_t length() const { return text_.size(); }
-    bool empty() const { return text_.empty(); }
-
-private:
-    std::string text_;
-};
+// Wiped from memory when its last reader drops it.
+using PinText = Wiped<std::string>;
 // Never null.
 using Pin = std::shared_ptr<const PinText>;
 
@@ -74,5 +61,9 @@ struct TokenState {
 };
 
 TokenState& tokenState();
+
+// The process's device monitor. It stops by itself when the module is unloaded.
+void startDeviceMonitor();
+void stopDeviceMonitor();
 
 } // namespace quelta

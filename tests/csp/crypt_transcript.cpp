@@ -1,5 +1,7 @@
 #include "csp/csp_scenario.h"
 
+#include "csp/context.h"
+
 namespace quelta::test {
 
 class CryptTranscript : public CspScenario {
@@ -133,7 +135,8 @@ TEST_F(CryptTranscript, SymmetricKeyDecryptsWithTheVectorThatIsSetAtTheTime)
     token.symmetricPlain.bytes = Bytes{1, 2, 3};
     csp.decrypt(symmetric, Bytes(32, 0xAA));
     errorsAlone();
-    recorder.note("an expired sign-on means nothing to it");
+    recorder.note("an expired sign-on means nothing to it, and the library's context stays behind");
+    contextOf(csp.context)->libContext = this;
     token.willAnswer(Call::decryptSymetric, 49);
     csp.decrypt(symmetric, Bytes(32, 0xAA));
     token.symmetricPlain.reportedLength = 33;

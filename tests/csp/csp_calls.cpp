@@ -6,13 +6,6 @@ namespace quelta::test {
 
 namespace {
 
-std::string answerText(const Called<BOOL>& called)
-{
-    const std::string value = called.result ? "TRUE" : "FALSE";
-    if (!called.lastErrorKept()) return value + ", " + errorName(called.lastError);
-    return called.result ? value : value + ", last error kept";
-}
-
 std::string enumerationText(DWORD flags)
 {
     if (flags == CRYPT_FIRST) return ", CRYPT_FIRST";
@@ -55,6 +48,13 @@ std::string blobText(const Input& blob)
 }
 
 } // namespace
+
+std::string CspCalls::answerText(const Called<BOOL>& called)
+{
+    const std::string value = called.result ? "TRUE" : "FALSE";
+    if (!called.lastErrorKept()) return value + ", " + errorName(called.lastError);
+    return called.result ? value : value + ", last error kept";
+}
 
 CspCalls::~CspCalls()
 {

@@ -15,6 +15,8 @@ public:
     CspCalls(const CspCalls&) = delete;
     CspCalls& operator=(const CspCalls&) = delete;
 
+    static std::string answerText(const Called<BOOL>& called);
+
     // The context that all calls go to: the one acquired last, or another that a scenario puts here.
     HCRYPTPROV context = 0;
 

@@ -1,5 +1,7 @@
 #include "csp/csp_scenario.h"
 
+#include "csp/key_context.h"
+
 namespace quelta::test {
 
 void CspScenario::open(const char* container)
@@ -51,6 +53,21 @@ HCRYPTHASH CspScenario::finishedHash()
     const Recorder::Pause pause(recorder);
     require(csp.setHashParam(hash, HP_HASHVAL, counting(32)), "CPSetHashParam");
     return hash;
+}
+
+void CspScenario::noteKey(HCRYPTKEY key)
+{
+    const KeyContext& record = *keyOf(key);
+    std::string text = recorder.handle(key) + " is " + hexOf(record.keyId) + ": algorithm " + std::to_string(record.algorithm) +
+                       ", " + std::to_string(record.bitLength) + " bits, usage " + std::to_string(record.keyUsage) + ", flag " +
+                       std::to_string(record.keyPairFlag);
+    if (!record.label.empty()) text += ", label \"" + std::string(record.label.view().begin(), record.label.view().end()) + "\"";
+    for (const auto& [name, bytes] : {std::pair<const char*, ByteView>{"reference", record.objectId.view()},
+                                      {"public key", record.publicKey.view()},
+                                      {"symmetric key", record.symmetricKey->view()}}) {
+        if (!bytes.empty()) text += ", " + std::string(name) + " " + words(bytes);
+    }
+    recorder.note(text);
 }
 
 } // namespace quelta::test

@@ -4,7 +4,9 @@
 #include "support/scenario.h"
 
 #include "csp/entry_points.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 namespace quelta::test {
 
@@ -20,6 +22,9 @@ protected:
     HCRYPTHASH newHash(ALG_ID algorithm = CALG_SHA_256);
     // Of the digest 01 02 ... 20.
     HCRYPTHASH finishedHash();
+
+    // What its record holds, which no call tells in full.
+    void noteKey(HCRYPTKEY key);
 
     CspCalls csp{recorder};
 };

@@ -9,41 +9,7 @@ namespace {
     return {where.file_name(), static_cast<int>(where.line()), "from here"};
 }
 
-Handed callWith(BYTE* data, DWORD length, const HandOut& handOut)
-{
-    GuardedBuffer lengthAtTheEdge = GuardedBuffer::of(length);
-    const auto answer = callWithLastError([&] { return handOut(data, reinterpret_cast<DWORD*>(lengthAtTheEdge.data())); });
-    return {answer, lengthAtTheEdge.as<DWORD>(), {}};
-}
-
 } // namespace
-
-Handed handTo(const Bytes& content, const HandOut& handOut)
-{
-    GuardedBuffer buffer(content);
-    Handed handed = callWith(buffer.data(), buffer.length(), handOut);
-    handed.buffer = buffer.bytes();
-    return handed;
-}
-
-Handed query(DWORD statedLength, const HandOut& handOut)
-{
-    return callWith(nullptr, statedLength, handOut);
-}
-
-void expectHandsOut(const BufferRule& rule, const Bytes& value, const HandOut& handOut, std::source_location where)
-{
-    const auto trace = traceOf(where);
-    const auto size = static_cast<DWORD>(value.size());
-    for (const DWORD stated : {DWORD{0}, size, size + 100}) EXPECT_EQ(query(stated, handOut), (Handed{rule.query, size, {}}));
-    for (const DWORD tooShort : {DWORD{0}, DWORD{1}, size - 1}) {
-        const auto& expected = tooShort == 0 && rule.noRoomIsAQuery ? rule.query : rule.tooShort;
-        EXPECT_EQ(handTo(room(tooShort), handOut), (Handed{expected, size, room(tooShort)})) << "room for " << tooShort;
-    }
-    for (const DWORD spare : {0, 3}) {
-        EXPECT_EQ(handTo(room(size + spare), handOut), (Handed{rule.written, size, concat({value, room(spare)})})) << spare;
-    }
-}
 
 void expectAnswer(Called<BOOL> expected, const Attempt& attempt, std::source_location where)
 {
@@ -78,23 +44,6 @@ HCRYPTKEY CspTest::userKey(HCRYPTPROV prov, DWORD keySpec)
     return key;
 }
 
-HCRYPTKEY CspTest::importedKey(HCRYPTPROV prov, const Bytes& blob, HCRYPTKEY importKey)
-{
-    HCRYPTKEY key = 0;
-    require(CPImportKey(prov, blob.data(), static_cast<DWORD>(blob.size()), importKey, 0, &key), "CPImportKey");
-    ownsKey(key);
-    forget();
-    return key;
-}
-
-HCRYPTKEY CspTest::sessionKey(HCRYPTPROV prov, ALG_ID algorithm, const Bytes& value)
-{
-    token.plain.bytes = value;
-    const HCRYPTKEY key = importedKey(prov, keyBlob(SIMPLEBLOB, algorithm, Bytes(132)), userKey(prov, AT_KEYEXCHANGE));
-    token.plain = {};
-    return key;
-}
-
 HCRYPTHASH CspTest::newHash(HCRYPTPROV prov, ALG_ID algorithm)
 {
     HCRYPTHASH hash = 0;
@@ -110,12 +59,6 @@ HCRYPTHASH CspTest::finishedHash(HCRYPTPROV prov)
     require(CPSetHashParam(prov, hash, HP_HASHVAL, counting(32).data(), 0), "CPSetHashParam");
     forget();
     return hash;
-}
-
-void CspTest::expectLine(const LogLine& line, std::source_location where)
-{
-    const auto trace = traceOf(where);
-    EXPECT_THAT(log.takeLines(), ::testing::Contains(line));
 }
 
 } // namespace quelta::test

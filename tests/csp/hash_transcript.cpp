@@ -1,5 +1,7 @@
 #include "csp/csp_scenario.h"
 
+#include <memory>
+
 namespace quelta::test {
 
 class HashTranscript : public CspScenario {
@@ -119,12 +121,31 @@ TEST_F(HashTranscript, RefusalsAndFailuresOfTheToken)
     csp.setHashParam(hash, HP_HASHVAL, Bytes(32), 1);
     csp.setHashParam(hash, HP_ALGID, Bytes(4));
     csp.duplicateHash(hash, 1);
+    csp.call("CPHashData", "1 byte and no address", [&] { return CPHashData(csp.context, hash, nullptr, 1, 0); });
     token.willAnswer(Call::updateHash, 9);
     csp.hashData(hash, Bytes{1});
     token.willAnswer(Call::finalHash, 8);
     csp.getHashParam(hash, HP_HASHVAL, room(32));
     token.digest.reportedLength = 33;
     csp.getHashParam(hash, HP_HASHVAL, room(32));
+    recorder.note("a shorter one is as long as it is");
+    token.digest.reportedLength.reset();
+    token.digest.bytes = counting(20);
+    csp.getHashParam(hash, HP_HASHVAL, room(32));
+}
+
+TEST_F(HashTranscript, DataThatTheTokensLengthsCanNotSayGoesInPieces)
+{
+    constexpr std::size_t size = 0x80000005, readable = 0x10000;
+    // The token's stand-in looks at short pieces only.
+    const std::unique_ptr<void, decltype([](void* memory) { VirtualFree(memory, 0, MEM_RELEASE); })> memory(
+        VirtualAlloc(nullptr, size + readable, MEM_RESERVE, PAGE_NOACCESS));
+    auto* const data = static_cast<BYTE*>(memory.get());
+    require(VirtualAlloc(data + size - readable, readable, MEM_COMMIT, PAGE_READWRITE) != nullptr, "VirtualAlloc");
+    const HCRYPTHASH hash = newHash();
+    csp.call("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, 0x80000005, 0); });
+    token.willAnswer(Call::updateHash, 9);
+    csp.call("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, 0x80000005, 0); });
 }
 
 TEST_F(HashTranscript, AtLevelTwoErrorsAlone)

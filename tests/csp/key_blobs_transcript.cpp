@@ -1,8 +1,5 @@
 #include "csp/csp_scenario.h"
 
-#include "csp/key_context.h"
-#include "token/key_match.h"
-
 namespace quelta::test {
 
 namespace {
@@ -29,16 +26,9 @@ protected:
         open();
         cachePin();
     }
-    // What came of an import, as far as the handle's record tells.
     void import(const Bytes& blob, HCRYPTKEY with = 0)
     {
-        const HCRYPTKEY imported = csp.importKey(blob, with);
-        if (imported == 0) return;
-        const KeyContext& key = *keyOf(imported);
-        recorder.note("algorithm " + std::to_string(key.algorithm) + ", " + std::to_string(key.bitLength) + " bits, usage " +
-                      std::to_string(key.keyUsage) + ", flag " + std::to_string(key.keyPairFlag) + ", id " + hexOf(key.keyId) +
-                      ", label \"" + std::string(textOf(key.label.view())) + "\", reference " + words(key.objectId.view()) +
-                      ", public key " + words(key.publicKey.view()) + ", symmetric key " + words(key.symmetricKey.view()));
+        if (const HCRYPTKEY imported = csp.importKey(blob, with)) noteKey(imported);
     }
 };
 

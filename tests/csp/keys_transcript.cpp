@@ -50,11 +50,17 @@ TEST_F(KeysTranscript, WithoutAContainerTheFirstThatSuitsIsTaken)
     csp.getUserKey(0);
     readAll(csp.getUserKey(AT_SIGNATURE));
     errorsAlone();
+    auto& third = token.keyPairs[2];
+    setText(third.label, "my key");
+    third.hardware = 1;
+    openContainerOf(third);
+    noteKey(csp.getUserKey(AT_KEYEXCHANGE));
     recorder.note("the name is compared exactly");
-    open("0303030303030303030303030303030");
-    csp.getUserKey(AT_SIGNATURE);
-    openContainerOf(token.keyPairs[2]);
-    readAll(csp.getUserKey(AT_KEYEXCHANGE));
+    std::ranges::fill(third.keyId, static_cast<unsigned char>(0xAB));
+    for (const char* name : {"abababababababababababababababab", "ABABABABABABABABABABABABABABABA"}) {
+        open(name);
+        csp.getUserKey(AT_SIGNATURE);
+    }
 }
 
 TEST_F(KeysTranscript, EveryKeyTypeHasItsSizeAndAlgorithm)
@@ -106,11 +112,14 @@ TEST_F(KeysTranscript, GeneratedKeyIsWhatTheTokenMadeAndTheSizeIsOnlyWrittenDown
 {
     open();
     cachePin();
-    token.onGenerate = [](QueltaKeyPair& made) { made.usage = usageBoth; };
-    csp.genKey(CALG_RSA_SIGN);
-    const HCRYPTKEY exchange = csp.genKey(CALG_RSA_KEYX, 0x04000001);
-    errorsAlone();
-    readAll(exchange);
+    token.onGenerate = [](QueltaKeyPair& made) {
+        made.usage = usageBoth;
+        made.hardware = 1;
+        setReference(made, counting(128));
+        std::ranges::fill(made.label, 'L');
+    };
+    noteKey(csp.genKey(CALG_RSA_SIGN));
+    noteKey(csp.genKey(CALG_RSA_KEYX, 0x04000001));
 }
 
 TEST_F(KeysTranscript, GenerationIsRefusedForOtherAlgorithmsWithoutPINAndByTheToken)

@@ -3,6 +3,9 @@
 #include "csp/context.h"
 #include "csp/entry_points.h"
 
+#include <new>
+#include <stdexcept>
+
 namespace quelta::test {
 
 // In which order arguments are looked at shows where all of them are wrong.
@@ -108,6 +111,36 @@ TEST_F(RefusalsTranscript, WithEverythingWrongAtOnce)
     refused("CPDecrypt", [] { return CPDecrypt(0, 0, 0, FALSE, 9, nullptr, nullptr); });
     refused("CPGenRandom", [] { return CPGenRandom(0, 0, nullptr); });
     refused("CPDeriveKey", [] { return CPDeriveKey(0, 99, 0, 9, nullptr); });
+}
+
+TEST_F(RefusalsTranscript, LibraryThatThrowsIsAFailureThatHandsOutNothing)
+{
+    token.withKeyPair(usageBoth, algorithmRsa2048);
+    open();
+    key = userKey();
+    hash = newHash();
+    token.openSingleSignOn();
+    errorsAlone();
+    const auto throwing = [this](Call call) {
+        token.during(call, [] { throw std::runtime_error("the library is in trouble"); });
+    };
+    throwing(Call::getConnectedDeviceList);
+    csp.acquire();
+    throwing(Call::generateKeyPair);
+    csp.genKey(CALG_RSA_SIGN);
+    throwing(Call::initHash);
+    csp.createHash(CALG_SHA1);
+    csp.duplicateHash(hash);
+    throwing(Call::importAesKey);
+    csp.importKey(keyBlob(PLAINTEXTKEYBLOB, CALG_AES_128, Bytes(20)));
+    throwing(Call::finalHash);
+    csp.signHash(hash, AT_SIGNATURE, room(256));
+    token.during(Call::decrypt, [] { throw 5; });
+    csp.decrypt(key, counting(256));
+    token.during(Call::getKeyPairList, [] { throw std::bad_alloc(); });
+    csp.getUserKey(AT_SIGNATURE);
+    csp.exportKey(key, PUBLICKEYBLOB, query());
+    csp.getProvParam(PP_CERTCHAIN, room(9));
 }
 
 } // namespace quelta::test

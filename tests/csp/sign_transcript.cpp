@@ -124,6 +124,22 @@ TEST_F(SignTranscript, FailuresOfTheTokenAndLengthsThatCanNotBe)
     }
 }
 
+TEST_F(SignTranscript, LastErrorIsTheCallersWhateverTheLibraryAndTheLogLeaveThere)
+{
+    openWithKey();
+    const HCRYPTHASH hash = newHash();
+    for (const Call call : {Call::finalHash, Call::getKeyPairList, Call::getTokenInfo, Call::validatePassword, Call::signHash}) {
+        token.during(call, [this] {
+            user.watch();
+            SetLastError(ERROR_DEVICE_NOT_CONNECTED);
+        });
+    }
+    user.entersPin("1234");
+    csp.signHash(hash, AT_SIGNATURE, room(256));
+    errorsAlone();
+    csp.signHash(hash, AT_SIGNATURE, room(256));
+}
+
 TEST_F(SignTranscript, AtLevelTwoErrorsAlone)
 {
     openWithKey();

@@ -84,6 +84,15 @@ TEST(RsaPublicKey, Crypt32ReadsBackWhatWasEncoded)
     EXPECT_EQ(decodeKey(rsaPublicKeyToDer("0x" + hexOf(counting(128, 0xC1)), "3")).exponent, 3U);
 }
 
+// Crypt32 would not miss the NULL of the algorithm.
+TEST(RsaPublicKey, KeyOf2048BitsIsThese294Bytes)
+{
+    const Bytes modulus = counting(256, 0xC1);
+    const Bytes der = rawModulusToDer(modulus);
+    EXPECT_EQ(der.size(), 294U);
+    EXPECT_EQ(hexOf(der), "30820122300D06092A864886F70D01010105000382010F003082010A0282010100" + hexOf(modulus) + "0203010001");
+}
+
 TEST(RsaPublicKey, NothingIsTakenFromOrAddedToTheModulusButTheSign)
 {
     EXPECT_THAT(hexOf(rsaPublicKeyToDer("000102", "010001")), ::testing::HasSubstr("0203000102"

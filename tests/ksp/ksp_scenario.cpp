@@ -1,8 +1,16 @@
 #include "ksp/ksp_scenario.h"
 
-#include "token/key_match.h"
+#include "encoding/rsa_public_key.h"
+#include "token/key_algorithms.h"
+#include "token/record_fields.h"
 
 namespace quelta::test {
+
+Bytes cngBlob(const Bytes& key)
+{
+    const auto size = static_cast<std::uint32_t>(key.size());
+    return concat({littleEndian({0x31415352, size * 8, 3, size, 0, 0}), {1, 0, 1}, key});
+}
 
 void KspScenario::open()
 {
@@ -16,6 +24,9 @@ NCRYPT_KEY_HANDLE KspScenario::opened(const QueltaKeyPair& pair)
     const std::string name = keyName(pair);
     const NCRYPT_KEY_HANDLE key = ksp.openKey(std::wstring(name.begin(), name.end()).c_str());
     require(key != 0, "KSPOpenKey");
+    const std::string word = "of " + name.substr(0, 2) + "..";
+    if (!publicKeyOf(pair).empty()) recorder.call(rawModulusToDer(publicKeyOf(pair)), "DER of the modulus " + word);
+    if (!publicKeyOf(pair).empty()) recorder.call(publicKeyOf(pair), "the public key " + word);
     return key;
 }
 

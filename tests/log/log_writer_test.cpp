@@ -1,4 +1,6 @@
+#include "support/call_with_last_error.h"
 #include "support/child_process.h"
+#include "support/exhausted_memory.h"
 #include "support/log_folder.h"
 #include "support/machine_registry.h"
 
@@ -9,7 +11,6 @@
 #include <windows.h>
 
 #include <atomic>
-#include <ctime>
 #include <fstream>
 #include <regex>
 #include <set>
@@ -20,15 +21,6 @@ namespace quelta::test {
 namespace {
 
 using namespace std::chrono_literals;
-
-// What `body` prints on standard output.
-template <class Body>
-std::string printedBy(Body body)
-{
-    ::testing::internal::CaptureStdout();
-    body();
-    return ::testing::internal::GetCapturedStdout();
-}
 
 std::string readFile(const std::filesystem::path& path)
 {
@@ -45,13 +37,13 @@ protected:
     LogFolder log;
 };
 
-TEST_F(LogWriter, LineIsStampTagTextAndOneLineFeed)
+TEST_F(LogWriter, StampIsTheLocalTimeWithTheDayFirst)
 {
     SYSTEMTIME before{};
     GetLocalTime(&before);
-    logDebug("one\r\ntwo ");
+    logDebug("text");
     const std::string text = log.takeText();
-    const std::regex line(R"((\d\d)/(\d\d)::(\d\d):(\d\d):(\d\d):(\d\d\d)-> ->DEBUG ::=>one\r\ntwo \n)");
+    const std::regex line(R"((\d\d)/(\d\d)::(\d\d):(\d\d):(\d\d):(\d\d\d)-> ->DEBUG ::=>text\n)");
     std::smatch fields;
     ASSERT_TRUE(std::regex_match(text, fields, line)) << text;
     SYSTEMTIME after{};
@@ -64,46 +56,6 @@ TEST_F(LogWriter, LineIsStampTagTextAndOneLineFeed)
     const int stamped = milliseconds(std::stoi(fields[4]), std::stoi(fields[5]), std::stoi(fields[6]));
     EXPECT_GE(stamped, milliseconds(before.wMinute, before.wSecond, before.wMilliseconds));
     EXPECT_LE(stamped, milliseconds(after.wMinute, after.wSecond, after.wMilliseconds));
-}
-
-TEST_F(LogWriter, EveryLevelHasItsTag)
-{
-    for (const int level : {1, 2, 3, 0, -7, 4}) writeLog(level, "x");
-    log.expect({{"EXCEP ::=>", "x"}, error("x"), debug("x"), {"INFO  ::=>", "x"}, {"INFO  ::=>", "x"}, {"INFO  ::=>", "x"}});
-}
-
-TEST_F(LogWriter, NumbersAreSpelledByTheirType)
-{
-    const unsigned char bytes[] = {0x0A, 0xF0};
-    logError("", static_cast<unsigned char>(200), " ", static_cast<short>(-1), " ", 0x80090020U, " ", INT64_MIN, " ", UINT64_MAX);
-    logError("[", hex(bytes), "] [", hex({}), "] ", narrowed(L"A\u0142\u00FC"), std::string(" text"), std::string_view(" view"));
-    log.expect({error("200 -1 2148073504 -9223372036854775808 18446744073709551615"), error("[0AF0] [] AB\xFC text view")});
-}
-
-TEST_F(LogWriter, FirstLineIsLostWhereNoFolderIsYet)
-{
-    LogFolder fresh(LogFolder::Folders::missing);
-    EXPECT_EQ(printedBy([] { logError("first"); }), "\nUnable to write log");
-    EXPECT_EQ(printedBy([] { logError("second"); }), "");
-    fresh.expect({error("second")});
-
-    // Deleted while the process runs: the same again.
-    std::filesystem::remove_all(fresh.path() / "Oskvar");
-    EXPECT_EQ(printedBy([] { logError("third"); }), "\nUnable to write log");
-    logError("fourth");
-    EXPECT_THAT(readFile(fresh.file()), ::testing::EndsWith("->ERROR ::=>fourth\n"));
-}
-
-// Written all the same, the line would go to the root of the drive: not to be tried out here.
-TEST_F(LogWriter, MissingTemporaryFolderLeavesNoPath)
-{
-    SetEnvironmentVariableA("TMP", (log.path() / "gone").string().c_str());
-    LogPath path{};
-    path.fill('x');
-    EXPECT_EQ(getLogBaseFolderPath(path), -1);
-    EXPECT_THAT(path, ::testing::Each('\0'));
-    std::ofstream(log.path() / "gone") << "a file, no folder";
-    EXPECT_EQ(getLogBaseFolderPath(path), -1);
 }
 
 TEST_F(LogWriter, FolderIsTheProcessNameUpToItsFirstDot)
@@ -121,6 +73,51 @@ TEST_F(LogWriter, FolderIsTheProcessNameUpToItsFirstDot)
 TEST(LogWriterChild, DISABLED_WritesOneLine)
 {
     logDebug("of a child");
+}
+
+TEST_F(LogWriter, LastErrorSurvivesALineAtEveryLevel)
+{
+    const auto keepsLastError = [] {
+        return callWithLastError([] {
+                   logDebug("debug");
+                   logError("error");
+                   return 0;
+               })
+            .lastErrorKept();
+    };
+    for (const DWORD level : {0, 2, 3}) {
+        setLogLevel(level);
+        EXPECT_TRUE(keepsLastError()) << "level " << level;
+    }
+    deleteLogLevel();
+    EXPECT_TRUE(keepsLastError()) << "no level";
+    setLogLevel(3);
+    ::testing::internal::CaptureStdout();
+    const LogFolder unmade(LogFolder::Folders::missing);
+    EXPECT_TRUE(keepsLastError()) << "the line can't be written";
+    ::testing::internal::GetCapturedStdout();
+}
+
+// One allocation after the other is refused.
+TEST_F(LogWriter, LineThatFindsNoMemoryIsOnlyLost)
+{
+    std::set<std::string> printed;
+    bool refused = true;
+    for (int allowed = 0; refused; ++allowed) {
+        ::testing::internal::CaptureStdout();
+        {
+            const RefusedAllocation refusal(allowed);
+            logDebug("a line that is longer than what a string keeps inside itself");
+            refused = refusal.happened();
+        }
+        printed.insert(::testing::internal::GetCapturedStdout());
+    }
+    EXPECT_THAT(printed, ::testing::ElementsAre("", "Exception in Create Log Folder: std::bad_alloc\n",
+                                                "Exception in getProcessName(): std::bad_alloc\n",
+                                                "Exception in write log : std::bad_alloc\n"));
+    log.forget();
+    logDebug("next");
+    log.expect({debug("next")});
 }
 
 TEST_F(LogWriter, InstalledMutexIsHeldForTheLine)

@@ -31,10 +31,13 @@ inline std::string asText(Room room)
 {
     return room.length ? "room " + std::to_string(*room.length) : "no length";
 }
-// A null pointer, an empty span and bytes are three different things to the library.
+// A null pointer, an empty span and bytes are three different things to the library. Where there is very much it is not looked
+// at.
 inline std::string asText(ByteView bytes)
 {
+    constexpr std::size_t longestSpelledOut = 0x10000;
     if (!bytes.data()) return "null";
+    if (bytes.size() > longestSpelledOut) return std::to_string(bytes.size()) + " bytes";
     return bytes.empty() ? "empty" : Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
 }
 

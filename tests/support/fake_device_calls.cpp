@@ -1,8 +1,11 @@
 #include "support/call_text.h"
 #include "support/fake_device_library.h"
+#include "support/freed_memory.h"
 
 #include "log/utils.h"
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -52,8 +55,9 @@ std::string giveNew(const Given& given, const Bytes& otherwise, unsigned char** 
     *length = given.reportedLength.value_or(sizeOf(bytes));
     if (given.nullBuffer) return "no buffer, length " + std::to_string(*length);
     constexpr std::size_t spare = 4096;
-    *out = static_cast<unsigned char*>(std::calloc(bytes.size() + spare, 1));
+    *out = static_cast<unsigned char*>(std::calloc(bytes.size() + spare + sizeof deviceBufferMark, 1));
     std::ranges::copy(bytes, *out);
+    std::ranges::copy(deviceBufferMark, *out + bytes.size() + spare);
     return givenText(bytes, *length);
 }
 
@@ -230,8 +234,8 @@ int FakeDeviceLibrary::deleteKeyPair(const char* device, const unsigned char* ke
 int FakeDeviceLibrary::importCertificate(const char* device, const char* pinText, QueltaCertificate* inOut, void* libContext)
 {
     begin(Call::importCertificate, callText("importCertificate", libContext, device, pinText, idOf(inOut->keyId),
-                                            bytesOf(inOut->certificate, inOut->certificateLength)));
-    if (onImportCertificate) onImportCertificate(*inOut);
+                                            bytesOf(inOut->certificate, inOut->certificateLength), keyReferenceOf(*inOut),
+                                            std::string(labelOf(*inOut)).c_str()));
     return changing(answer(finish(Call::importCertificate)));
 }
 

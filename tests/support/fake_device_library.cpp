@@ -1,6 +1,8 @@
 #include "support/fake_device_library.h"
 
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <algorithm>
 #include <chrono>
@@ -64,7 +66,6 @@ void FakeDeviceLibrary::reset()
     for (Given* given : {&signature, &digest, &plain, &cipher, &symmetricPlain, &unwrapped}) *given = {};
     onGenerate = nullptr;
     onImportAesKey = nullptr;
-    onImportCertificate = nullptr;
     onCall = nullptr;
     changes = 0;
 }

@@ -103,8 +103,6 @@ public:
     std::function<void(QueltaSymmetricKey&)> onImportAesKey;
     // How often the token has made, stored or deleted something.
     int changes = 0;
-    // Sees the request, whether or not it is then refused.
-    std::function<void(const QueltaCertificate&)> onImportCertificate;
 
     // The calls since the last look, as "signHash(TOKEN-1, <key in hex>, 1234, <hash in hex>, room 256, false)": numbers in
     // decimal, bytes in hexadecimal, a library context only if there is one.

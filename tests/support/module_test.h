@@ -31,7 +31,7 @@ protected:
     }
 
     static void cachePin(const char* pin = "1234");
-    static std::string cachedPin() { return tokenState().pinCache.pin()->c_str(); }
+    static std::string cachedPin() { return **tokenState().pinCache.pin(); }
     // What was called and logged so far.
     void forget();
 

@@ -47,6 +47,12 @@ Recorder::~Recorder()
 
 void Recorder::record(const std::string& name, const std::string& arguments, const std::function<std::string()>& call)
 {
+    if (pauses_ == 0 && getLogLevel() >= logLevelDebug) unnamed_ = name;
+    recordInner(name, arguments, call);
+}
+
+void Recorder::recordInner(const std::string& name, const std::string& arguments, const std::function<std::string()>& call)
+{
     if (pauses_ > 0) {
         call();
         return;
@@ -54,7 +60,6 @@ void Recorder::record(const std::string& name, const std::string& arguments, con
     log_.forget();
     lines_.push_back(inWords(name + "(" + arguments + ")"));
     const std::size_t count = lines_.size();
-    if (getLogLevel() >= logLevelDebug) unnamed_ = name;
     const std::string answer = call();
     takeLog();
     if (lines_.size() == count) {
@@ -66,7 +71,7 @@ void Recorder::record(const std::string& name, const std::string& arguments, con
 
 void Recorder::note(const std::string& text)
 {
-    lines_.push_back("(" + text + ")");
+    lines_.push_back("(" + inWords(text) + ")");
 }
 
 void Recorder::introduce(const std::string& kind, ULONG_PTR handle)

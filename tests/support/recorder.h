@@ -36,6 +36,10 @@ public:
 
     // One call: `call` makes it and says what it answered.
     void record(const std::string& name, const std::string& arguments, const std::function<std::string()>& call);
+    // The same for what lies below the entry points, and does not name itself.
+    void recordInner(const std::string& name, const std::string& arguments, const std::function<std::string()>& call);
+    // What was asked meanwhile of somebody else than the token.
+    void writeDown(std::string line);
     // What else a reader should know.
     void note(const std::string& text);
 
@@ -60,7 +64,6 @@ public:
     const std::vector<std::string>& lines() const { return lines_; }
 
 private:
-    void writeDown(std::string line);
     void takeLog();
     void writeLogLine(const LogLine& line);
     std::string inWords(std::string text) const;

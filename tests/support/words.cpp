@@ -215,7 +215,7 @@ std::string valueWords(ByteView value)
     if (isTextWithZero(value)) return textWithZero(value);
     if (const Bytes narrow = narrowedBytes(value); isTextWithZero(narrow)) return "L" + textWithZero(narrow);
     if (value.size() > 4 && isText(value)) return "\"" + asText(value) + "\"";
-    return words(value);
+    return value.empty() ? words(value) : Utils::toHex(value.data(), static_cast<int>(value.size()));
 }
 
 std::string withShortHex(std::string_view text)

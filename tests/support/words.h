@@ -13,7 +13,8 @@ namespace quelta::test {
 
 // "0102AB", "32 bytes rising from 01", "16 bytes of 11", "294 bytes #1A2B3C4D"; an empty span and null are told apart.
 std::string words(ByteView bytes);
-// The same for what a caller was handed, which may be a number or a text, too: "DWORD 9", "\"a text\\0\"", "L\"a text\\0\"".
+// What a caller hands in or is handed, which may be a number or a text, too: "DWORD 9", "\"a text\\0\"", "L\"a text\\0\"". All
+// other bytes are spelled out, so that a scenario can have its own word for them; see Recorder::call.
 std::string valueWords(ByteView value);
 // Long upper-case hexadecimal within a text as words() has it.
 std::string withShortHex(std::string_view text);

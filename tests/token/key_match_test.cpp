@@ -1,7 +1,9 @@
 #include "support/fake_device_library.h"
 #include "support/guarded_buffer.h"
 
+#include "token/key_algorithms.h"
 #include "token/key_match.h"
+#include "token/record_fields.h"
 
 #include <gmock/gmock.h>
 

@@ -1,6 +1,7 @@
 #include "support/module_test.h"
 
 #include "token/token.h"
+#include "token/token_connection.h"
 
 #include <gmock/gmock.h>
 
@@ -87,10 +88,52 @@ TEST_F(TokenCalls, ListsAreCopiedBeforeTheNextCallSpoilsThem)
     EXPECT_EQ(pairs[0].usage, usageSigning);
 }
 
-TEST_F(TokenCalls, HashDataOfNoBytesIsOneCall)
+TEST_F(TokenCalls, HashDataGoesInPiecesThatTheLibraryCanCount)
 {
     device.updateHash(nullptr, {});
     EXPECT_THAT(token.takeCalls(), ElementsAre("updateHash(0, null)"));
+
+    // Of 2 GB only what comes last is there to be read.
+    struct Release {
+        void operator()(void* pages) const { VirtualFree(pages, 0, MEM_RELEASE); }
+    };
+    constexpr std::size_t size = std::size_t{0x7FFFFFFF} + 3;
+    const std::unique_ptr<void, Release> pages(VirtualAlloc(nullptr, size, MEM_RESERVE, PAGE_NOACCESS));
+    auto* const data = static_cast<unsigned char*>(pages.get());
+    ASSERT_TRUE(data && VirtualAlloc(data + 0x7FFFF000, 0x1000 + 2, MEM_COMMIT, PAGE_READWRITE));
+    std::ranges::copy(counting(3), data + 0x7FFFFFFF);
+    device.updateHash(nullptr, {data, size});
+    EXPECT_THAT(token.takeCalls(), ElementsAre("updateHash(0, 2147483647 bytes)", "updateHash(0, 010203)"));
+
+    token.willAnswer(Call::updateHash, 7);
+    EXPECT_EQ(device.updateHash(nullptr, {data, size}), 7);
+    EXPECT_EQ(token.takeCalls().size(), 1U) << "what fails is not gone on with";
+}
+
+TEST_F(TokenCalls, LibraryContextGoesWhereverThereIsRoomForIt)
+{
+    int context = 0;
+    constexpr OpeningTexts texts = {.startingLibrary = "", .noToken = "", .openFailed = ""};
+    EXPECT_EQ(openFirstToken(&context, texts), id);
+    EXPECT_THAT(token.takeCalls(), ElementsAre("init(0, 2)", "getConnectedDeviceList(false, with a context)",
+                                               "initDevice(TOKEN-1, false, with a context)"));
+}
+
+TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)
+{
+    struct Row {
+        const char* serialNumber;
+        std::int32_t enabled;
+        std::int32_t open;
+        bool signedOn;
+    };
+    for (const Row& row : {Row{"SN-1", 1, 1, true}, Row{"", 1, 1, false}, Row{"SN-1", 0, 1, false}, Row{"SN-1", 1, 0, false},
+                           Row{"SN-1", 2, 1, false}, Row{"SN-1", 1, -1, false}}) {
+        token.info.serialNumber = row.serialNumber;
+        token.info.singleSignOnEnabled = row.enabled;
+        token.info.singleSignOnOpen = row.open;
+        EXPECT_EQ(device.singleSignOnOpen(), row.signedOn) << row.serialNumber << row.enabled << row.open;
+    }
 }
 
 } // namespace quelta::test

@@ -1,0 +1,148 @@
+#!/usr/bin/env bash
+# Form and likely mistakes: clang-format, shellcheck, clang-tidy, and that the changelog knows the version.
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
+
+usage() {
+    say "Usage: ./lint.sh [--fix] [FILE]..."
+    say "Checks FILEs, by default everything: the form of C++ (clang-format), shell scripts (shellcheck), likely mistakes in C++"
+    say "(clang-tidy), the changelog's version; and tells how much of the code is tests. A source that was found clean is looked at"
+    say "again only when it, a header or a rule has changed."
+    say "--fix    mends the form, and those mistakes that clang-tidy knows a mend for"
+    say "Example: ./lint.sh \$(git diff --name-only main)"
+}
+
+fix=
+case ${1-} in
+--fix)
+    fix=yes
+    shift
+    ;;
+-*)
+    usage
+    [[ $1 == --help || $1 == -h ]] && exit 0 || exit 2
+    ;;
+esac
+named=()
+for file in "$@"; do
+    named+=("$(realpath -- "$file")")
+done
+cd "$root"
+status=0
+
+complain() {
+    say "$*"
+    status=1
+}
+
+# Those files that git knows or would take, of these names; of the named ones alone if there are any.
+files() {
+    local file
+    while read -r file; do
+        [[ -e $file ]] || continue
+        [[ ${#named[@]} -eq 0 || " ${named[*]} " == *" $root/$file "* ]] && printf '%s\n' "$file"
+    done < <(git ls-files --cached --others --exclude-standard -- "$@")
+    return 0
+}
+
+check_form() {
+    local sources
+    mapfile -t sources < <(files '*.cpp' '*.h')
+    [[ ${#sources[@]} -gt 0 ]] || return 0
+    if [[ -n $fix ]]; then
+        clang-format -i "${sources[@]}"
+    else
+        clang-format --dry-run --Werror "${sources[@]}" || complain "clang-format would write some sources otherwise: ./lint.sh --fix"
+    fi
+}
+
+check_scripts() {
+    local scripts
+    mapfile -t scripts < <(files '*.sh' scripts/run .ci/run)
+    [[ ${#scripts[@]} -eq 0 ]] || shellcheck -x -P "$root" "${scripts[@]}" || complain "shellcheck has something to say"
+}
+
+check_changelog() {
+    local version newest
+    version=$(sed -nE 's/^project\(.* VERSION ([0-9.]+).*/\1/p' CMakeLists.txt)
+    newest=$(sed -nE 's/^## ([0-9.]+).*/\1/p' CHANGELOG.md | head -n 1)
+    [[ $version == "$newest" ]] ||
+        complain "CMakeLists.txt has version $version, the first in CHANGELOG.md is ${newest:-none}: make them agree"
+}
+
+# compile_database PRESET FOLDER: says how each source is compiled, with every header read where it is included. Nothing is built.
+compile_database() {
+    quietly "lint-$1.log" cmake --preset "$1" -S "$root" -B "$2" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DQUELTA_TRAP_UB=OFF ||
+        die "CMake could not configure $1: see build/logs/lint-$1.log"
+}
+
+# The cross compiler's headers, as arguments; those of the compiler proper clang-tidy has its own of.
+cross_headers() {
+    x86_64-w64-mingw32-g++-posix -E -x c++ -v - </dev/null 2>&1 >/dev/null |
+        sed -n '/search starts/,/End of/s/^ //p' | grep -vE '/gcc/x86_64-w64-mingw32/[^/]+/include(-fixed)?$' |
+        sed 's/^/--extra-arg=-isystem\n--extra-arg=/'
+}
+
+# What an answer depends on beside the source itself.
+rules() {
+    clang-tidy-22 --version
+    printf '%s\n' "$@"
+    git ls-files --cached --others --exclude-standard -- '*.h' '*.clang-tidy' '*CMakeLists.txt' '*.cmake' '*.h.in' |
+        xargs cat --
+}
+
+# look_at RULES DATABASE SOURCE ARGUMENT...: one source, in a process of its own.
+look_at() {
+    local clean output
+    clean=$build/lint/clean/$({ echo "$1 $3" && cat "$3"; } | sha256sum | cut -c1-40)
+    [[ ! -e $clean ]] || return 0
+    if output=$(clang-tidy-22 -p "$2" --quiet --warnings-as-errors='*' "${@:4}" "$3" 2>&1 </dev/null); then
+        : >"$clean"
+    else
+        printf '%s\n' "$output"
+        return 1
+    fi
+}
+export -f look_at
+export build
+
+# check_mistakes PRESET PATTERN ARGUMENT...: what the preset compiles of these sources.
+check_mistakes() {
+    local database=$build/lint/$1 rules sources jobs
+    compile_database "$1" "$database"
+    rules=$(rules "${@:3}" | sha256sum)
+    mapfile -t sources < <(comm -12 <(files "$2" | sed "s|^|$root/|" | sort) \
+        <(sed -n 's/^ *"file": "\(.*\)",\?$/\1/p' "$database/compile_commands.json" | sort -u))
+    [[ ${#sources[@]} -gt 0 ]] || return 0
+    # With mends one after the other: two sources may share a header.
+    jobs=$([[ -n $fix ]] && echo 1 || nproc)
+    mkdir -p "$build/lint/clean"
+    printf '%s\0' "${sources[@]}" |
+        xargs -0 -P "$jobs" -I{} bash -c 'look_at "$@"' look_at "$rules" "$database" {} "${@:3}" 9>&- ||
+        complain "clang-tidy has something to say"
+}
+
+lines() {
+    files "$@" | tr '\n' '\0' | xargs -0 cat -- | grep -c '[^[:space:]]'
+}
+
+tell_share() {
+    local all tests
+    all=$(lines '*.cpp' '*.h' '*.sh' scripts/run .ci/run)
+    tests=$(lines 'tests/*.cpp' 'tests/*.h' 'tests/*.sh')
+    say "Tests: $tests of $all lines of C++ and shell that are not blank, $((tests * 1000 / all / 10)).$((tests * 1000 / all % 10)) %"
+}
+
+take_turn exclusive
+need_packages "${build_packages[@]}" "${test_packages[@]}" "${lint_packages[@]}"
+check_form
+check_scripts
+check_changelog
+mapfile -t cross < <(cross_headers)
+tidy=(${fix:+--fix} --extra-arg=-std=c++2b --extra-arg=-Wno-sign-conversion)
+check_mistakes mingw-debug '*.cpp' "${tidy[@]}" --extra-arg-before=--target=x86_64-w64-mingw32 --extra-arg=-nostdinc++ "${cross[@]}"
+check_mistakes native-fuzz 'tests/fuzz/*.cpp' "${tidy[@]}"
+[[ ${#named[@]} -gt 0 ]] || tell_share
+[[ $status -ne 0 ]] || say "clean"
+exit "$status"

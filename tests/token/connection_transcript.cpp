@@ -1,0 +1,62 @@
+#include "csp/csp_calls.h"
+#include "ksp/ksp_calls.h"
+#include "support/scenario.h"
+
+namespace quelta::test {
+
+class ConnectionTranscript : public Scenario {
+protected:
+    void openBoth()
+    {
+        csp.acquire();
+        ksp.openProvider();
+    }
+
+    void waitForTwoPolls()
+    {
+        for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
+    }
+
+    CspCalls csp{recorder};
+    KspCalls ksp{recorder};
+};
+
+TEST_F(ConnectionTranscript, FirstOfSeveralTokensIsOpenedOnceForBothProviders)
+{
+    token.connect({"FIRST", "SECOND"});
+    openBoth();
+    recorder.note("another comes first now, and is taken as it is");
+    token.connect({"SECOND", "FIRST"});
+    openBoth();
+}
+
+TEST_F(ConnectionTranscript, LibraryIsStartedAgainUntilADeviceWasOpened)
+{
+    token.unplug();
+    openBoth();
+    token.connect({"TOKEN-1"});
+    for (int i = 0; i < 2; ++i) token.willAnswer(Call::initDevice, -21);
+    openBoth();
+    errorsAlone();
+    for (int i = 0; i < 2; ++i) token.willAnswer(Call::initDevice, 7);
+    openBoth();
+    recorder.note("a start that fails is not noticed");
+    token.willAnswer(Call::init, 7);
+    openBoth();
+}
+
+TEST_F(ConnectionTranscript, TokenThatWasPulledOutIsOpenedAgainAndItsPINAskedForAgain)
+{
+    errorsAlone();
+    openBoth();
+    cachePin();
+    token.unplug();
+    waitForTwoPolls();
+    token.connect({"TOKEN-1"});
+    waitForTwoPolls();
+    openBoth();
+    user.entersPin("1234");
+    csp.genKey(CALG_RSA_SIGN);
+}
+
+} // namespace quelta::test
