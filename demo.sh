@@ -53,7 +53,7 @@ openssl_verifies() {
 sign() {
     local signature=$1
     shift
-    tool quelta-sign sign "$(windows_path "$file")" -o "$(windows_path "$signature")" --pin "$pin" "$@"
+    tool quelta sign "$(windows_path "$file")" -o "$(windows_path "$signature")" --pin "$pin" "$@"
     detail "${signature#"$root"/}, $(stat -c %s "$signature") bytes"
 }
 
@@ -89,9 +89,9 @@ must_be_refused() {
 }
 
 encrypt_and_back() {
-    tool quelta-sign encrypt "$(windows_path "$file")" -o "$(windows_path "$1")"
+    tool quelta encrypt "$(windows_path "$file")" -o "$(windows_path "$1")"
     detail "${1#"$root"/}, $(stat -c %s "$1") bytes"
-    tool quelta-sign decrypt "$(windows_path "$1")" -o "$(windows_path "$2")" --pin "$pin"
+    tool quelta decrypt "$(windows_path "$1")" -o "$(windows_path "$2")" --pin "$pin"
     cmp -s -- "$file" "$2" || die "what was decrypted is not what was encrypted"
     detail "${2#"$root"/}, the same as $name"
 }
@@ -129,6 +129,6 @@ encrypt_and_back "$demo/$name.p7m" "$demo/decrypted-$name"
 step "Done. To try next:"
 detail "./demo.sh FILE                      another file"
 detail "scripts/run quelta-token list       what the token holds; --help tells the rest"
-detail "scripts/run quelta-sign sign FILE -o FILE.p7s"
+detail "scripts/run quelta sign FILE -o FILE.p7s"
 detail "                                    asks for the PIN in the provider's own dialog"
 detail "./test.sh                           all tests"

@@ -54,7 +54,7 @@ licensed=(nlohmann-json3-dev libcli11-dev mingw-w64-x86-64-dev g++-mingw-w64-x86
 collect() {
     local folder=$1 name
     mkdir -p "$folder/docs" "$folder/licences"
-    cp "$programs"/quelta-sign.exe "$folder"
+    cp "$programs"/quelta.exe "$folder"
     cp "$root"/README.md "$root"/CHANGELOG.md "$folder"
     cp "$root"/docs/* "$folder/docs"
     for name in "${licensed[@]}"; do cp "/usr/share/doc/$name/copyright" "$folder/licences/$name.txt"; done

@@ -36,7 +36,7 @@ void addPin(CLI::App& command, TokenOptions& options)
 CLI::App& addCommand(CLI::App& app, const char* name, const char* description, const char* example)
 {
     CLI::App& command = *app.add_subcommand(name, description);
-    command.footer(std::string("Example:\n  quelta-sign ") + example);
+    command.footer(std::string("Example:\n  quelta ") + example);
     return command;
 }
 
@@ -115,7 +115,7 @@ int refuseUsage(const CLI::App& app, const CLI::ParseError& error)
 {
     const auto chosen = app.get_subcommands();
     const std::string command = chosen.empty() ? "" : " " + chosen.front()->get_name();
-    complain("quelta-sign: " + inOneLine(error.what()) + "; see quelta-sign" + command + " --help");
+    complain("quelta: " + inOneLine(error.what()) + "; see quelta" + command + " --help");
     return exitUsage;
 }
 
@@ -130,12 +130,12 @@ int show(std::string text)
 
 int runCommandLine(std::vector<std::string> arguments)
 {
-    CLI::App app("Signs, verifies, encrypts and decrypts files with keys on a Quelta token", "quelta-sign");
-    app.set_version_flag("--version", std::string("quelta-sign ") + version);
+    CLI::App app("Signs, verifies, encrypts and decrypts files with keys on a Quelta token", "quelta");
+    app.set_version_flag("--version", std::string("quelta ") + version);
     app.require_subcommand(1);
     // A path may begin with a slash; the subcommands inherit this.
     app.allow_windows_style_options(false);
-    app.footer("quelta-sign COMMAND --help tells more. Exit codes: 0 done, 1 failed or refused, 2 wrong usage.");
+    app.footer("quelta COMMAND --help tells more. Exit codes: 0 done, 1 failed or refused, 2 wrong usage.");
     SignOptions signing;
     VerifyOptions verification;
     EncryptOptions encryption;
@@ -145,7 +145,7 @@ int runCommandLine(std::vector<std::string> arguments)
     addEncrypt(app, encryption);
     addDecrypt(app, decryption);
     if (!arguments.empty() && !arguments.front().starts_with('-') && !hasCommand(app, arguments.front())) {
-        complain("quelta-sign: there is no command " + arguments.front() + "; see quelta-sign --help");
+        complain("quelta: there is no command " + arguments.front() + "; see quelta --help");
         return exitUsage;
     }
     try {
@@ -160,13 +160,13 @@ int runCommandLine(std::vector<std::string> arguments)
     } catch (const CLI::ParseError& error) {
         return refuseUsage(app, error);
     } catch (const Refusal& refusal) {
-        complain(std::string("quelta-sign: NOT VALID: ") + refusal.what());
+        complain(std::string("quelta: NOT VALID: ") + refusal.what());
     } catch (const Failure& failure) {
-        complain(std::string("quelta-sign: ") + failure.what());
+        complain(std::string("quelta: ") + failure.what());
     } catch (const std::bad_alloc&) {
-        complain("quelta-sign: out of memory; close other programs and try again");
+        complain("quelta: out of memory; close other programs and try again");
     } catch (const std::exception& error) {
-        complain(std::string("quelta-sign: unexpected: ") + error.what());
+        complain(std::string("quelta: unexpected: ") + error.what());
     }
     return exitFailed;
 }

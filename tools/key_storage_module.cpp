@@ -35,7 +35,7 @@ KeyStorageModule::KeyStorageModule() : module_(load())
 {
     if (!module_)
         throw Failure(
-            "can't load QueltaCSP.dll with its QueltaDSCLibrary.dll; put both beside quelta-sign.exe, or register the provider");
+            "can't load QueltaCSP.dll with its QueltaDSCLibrary.dll; put both beside quelta.exe, or register the provider");
     // By way of void*: compilers warn of a cast between unlike function types, which is what a look-up by name is for.
     void* const address = reinterpret_cast<void*>(GetProcAddress(module_.get(), "GetKeyStorageInterface"));
     const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFunction>(address);

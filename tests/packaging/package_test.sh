@@ -71,7 +71,7 @@ product_holds_the_given_module() {
 developer_package_is_signed() {
     local folder=$work/unpacked/Quelta-developer-$version file
     "$root/package.sh" --sign "$work/key.p12" --password-file "$work/password" && unpacked "Quelta-developer-$version" || return 1
-    for file in QueltaCSP.dll quelta-sign.exe softtoken/QueltaDSCLibrary.dll softtoken/quelta-token.exe; do
+    for file in QueltaCSP.dll quelta.exe softtoken/QueltaDSCLibrary.dll softtoken/quelta-token.exe; do
         osslsigncode verify -CAfile "$work/certificate.pem" -in "$folder/$file" || return 1
     done
 }

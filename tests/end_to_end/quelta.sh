@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# quelta-sign against openssl: each reads what the other has made, and refuses what was changed. quelta_sign.sh BIN SHARED
+# quelta against openssl: each reads what the other has made, and refuses what was changed. quelta.sh BIN SHARED
 set -euo pipefail
 
 bin=$1
@@ -35,13 +35,13 @@ fi
 trap restore EXIT
 
 tool() {
-    wine "$bin/quelta-sign.exe" "$@" >output 2>&1 </dev/null || fail "quelta-sign $* failed: $(<output)"
+    wine "$bin/quelta.exe" "$@" >output 2>&1 </dev/null || fail "quelta $* failed: $(<output)"
 }
 
 refuses() {
     local status=0
-    wine "$bin/quelta-sign.exe" "$@" >output 2>&1 </dev/null || status=$?
-    [[ $status -eq 1 && $(wc -l <output) -eq 1 ]] || fail "quelta-sign $* is not refused in one line ($status): $(<output)"
+    wine "$bin/quelta.exe" "$@" >output 2>&1 </dev/null || status=$?
+    [[ $status -eq 1 && $(wc -l <output) -eq 1 ]] || fail "quelta $* is not refused in one line ($status): $(<output)"
 }
 
 id_of() {
@@ -92,7 +92,7 @@ for provider in csp ksp; do
             -keyopt "rsa_padding_mode:$padding"
         rm -f back
         tool decrypt message -o back --provider "$provider" --pin "$pin"
-        cmp back data || fail "quelta-sign decrypts something else: $provider $padding"
+        cmp back data || fail "quelta decrypts something else: $provider $padding"
     done
 done
 head -c -5 message >damaged
