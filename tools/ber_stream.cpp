@@ -9,6 +9,7 @@ namespace quelta::tools {
 
 namespace {
 
+constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 constexpr int deepest = 32;
 constexpr std::uint64_t largestElement = 1024 * 1024;
 // Of an element that is read as a whole, on all its levels together; a message to thousands of recipients stays below.
@@ -17,13 +18,13 @@ constexpr unsigned char constructed = 0x20;
 
 } // namespace
 
-BerStream::BerStream(InputFile& file) : file_(file), buffer_(pieceSize) {}
+BerStream::BerStream(std::string name, Read read) : name_(std::move(name)), read_(std::move(read)), buffer_(pieceSize) {}
 
 void BerStream::refuse() const
 {
-    throw Failure(file_.name() +
-                  " is no CMS EnvelopedData in DER; if it is PEM or S/MIME text, convert it first: openssl cms -cmsout " +
-                  "-inform PEM|SMIME -in IN -outform DER -out OUT");
+    throw Failure(name_ +
+                  " is no CMS message of this kind in DER or PEM, or it is damaged; if it is S/MIME text, convert it first: " +
+                  "openssl cms -cmsout -inform SMIME -in IN -outform DER -out OUT");
 }
 
 unsigned char BerStream::byte()
@@ -33,14 +34,24 @@ unsigned char BerStream::byte()
     return value;
 }
 
+unsigned char BerStream::nextByte()
+{
+    fill();
+    return buffer_[at_];
+}
+
+void BerStream::fill()
+{
+    if (at_ < end_) return;
+    at_ = 0;
+    end_ = read_(buffer_);
+    if (!end_) throw Failure(name_ + " ends too early; get a complete copy of it");
+}
+
 void BerStream::bytes(std::span<unsigned char> into)
 {
     while (!into.empty()) {
-        if (at_ == end_) {
-            at_ = 0;
-            end_ = file_.read(buffer_);
-            if (!end_) throw Failure(file_.name() + " ends too early; get a complete copy of it");
-        }
+        fill();
         const std::size_t count = std::min(into.size(), end_ - at_);
         std::copy_n(buffer_.begin() + static_cast<std::ptrdiff_t>(at_), count, into.begin());
         at_ += count;
@@ -65,9 +76,20 @@ BerStream::Header BerStream::header()
     return head;
 }
 
-void BerStream::enter(unsigned char tag)
+BerStream::Level BerStream::enter(unsigned char tag)
 {
-    if (header().tag != tag) refuse();
+    const Header head = header();
+    if (head.tag != tag) refuse();
+    return {head.indefinite, position_ + head.length};
+}
+
+bool BerStream::atEnd(const Level& level)
+{
+    if (!level.indefinite) return position_ >= level.end;
+    if (nextByte()) return false;
+    byte();
+    if (byte()) refuse();
+    return true;
 }
 
 template <class Take>
@@ -109,6 +131,13 @@ void BerStream::octets(const std::function<void(ByteView)>& take)
 {
     const Header head = header();
     if (head.tag == der::implicitTag(0)) return pass(head.length, take);
+    if (head.tag != der::explicitTag(0)) refuse();
+    segments(head, take, 0);
+}
+
+void BerStream::wrappedOctets(const std::function<void(ByteView)>& take)
+{
+    const Header head = header();
     if (head.tag != der::explicitTag(0)) refuse();
     segments(head, take, 0);
 }

@@ -1,15 +1,19 @@
 // Reads BER (ITU-T X.690) from a file front to back: definite and indefinite lengths, content of any size.
 #pragma once
 
-#include "files.h"
+#include "base/bytes.h"
 
+#include <cstdint>
 #include <functional>
 
 namespace quelta::tools {
 
 class BerStream {
 public:
-    explicit BerStream(InputFile& file);
+    // Fills the room with what comes next; nothing is left where it puts nothing there.
+    using Read = std::function<std::size_t(std::span<unsigned char> room)>;
+    // `name` is the file's, for failures.
+    BerStream(std::string name, Read read);
 
     struct Header {
         unsigned char tag;
@@ -17,19 +21,32 @@ public:
         std::uint64_t length;
     };
 
-    // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for.
-    void enter(unsigned char tag);
+    // The content of an element that was stepped into.
+    struct Level {
+        bool indefinite;
+        std::uint64_t end;
+    };
+
+    // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for, unless atEnd() is
+    // asked.
+    Level enter(unsigned char tag);
+    // Whether nothing is left on this level; steps over what marks its end.
+    bool atEnd(const Level& level);
     // The next element as a whole, its lengths and those of its parts in DER's form. A Failure if it has more than 1 MB, or too
     // many parts.
     Bytes element();
     // The content of an OCTET STRING under an implicit tag [0], whole or in segments, handed on in pieces.
     void octets(const std::function<void(ByteView)>& take);
+    // The same of an OCTET STRING within an explicit tag [0].
+    void wrappedOctets(const std::function<void(ByteView)>& take);
 
     [[noreturn]] void refuse() const;
 
 private:
     Header header();
     unsigned char byte();
+    unsigned char nextByte();
+    void fill();
     void bytes(std::span<unsigned char> into);
     template <class Take>
     void forEachPart(const Header& outer, Take take);
@@ -37,7 +54,8 @@ private:
     void segments(const Header& outer, const std::function<void(ByteView)>& take, int depth);
     void pass(std::uint64_t length, const std::function<void(ByteView)>& take);
 
-    InputFile& file_;
+    std::string name_;
+    Read read_;
     Bytes buffer_;
     std::size_t at_ = 0;
     std::size_t end_ = 0;

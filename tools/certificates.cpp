@@ -10,6 +10,7 @@
 #include "text.h"
 
 #include <algorithm>
+#include <bit>
 #include <iterator>
 #include <string_view>
 
@@ -27,6 +28,26 @@ std::string nameText(const CERT_NAME_BLOB& name)
     const DWORD length = CertNameToStrW(X509_ASN_ENCODING, &copy, style, text.data(), static_cast<DWORD>(text.size()));
     text.resize(length ? length - 1 : 0);
     return text.empty() ? "(no name)" : toUtf8(text);
+}
+
+std::string displayName(const CERT_CONTEXT& certificate, DWORD flags)
+{
+    const auto put = [&](wchar_t* text, DWORD size) {
+        return CertGetNameStringW(&certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, flags, nullptr, text, size);
+    };
+    std::wstring text(put(nullptr, 0), L'\0');
+    const DWORD length = put(text.data(), static_cast<DWORD>(text.size()));
+    text.resize(length ? length - 1 : 0);
+    return text.empty() ? "(no name)" : toUtf8(text);
+}
+
+unsigned modulusBits(const CERT_CONTEXT& certificate)
+{
+    const CRYPT_BIT_BLOB& key = certificate.pCertInfo->SubjectPublicKeyInfo.PublicKey;
+    auto fields = der::Reader(ByteView(key.pbData, key.cbData)).enter(der::tagSequence);
+    const auto modulus = fields ? fields->unsignedInteger() : std::nullopt;
+    if (!modulus || modulus->empty()) return 0;
+    return static_cast<unsigned>(8 * modulus->size()) - static_cast<unsigned>(std::countl_zero(modulus->front()));
 }
 
 Bytes decodePem(std::string_view text)
@@ -92,16 +113,26 @@ Bytes withoutPem(Bytes content)
     return decoded.empty() ? content : decoded;
 }
 
-std::string pemOf(ByteView der, const std::string& label)
+std::string base64Lines(ByteView bytes)
 {
     constexpr DWORD style = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCR;
+    const auto length = static_cast<DWORD>(bytes.size());
     DWORD size = 0;
-    CryptBinaryToStringA(der.data(), static_cast<DWORD>(der.size()), style, nullptr, &size);
+    CryptBinaryToStringA(bytes.data(), length, style, nullptr, &size);
     std::string text(size, '\0');
-    if (!CryptBinaryToStringA(der.data(), static_cast<DWORD>(der.size()), style, text.data(), &size))
-        failWithLastError("can't write PEM");
+    if (!CryptBinaryToStringA(bytes.data(), length, style, text.data(), &size)) failWithLastError("can't write PEM");
     text.resize(size);
-    return "-----BEGIN " + label + "-----\n" + text + "-----END " + label + "-----\n";
+    return text;
+}
+
+std::string displayNameOf(const CERT_CONTEXT& certificate)
+{
+    return displayName(certificate, 0);
+}
+
+std::string displayIssuerOf(const CERT_CONTEXT& certificate)
+{
+    return displayName(certificate, CERT_NAME_ISSUER_FLAG);
 }
 
 std::string subjectOf(const CERT_CONTEXT& certificate)
@@ -151,16 +182,35 @@ std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate)
     return found;
 }
 
+Bytes keyIdentifierOf(const CERT_CONTEXT& certificate)
+{
+    DWORD size = 0;
+    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, nullptr, &size)) return {};
+    Bytes identifier(size);
+    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, identifier.data(), &size)) return {};
+    return identifier;
+}
+
+bool isSelfIssued(const CERT_CONTEXT& certificate)
+{
+    return sameBytes(viewOf(certificate.pCertInfo->Subject), viewOf(certificate.pCertInfo->Issuer));
+}
+
+std::string nameOf(const PublicKeyKind& kind)
+{
+    return kind.elliptic ? "P-" + std::to_string(kind.bits) : "RSA";
+}
+
 std::optional<PublicKeyKind> publicKeyKind(const CERT_CONTEXT& certificate)
 {
     const CRYPT_ALGORITHM_IDENTIFIER& algorithm = certificate.pCertInfo->SubjectPublicKeyInfo.Algorithm;
     const std::string_view kind = algorithm.pszObjId;
-    if (kind == oid::rsaEncryption) return PublicKeyKind{false, 0};
+    if (kind == oid::rsaEncryption) return PublicKeyKind{false, 0, modulusBits(certificate)};
     if (kind != oid::ecPublicKey) return std::nullopt;
     const auto named = der::Reader(viewOf(algorithm.Parameters)).oid();
     const KnownCurve* curve = named ? findRow(knownCurves, &KnownCurve::oid, *named) : nullptr;
     if (!curve) return std::nullopt;
-    return PublicKeyKind{true, curve->coordinateSize()};
+    return PublicKeyKind{true, curve->coordinateSize(), static_cast<unsigned>(curve->bits)};
 }
 
 bool holdsRsaKey(const CERT_CONTEXT& certificate)

@@ -6,6 +6,8 @@
 #include "certificates.h"
 #include "content_cipher.h"
 #include "failure.h"
+#include "key_choice.h"
+#include "pem_stream.h"
 #include "progress.h"
 
 #include <algorithm>
@@ -91,15 +93,6 @@ Envelope readEnvelope(BerStream& stream)
     return envelope;
 }
 
-Bytes keyIdentifierOf(const CERT_CONTEXT& certificate)
-{
-    DWORD size = 0;
-    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, nullptr, &size)) return {};
-    Bytes identifier(size);
-    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, identifier.data(), &size)) return {};
-    return identifier;
-}
-
 bool isFor(const Recipient& recipient, const CERT_CONTEXT& certificate)
 {
     if (!recipient.issuerAndSerial.empty()) return recipient.issuerAndSerial == issuerAndSerial(certificate);
@@ -107,25 +100,29 @@ bool isFor(const Recipient& recipient, const CERT_CONTEXT& certificate)
 }
 
 struct Match {
-    TokenKey key;
+    const TokenKey* key;
     const Recipient* recipient;
+    // By its certificate, and not by size alone.
+    bool named;
 };
 
-Match findRecipient(std::vector<TokenKey> keys, const std::string& keyName, const Envelope& envelope, const std::string& fileName)
+bool couldOpen(const TokenKey& key, const Recipient& recipient)
 {
-    if (!keyName.empty()) {
-        TokenKey chosen = chooseDecryptionKey(std::move(keys), keyName);
-        keys.clear();
-        keys.push_back(std::move(chosen));
+    return key.certificate && key.canDecrypt && publicKeyKind(*key.certificate)->bits == 8 * recipient.wrappedKey.size();
+}
+
+// Those that the message names come first. The others may be of a certificate that the key had before its present one.
+std::vector<Match> matchesOf(const std::vector<TokenKey>& keys, const Envelope& envelope)
+{
+    std::vector<Match> matches;
+    for (const TokenKey& key : keys) {
+        for (const Recipient& recipient : envelope.recipients) {
+            const bool named = key.certificate && key.canDecrypt && isFor(recipient, *key.certificate);
+            if (named || couldOpen(key, recipient)) matches.push_back({&key, &recipient, named});
+        }
     }
-    for (TokenKey& key : keys) {
-        if (!key.certificate || !key.canDecrypt) continue;
-        const auto found =
-            std::ranges::find_if(envelope.recipients, [&](const Recipient& item) { return isFor(item, *key.certificate); });
-        if (found != envelope.recipients.end()) return {std::move(key), &*found};
-    }
-    throw Failure(fileName +
-                  " is not encrypted for a key on this token that can decrypt; plug in the token it was encrypted for");
+    std::ranges::stable_partition(matches, &Match::named);
+    return matches;
 }
 
 Bytes unwrapContentKey(TokenProvider& provider, const Match& match, const KnownCipher& cipher)
@@ -133,10 +130,42 @@ Bytes unwrapContentKey(TokenProvider& provider, const Match& match, const KnownC
     const bool oaep = match.recipient->algorithm == der::oid(oid::rsaOaep);
     if (!oaep && match.recipient->algorithm != der::oid(oid::rsaEncryption))
         throw Failure("the content key is not encrypted with RSA as PKCS#1 v1.5 or OAEP; ask for one of these");
-    Bytes key = provider.unwrap(match.key, match.recipient->wrappedKey, oaep);
+    Bytes key = provider.unwrap(*match.key, match.recipient->wrappedKey, oaep);
     if (key.size() != cipher.keySize)
         throw Failure("the content key does not fit the cipher; the message is damaged, get it anew");
     return key;
+}
+
+// What the token says to a content key that is not for the key that is tried, or is damaged.
+bool isRefusal(const CallFailure& failure)
+{
+    constexpr unsigned long refusals[] = {0x8009001D, 0x8009002D, 0x80090005};
+    return std::ranges::find(refusals, failure.code()) != std::end(refusals);
+}
+
+Bytes openContentKey(TokenProvider& provider, std::vector<TokenKey> keys, const std::string& keyName, const Envelope& envelope,
+                     const std::string& fileName)
+{
+    if (!keyName.empty()) {
+        TokenKey chosen = chooseDecryptionKey(std::move(keys), {keyName});
+        keys.clear();
+        keys.push_back(std::move(chosen));
+    }
+    const auto matches = matchesOf(keys, envelope);
+    for (const Match& match : matches) {
+        try {
+            return unwrapContentKey(provider, match, *envelope.cipher);
+        } catch (const CallFailure& failure) {
+            if (!isRefusal(failure)) throw;
+            if (match.named)
+                throw Failure("the token can't open the content key of " + fileName +
+                              ", which is damaged, or the token was pulled out; get the message anew: " + failure.what());
+        } catch (const Failure&) {
+            if (match.named) throw;
+        }
+    }
+    throw Failure(fileName +
+                  " is not encrypted for a key on this token that can decrypt; plug in the token it was encrypted for");
 }
 
 // Decrypts in whole blocks and holds the last one back: how much of it is padding is known only at the end.
@@ -175,10 +204,10 @@ private:
 
 void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output)
 {
-    BerStream stream(file);
+    MessageReader reader(file);
+    BerStream stream(file.name(), [&](std::span<unsigned char> room) { return reader.read(room); });
     const Envelope envelope = readEnvelope(stream);
-    const Match match = findRecipient(provider.keys(), keyName, envelope, file.name());
-    Bytes key = unwrapContentKey(provider, match, *envelope.cipher);
+    Bytes key = openContentKey(provider, provider.keys(), keyName, envelope, file.name());
     ContentWriter writer(ContentKey(*envelope.cipher, key, envelope.iv), output);
     SecureZeroMemory(key.data(), key.size());
 

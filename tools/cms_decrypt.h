@@ -6,8 +6,8 @@
 
 namespace quelta::tools {
 
-// `keyName` chooses the key; empty takes the one that the message was encrypted for. The whole content is in `output` on return,
-// or a Failure says why not.
+// `keyName` chooses the key as findKey() does; empty takes the one that the message was encrypted for, and any that opens it if
+// none has the certificate that the message names. The whole content is in `output` on return, or a Failure says why not.
 void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output);
 
 } // namespace quelta::tools

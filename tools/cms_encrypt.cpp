@@ -68,35 +68,49 @@ Bytes headOf(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView 
     return nesting.head();
 }
 
+// For content of a length that nobody knows beforehand: no lengths outside, each piece an OCTET STRING, and after the last one an
+// end for each of the five elements that are open.
+Bytes headWithoutLengths(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv)
+{
+    const auto open = [](unsigned char tag) { return Bytes{tag, 0x80}; };
+    return concat({open(der::tagSequence), der::oid(oid::envelopedData), open(der::explicitTag(0)), open(der::tagSequence),
+                   der::smallInteger(0), der::setOf({recipientInfo(recipient, key)}), open(der::tagSequence), der::oid(oid::data),
+                   der::sequence({der::oid(cipher.oid), der::octetString(iv)}), open(der::explicitTag(0))});
+}
+
+const Bytes endsWithoutLengths(2 * std::size_t{5}, 0);
+
 } // namespace
 
-void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output)
+void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, MessageWriter& output)
 {
     if (!holdsRsaKey(recipient))
         throw Failure("the certificate of " + subjectOf(recipient) +
-                      " holds no RSA key; choose one that does with --cert or --container");
+                      " holds no RSA key; choose one that does with --cert or --key");
     const KnownCipher& cipher = knownCiphers[0];
     const Bytes key = randomBytes(cipher.keySize);
     const Bytes iv = randomBytes(cipher.blockSize);
     ContentKey content(cipher, key, iv);
 
-    const std::uint64_t size = file.size();
-    const std::uint64_t encryptedSize = (size / cipher.blockSize + 1) * cipher.blockSize;
-    output.write(headOf(recipient, cipher, key, iv, encryptedSize));
+    const auto size = file.size();
+    const auto encryptedSize = [&] { return (*size / cipher.blockSize + 1) * cipher.blockSize; };
+    const auto put = [&](const Bytes& encrypted) { output.write(size ? encrypted : der::octetString(encrypted)); };
+    output.write(size ? headOf(recipient, cipher, key, iv, encryptedSize()) : headWithoutLengths(recipient, cipher, key, iv));
 
     std::uint64_t done = 0;
     Bytes tail;
     forEachPiece(file, "encrypting", [&](ByteView piece) {
         done += piece.size();
         const std::size_t whole = piece.size() - piece.size() % cipher.blockSize;
-        if (whole) output.write(content.encrypt(piece.first(whole)));
+        if (whole) put(content.encrypt(piece.first(whole)));
         tail.assign(piece.begin() + static_cast<std::ptrdiff_t>(whole), piece.end());
     });
-    if (done != size) throw Failure(file.name() + " changed while it was read; try again when nothing writes to it");
+    if (size && done != *size) throw Failure(file.name() + " changed while it was read; try again when nothing writes to it");
 
     const std::size_t missing = cipher.blockSize - tail.size();
     tail.resize(cipher.blockSize, static_cast<unsigned char>(missing));
-    output.write(content.encrypt(tail));
+    put(content.encrypt(tail));
+    if (!size) output.write(endsWithoutLengths);
 }
 
 } // namespace quelta::tools

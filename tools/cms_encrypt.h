@@ -4,10 +4,11 @@
 
 #include "base/windows_objects.h"
 #include "files.h"
+#include "pem_stream.h"
 
 namespace quelta::tools {
 
 // Throws a Failure unless the certificate holds an RSA key.
-void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output);
+void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, MessageWriter& output);
 
 } // namespace quelta::tools

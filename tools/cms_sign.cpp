@@ -1,9 +1,9 @@
 #include "cms_sign.h"
 
 #include "base/der.h"
-#include "base/object_ids.h"
 #include "certificates.h"
 #include "cms_signed_data.h"
+#include "cms_verify.h"
 #include "failure.h"
 
 #include <algorithm>
@@ -12,74 +12,61 @@ namespace quelta::tools {
 
 namespace {
 
+constexpr auto verb = "signing";
+
 // The key's own certificate is always there, whatever chain is known.
-std::vector<Bytes> certificatesFor(TokenProvider& provider, const TokenKey& key)
+std::vector<Bytes> certificatesFor(const SigningKey& signer)
 {
-    std::vector<Bytes> all = provider.chain(key);
-    const ByteView own = encodedOf(*key.certificate);
-    if (std::ranges::none_of(all, [&](const Bytes& der) { return std::ranges::equal(der, own); })) all.push_back(toBytes(own));
+    std::vector<Bytes> all = signer.provider.chain(signer.key);
+    const ByteView own = encodedOf(*signer.key.certificate);
+    if (std::ranges::none_of(all, [&](const Bytes& der) { return sameBytes(der, own); })) all.push_back(toBytes(own));
     return all;
 }
 
-Bytes contentOf(HCRYPTMSG message)
+void addSignature(SignedData& message, const SigningKey& signer, ByteView contentDigest)
 {
-    DWORD size = 0;
-    if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, nullptr, &size)) failWithLastError("can't sign");
-    Bytes content(size);
-    if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, content.data(), &size)) failWithLastError("can't sign");
-    content.resize(size);
-    return content;
+    const CERT_CONTEXT& certificate = *signer.key.certificate;
+    Signature signature{&signer.hash, &certificate, signedAttributes(contentDigest, certificate), {}};
+    signature.value = signer.provider.sign(signer.key, signer.hash, signature.attributes);
+    if (!holdsRsaKey(certificate)) signature.value = der::ecdsaSignature(signature.value);
+    message.add(signature, certificatesFor(signer));
 }
 
 } // namespace
 
-Bytes signWithMessageFunctions(CspProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file)
+Bytes signDetached(const SigningKey& signer, InputFile& file)
 {
-    Bytes time = signingTimeNow();
-    CRYPT_ATTR_BLOB timeBlob = blobOf(time);
-    std::string timeOid(oid::signingTime);
-    CRYPT_ATTRIBUTE signingTime{timeOid.data(), 1, &timeBlob};
-
-    std::string hashOid(hash.oid);
-    CMSG_SIGNER_ENCODE_INFO signer{};
-    signer.cbSize = sizeof signer;
-    signer.pCertInfo = key.certificate->pCertInfo;
-    signer.hCryptProv = provider.contextOf(key);
-    signer.dwKeySpec = AT_SIGNATURE;
-    signer.HashAlgorithm.pszObjId = hashOid.data();
-    signer.cAuthAttr = 1;
-    signer.rgAuthAttr = &signingTime;
-
-    const std::vector<Bytes> certificates = certificatesFor(provider, key);
-    std::vector<CERT_BLOB> blobs;
-    std::ranges::transform(certificates, std::back_inserter(blobs), blobOf);
-
-    CMSG_SIGNED_ENCODE_INFO info{};
-    info.cbSize = sizeof info;
-    info.cSigners = 1;
-    info.rgSigners = &signer;
-    info.cCertEncoded = static_cast<DWORD>(blobs.size());
-    info.rgCertEncoded = blobs.data();
-
-    const CryptMessage message(
-        CryptMsgOpenToEncode(certificateEncoding, CMSG_DETACHED_FLAG, CMSG_SIGNED, &info, nullptr, nullptr));
-    if (!message) failWithLastError("can't sign");
-    forEachPiece(file, "signing", [&](ByteView piece) {
-        if (!CryptMsgUpdate(message.get(), piece.data(), static_cast<DWORD>(piece.size()), FALSE))
-            failWithLastError("can't hash");
-    });
-    if (!CryptMsgUpdate(message.get(), nullptr, 0, TRUE)) failWithLastError("can't sign");
-    return contentOf(message.get());
+    Digest digest(signer.hash);
+    forEachPiece(file, verb, [&](ByteView piece) { digest.update(piece); });
+    SignedData message = emptySignedData();
+    addSignature(message, signer, digest.finish());
+    return message.encoded();
 }
 
-Bytes signByAttributes(TokenProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file)
+void signAttached(const SigningKey& signer, InputFile& file, MessageWriter& output)
 {
-    Digest digest(hash);
-    forEachPiece(file, "signing", [&](ByteView piece) { digest.update(piece); });
-    Signature signature{&hash, key.certificate.get(), signedAttributes(digest.finish()), {}};
-    signature.value = provider.sign(key, hash, signature.attributes);
-    if (!holdsRsaKey(*key.certificate)) signature.value = der::ecdsaSignature(signature.value);
-    return detachedSignedData(signature, certificatesFor(provider, key));
+    Digest digest(signer.hash);
+    output.write(headOfAttached(signer.hash));
+    forEachPiece(file, verb, [&](ByteView piece) {
+        digest.update(piece);
+        output.write(der::octetString(piece));
+    });
+    SignedData message = emptySignedData();
+    addSignature(message, signer, digest.finish());
+    output.write(tailOfAttached(message));
+}
+
+Bytes signToo(const SigningKey& signer, ByteView message, InputFile& file)
+{
+    auto parsed = parseSignedData(message);
+    if (!parsed) throw Failure("what is to be added to is no CMS signature in DER or PEM");
+    const Bytes bare = parsed->withoutContent().encoded();
+    auto hashes = hashesOf(bare);
+    hashes.push_back(&signer.hash);
+    const Digests digests = digestsOf(file, hashes, verb);
+    checkSignature(bare, digests);
+    addSignature(*parsed, signer, digests.at(&signer.hash));
+    return parsed->encoded();
 }
 
 } // namespace quelta::tools

@@ -1,17 +1,24 @@
-// Signs a file of any size, detached.
+// Signs a file of any size. It is hashed here; the token signs the attributes alone.
 #pragma once
 
-#include "csp_provider.h"
 #include "digest.h"
 #include "files.h"
+#include "pem_stream.h"
+#include "token_provider.h"
 
 namespace quelta::tools {
 
-// CMS SignedData over the file with crypt32's message functions. SHA-1 and SHA-256 only: crypt32 reads the digest back for the
-// message-digest attribute, and the provider reads back no other.
-Bytes signWithMessageFunctions(CspProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file);
+struct SigningKey {
+    TokenProvider& provider;
+    const TokenKey& key;
+    const KnownDigest& hash;
+};
 
-// The same message put together by hand: the file is hashed here, the token signs the attributes alone. For every kind of key.
-Bytes signByAttributes(TokenProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file);
+// The signature alone.
+Bytes signDetached(const SigningKey& signer, InputFile& file);
+// The content within.
+void signAttached(const SigningKey& signer, InputFile& file, MessageWriter& output);
+// `message` with one signature more. Throws a Refusal if those that are there are not of this file.
+Bytes signToo(const SigningKey& signer, ByteView message, InputFile& file);
 
 } // namespace quelta::tools

@@ -4,6 +4,7 @@
 #include "base/object_ids.h"
 #include "certificates.h"
 #include "failure.h"
+#include "text.h"
 
 #include <algorithm>
 
@@ -11,9 +12,37 @@ namespace quelta::tools {
 
 namespace {
 
+constexpr std::string_view signingCertificateV2 = "1.2.840.113549.1.9.16.2.47";
+constexpr unsigned char constructedOctets = der::tagOctetString | 0x20;
+
 Bytes attribute(std::string_view type, ByteView value)
 {
     return der::sequence({der::oid(type), der::setOf({toBytes(value)})});
+}
+
+Bytes signingTimeNow()
+{
+    const FILETIME now = timeNow();
+    Bytes encoded(64);
+    auto size = static_cast<DWORD>(encoded.size());
+    if (!CryptEncodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, &now, encoded.data(), &size))
+        failWithLastError("can't encode the time");
+    encoded.resize(size);
+    return encoded;
+}
+
+// SHA-256 is the default, and so its name is left out.
+Bytes signingCertificate(const CERT_CONTEXT& signer)
+{
+    const Bytes issuer = der::sequence({der::element(der::explicitTag(4), viewOf(signer.pCertInfo->Issuer))});
+    const Bytes serial = der::element(der::tagInteger, serialContent(signer));
+    const Bytes hash = der::octetString(digestOf(digestOfName("sha256"), encodedOf(signer)));
+    return der::sequence({der::sequence({der::sequence({hash, der::sequence({issuer, serial})})})});
+}
+
+Bytes digestAlgorithm(const KnownDigest& hash)
+{
+    return der::sequence({der::oid(hash.oid)});
 }
 
 Bytes signatureAlgorithm(const Signature& signature)
@@ -27,37 +56,118 @@ Bytes signerInfo(const Signature& signature)
     // The attributes are signed as a SET OF and sent under the tag [0].
     Bytes attributes = signature.attributes;
     attributes.at(0) = der::explicitTag(0);
-    return der::sequence({der::smallInteger(1), issuerAndSerial(*signature.signer),
-                          der::sequence({der::oid(signature.hash->oid)}), attributes, signatureAlgorithm(signature),
-                          der::octetString(signature.value)});
+    return der::sequence({der::smallInteger(1), issuerAndSerial(*signature.signer), digestAlgorithm(*signature.hash), attributes,
+                          signatureAlgorithm(signature), der::octetString(signature.value)});
+}
+
+void addOnce(std::vector<Bytes>& to, Bytes element)
+{
+    if (std::ranges::find(to, element) == to.end()) to.push_back(std::move(element));
+}
+
+std::vector<Bytes> elementsOf(const std::optional<der::Element>& set)
+{
+    std::vector<Bytes> elements;
+    der::Reader reader(set ? set->content : ByteView());
+    while (const auto element = reader.next()) elements.push_back(toBytes(element->whole));
+    return elements;
+}
+
+Bytes optionalSet(const std::vector<Bytes>& elements, unsigned char number)
+{
+    return elements.empty() ? Bytes() : der::setOf(elements, der::explicitTag(number));
+}
+
+// Of an OCTET STRING, whole or in segments.
+void appendOctets(Bytes& to, der::Reader reader)
+{
+    while (const auto element = reader.next()) {
+        if (element->tag == constructedOctets)
+            appendOctets(to, der::Reader(element->content));
+        else
+            append(to, element->content);
+    }
 }
 
 } // namespace
 
-Bytes signingTimeNow()
-{
-    FILETIME now{};
-    GetSystemTimeAsFileTime(&now);
-    Bytes encoded(64);
-    auto size = static_cast<DWORD>(encoded.size());
-    if (!CryptEncodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, &now, encoded.data(), &size))
-        failWithLastError("can't encode the time");
-    encoded.resize(size);
-    return encoded;
-}
-
-Bytes signedAttributes(ByteView contentDigest)
+Bytes signedAttributes(ByteView contentDigest, const CERT_CONTEXT& signer)
 {
     return der::setOf({attribute(oid::contentType, der::oid(oid::data)), attribute(oid::signingTime, signingTimeNow()),
-                       attribute(oid::messageDigest, der::octetString(contentDigest))});
+                       attribute(oid::messageDigest, der::octetString(contentDigest)),
+                       attribute(signingCertificateV2, signingCertificate(signer))});
 }
 
-Bytes detachedSignedData(const Signature& signature, const std::vector<Bytes>& certificates)
+void SignedData::add(const Signature& signature, const std::vector<Bytes>& more)
 {
-    const Bytes content = der::sequence({der::smallInteger(1), der::setOf({der::sequence({der::oid(signature.hash->oid)})}),
-                                         der::sequence({der::oid(oid::data)}), der::setOf(certificates, der::explicitTag(0)),
-                                         der::setOf({signerInfo(signature)})});
-    return der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), content)});
+    addOnce(digestAlgorithms, digestAlgorithm(*signature.hash));
+    for (const Bytes& certificate : more) addOnce(certificates, certificate);
+    signerInfos.push_back(signerInfo(signature));
+}
+
+std::optional<Bytes> SignedData::enclosed() const
+{
+    auto fields = der::Reader(content).enter(der::tagSequence);
+    if (!fields || !fields->next(der::tagOid)) return std::nullopt;
+    const auto octets = fields->enter(der::explicitTag(0));
+    if (!octets) return std::nullopt;
+    Bytes bytes;
+    appendOctets(bytes, *octets);
+    return bytes;
+}
+
+SignedData SignedData::withoutContent() const
+{
+    SignedData bare = *this;
+    auto fields = der::Reader(content).enter(der::tagSequence);
+    const auto type = fields ? fields->next(der::tagOid) : std::nullopt;
+    if (type) bare.content = der::sequence({type->whole});
+    return bare;
+}
+
+Bytes SignedData::encoded() const
+{
+    const Bytes body = der::sequence({version, der::setOf(digestAlgorithms), content, optionalSet(certificates, 0),
+                                      optionalSet(revocationLists, 1), der::setOf(signerInfos)});
+    return der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), body)});
+}
+
+SignedData emptySignedData()
+{
+    return {der::smallInteger(1), {}, der::sequence({der::oid(oid::data)}), {}, {}, {}};
+}
+
+std::optional<SignedData> parseSignedData(ByteView message)
+{
+    auto outer = der::Reader(message).enter(der::tagSequence);
+    const auto type = outer ? outer->oid() : std::nullopt;
+    auto inner = type && *type == oid::signedData ? outer->enter(der::explicitTag(0)) : std::nullopt;
+    auto fields = inner ? inner->enter(der::tagSequence) : std::nullopt;
+    if (!fields) return std::nullopt;
+    const auto version = fields->next(der::tagInteger);
+    const auto algorithms = fields->next(der::tagSet);
+    const auto content = fields->next(der::tagSequence);
+    const auto certificates = fields->next(der::explicitTag(0));
+    const auto lists = fields->next(der::explicitTag(1));
+    const auto signers = fields->next(der::tagSet);
+    if (!version || !algorithms || !content || !signers) return std::nullopt;
+    return SignedData{toBytes(version->whole),  elementsOf(algorithms), toBytes(content->whole),
+                      elementsOf(certificates), elementsOf(lists),      elementsOf(signers)};
+}
+
+Bytes headOfAttached(const KnownDigest& hash)
+{
+    const Bytes noLength{0x80};
+    const auto open = [&](unsigned char tag) { return concat({Bytes{tag}, noLength}); };
+    return concat({open(der::tagSequence), der::oid(oid::signedData), open(der::explicitTag(0)), open(der::tagSequence),
+                   der::smallInteger(1), der::setOf({digestAlgorithm(hash)}), open(der::tagSequence), der::oid(oid::data),
+                   open(der::explicitTag(0)), open(constructedOctets)});
+}
+
+Bytes tailOfAttached(const SignedData& message)
+{
+    const Bytes end{0, 0};
+    return concat({end, end, end, optionalSet(message.certificates, 0), der::setOf(message.signerInfos), end, end, end});
 }
 
 } // namespace quelta::tools

@@ -3,9 +3,13 @@
 #include "base/der.h"
 #include "base/object_ids.h"
 #include "bcrypt_call.h"
+#include "ber_stream.h"
 #include "certificates.h"
 #include "digest.h"
 #include "failure.h"
+#include "key_choice.h"
+#include "pem_stream.h"
+#include "progress.h"
 
 #include <algorithm>
 #include <map>
@@ -33,8 +37,6 @@ private:
     Bytes bytes_;
 };
 
-using Digests = std::map<const KnownDigest*, Bytes>;
-
 CryptMessage openDetached(ByteView signature)
 {
     CryptMessage message(CryptMsgOpenToDecode(certificateEncoding, CMSG_DETACHED_FLAG, 0, 0, nullptr, nullptr));
@@ -55,16 +57,37 @@ const KnownDigest& hashOf(const CMSG_SIGNER_INFO& info)
     return *hash;
 }
 
-Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes)
+class RunningDigests {
+public:
+    explicit RunningDigests(const std::vector<const KnownDigest*>& hashes)
+    {
+        for (const KnownDigest* hash : hashes) running_.try_emplace(hash, *hash);
+    }
+    void update(ByteView piece)
+    {
+        for (auto& [hash, digest] : running_) digest.update(piece);
+    }
+    Digests finish()
+    {
+        Digests finished;
+        for (auto& [hash, digest] : running_) finished.emplace(hash, digest.finish());
+        return finished;
+    }
+
+private:
+    std::map<const KnownDigest*, Digest> running_;
+};
+
+// Those of a message's own list that are known here.
+std::vector<const KnownDigest*> hashesIn(ByteView algorithms)
 {
-    std::map<const KnownDigest*, Digest> running;
-    for (const KnownDigest* hash : hashes) running.try_emplace(hash, *hash);
-    forEachPiece(file, "verifying", [&](ByteView piece) {
-        for (auto& [hash, digest] : running) digest.update(piece);
-    });
-    Digests finished;
-    for (auto& [hash, digest] : running) finished.emplace(hash, digest.finish());
-    return finished;
+    std::vector<const KnownDigest*> found;
+    auto set = der::Reader(algorithms).enter(der::tagSet);
+    while (auto algorithm = set ? set->enter(der::tagSequence) : std::nullopt) {
+        const auto oid = algorithm->oid();
+        if (const KnownDigest* hash = oid ? digestOfOid(*oid) : nullptr) found.push_back(hash);
+    }
+    return found;
 }
 
 // Empty if there is no such attribute, or not exactly one value of it.
@@ -109,21 +132,6 @@ BcryptKey importPublicKey(const CERT_CONTEXT& certificate)
     return BcryptKey(key);
 }
 
-bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, ByteView digest, ByteView signature)
-{
-    const auto kind = publicKeyKind(certificate);
-    if (!kind) throw Failure("the signer's key is neither RSA nor on P-256, P-384 or P-521; verify with another tool");
-    const BcryptKey key = importPublicKey(certificate);
-    BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
-    // ECDSA uses no more of a digest than the curve's size; some systems fail on a longer one instead of cutting it.
-    if (kind->elliptic) digest = digest.first(std::min(digest.size(), kind->coordinateSize));
-    const auto value =
-        kind->elliptic ? der::ecdsaHalves(signature, kind->coordinateSize) : Bytes(signature.begin(), signature.end());
-    return value && BCryptVerifySignature(key.get(), kind->elliptic ? nullptr : &padding, bcryptInput(digest),
-                                          static_cast<ULONG>(digest.size()), bcryptInput(*value),
-                                          static_cast<ULONG>(value->size()), kind->elliptic ? 0 : BCRYPT_PAD_PKCS1) >= 0;
-}
-
 std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
 {
     const ByteView encoded = attributeValue(info.AuthAttrs, oid::signingTime);
@@ -135,17 +143,34 @@ std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
     return time;
 }
 
+bool isMeant(const CERT_ID& id, const CERT_CONTEXT& certificate)
+{
+    if (id.dwIdChoice == CERT_ID_KEY_IDENTIFIER) return sameBytes(viewOf(id.KeyId), keyIdentifierOf(certificate));
+    const CERT_ISSUER_SERIAL_NUMBER& name = id.IssuerSerialNumber;
+    return sameBytes(viewOf(name.Issuer), viewOf(certificate.pCertInfo->Issuer)) &&
+           sameBytes(viewOf(name.SerialNumber), viewOf(certificate.pCertInfo->SerialNumber));
+}
+
+CertificateContext signersCertificate(HCRYPTMSG message, DWORD index, HCERTSTORE store)
+{
+    MessageParameter<CERT_ID> id(message, CMSG_SIGNER_CERT_ID_PARAM, index);
+    PCCERT_CONTEXT certificate = nullptr;
+    while ((certificate = CertEnumCertificatesInStore(store, certificate)))
+        if (isMeant(*id.get(), *certificate)) return CertificateContext(certificate);
+    throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
+}
+
 Signer checkSigner(HCRYPTMSG message, DWORD index, const Digests& digests, HCERTSTORE store)
 {
+    CertificateContext certificate = signersCertificate(message, index, store);
     MessageParameter<CMSG_SIGNER_INFO> info(message, CMSG_SIGNER_INFO_PARAM, index);
-    MessageParameter<CERT_INFO> identity(message, CMSG_SIGNER_CERT_INFO_PARAM, index);
-    CertificateContext certificate(CertGetSubjectCertificateFromStore(store, certificateEncoding, identity.get()));
-    if (!certificate) throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
     if (info->HashEncryptionAlgorithm.pszObjId == std::string_view("1.2.840.113549.1.1.10"))
         throw Failure("the signature uses RSA-PSS, which this tool does not know; verify with another tool");
 
     const KnownDigest& hash = hashOf(*info.get());
-    const Bytes digest = signedDigest(*info.get(), hash, digests.at(&hash), message);
+    const auto known = digests.find(&hash);
+    if (known == digests.end()) throw Failure("the message does not list the hash that its signer used; get it anew");
+    const Bytes digest = signedDigest(*info.get(), hash, known->second, message);
     if (!signatureHolds(*certificate, hash, digest, viewOf(info->EncryptedHash)))
         throw Refusal(info->AuthAttrs.cAttr ? "the signature itself is damaged or forged: it is not the signer's"
                                             : "the signature does not belong to this file: one of the two was changed");
@@ -157,9 +182,12 @@ struct TrustFault {
     const char* text;
 };
 
+constexpr DWORD unknownRoot = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTIAL_CHAIN;
+
 constexpr TrustFault trustFaults[] = {
     {CERT_TRUST_IS_NOT_SIGNATURE_VALID, "a certificate of the signer's chain carries a bad signature"},
-    {CERT_TRUST_IS_NOT_TIME_VALID, "a certificate of the signer's chain has expired or is not valid yet"},
+    {CERT_TRUST_IS_NOT_TIME_VALID,
+     "a certificate of the signer's chain had expired or was not valid yet at that time; --at judges another time"},
     {CERT_TRUST_IS_PARTIAL_CHAIN, "the signer's certificate does not lead to a root: an issuer's certificate is missing"},
     {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, "a certificate of the signer's chain was issued by one that may not issue any"},
     {CERT_TRUST_IS_CYCLIC, "the signer's chain runs in a circle"},
@@ -178,19 +206,73 @@ CertificateStore storeOf(const CheckedSignature& checked, const std::vector<Cert
     return store;
 }
 
+CertificateChain buildChain(const Signer& signer, const CheckedSignature& checked, const std::vector<CertificateContext>& roots,
+                            FILETIME at)
+{
+    const CertificateStore store = storeOf(checked, roots);
+    CERT_CHAIN_PARA parameters{};
+    parameters.cbSize = sizeof parameters;
+    PCCERT_CHAIN_CONTEXT built = nullptr;
+    if (!CertGetCertificateChain(nullptr, signer.certificate.get(), &at, store.get(), &parameters,
+                                 CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &built))
+        failWithLastError("can't check the chain");
+    return CertificateChain(built);
+}
+
+void refuseFaults(const Signer& signer, const CERT_CHAIN_CONTEXT& chain, DWORD ignored)
+{
+    if (!mayBeUsedFor(*signer.certificate, signatureUsage))
+        throw Refusal("the signer's certificate does not allow signatures: its key usage is another");
+    const DWORD faults = chain.TrustStatus.dwErrorStatus & ~(ignored | CERT_TRUST_IS_NOT_TIME_NESTED);
+    for (const TrustFault& fault : trustFaults)
+        if (faults & fault.status) throw Refusal(fault.text);
+}
+
+const CERT_CONTEXT& lastOf(const CERT_CHAIN_CONTEXT& chain)
+{
+    const CERT_SIMPLE_CHAIN& simple = *chain.rgpChain[0];
+    return *simple.rgpElement[simple.cElement - 1]->pCertContext;
+}
+
 } // namespace
 
-CheckedSignature checkSignature(ByteView signature, InputFile& file)
+bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, ByteView digest, ByteView signature)
+{
+    const auto kind = publicKeyKind(certificate);
+    if (!kind) throw Failure("the signer's key is neither RSA nor on P-256, P-384 or P-521; verify with another tool");
+    const BcryptKey key = importPublicKey(certificate);
+    BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
+    // ECDSA uses no more of a digest than the curve's size; some systems fail on a longer one instead of cutting it.
+    if (kind->elliptic) digest = digest.first(std::min(digest.size(), kind->coordinateSize));
+    const auto value =
+        kind->elliptic ? der::ecdsaHalves(signature, kind->coordinateSize) : Bytes(signature.begin(), signature.end());
+    return value && BCryptVerifySignature(key.get(), kind->elliptic ? nullptr : &padding, bcryptInput(digest),
+                                          static_cast<ULONG>(digest.size()), bcryptInput(*value),
+                                          static_cast<ULONG>(value->size()), kind->elliptic ? 0 : BCRYPT_PAD_PKCS1) >= 0;
+}
+
+std::vector<const KnownDigest*> hashesOf(ByteView signature)
+{
+    const CryptMessage message = openDetached(signature);
+    MessageParameter<DWORD> count(message.get(), CMSG_SIGNER_COUNT_PARAM);
+    std::vector<const KnownDigest*> hashes;
+    for (DWORD i = 0; i < *count.get(); ++i)
+        hashes.push_back(&hashOf(*MessageParameter<CMSG_SIGNER_INFO>(message.get(), CMSG_SIGNER_INFO_PARAM, i).get()));
+    return hashes;
+}
+
+Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes, const std::string& verb)
+{
+    RunningDigests running(hashes);
+    forEachPiece(file, verb, [&](ByteView piece) { running.update(piece); });
+    return running.finish();
+}
+
+CheckedSignature checkSignature(ByteView signature, const Digests& digests)
 {
     const CryptMessage message = openDetached(signature);
     MessageParameter<DWORD> count(message.get(), CMSG_SIGNER_COUNT_PARAM);
     if (!*count.get()) throw Refusal("nobody signed: the message holds certificates alone");
-
-    std::vector<const KnownDigest*> hashes;
-    for (DWORD i = 0; i < *count.get(); ++i)
-        hashes.push_back(&hashOf(*MessageParameter<CMSG_SIGNER_INFO>(message.get(), CMSG_SIGNER_INFO_PARAM, i).get()));
-    const Digests digests = digestsOf(file, hashes);
-
     CheckedSignature checked;
     checked.certificates.reset(CertOpenStore(CERT_STORE_PROV_MSG, certificateEncoding, 0, 0, message.get()));
     if (!checked.certificates) failWithLastError("can't read the signature's certificates");
@@ -199,31 +281,64 @@ CheckedSignature checkSignature(ByteView signature, InputFile& file)
     return checked;
 }
 
-const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
-                               const std::vector<CertificateContext>& roots)
+CheckedSignature checkSignature(ByteView signature, InputFile& file)
 {
-    const CertificateStore store = storeOf(checked, roots);
-    CERT_CHAIN_PARA parameters{};
-    parameters.cbSize = sizeof parameters;
-    PCCERT_CHAIN_CONTEXT built = nullptr;
-    if (!CertGetCertificateChain(nullptr, signer.certificate.get(), nullptr, store.get(), &parameters,
-                                 CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &built))
-        failWithLastError("can't check the chain");
-    const CertificateChain chain(built);
+    return checkSignature(signature, digestsOf(file, hashesOf(signature), "verifying"));
+}
 
+CheckedSignature checkAttached(InputFile& message, const std::function<void(ByteView)>& take)
+{
+    MessageReader reader(message);
+    BerStream stream(message.name(), [&](std::span<unsigned char> room) { return reader.read(room); });
+    stream.enter(der::tagSequence);
+    if (stream.element() != der::oid(oid::signedData)) stream.refuse();
+    stream.enter(der::explicitTag(0));
+    const auto body = stream.enter(der::tagSequence);
+    Bytes fields = stream.element();
+    const Bytes algorithms = stream.element();
+    const auto content = stream.enter(der::tagSequence);
+    const Bytes type = stream.element();
+    if (stream.atEnd(content)) throw Failure(message.name() + " is a detached signature; name the file that was signed as well");
+
+    RunningDigests running(hashesIn(algorithms));
+    Progress progress("verifying", message.size());
+    stream.wrappedOctets([&](ByteView piece) {
+        running.update(piece);
+        take(piece);
+        progress.advance(piece.size());
+    });
+    if (!stream.atEnd(content)) stream.refuse();
+    fields = concat({fields, algorithms, der::sequence({type})});
+    while (!stream.atEnd(body)) append(fields, stream.element());
+    const Bytes detached = der::sequence({fields});
+    return checkSignature(der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), detached)}),
+                          running.finish());
+}
+
+const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
+                               const std::vector<CertificateContext>& roots, FILETIME at)
+{
     // That this system does not trust the root is no fault here: the caller names the roots that count.
-    constexpr DWORD ignored = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_NOT_TIME_NESTED;
-    const DWORD faults = chain->TrustStatus.dwErrorStatus & ~ignored;
-    for (const TrustFault& fault : trustFaults)
-        if (faults & fault.status) throw Refusal(fault.text);
-
-    const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
-    const CERT_CONTEXT& last = *simple.rgpElement[simple.cElement - 1]->pCertContext;
-    const auto found = std::ranges::find_if(
-        roots, [&](const CertificateContext& root) { return std::ranges::equal(encodedOf(*root), encodedOf(last)); });
+    const CertificateChain chain = buildChain(signer, checked, roots, at);
+    refuseFaults(signer, *chain, CERT_TRUST_IS_UNTRUSTED_ROOT);
+    const CERT_CONTEXT& last = lastOf(*chain);
+    const auto found =
+        std::ranges::find_if(roots, [&](const CertificateContext& root) { return sameBytes(encodedOf(*root), encodedOf(last)); });
     if (found == roots.end())
         throw Refusal("the signer's chain ends in " + subjectOf(last) + ", which is not the root given with --root");
     return **found;
+}
+
+SystemChain checkSystemChain(const Signer& signer, const CheckedSignature& checked, FILETIME at)
+{
+    refuseFaults(signer, *buildChain(signer, checked, {}, at), unknownRoot);
+    return describeChain(signer, checked, at);
+}
+
+SystemChain describeChain(const Signer& signer, const CheckedSignature& checked, FILETIME at)
+{
+    const CertificateChain chain = buildChain(signer, checked, {}, at);
+    return {!(chain->TrustStatus.dwErrorStatus & unknownRoot), subjectOf(lastOf(*chain))};
 }
 
 } // namespace quelta::tools

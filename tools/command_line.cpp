@@ -1,41 +1,77 @@
 #include "command_line.h"
 
+#include "check.h"
 #include "commands.h"
 #include "console.h"
 #include "failure.h"
+#include "list_command.h"
+#include "publish.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <map>
+#include <memory>
 #include <new>
 
 namespace quelta::tools {
 
 namespace {
 
+// What is common to all commands.
+struct Run {
+    bool json = false;
+    Answer answer;
+};
+
+std::string interfaceOf(std::string text)
+{
+    if (text != "csp" && text != "ksp")
+        throw CLI::ValidationError("--provider is csp (CryptoAPI) or ksp (key storage), and not " + text);
+    return text;
+}
+
+void addProvider(CLI::App& command, std::optional<Interface>& provider)
+{
+    command
+        .add_option_function<std::string>(
+            "--provider",
+            [&](const std::string& name) { provider = interfaceOf(name) == "ksp" ? Interface::ksp : Interface::csp; },
+            "The way to the token: csp (CryptoAPI) or ksp (key storage); default: csp, and ksp for what that can't do")
+        ->option_text("csp|ksp");
+}
+
+void addKey(CLI::App& command, std::string& key)
+{
+    command
+        .add_option(
+            "--key,--container", key,
+            "The key: its number in the list, its identifier or the beginning of it, the holder, or a part of the subject "
+            "that no other has (default: the first that will do)")
+        ->option_text("KEY");
+}
+
+void addPin(CLI::App& command, PinSource& pin)
+{
+    auto* given = command.add_option("--pin", pin.given, "The token's PIN, for tests: others see it in the list of processes");
+    given->option_text("PIN");
+    auto* input = command.add_flag("--pin-stdin", pin.fromInput, "The PIN is the first line of standard input");
+    auto* terminal =
+        command.add_flag("--pin-terminal", pin.fromTerminal, "Ask for the PIN here, without showing it (default: a dialog asks)");
+    given->excludes(input)->excludes(terminal);
+    input->excludes(terminal);
+}
+
 void addTokenOptions(CLI::App& command, TokenOptions& options)
 {
-    command.add_option("--provider", options.provider, "The way to the token: csp (CryptoAPI, the default) or ksp (key storage)")
-        ->transform(CLI::CheckedTransformer(std::map<std::string, Interface>{{"csp", Interface::csp}, {"ksp", Interface::ksp}}))
-        ->option_text("csp|ksp");
-    command
-        .add_option("--container", options.container, "The key's name, 32 hexadecimal digits (default: the first that will do)")
-        ->option_text("ID");
+    addProvider(command, options.provider);
+    addKey(command, options.key);
 }
 
-void addPin(CLI::App& command, TokenOptions& options)
-{
-    command
-        .add_option("--pin", options.pin,
-                    "The token's PIN, which others may see in the list of processes (default: a dialog asks)")
-        ->option_text("PIN");
-}
-
-CLI::App& addCommand(CLI::App& app, const char* name, const char* description, const char* example)
+CLI::App& addCommand(CLI::App& app, Run& run, const char* name, const char* description, const char* example)
 {
     CLI::App& command = *app.add_subcommand(name, description);
+    command.add_flag("--json", run.json, "Say it as JSON");
     command.footer(std::string("Example:\n  quelta ") + example);
     return command;
 }
@@ -45,58 +81,127 @@ void addOutput(CLI::App& command, std::string& output, const char* description)
     command.add_option("-o,--output", output, description)->option_text("FILE");
 }
 
-void addFile(CLI::App& command, const char* name, std::string& file, const char* description)
+CLI::Option& addFile(CLI::App& command, const char* name, std::string& file, const char* description)
 {
-    command.add_option(name, file, description)->required()->option_text(" ");
+    return *command.add_option(name, file, description)->required()->option_text(" ");
 }
 
-void addSign(CLI::App& app, SignOptions& options)
+void addPem(CLI::App& command, bool& pem)
 {
-    CLI::App& command = addCommand(app, "sign", "Sign a file with a key on the token: detached CMS, the certificates in it",
-                                   "sign contract.pdf -o contract.pdf.p7s");
-    addFile(command, "FILE", options.file, "The file to sign");
-    addOutput(command, options.output, "The signature (default: FILE.p7s)");
-    addTokenOptions(command, options.token);
-    addPin(command, options.token);
-    command.add_option("--hash", options.hash, "sha256 (the default), sha384, sha512 or sha1")
+    command.add_flag("--pem", pem, "Write PEM text instead of DER");
+}
+
+void addList(CLI::App& app, Run& run)
+{
+    CLI::App& command = addCommand(app, run, "list", "Show the token's keys, and what they may be used for", "list");
+    auto provider = std::make_shared<std::optional<Interface>>();
+    addProvider(command, *provider);
+    command.callback([&run, provider] { run.answer = list(*provider); });
+}
+
+void addSign(CLI::App& app, Run& run)
+{
+    CLI::App& command = addCommand(app, run, "sign", "Sign files with a key on the token: CMS, the certificates in it",
+                                   "sign contract.pdf annex.pdf --key Ada");
+    auto options = std::make_shared<SignOptions>();
+    command.add_option("FILE", options->files, "The files to sign; - is standard input")->required()->option_text("...");
+    addOutput(command, options->output, "The signature (default: FILE.p7s, with --attached FILE.p7m); - is standard output");
+    addTokenOptions(command, options->token);
+    addPin(command, options->token.pin);
+    command.add_option("--hash", options->hash, "sha256 (the default), sha384, sha512 or sha1")
         ->check(CLI::IsMember({"sha256", "sha384", "sha512", "sha1"}))
         ->option_text("NAME");
-    command.add_flag("--pem", options.pem, "Write PEM text instead of DER");
-    command.callback([&] { sign(options); });
+    command.add_flag("--attached", options->attached, "The content within the signature");
+    command.add_flag("--add", options->add, "Add to the signature that is there, of the same file");
+    command.add_flag("--force", options->force, "Sign though the certificate is out of date or not for signatures");
+    addPem(command, options->pem);
+    command.callback([&run, options] { run.answer = sign(*options); });
 }
 
-void addVerify(CLI::App& app, VerifyOptions& options)
+void addVerify(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, "verify", "Check a detached signature and say who signed",
+    CLI::App& command = addCommand(app, run, "verify",
+                                   "Check a signature and say who signed; exit status 3 if it is good and nothing says that the "
+                                   "signer's root is to be trusted",
                                    "verify contract.pdf.p7s contract.pdf --root root.pem");
-    addFile(command, "SIGNATURE", options.signature, "The signature, DER or PEM");
-    addFile(command, "FILE", options.file, "The file that was signed");
-    command.add_option("--root", options.root, "Root certificates, PEM or DER, to one of which the signer's must lead")
+    auto options = std::make_shared<VerifyOptions>();
+    addFile(command, "SIGNATURE", options->signature, "The signature, DER or PEM; - is standard input");
+    addFile(command, "FILE", options->file, "The file that was signed (default: it is within the signature)").required(false);
+    addOutput(command, options->output, "Where to put the content that is within the signature; - is standard output");
+    command
+        .add_option("--root", options->root,
+                    "Root certificates, PEM or DER, to one of which the signer's must lead (default: those that Windows trusts)")
         ->option_text("FILE");
-    command.callback([&] { verify(options); });
+    command
+        .add_option("--at", options->at,
+                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: now)")
+        ->option_text("TIME");
+    command.callback([&run, options] { run.answer = verify(*options); });
 }
 
-void addEncrypt(CLI::App& app, EncryptOptions& options)
+void addEncrypt(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, "encrypt", "Encrypt a file for the holder of a certificate: CMS, AES-256",
+    CLI::App& command = addCommand(app, run, "encrypt", "Encrypt a file for the holder of a certificate: CMS, AES-256",
                                    "encrypt letter.txt -o letter.txt.p7m --cert recipient.pem");
-    addFile(command, "FILE", options.file, "The file to encrypt");
-    addOutput(command, options.output, "The message (default: FILE.p7m)");
-    command.add_option("--cert", options.certificate, "The recipient's certificate, PEM or DER (default: the token's own)")
+    auto options = std::make_shared<EncryptOptions>();
+    addFile(command, "FILE", options->file, "The file to encrypt; - is standard input");
+    addOutput(command, options->output, "The message (default: FILE.p7m); - is standard output");
+    command.add_option("--cert", options->certificate, "The recipient's certificate, PEM or DER (default: the token's own)")
         ->option_text("FILE");
-    addTokenOptions(command, options.token);
-    command.callback([&] { encrypt(options); });
+    addTokenOptions(command, options->token);
+    addPem(command, options->pem);
+    command.callback([&run, options] { run.answer = encrypt(*options); });
 }
 
-void addDecrypt(CLI::App& app, DecryptOptions& options)
+void addDecrypt(CLI::App& app, Run& run)
+{
+    CLI::App& command = addCommand(app, run, "decrypt", "Decrypt a CMS message, DER or PEM, with a key on the token",
+                                   "decrypt letter.txt.p7m -o letter.txt");
+    auto options = std::make_shared<DecryptOptions>();
+    addFile(command, "FILE", options->file, "The message; - is standard input");
+    command
+        .add_option("-o,--output", options->output,
+                    "The decrypted file; - is standard output, which gets what is decrypted before its end was seen")
+        ->required()
+        ->option_text("FILE");
+    addTokenOptions(command, options->token);
+    addPin(command, options->token.pin);
+    command.callback([&run, options] { run.answer = decrypt(*options); });
+}
+
+void addPublish(CLI::App& app, Run& run)
+{
+    CLI::App& command = addCommand(
+        app, run, "publish", "Put the token's certificates where applications look for them: the user's store \"My\"", "publish");
+    auto options = std::make_shared<PublishOptions>();
+    addProvider(command, options->provider);
+    command.add_flag("--watch", options->watch,
+                     "Go on: publish when a token is plugged in, unpublish when it is pulled, until Ctrl-C");
+    command.callback([&run, options] { run.answer = publish(*options); });
+}
+
+void addUnpublish(CLI::App& app, Run& run)
+{
+    CLI::App& command = addCommand(app, run, "unpublish", "Take away what publish put there, and nothing else", "unpublish");
+    command.callback([&run] { run.answer = unpublish(); });
+}
+
+void addCheck(CLI::App& app, Run& run)
 {
     CLI::App& command =
-        addCommand(app, "decrypt", "Decrypt a CMS message (DER) with a key on the token", "decrypt letter.txt.p7m -o letter.txt");
-    addFile(command, "FILE", options.file, "The message");
-    command.add_option("-o,--output", options.output, "The decrypted file")->required()->option_text("FILE");
-    addTokenOptions(command, options.token);
-    addPin(command, options.token);
-    command.callback([&] { decrypt(options); });
+        addCommand(app, run, "check", "Go through all that has to be there, and say what to do where it is not; changes nothing",
+                   "check --report report.txt");
+    auto options = std::make_shared<CheckOptions>();
+    command
+        .add_option("--report", options->report, "Write all of it and the logs' last errors into this file; no secrets are in it")
+        ->option_text("FILE");
+    auto* dialog = command.add_flag("--pin-dialog", options->withPin, "Sign as well, with the PIN from the dialog");
+    addPin(command, options->pin);
+    for (const char* other : {"--pin", "--pin-stdin", "--pin-terminal"}) dialog->excludes(command.get_option(other));
+    command.callback([&run, options] {
+        options->withPin |= !options->pin.isDialog();
+        run.answer = check(*options);
+    });
 }
 
 std::string inOneLine(std::string text)
@@ -126,24 +231,30 @@ int show(std::string text)
     return exitDone;
 }
 
+int tell(const Run& run)
+{
+    const auto say = run.answer.toErrors ? complain : printLine;
+    if (run.json)
+        say(run.answer.json.dump(2));
+    else
+        for (const std::string& line : run.answer.lines) say(line);
+    return run.answer.status;
+}
+
 } // namespace
 
 int runCommandLine(std::vector<std::string> arguments)
 {
-    CLI::App app("Signs, verifies, encrypts and decrypts files with keys on a Quelta token", "quelta");
+    CLI::App app("Keys on a Quelta token: what there is, and signing, verifying, encrypting and decrypting files with them",
+                 "quelta");
     app.set_version_flag("--version", std::string("quelta ") + version);
     app.require_subcommand(1);
     // A path may begin with a slash; the subcommands inherit this.
     app.allow_windows_style_options(false);
-    app.footer("quelta COMMAND --help tells more. Exit codes: 0 done, 1 failed or refused, 2 wrong usage.");
-    SignOptions signing;
-    VerifyOptions verification;
-    EncryptOptions encryption;
-    DecryptOptions decryption;
-    addSign(app, signing);
-    addVerify(app, verification);
-    addEncrypt(app, encryption);
-    addDecrypt(app, decryption);
+    app.footer("quelta COMMAND --help tells more. Exit status: 0 done, 1 failed or refused, 2 wrong usage.");
+    Run run;
+    for (const auto add : {addList, addSign, addVerify, addEncrypt, addDecrypt, addPublish, addUnpublish, addCheck})
+        add(app, run);
     if (!arguments.empty() && !arguments.front().starts_with('-') && !hasCommand(app, arguments.front())) {
         complain("quelta: there is no command " + arguments.front() + "; see quelta --help");
         return exitUsage;
@@ -152,7 +263,7 @@ int runCommandLine(std::vector<std::string> arguments)
         // CLI11 takes a vector from its back.
         std::ranges::reverse(arguments);
         app.parse(arguments);
-        return exitDone;
+        return tell(run);
     } catch (const CLI::CallForHelp&) {
         return show(app.help());
     } catch (const CLI::CallForVersion& asked) {

@@ -6,10 +6,6 @@
 
 namespace quelta::tools {
 
-constexpr int exitDone = 0;
-constexpr int exitFailed = 1;
-constexpr int exitUsage = 2;
-
 // Runs the command that the arguments (UTF-8, without the program's name) ask for and returns the process's exit code.
 int runCommandLine(std::vector<std::string> arguments);
 

@@ -1,131 +1,229 @@
 #include "commands.h"
 
+#include "ber_stream.h"
 #include "certificates.h"
 #include "cms_decrypt.h"
 #include "cms_encrypt.h"
 #include "cms_sign.h"
 #include "cms_verify.h"
-#include "console.h"
 #include "failure.h"
 #include "files.h"
+#include "open_token.h"
 #include "text.h"
-
-#include <cstdio>
 
 namespace quelta::tools {
 
 namespace {
 
-std::unique_ptr<TokenProvider> openToken(const TokenOptions& options)
+constexpr auto pemLabel = "CMS";
+
+// Standard input goes to standard output, and a file beside itself.
+std::string targetOf(const std::string& given, const std::string& file, const char* ending)
 {
-    auto provider = openProvider(options.provider);
-    if (!options.pin.empty()) provider->usePin(options.pin);
-    return provider;
+    if (!given.empty()) return given;
+    return isStandardStream(pathOf(file)) ? file : file + ending;
 }
 
-std::string orDefault(const std::string& given, const std::string& otherwise)
+std::string shown(const std::string& file)
 {
-    return given.empty() ? otherwise : given;
+    return isStandardStream(pathOf(file)) ? "standard input" : file;
 }
 
-ByteView viewOf(const std::string& text)
+std::string shownTarget(const std::string& file)
 {
-    return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+    return isStandardStream(pathOf(file)) ? "standard output" : file;
 }
 
-Bytes signFile(TokenProvider& provider, const TokenKey& key, const KnownDigest& hash, InputFile& file)
+Bytes signatureIn(const std::string& path)
 {
-    auto* csp = dynamic_cast<CspProvider*>(&provider);
-    const bool readable = hash.algId == CALG_SHA1 || hash.algId == CALG_SHA_256;
-    return csp && readable ? signWithMessageFunctions(*csp, key, hash, file) : signByAttributes(provider, key, hash, file);
+    InputFile file(pathOf(path));
+    MessageReader reader(file);
+    return BerStream(file.name(), [&](std::span<unsigned char> room) { return reader.read(room); }).element();
 }
 
-std::string timeText(const FILETIME& time)
+Bytes signatureOf(const SigningKey& signer, InputFile& file, const std::string& addTo)
 {
-    SYSTEMTIME parts{};
-    FileTimeToSystemTime(&time, &parts);
-    char text[64];
-    std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u UTC", unsigned{parts.wYear}, unsigned{parts.wMonth},
-                  unsigned{parts.wDay}, unsigned{parts.wHour}, unsigned{parts.wMinute}, unsigned{parts.wSecond});
-    return text;
+    return addTo.empty() ? signDetached(signer, file) : signToo(signer, signatureIn(addTo), file);
 }
 
-void describe(const Signer& signer)
+Json signFile(const SigningKey& signer, const std::string& name, const std::string& target, const SignOptions& options)
 {
-    printLine("  signer  " + subjectOf(*signer.certificate));
-    printLine("  issuer  " + issuerOf(*signer.certificate));
-    printLine("  serial  " + serialOf(*signer.certificate));
-    printLine("  hash    " + signer.hashName);
-    printLine("  signed  " + (signer.time ? timeText(*signer.time) + ", as the signer says" : "at a time that is not told"));
+    InputFile file(pathOf(name));
+    refuseSameFile(pathOf(name), pathOf(target));
+    OutputFile output(pathOf(target));
+    MessageWriter writer(output, options.pem ? pemLabel : "");
+    if (options.attached && !options.add)
+        signAttached(signer, file, writer);
+    else
+        writer.write(signatureOf(signer, file, options.add ? target : ""));
+    writer.finish();
+    output.commit();
+    return {{"file", name}, {"signature", target}};
+}
+
+void refuseUnusableFiles(const SignOptions& options)
+{
+    if (options.files.size() > 1 && !options.output.empty())
+        throw Failure("-o names one signature, and there are several files; leave it out, and each gets its own beside it");
+    for (const std::string& file : options.files) InputFile{pathOf(file)};
+}
+
+Json jsonOf(const Signer& signer)
+{
+    const CERT_CONTEXT& certificate = *signer.certificate;
+    return {{"subject", subjectOf(certificate)},
+            {"issuer", issuerOf(certificate)},
+            {"serial", serialOf(certificate)},
+            {"hash", signer.hashName},
+            {"signed", signer.time ? Json(timeText(*signer.time)) : Json()}};
+}
+
+void describe(Answer& answer, const Signer& signer)
+{
+    const CERT_CONTEXT& certificate = *signer.certificate;
+    const std::string when = signer.time ? timeText(*signer.time) + ", as the signer says" : "at a time that is not told";
+    for (const std::string& line : {"  signer  " + subjectOf(certificate), "  issuer  " + issuerOf(certificate),
+                                    "  serial  " + serialOf(certificate), "  hash    " + signer.hashName, "  signed  " + when})
+        answer.lines.push_back(line);
+    answer.json["signers"].push_back(jsonOf(signer));
+}
+
+struct ChainWish {
+    std::vector<CertificateContext> roots;
+    FILETIME at;
+};
+
+struct ChainText {
+    std::string text;
+    bool leads;
+};
+
+ChainText chainOf(const Signer& signer, const CheckedSignature& checked, const ChainWish& wish)
+{
+    if (!wish.roots.empty())
+        return {"leads to " + subjectOf(checkChain(signer, checked, wish.roots, wish.at)) + ", which you named", true};
+    const SystemChain chain = checkSystemChain(signer, checked, wish.at);
+    if (chain.trusted) return {"leads to " + chain.end + ", which this system trusts", true};
+    return {"NOT CHECKED: it ends in " + chain.end +
+                ", which this system does not trust; name the root that you trust with --root",
+            false};
+}
+
+void describeChains(Answer& answer, const CheckedSignature& checked, const ChainWish& wish)
+{
+    std::vector<ChainText> chains;
+    for (const Signer& signer : checked.signers) chains.push_back(chainOf(signer, checked, wish));
+    for (std::size_t i = 0; i < chains.size(); ++i) {
+        describe(answer, checked.signers[i]);
+        answer.lines.push_back("  chain   " + chains[i].text);
+        answer.json["signers"].back()["chain"] = chains[i].text;
+        answer.json["signers"].back()["chainChecked"] = chains[i].leads;
+        if (!chains[i].leads) answer.status = exitChainNotChecked;
+    }
+    const std::string time = timeText(wish.at);
+    answer.lines.push_back("judged for " + time + "; whether a certificate was revoked was not looked at");
+    answer.json["judgedFor"] = time;
+    answer.json["revocationChecked"] = false;
+}
+
+CheckedSignature check(const VerifyOptions& options, std::optional<OutputFile>& content)
+{
+    if (options.file.empty()) {
+        InputFile message(pathOf(options.signature));
+        return checkAttached(message, [&](ByteView piece) {
+            if (content) content->write(piece);
+        });
+    }
+    const Bytes signature = signatureIn(options.signature);
+    InputFile file(pathOf(options.file));
+    return checkSignature(signature, file);
+}
+
+void openContent(const VerifyOptions& options, std::optional<OutputFile>& content)
+{
+    if (options.output.empty()) return;
+    if (!options.file.empty()) throw Failure("-o takes the content of a signature that has it within; leave FILE out then");
+    refuseSameFile(pathOf(options.signature), pathOf(options.output));
+    content.emplace(pathOf(options.output));
 }
 
 CertificateContext recipientFor(const EncryptOptions& options)
 {
     if (!options.certificate.empty()) return std::move(readCertificates(pathOf(options.certificate)).front());
-    const auto provider = openToken(options.token);
-    return std::move(chooseDecryptionKey(provider->keys(), options.token.container).certificate);
+    return std::move(openKey(options.token, false, chooseDecryptionKey).key.certificate);
+}
+
+Answer answerOf(const std::string& line, Json json, const std::string& target)
+{
+    return {{line}, std::move(json), exitDone, isStandardStream(pathOf(target))};
 }
 
 } // namespace
 
-void sign(const SignOptions& options)
+Answer sign(const SignOptions& options)
 {
     const KnownDigest& hash = digestOfName(options.hash);
-    const std::string target = orDefault(options.output, options.file + ".p7s");
-    InputFile file(pathOf(options.file));
-    refuseSameFile(pathOf(options.file), pathOf(target));
-    OutputFile output(pathOf(target));
+    refuseUnusableFiles(options);
+    const OpenedKey opened = openKey(options.token, options.force, chooseSigningKey);
+    logIn(*opened.provider, options.token.pin);
+    if (options.token.pin.isDialog()) askForPin(*opened.provider, opened.key);
 
-    const auto provider = openToken(options.token);
-    const TokenKey key = chooseSigningKey(provider->keys(), options.token.container);
-    const Bytes message = signFile(*provider, key, hash, file);
-    if (options.pem)
-        output.write(viewOf(pemOf(message, "PKCS7")));
-    else
-        output.write(message);
-    output.commit();
-    printLine("signed " + options.file + " as " + subjectOf(*key.certificate) + " (key " + key.name + "): " + target);
-}
-
-void verify(const VerifyOptions& options)
-{
-    const auto roots = options.root.empty() ? std::vector<CertificateContext>() : readCertificates(pathOf(options.root));
-    const Bytes signature = withoutPem(readSmallFile(pathOf(options.signature)));
-    InputFile file(pathOf(options.file));
-    const CheckedSignature checked = checkSignature(signature, file);
-    std::vector<std::string> chains;
-    for (const Signer& signer : checked.signers)
-        chains.push_back(roots.empty() ? "not checked; name the root you trust with --root"
-                                       : "leads to " + subjectOf(checkChain(signer, checked, roots)));
-
-    printLine("good signature of " + options.file);
-    for (std::size_t i = 0; i < chains.size(); ++i) {
-        describe(checked.signers[i]);
-        printLine("  chain   " + chains[i]);
+    const SigningKey signer{*opened.provider, opened.key, hash};
+    const std::string who = subjectOf(*opened.key.certificate);
+    Answer answer;
+    answer.json = {{"signer", who}, {"key", opened.key.name}, {"signed", Json::array()}};
+    for (const std::string& file : options.files) {
+        const std::string target = targetOf(options.output, file, options.attached ? ".p7m" : ".p7s");
+        answer.json["signed"].push_back(signFile(signer, file, target, options));
+        answer.lines.push_back("signed " + shown(file) + " as " + who + " (key " + shortName(opened.key) +
+                               "): " + shownTarget(target));
+        answer.toErrors |= isStandardStream(pathOf(target));
     }
+    return answer;
 }
 
-void encrypt(const EncryptOptions& options)
+Answer verify(const VerifyOptions& options)
 {
-    const std::string target = orDefault(options.output, options.file + ".p7m");
+    ChainWish wish{{}, options.at.empty() ? timeNow() : timeOf(options.at)};
+    if (!options.root.empty()) wish.roots = readCertificates(pathOf(options.root));
+    std::optional<OutputFile> content;
+    openContent(options, content);
+    const CheckedSignature checked = check(options, content);
+    const std::string signedFile = options.file.empty() ? options.signature : options.file;
+    Answer answer{{"good signature of " + shown(signedFile)}, {{"good", true}, {"signers", Json::array()}}};
+    answer.toErrors = isStandardStream(pathOf(options.output));
+    describeChains(answer, checked, wish);
+    if (content) content->commit();
+    return answer;
+}
+
+Answer encrypt(const EncryptOptions& options)
+{
+    const std::string target = targetOf(options.output, options.file, ".p7m");
     InputFile file(pathOf(options.file));
     refuseSameFile(pathOf(options.file), pathOf(target));
     OutputFile output(pathOf(target));
     const CertificateContext recipient = recipientFor(options);
-    encryptFor(*recipient, file, output);
+    MessageWriter writer(output, options.pem ? pemLabel : "");
+    encryptFor(*recipient, file, writer);
+    writer.finish();
     output.commit();
-    printLine("encrypted " + options.file + " for " + subjectOf(*recipient) + ": " + target);
+    const std::string who = subjectOf(*recipient);
+    return answerOf("encrypted " + shown(options.file) + " for " + who + ": " + shownTarget(target),
+                    {{"file", options.file}, {"recipient", who}, {"message", target}}, target);
 }
 
-void decrypt(const DecryptOptions& options)
+Answer decrypt(const DecryptOptions& options)
 {
     InputFile file(pathOf(options.file));
     refuseSameFile(pathOf(options.file), pathOf(options.output));
     OutputFile output(pathOf(options.output));
-    const auto provider = openToken(options.token);
-    decryptWith(*provider, options.token.container, file, output);
+    const auto provider = openAny(options.token);
+    logIn(*provider, options.token.pin);
+    decryptWith(*provider, options.token.key, file, output);
     output.commit();
-    printLine("decrypted " + options.file + ": " + options.output);
+    return answerOf("decrypted " + shown(options.file) + ": " + shownTarget(options.output),
+                    {{"file", options.file}, {"content", options.output}}, options.output);
 }
 
 } // namespace quelta::tools

@@ -1,48 +1,59 @@
-// The four commands, each from its options to its line of success.
+// The commands that work on files, each from its options to what it has to say.
 #pragma once
 
+#include "answer.h"
+#include "pin.h"
 #include "token_provider.h"
 
+#include <optional>
 #include <string>
+#include <vector>
 
 namespace quelta::tools {
 
 struct TokenOptions {
-    Interface provider = Interface::csp;
-    std::string container;
-    std::string pin;
+    // Without it CryptoAPI, and key storage for what CryptoAPI can't do.
+    std::optional<Interface> provider = {};
+    std::string key = {};
+    PinSource pin = {};
 };
 
 struct SignOptions {
-    TokenOptions token;
-    std::string file;
-    std::string output;
+    TokenOptions token = {};
+    std::vector<std::string> files = {};
+    std::string output = {};
     std::string hash = "sha256";
     bool pem = false;
+    bool attached = false;
+    bool add = false;
+    bool force = false;
 };
 
 struct VerifyOptions {
-    std::string signature;
-    std::string file;
-    std::string root;
+    std::string signature = {};
+    std::string file = {};
+    std::string output = {};
+    std::string root = {};
+    std::string at = {};
 };
 
 struct EncryptOptions {
-    TokenOptions token;
-    std::string file;
-    std::string output;
-    std::string certificate;
+    TokenOptions token = {};
+    std::string file = {};
+    std::string output = {};
+    std::string certificate = {};
+    bool pem = false;
 };
 
 struct DecryptOptions {
-    TokenOptions token;
-    std::string file;
-    std::string output;
+    TokenOptions token = {};
+    std::string file = {};
+    std::string output = {};
 };
 
-void sign(const SignOptions& options);
-void verify(const VerifyOptions& options);
-void encrypt(const EncryptOptions& options);
-void decrypt(const DecryptOptions& options);
+Answer sign(const SignOptions& options);
+Answer verify(const VerifyOptions& options);
+Answer encrypt(const EncryptOptions& options);
+Answer decrypt(const DecryptOptions& options);
 
 } // namespace quelta::tools

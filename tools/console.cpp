@@ -1,12 +1,29 @@
 #include "console.h"
 
 #include "base/text.h"
+#include "base/windows_objects.h"
 
-#include <windows.h>
+#include <io.h>
+
+#include <cstdio>
+#include <string>
 
 namespace quelta::tools {
 
 namespace {
+
+// Lives as long as the process: what is said last is said on it.
+HANDLE keptOutput = nullptr;
+
+HANDLE output()
+{
+    return keptOutput ? keptOutput : GetStdHandle(STD_OUTPUT_HANDLE);
+}
+
+HANDLE errors()
+{
+    return GetStdHandle(STD_ERROR_HANDLE);
+}
 
 bool isConsole(HANDLE handle)
 {
@@ -14,9 +31,8 @@ bool isConsole(HANDLE handle)
     return GetConsoleMode(handle, &mode) != FALSE;
 }
 
-void write(DWORD which, std::string_view text)
+void write(HANDLE handle, std::string_view text)
 {
-    const HANDLE handle = GetStdHandle(which);
     DWORD written = 0;
     if (isConsole(handle)) {
         const std::wstring characters = toWide(text);
@@ -26,33 +42,55 @@ void write(DWORD which, std::string_view text)
     }
 }
 
-void writeLine(DWORD which, std::string_view line)
+void writeLine(HANDLE handle, std::string_view line)
 {
     std::string text(line);
-    text += isConsole(GetStdHandle(which)) ? "\r\n" : "\n";
-    write(which, text);
+    text += isConsole(handle) ? "\r\n" : "\n";
+    write(handle, text);
 }
 
 } // namespace
 
+void keepStandardOutput()
+{
+    constexpr int standardOutput = 1;
+    constexpr int standardError = 2;
+    const HANDLE process = GetCurrentProcess();
+    if (!DuplicateHandle(process, output(), process, &keptOutput, 0, FALSE, DUPLICATE_SAME_ACCESS)) return;
+    // A provider of another C runtime finds the handle, one of the same runtime its stream.
+    SetStdHandle(STD_OUTPUT_HANDLE, errors());
+    std::fflush(stdout);
+    _dup2(standardError, standardOutput);
+}
+
 void printLine(std::string_view line)
 {
-    writeLine(STD_OUTPUT_HANDLE, line);
+    writeLine(output(), line);
 }
 
 void complain(std::string_view line)
 {
-    writeLine(STD_ERROR_HANDLE, line);
+    writeLine(errors(), line);
+}
+
+bool writeToOutput(ByteView bytes)
+{
+    while (!bytes.empty()) {
+        DWORD written = 0;
+        if (!WriteFile(output(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) return false;
+        bytes = bytes.subspan(written);
+    }
+    return true;
 }
 
 bool errorsGoToConsole()
 {
-    return isConsole(GetStdHandle(STD_ERROR_HANDLE));
+    return isConsole(errors());
 }
 
 void writeToErrors(std::string_view text)
 {
-    write(STD_ERROR_HANDLE, text);
+    write(errors(), text);
 }
 
 } // namespace quelta::tools

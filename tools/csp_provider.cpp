@@ -22,7 +22,7 @@ CryptContext tryAcquire(const char* container, DWORD flags)
 CryptContext acquire(const char* container, DWORD flags)
 {
     CryptContext context = tryAcquire(container, flags);
-    if (!context) failWithLastError("can't open the token");
+    if (!context) failOpening("can't open the token", GetLastError());
     return context;
 }
 
@@ -66,12 +66,17 @@ CryptKey userKey(HCRYPTPROV context, DWORD spec)
     return key;
 }
 
+// 0 if the provider does not answer.
+DWORD keyParameter(const CryptKey& key, DWORD parameter)
+{
+    DWORD value = 0;
+    DWORD size = sizeof value;
+    return key && CryptGetKeyParam(key.get(), parameter, reinterpret_cast<BYTE*>(&value), &size, 0) ? value : 0;
+}
+
 bool allowsDecryption(const CryptKey& key)
 {
-    DWORD permissions = 0;
-    DWORD size = sizeof permissions;
-    return key && CryptGetKeyParam(key.get(), KP_PERMISSIONS, reinterpret_cast<BYTE*>(&permissions), &size, 0) &&
-           (permissions & CRYPT_DECRYPT);
+    return keyParameter(key, KP_PERMISSIONS) & CRYPT_DECRYPT;
 }
 
 CertificateContext certificateOf(const CryptKey& key)
@@ -81,6 +86,18 @@ CertificateContext certificateOf(const CryptKey& key)
     Bytes der(size);
     if (!CryptGetKeyParam(key.get(), KP_CERTIFICATE, der.data(), &size, 0)) return {};
     return parseCertificate({der.data(), size});
+}
+
+void describeAlgorithm(TokenKey& key, const CryptKey& handle)
+{
+    if (const auto kind = key.certificate ? publicKeyKind(*key.certificate) : std::nullopt) {
+        key.algorithm = nameOf(*kind);
+        key.bits = kind->bits;
+        return;
+    }
+    const DWORD algorithm = keyParameter(handle, KP_ALGID);
+    key.bits = keyParameter(handle, KP_KEYLEN);
+    key.algorithm = algorithm == CALG_RSA_SIGN || algorithm == CALG_RSA_KEYX ? "RSA" : "P-" + std::to_string(key.bits);
 }
 
 std::vector<Bytes> certificatesIn(const Bytes& pkcs7)
@@ -106,9 +123,12 @@ std::vector<TokenKey> CspProvider::keys()
         const HCRYPTPROV context = contextOf(name);
         const CryptKey signing = userKey(context, AT_SIGNATURE);
         const CryptKey exchange = userKey(context, AT_KEYEXCHANGE);
-        TokenKey key{name, certificateOf(signing ? signing : exchange)};
+        TokenKey key;
+        key.name = name;
+        key.certificate = certificateOf(signing ? signing : exchange);
         // A provider of this type signs and decrypts with RSA alone, and signs with another key if the container's may not.
-        const bool rsa = key.certificate && holdsRsaKey(*key.certificate);
+        describeAlgorithm(key, signing ? signing : exchange);
+        const bool rsa = key.algorithm == "RSA";
         key.canSign = rsa && keySpecOf(context) == AT_SIGNATURE;
         key.canDecrypt = rsa && allowsDecryption(exchange);
         found.push_back(std::move(key));
@@ -154,6 +174,18 @@ Bytes CspProvider::unwrap(const TokenKey& key, ByteView wrapped, bool oaep)
     return data;
 }
 
+Bytes CspProvider::randomBytes(std::size_t count)
+{
+    Bytes bytes(count);
+    if (!CryptGenRandom(first_.get(), static_cast<DWORD>(count), bytes.data())) failWithLastError("no random numbers");
+    return bytes;
+}
+
+DWORD CspProvider::keySpec(const TokenKey& key)
+{
+    return keySpecOf(contextOf(key));
+}
+
 HCRYPTPROV CspProvider::contextOf(const TokenKey& key)
 {
     return contextOf(key.name);
@@ -169,6 +201,14 @@ HCRYPTPROV CspProvider::contextOf(const std::string& container)
 std::unique_ptr<TokenProvider> openCsp()
 {
     return std::make_unique<CspProvider>();
+}
+
+std::optional<std::vector<std::string>> TokenWatch::look()
+{
+    CryptContext now = tryAcquire(nullptr, CRYPT_VERIFYCONTEXT);
+    if (!now) return std::nullopt;
+    held_ = std::move(now);
+    return containers(held_.get());
 }
 
 std::vector<Bytes> chainFromCsp(const std::string& container)

@@ -4,6 +4,7 @@
 #include "token_provider.h"
 
 #include <map>
+#include <optional>
 
 namespace quelta::tools {
 
@@ -17,10 +18,14 @@ public:
     Bytes sign(const TokenKey& key, const KnownDigest& hash, ByteView data) override;
     Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) override;
 
-    // The context of a key's container, open as long as this object lives.
-    HCRYPTPROV contextOf(const TokenKey& key);
+    // From the token.
+    Bytes randomBytes(std::size_t count);
+    // AT_SIGNATURE or AT_KEYEXCHANGE, whichever opens the key.
+    DWORD keySpec(const TokenKey& key);
 
 private:
+    // The context of a key's container, open as long as this object lives.
+    HCRYPTPROV contextOf(const TokenKey& key);
     HCRYPTPROV contextOf(const std::string& container);
 
     // Open from first to last: the module keeps its PIN only while it is loaded, and a context keeps it loaded.
@@ -29,6 +34,17 @@ private:
 };
 
 std::unique_ptr<TokenProvider> openCsp();
+
+// Looks again and again whether a token is there.
+class TokenWatch {
+public:
+    // The names of its keys; nothing without a token.
+    std::optional<std::vector<std::string>> look();
+
+private:
+    // Keeps the provider loaded from one look to the next, so that it does not start the token anew each time.
+    CryptContext held_;
+};
 
 // The certificates that the provider holds for a container; none if it isn't registered or has none.
 std::vector<Bytes> chainFromCsp(const std::string& container);

@@ -1,5 +1,6 @@
 #include "files.h"
 
+#include "console.h"
 #include "failure.h"
 #include "progress.h"
 #include "text.h"
@@ -23,17 +24,26 @@ BOOL WINAPI onInterrupt(DWORD)
 
 void endIfInterrupted()
 {
-    if (interrupted) throw Failure("interrupted; nothing was written");
+    if (interrupted) throw Failure("interrupted; no file was written");
+}
+
+File openToRead(const std::filesystem::path& path)
+{
+    if (!isStandardStream(path))
+        return fileOf(
+            CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr));
+    HANDLE copy = nullptr;
+    const HANDLE process = GetCurrentProcess();
+    DuplicateHandle(process, GetStdHandle(STD_INPUT_HANDLE), process, &copy, 0, FALSE, DUPLICATE_SAME_ACCESS);
+    return File(copy);
 }
 
 } // namespace
 
-InputFile::InputFile(std::filesystem::path path)
-    : path_(std::move(path)),
-      handle_(fileOf(
-          CreateFileW(path_.c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr)))
+InputFile::InputFile(std::filesystem::path path) : path_(std::move(path)), handle_(openToRead(path_))
 {
     if (!handle_) failWithLastError("can't open " + name());
+    if (isStandardStream(path_)) return;
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(handle_.get(), &size)) failWithLastError("can't tell the size of " + name());
     size_ = static_cast<std::uint64_t>(size.QuadPart);
@@ -41,7 +51,7 @@ InputFile::InputFile(std::filesystem::path path)
 
 std::string InputFile::name() const
 {
-    return nameOf(path_);
+    return isStandardStream(path_) ? "standard input" : nameOf(path_);
 }
 
 std::size_t InputFile::read(std::span<unsigned char> buffer)
@@ -50,7 +60,9 @@ std::size_t InputFile::read(std::span<unsigned char> buffer)
     while (filled < buffer.size()) {
         const auto wanted = static_cast<DWORD>(std::min(buffer.size() - filled, pieceSize));
         DWORD got = 0;
-        if (!ReadFile(handle_.get(), buffer.data() + filled, wanted, &got, nullptr)) failWithLastError("can't read " + name());
+        // A pipe whose writer has gone is at its end.
+        if (!ReadFile(handle_.get(), buffer.data() + filled, wanted, &got, nullptr) && GetLastError() != ERROR_BROKEN_PIPE)
+            failWithLastError("can't read " + name());
         if (!got) break;
         filled += got;
     }
@@ -68,10 +80,14 @@ void forEachPiece(InputFile& file, const std::string& verb, const std::function<
     }
 }
 
-OutputFile::OutputFile(const std::filesystem::path& target)
-    : name_(nameOf(target)), replacement_(target, L"." + std::to_wstring(GetCurrentProcessId()) + L".part")
+OutputFile::OutputFile(const std::filesystem::path& target) : name_(nameOf(target))
 {
-    if (!replacement_) fail();
+    if (isStandardStream(target)) {
+        name_ = "to standard output";
+        return;
+    }
+    replacement_.emplace(target, L"." + std::to_wstring(GetCurrentProcessId()) + L".part");
+    if (!*replacement_) fail();
     std::error_code ignored;
     if (std::filesystem::is_directory(target, ignored))
         throw Failure("can't write " + name_ + ": it is a folder; name a file with -o");
@@ -85,22 +101,23 @@ void OutputFile::fail() const
 void OutputFile::write(ByteView bytes)
 {
     endIfInterrupted();
-    if (!replacement_.write(bytes)) fail();
+    if (!(replacement_ ? replacement_->write(bytes) : writeToOutput(bytes))) fail();
 }
 
 void OutputFile::commit()
 {
-    if (!replacement_.commit()) fail();
+    if (replacement_ && !replacement_->commit()) fail();
 }
 
-Bytes readSmallFile(const std::filesystem::path& path)
+Bytes readSmallFile(const std::filesystem::path& path, std::size_t limit)
 {
     InputFile file(path);
-    constexpr std::uint64_t limit = 16 * std::uint64_t{pieceSize};
-    if (file.size() > limit)
-        throw Failure(file.name() + " is too large for a certificate or a detached signature; is it the right file?");
-    Bytes content(static_cast<std::size_t>(file.size()));
-    content.resize(file.read(content));
+    Bytes content;
+    for (Bytes piece(pieceSize); const std::size_t length = file.read(piece);) {
+        append(content, ByteView(piece).first(length));
+        if (content.size() > limit)
+            throw Failure(file.name() + " is too large for a certificate or a detached signature; is it the right file?");
+    }
     return content;
 }
 
@@ -114,6 +131,11 @@ void refuseSameFile(const std::filesystem::path& input, const std::filesystem::p
 void stopOnInterrupt()
 {
     SetConsoleCtrlHandler(onInterrupt, TRUE);
+}
+
+bool wasInterrupted()
+{
+    return interrupted;
 }
 
 } // namespace quelta::tools

@@ -7,17 +7,25 @@
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace quelta::tools {
 
 constexpr std::size_t pieceSize = std::size_t{1024} * 1024;
 
+// Stands for standard input and standard output in place of a file.
+inline bool isStandardStream(const std::filesystem::path& path)
+{
+    return path == "-";
+}
+
 class InputFile {
 public:
     explicit InputFile(std::filesystem::path path);
 
-    std::uint64_t size() const { return size_; }
+    // Nothing for standard input, which ends where it ends.
+    std::optional<std::uint64_t> size() const { return size_; }
     std::string name() const;
     // Fills `buffer` as far as the file goes; fewer bytes than asked for mean its end.
     std::size_t read(std::span<unsigned char> buffer);
@@ -25,13 +33,14 @@ public:
 private:
     std::filesystem::path path_;
     File handle_;
-    std::uint64_t size_ = 0;
+    std::optional<std::uint64_t> size_;
 };
 
 // Hands the file to `take` piece by piece and shows the progress under `verb`. Every piece but the last is full.
 void forEachPiece(InputFile& file, const std::string& verb, const std::function<void(ByteView)>& take);
 
 // Written under a temporary name in the target's folder. The target appears, or is replaced, by commit() alone, and complete.
+// Standard output gets everything at once.
 class OutputFile {
 public:
     explicit OutputFile(const std::filesystem::path& target);
@@ -43,16 +52,17 @@ private:
     [[noreturn]] void fail() const;
 
     std::string name_;
-    FileReplacement replacement_;
+    std::optional<FileReplacement> replacement_;
 };
 
-// For what is small by nature: certificates, detached signatures. Refuses a file of more than 16 MB.
-Bytes readSmallFile(const std::filesystem::path& path);
+// For what is small by nature: certificates, detached signatures. Refuses a file of more than `limit`.
+Bytes readSmallFile(const std::filesystem::path& path, std::size_t limit = 16 * pieceSize);
 
 // Refuses to write the result of reading `input` over `input` itself.
 void refuseSameFile(const std::filesystem::path& input, const std::filesystem::path& output);
 
 // From here on Ctrl-C ends a run between two pieces, so that no temporary file stays behind; a second Ctrl-C ends it at once.
 void stopOnInterrupt();
+bool wasInterrupted();
 
 } // namespace quelta::tools

@@ -3,44 +3,41 @@
 #include "base/provider_name.h"
 #include "base/text.h"
 #include "failure.h"
+#include "system_key_storage.h"
 
-#include <string>
+#include <array>
 
 namespace quelta::tools {
 
-namespace {
-
-constexpr auto moduleName = L"QueltaCSP.dll";
-
-std::wstring registeredPath()
+std::filesystem::path registeredModule()
 {
-    wchar_t path[MAX_PATH];
-    DWORD size = sizeof path;
+    std::array<wchar_t, 1024> path{};
+    auto size = static_cast<DWORD>(sizeof path);
     const auto status = RegGetValueW(HKEY_LOCAL_MACHINE, toWide(providerRegistryKey()).c_str(), L"Image Path", RRF_RT_REG_SZ,
-                                     nullptr, path, &size);
-    return status == ERROR_SUCCESS ? path : L"";
+                                     nullptr, path.data(), &size);
+    return status == ERROR_SUCCESS ? path.data() : L"";
 }
 
-HMODULE load()
+Library loadModule()
 {
-    const HMODULE module = LoadLibraryExW(moduleName, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS);
-    if (module) return module;
-    const std::wstring path = registeredPath();
-    return path.empty() ? nullptr : LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
+    Library module(LoadLibraryExW(moduleName, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
+    const auto path = registeredModule();
+    if (!module && !path.empty()) module.reset(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    return module;
 }
 
-} // namespace
-
-KeyStorageModule::KeyStorageModule() : module_(load())
+KeyStorage::KeyStorage() : table_(systemKeyStorage())
 {
-    if (!module_)
-        throw Failure(
-            "can't load QueltaCSP.dll with its QueltaDSCLibrary.dll; put both beside quelta.exe, or register the provider");
+    if (table_) return;
+    module_ = loadModule();
+    if (!module_) throw Failure("can't load QueltaCSP.dll with its QueltaDSCLibrary.dll; quelta check tells what is missing");
     // By way of void*: compilers warn of a cast between unlike function types, which is what a look-up by name is for.
     void* const address = reinterpret_cast<void*>(GetProcAddress(module_.get(), "GetKeyStorageInterface"));
     const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFunction>(address);
-    if (!getInterface || getInterface(wideProviderName, &table_, 0) || !table_)
+    KeyStorageFunctionTable* table = nullptr;
+    if (!getInterface || getInterface(wideProviderName, &table, 0) || !table)
         throw Failure("QueltaCSP.dll offers no key storage; install a complete one, or use --provider csp");
+    table_ = table;
 }
 
 } // namespace quelta::tools

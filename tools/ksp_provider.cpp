@@ -40,16 +40,18 @@ private:
     // Empty if the key has no such property.
     Bytes property(NCRYPT_KEY_HANDLE key, const wchar_t* name);
     DWORD number(NCRYPT_KEY_HANDLE key, const wchar_t* name);
+    std::string algorithmOf(NCRYPT_KEY_HANDLE key);
 
-    KeyStorageModule module_;
-    const KeyStorageFunctionTable& table_ = module_.table();
+    KeyStorage storage_;
+    const KeyStorageFunctionTable& table_ = storage_.table();
     NCRYPT_PROV_HANDLE provider_ = 0;
     std::map<std::string, NCRYPT_KEY_HANDLE> handles_;
 };
 
 KspProvider::KspProvider()
 {
-    require(table_.OpenProvider(&provider_, wideProviderName, 0), "can't open the token");
+    if (const auto status = table_.OpenProvider(&provider_, wideProviderName, 0))
+        failOpening("can't open the token", static_cast<unsigned long>(status));
 }
 
 KspProvider::~KspProvider()
@@ -77,10 +79,13 @@ std::vector<TokenKey> KspProvider::keys()
 {
     std::vector<TokenKey> found;
     for (const std::wstring& name : names()) {
-        TokenKey key{toUtf8(name), {}};
+        TokenKey key;
+        key.name = toUtf8(name);
         const NCRYPT_KEY_HANDLE handle = handleOf(key.name);
         key.certificate = parseCertificate(property(handle, L"SmartCardKeyCertificate"));
         const auto kind = key.certificate ? publicKeyKind(*key.certificate) : std::nullopt;
+        key.algorithm = kind ? nameOf(*kind) : algorithmOf(handle);
+        key.bits = kind ? kind->bits : number(handle, L"Length");
         const DWORD usage = number(handle, L"Key Usage");
         key.canSign = kind && (usage & NCRYPT_ALLOW_SIGNING_FLAG);
         key.canDecrypt = kind && !kind->elliptic && (usage & NCRYPT_ALLOW_DECRYPT_FLAG);
@@ -160,6 +165,13 @@ DWORD KspProvider::number(NCRYPT_KEY_HANDLE key, const wchar_t* name)
     const Bytes bytes = property(key, name);
     if (bytes.size() == sizeof value) std::memcpy(&value, bytes.data(), sizeof value);
     return value;
+}
+
+std::string KspProvider::algorithmOf(NCRYPT_KEY_HANDLE key)
+{
+    const Bytes name = property(key, L"Algorithm Group");
+    const bool rsa = std::ranges::equal(name, ByteView(reinterpret_cast<const unsigned char*>(L"RSA"), sizeof L"RSA"));
+    return rsa ? "RSA" : "P-" + std::to_string(number(key, L"Length"));
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// The token through the key storage table that QueltaCSP.dll hands out.
+// The token through key storage.
 #pragma once
 
 #include "token_provider.h"

@@ -8,7 +8,7 @@ namespace quelta::tools {
 
 using namespace std::chrono_literals;
 
-Progress::Progress(std::string verb, std::uint64_t total)
+Progress::Progress(std::string verb, std::optional<std::uint64_t> total)
     : verb_(std::move(verb)), total_(total), next_(Clock::now() + 1s), console_(errorsGoToConsole())
 {}
 
@@ -25,9 +25,11 @@ void Progress::advance(std::uint64_t bytes)
     next_ = now + 200ms;
 
     constexpr std::uint64_t megabyte = 1024 * 1024;
-    const std::uint64_t percent = total_ ? std::min<std::uint64_t>(100, done_ / megabyte * 100 / (total_ / megabyte + 1)) : 100;
-    const std::string line = verb_ + ' ' + std::to_string(percent) + " % (" + std::to_string(done_ / megabyte) + " of " +
-                             std::to_string(total_ / megabyte) + " MB)";
+    std::string line = verb_ + ' ' + std::to_string(done_ / megabyte) + " MB";
+    if (total_) {
+        const std::uint64_t percent = std::min<std::uint64_t>(100, done_ / megabyte * 100 / (*total_ / megabyte + 1));
+        line += " of " + std::to_string(*total_ / megabyte) + " (" + std::to_string(percent) + " %)";
+    }
     writeToErrors('\r' + line);
     shown_ = std::max(shown_, line.size());
 }

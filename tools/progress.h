@@ -3,13 +3,15 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace quelta::tools {
 
 class Progress {
 public:
-    Progress(std::string verb, std::uint64_t total);
+    // Of what has no known size only what is done is told.
+    Progress(std::string verb, std::optional<std::uint64_t> total);
     ~Progress();
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -20,7 +22,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::string verb_;
-    std::uint64_t total_;
+    std::optional<std::uint64_t> total_;
     std::uint64_t done_ = 0;
     Clock::time_point next_;
     bool console_;

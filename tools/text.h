@@ -1,6 +1,8 @@
 // Texts inside the tool are UTF-8; what becomes of them at its edges.
 #pragma once
 
+#include <windows.h>
+
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -10,6 +12,16 @@ namespace quelta::tools {
 // In the process's ANSI code page, which is how a provider takes names and PINs. Throws a Failure when a character has no place
 // in it.
 std::string ansi(std::string_view text);
+
+// Lower case, for comparisons that don't mind the case.
+std::string folded(std::string_view text);
+
+FILETIME timeNow();
+// "2026-11-25 10:00:00 UTC"
+std::string timeText(const FILETIME& time);
+// A day ("2026-11-25", its beginning) or a moment ("2026-11-25T10:00:00Z", the seconds and the Z may be left out), UTC. Throws a
+// Failure.
+FILETIME timeOf(const std::string& text);
 
 std::filesystem::path pathOf(std::string_view text);
 std::string nameOf(const std::filesystem::path& path);

@@ -1,5 +1,5 @@
-// A way to the token: through CryptoAPI or through the key storage table. Private keys stay where they are; only digests and
-// wrapped keys go in, signatures and content keys come out.
+// A way to the token: through CryptoAPI or through key storage. Private keys stay where they are; only digests and wrapped keys
+// go in, signatures and content keys come out.
 #pragma once
 
 #include "base/bytes.h"
@@ -18,6 +18,9 @@ struct TokenKey {
     CertificateContext certificate;
     bool canSign = false;
     bool canDecrypt = false;
+    // "RSA", or the curve as in "P-256"; empty if the provider does not tell.
+    std::string algorithm = {};
+    unsigned bits = 0;
 };
 
 class TokenProvider {
@@ -39,8 +42,8 @@ enum class Interface { csp, ksp };
 
 std::unique_ptr<TokenProvider> openProvider(Interface kind);
 
-// The key called `name`, or the first that will do if `name` is empty; a Failure says what the token has instead.
-TokenKey chooseSigningKey(std::vector<TokenKey> keys, const std::string& name);
-TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const std::string& name);
+// Has the provider's dialog ask for the PIN now, if it is needed, and not after hours of hashing. Nothing else lets it ask than
+// the use of the key: random bytes are signed, and the signature is forgotten.
+void askForPin(TokenProvider& provider, const TokenKey& key);
 
 } // namespace quelta::tools

@@ -1,25 +1,13 @@
 #include "token/library_compiler.h"
 
+#include "base/dll_imports.h"
 #include "log/log_writer.h"
 
 #include <windows.h>
 
-#include <string_view>
-
 namespace quelta {
 
 namespace {
-
-// The runtimes that Microsoft's compiler links, and nothing of mingw-w64's that this module could work with.
-constexpr std::string_view foreignRuntimes[] = {"VCRUNTIME", "MSVCP", "UCRTBASE", "API-MS-WIN-CRT-"};
-
-bool isForeign(const char* import)
-{
-    for (const auto prefix : foreignRuntimes) {
-        if (_strnicmp(import, prefix.data(), prefix.size()) == 0) return true;
-    }
-    return false;
-}
 
 template <class Type>
 const Type& at(HMODULE image, DWORD offset)
@@ -35,7 +23,7 @@ const char* foreignRuntimeOf(HMODULE image)
     if (directory == 0) return nullptr;
     for (const auto* entry = &at<IMAGE_IMPORT_DESCRIPTOR>(image, directory); entry->Name != 0; ++entry) {
         const char* name = &at<char>(image, entry->Name);
-        if (isForeign(name)) return name;
+        if (isMicrosoftRuntime(name)) return name;
     }
     return nullptr;
 }

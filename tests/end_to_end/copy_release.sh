@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Puts the release build's programs and the end-to-end tests into one folder. copy_release.sh BUILD TESTS FOLDER
+# Puts the release build's programs and the end-to-end tests into one folder. copy_release.sh BUILD FOLDER TESTS...
 set -euo pipefail
 
-rm -rf "$3/bin" "$3/softtoken"
-mkdir -p "$3"
-cp -r --preserve=timestamps "$1/bin" "$1/softtoken" "$3"
-cp "$2" "$3/bin"
+rm -rf "$2/bin" "$2/softtoken"
+mkdir -p "$2"
+cp -r --preserve=timestamps "$1/bin" "$1/softtoken" "$2"
+cp "${@:3}" "$2/bin"

@@ -24,6 +24,7 @@ trap clean_up EXIT
 
 # The prefix may have the provider registered already, from another build: it gets that back.
 restore() {
+    wine "$bin/quelta.exe" unpublish >/dev/null 2>&1 </dev/null || true
     wine reg delete "$provider_key" /f >/dev/null 2>&1 || true
     [[ ! -e before.reg ]] || wine regedit /S before.reg
     clean_up
@@ -34,30 +35,46 @@ if wine reg query "$provider_key" >/dev/null 2>&1; then
 fi
 trap restore EXIT
 
-tool() {
-    wine "$bin/quelta.exe" "$@" >output 2>&1 </dev/null || fail "quelta $* failed: $(<output)"
+run() {
+    wine "$bin/quelta.exe" "$@" 2>errors </dev/null
 }
 
-refuses() {
+tool() {
+    run "$@" >output || fail "quelta $* failed: $(<errors)"
+}
+
+# answers STATUS COMMAND...
+answers() {
     local status=0
-    wine "$bin/quelta.exe" "$@" >output 2>&1 </dev/null || status=$?
-    [[ $status -eq 1 && $(wc -l <output) -eq 1 ]] || fail "quelta $* is not refused in one line ($status): $(<output)"
+    run "${@:2}" >output || status=$?
+    [[ $status -eq $1 ]] || fail "quelta ${*:2} answers $status and not $1: $(<errors)"
+}
+
+# In one line, and nothing on standard output.
+refuses() {
+    answers 1 "$@"
+    [[ $(wc -l <errors) -eq 1 && ! -s output ]] || fail "quelta $* is not refused in one line: $(<errors)"
+}
+
+says() {
+    grep -q -- "$1" output errors || fail "it does not say \"$1\": $(cat output errors)"
 }
 
 id_of() {
     tr -d '\r\n' <"$shared/$1.id"
 }
 
+# openssl_verifies KEY SIGNATURE [ARGUMENT]...
 openssl_verifies() {
-    openssl cms -verify -binary -inform DER -purpose any -CAfile "$shared/$1.root.pem" -in "$2" -content "$3" -out /dev/null 2>output
+    openssl cms -verify -binary -cades -inform DER -purpose any -CAfile "$shared/$1.root.pem" -in "$2" "${@:3}" 2>errors
 }
 
 # sign_and_verify PROVIDER KEY HASH
 sign_and_verify() {
     rm -f signature
-    tool sign data -o signature --provider "$1" --container "$(id_of "$2")" --pin "$pin" --hash "$3"
-    openssl_verifies "$2" signature data || fail "openssl refuses the signature of $*: $(<output)"
-    ! openssl_verifies "$2" signature changed || fail "openssl accepts a changed file: $*"
+    tool sign data -o signature --provider "$1" --key "$(id_of "$2")" --pin "$pin" --hash "$3"
+    openssl_verifies "$2" signature -content data -out back || fail "openssl refuses the signature of $*: $(<errors)"
+    ! openssl_verifies "$2" signature -content changed -out back || fail "openssl accepts a changed file: $*"
     tool verify signature data --root "$shared/$2.root.pem"
     refuses verify signature changed --root "$shared/$2.root.pem"
 }
@@ -70,31 +87,87 @@ printf 'one line\r\nanother\n' >data
     echo
 } >changed
 
+tool list
+says "rsa4096 of the tests .* RSA-4096 *sign,decrypt *csp,ksp"
+says "p256 of the tests .* P-256 *sign *ksp"
+answers 2 list --provider smartcard
+says "csp (CryptoAPI) or ksp"
+
 sign_and_verify csp rsa2048 sha256
 refuses verify signature data --root "$shared/rsa4096.root.pem"
+answers 3 verify signature data
+says "NOT CHECKED"
+refuses verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
 sign_and_verify csp rsa4096 sha512
 sign_and_verify ksp rsa2048 sha1
 sign_and_verify ksp rsa4096 sha384
 sign_and_verify ksp p256 sha256
-refuses sign data -o wrong-pin --container "$(id_of rsa2048)" --pin 000000
+refuses sign data -o wrong-pin --key rsa2048 --pin 000000
+says "log says: .* failed"
 [[ ! -e wrong-pin ]] || fail "a refused signature leaves a file"
+refuses sign data --key "of the tests" --pin "$pin"
+says "fits several keys"
 
-openssl cms -sign -binary -in data -signer "$shared/rsa2048.leaf.pem" -inkey "$shared/rsa2048.pem" -outform DER -out theirs
-tool verify theirs data
+# Several files for one PIN, names that nobody can type, one more signature by another key, and streams.
+cp data "bläu 1"
+printf '%s\n' "$pin" | wine "$bin/quelta.exe" sign data "bläu 1" --key rsa2048 --pin-stdin >output 2>errors || fail "$(<errors)"
+tool sign "bläu 1" --add --key "p256 of the tests" --pin "$pin"
+cat "$shared"/{rsa2048,p256}.root.pem >both.root.pem
+tool verify "bläu 1.p7s" "bläu 1" --root both.root.pem
+says "CN=p256 of the tests"
+openssl cms -verify -binary -cades -inform DER -purpose any -CAfile both.root.pem -in "bläu 1.p7s" -content data -out back 2>errors ||
+    fail "openssl refuses two signers: $(<errors)"
+refuses sign changed -o data.p7s --add --pin "$pin"
+wine "$bin/quelta.exe" sign - --attached --key rsa2048 --pin "$pin" <data >attached 2>errors || fail "$(<errors)"
+openssl_verifies rsa2048 attached -out back || fail "openssl refuses the attached signature: $(<errors)"
+cmp back data
+tool verify attached -o content --root "$shared/rsa2048.root.pem"
+cmp content data
+
+openssl cms -sign -binary -keyid -in data -signer "$shared/rsa2048.leaf.pem" -inkey "$shared/rsa2048.pem" -outform PEM -out theirs
+answers 3 verify theirs data
 refuses verify theirs changed
 
 tool encrypt data -o message --cert "$shared/rsa4096.leaf.pem"
 openssl cms -decrypt -binary -inform DER -in message -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
 cmp back data || fail "openssl decrypts something else"
+wine "$bin/quelta.exe" encrypt - --pem --cert "$shared/rsa4096.leaf.pem" <data >message 2>errors || fail "$(<errors)"
+openssl cms -decrypt -binary -inform PEM -in message -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
+cmp back data || fail "openssl decrypts something else of a stream"
 for provider in csp ksp; do
     for padding in pkcs1 oaep; do
-        openssl cms -encrypt -binary -aes256 -in data -outform DER -out message -recip "$shared/rsa2048.leaf.pem" \
+        openssl cms -encrypt -binary -aes256 -in data -outform PEM -out message -recip "$shared/rsa2048.leaf.pem" \
             -keyopt "rsa_padding_mode:$padding"
         rm -f back
         tool decrypt message -o back --provider "$provider" --pin "$pin"
         cmp back data || fail "quelta decrypts something else: $provider $padding"
     done
 done
-head -c -5 message >damaged
+head -c -60 message >damaged
 refuses decrypt damaged -o none --pin "$pin"
 [[ ! -e none ]] || fail "a refused message leaves a file"
+# A certificate that the key had before the one that is on the token.
+openssl req -x509 -key "$shared/rsa2048.pem" -subj "/CN=Formerly" -days 2 -out former.pem
+openssl cms -encrypt -binary -aes256 -in data -outform DER -out message -recip former.pem
+tool decrypt message -o back --pin "$pin"
+cmp back data
+
+# Another program finds what was published, by the subject alone.
+application() {
+    wine "$bin/store_signer.exe" "rsa2048 of the tests" data theirs "$pin" >output 2>errors </dev/null
+}
+answers 1 check --pin "$pin"
+says "FAILED *published"
+tool publish
+tool publish
+! grep -q "put into" output || fail "publishing twice changes something: $(<output)"
+openssl pkcs7 -inform DER -in data.p7s -print_certs -out issuing.pem
+application || fail "the application can't sign: $(<errors)"
+openssl cms -verify -binary -inform DER -purpose any -CAfile "$shared/rsa2048.root.pem" -certfile issuing.pem -in theirs \
+    -content data -out back 2>errors || fail "openssl refuses what the application signed: $(<errors)"
+tool check --pin "$pin" --report report
+! grep -q "$pin" report output || fail "the PIN is in the report"
+tool unpublish
+! application || fail "the certificate is still there"
+tool unpublish
+says "nothing was published"

@@ -1,0 +1,54 @@
+#include "certificate_store.h"
+
+#include "certificates.h"
+#include "test_signatures.h"
+
+#include <gtest/gtest.h>
+
+namespace quelta::tools {
+namespace {
+
+constexpr auto storeName = L"QueltaTest";
+
+Bytes encodedIn(std::string_view signature)
+{
+    return toBytes(encodedOf(*certificateIn(signature)));
+}
+
+void clear()
+{
+    const CertificateStore store(
+        CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, storeName));
+    while (PCCERT_CONTEXT found = CertEnumCertificatesInStore(store.get(), nullptr)) CertDeleteCertificateFromStore(found);
+}
+
+// A new object each time: what counts is what another program finds.
+TEST(UserStores, KeepWhatSomebodyElsePutThereAndWhereAKeyIs)
+{
+    clear();
+    const Bytes own = encodedIn(rsaWithAttributes);
+    const Bytes foreign = encodedIn(ecdsaP384);
+    {
+        const CertificateStore store(
+            CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, storeName));
+        ASSERT_TRUE(CertAddEncodedCertificateToStore(store.get(), certificateEncoding, foreign.data(),
+                                                     static_cast<DWORD>(foreign.size()), CERT_STORE_ADD_NEW, nullptr));
+    }
+    const KeyPlace signing{"0123", PROV_RSA_FULL, AT_SIGNATURE};
+    const KeyPlace exchange{"0123", PROV_RSA_FULL, AT_KEYEXCHANGE};
+    EXPECT_EQ(UserStore(storeName).put(own, &signing), Placed::added);
+    EXPECT_EQ(UserStore(storeName).put(own, &signing), Placed::unchanged);
+    EXPECT_EQ(UserStore(storeName).put(own, &exchange), Placed::added);
+    EXPECT_EQ(UserStore(storeName).put(own, &exchange), Placed::unchanged);
+    EXPECT_EQ(UserStore(storeName).put(foreign, &signing), Placed::somebodyElses);
+    EXPECT_TRUE(UserStore(storeName).leadsToProvider(own));
+    EXPECT_FALSE(UserStore(storeName).leadsToProvider(foreign));
+    EXPECT_EQ(UserStore(storeName).marked(), std::vector<Bytes>{own});
+    UserStore(storeName).remove(own);
+    EXPECT_EQ(UserStore(storeName).marked(), std::vector<Bytes>());
+    EXPECT_EQ(UserStore(storeName).put(foreign, nullptr), Placed::somebodyElses) << "it is still there";
+    clear();
+}
+
+} // namespace
+} // namespace quelta::tools

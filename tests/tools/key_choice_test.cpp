@@ -1,0 +1,108 @@
+#include "key_choice.h"
+
+#include "base/der.h"
+#include "base/object_ids.h"
+#include "certificates.h"
+#include "failure.h"
+#include "text.h"
+
+#include <gmock/gmock.h>
+
+namespace quelta::tools {
+namespace {
+
+using testing::AllOf;
+using testing::HasSubstr;
+using testing::Not;
+using testing::ThrowsMessage;
+
+Bytes nameOf(std::string_view commonName)
+{
+    return der::sequence(
+        {der::setOf({der::sequence({der::oid(oid::commonName), der::element(der::tagUtf8String, toBytes(commonName))})})});
+}
+
+Bytes keyUsage(unsigned char bits)
+{
+    const Bytes extension = der::sequence({der::oid("2.5.29.15"), der::octetString(der::bitString(Bytes{bits}))});
+    return der::element(der::explicitTag(3), der::sequence({extension}));
+}
+
+// Nobody looks at the signature or the key.
+CertificateContext certificate(std::string_view holder, std::string_view from, std::string_view until,
+                               const Bytes& extensions = {})
+{
+    const Bytes algorithm = der::sequence({der::oid(oid::sha256WithRsa), der::null()});
+    const Bytes key = der::sequence({der::unsignedInteger(Bytes(128, 0xC1)), der::smallInteger(3)});
+    const Bytes validity = der::sequence(
+        {der::element(der::tagGeneralizedTime, toBytes(from)), der::element(der::tagGeneralizedTime, toBytes(until))});
+    const Bytes body = der::sequence(
+        {der::element(der::explicitTag(0), der::smallInteger(2)), der::smallInteger(7), algorithm, nameOf("Issuer"), validity,
+         nameOf(holder), der::sequence({der::sequence({der::oid(oid::rsaEncryption), der::null()}), der::bitString(key)}),
+         extensions});
+    return parseCertificate(der::sequence({body, algorithm, der::bitString(Bytes(128, 1))}));
+}
+
+TokenKey key(const char* name, CertificateContext itsCertificate)
+{
+    return {name, std::move(itsCertificate), true, true};
+}
+
+constexpr auto past = "20200101000000Z";
+constexpr auto lately = "20210101000000Z";
+constexpr auto future = "20900101000000Z";
+
+std::vector<TokenKey> keys()
+{
+    std::vector<TokenKey> all;
+    all.push_back(key("12AB0000000000000000000000000001", certificate("Ada Ältere", past, lately)));
+    all.push_back(key("12CD0000000000000000000000000002", certificate("Ada", past, future)));
+    all.push_back(key("34AB0000000000000000000000000003", certificate("Bob", future, future)));
+    all.push_back(key("34CD0000000000000000000000000004", certificate("Carol", past, future, keyUsage(0x20))));
+    all.push_back(key("56AB0000000000000000000000000005", {}));
+    return all;
+}
+
+TEST(KeyChoice, ANumberAnIdentifierAHolderOrAPartOfTheSubjectIsEnough)
+{
+    const struct {
+        const char* wanted;
+        std::size_t found;
+    } rows[] = {{"1", 0},   {"5", 4},     {"12c", 1},   {"56", 4}, {"34AB0000000000000000000000000003", 2},
+                {"ada", 1}, {"älter", 0}, {"CN=Bob", 2}};
+    for (const auto& row : rows) EXPECT_EQ(findKey(keys(), row.wanted), row.found) << row.wanted;
+}
+
+TEST(KeyChoice, WhatFitsSeveralOrNoneNamesTheCandidates)
+{
+    EXPECT_THAT([] { findKey(keys(), "12"); },
+                ThrowsMessage<Failure>(AllOf(HasSubstr("1 12AB0000 (Ada Ältere), 2 12CD0000 (Ada)"), Not(HasSubstr("Bob")))));
+    EXPECT_THAT([] { findKey(keys(), "6"); }, ThrowsMessage<Failure>(AllOf(HasSubstr("no key"), HasSubstr("Carol"))));
+}
+
+TEST(KeyChoice, SigningPrefersAGoodCertificateAndRefusesOthersUnlessForced)
+{
+    EXPECT_EQ(chooseSigningKey(keys(), {}).name.substr(0, 4), "12CD");
+    const struct {
+        const char* wanted;
+        const char* reason;
+    } rows[] = {{"1", "expired on 2021-01-01"}, {"3", "not valid before 2090"}, {"4", "does not allow the key to sign"}};
+    for (const auto& row : rows) {
+        EXPECT_THAT([&] { chooseSigningKey(keys(), {row.wanted}); }, ThrowsMessage<Failure>(HasSubstr(row.reason)));
+        EXPECT_NO_THROW(chooseSigningKey(keys(), {row.wanted, true}));
+        EXPECT_NO_THROW(chooseDecryptionKey(keys(), {row.wanted}));
+    }
+    EXPECT_THROW(chooseSigningKey(keys(), {"5", true}), Failure) << "without a certificate nothing can be signed";
+}
+
+TEST(Times, AreReadAsDayOrMomentAndNothingElse)
+{
+    EXPECT_EQ(timeText(timeOf("2026-11-25")), "2026-11-25 00:00:00 UTC");
+    EXPECT_EQ(timeText(timeOf("2026-11-25T10:02:03Z")), "2026-11-25 10:02:03 UTC");
+    EXPECT_EQ(timeText(timeOf("2026-11-25 10:02")), "2026-11-25 10:02:00 UTC");
+    for (const char* text : {"", "today", "2026-11", "2026-13-01", "2026-11-25T", "2026-11-25 10", "2026-11-25x"})
+        EXPECT_THROW(timeOf(text), Failure) << text;
+}
+
+} // namespace
+} // namespace quelta::tools

@@ -1,0 +1,38 @@
+#include "pem_stream.h"
+
+#include "failure.h"
+#include "scratch_folder.h"
+
+namespace quelta::tools {
+namespace {
+
+Bytes readAll(const std::filesystem::path& path)
+{
+    InputFile file(path);
+    MessageReader reader(file);
+    Bytes all;
+    for (Bytes room(1000); const std::size_t count = reader.read(room);) append(all, ByteView(room).first(count));
+    return all;
+}
+
+TEST(PemText, ComesBackAsTheBytesOfEveryLengthAndPlainBytesAsTheyAre)
+{
+    const ScratchFolder folder;
+    for (const std::size_t size : {std::size_t{1}, std::size_t{47}, std::size_t{48}, std::size_t{49}, 2 * pieceSize + 1}) {
+        Bytes content(size);
+        for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<unsigned char>(i * 11);
+        for (const char* label : {"", "CMS"}) {
+            OutputFile output(folder / "message");
+            MessageWriter writer(output, label);
+            writer.write(ByteView(content).first(size / 3));
+            writer.write(ByteView(content).subspan(size / 3));
+            writer.finish();
+            output.commit();
+            EXPECT_EQ(readAll(folder / "message"), content) << size << label;
+        }
+    }
+    EXPECT_THROW(readAll(folder.write("bad", toBytes("-----BEGIN CMS-----\nAA*A\n-----END CMS-----\n"))), Failure);
+}
+
+} // namespace
+} // namespace quelta::tools
