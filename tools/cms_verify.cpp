@@ -5,6 +5,7 @@
 #include "bcrypt_call.h"
 #include "ber_stream.h"
 #include "certificates.h"
+#include "cms_signed_data.h"
 #include "digest.h"
 #include "failure.h"
 #include "key_choice.h"
@@ -143,26 +144,29 @@ std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
     return time;
 }
 
-bool isMeant(const CERT_ID& id, const CERT_CONTEXT& certificate)
+// Of a SignerInfo in DER: issuer and serial number, or the key identifier under the tag [0]. Not by crypt32, of which not every
+// version tells the second.
+bool isMeant(ByteView signerInfo, const CERT_CONTEXT& certificate)
 {
-    if (id.dwIdChoice == CERT_ID_KEY_IDENTIFIER) return sameBytes(viewOf(id.KeyId), keyIdentifierOf(certificate));
-    const CERT_ISSUER_SERIAL_NUMBER& name = id.IssuerSerialNumber;
-    return sameBytes(viewOf(name.Issuer), viewOf(certificate.pCertInfo->Issuer)) &&
-           sameBytes(viewOf(name.SerialNumber), viewOf(certificate.pCertInfo->SerialNumber));
+    auto fields = der::Reader(signerInfo).enter(der::tagSequence);
+    if (!fields || !fields->next(der::tagInteger)) return false;
+    if (const auto identifier = fields->next(der::implicitTag(0)))
+        return sameBytes(identifier->content, keyIdentifierOf(certificate));
+    const auto name = fields->next(der::tagSequence);
+    return name && sameBytes(name->whole, issuerAndSerial(certificate));
 }
 
-CertificateContext signersCertificate(HCRYPTMSG message, DWORD index, HCERTSTORE store)
+CertificateContext signersCertificate(ByteView signerInfo, HCERTSTORE store)
 {
-    MessageParameter<CERT_ID> id(message, CMSG_SIGNER_CERT_ID_PARAM, index);
     PCCERT_CONTEXT certificate = nullptr;
     while ((certificate = CertEnumCertificatesInStore(store, certificate)))
-        if (isMeant(*id.get(), *certificate)) return CertificateContext(certificate);
+        if (isMeant(signerInfo, *certificate)) return CertificateContext(certificate);
     throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
 }
 
-Signer checkSigner(HCRYPTMSG message, DWORD index, const Digests& digests, HCERTSTORE store)
+Signer checkSigner(HCRYPTMSG message, DWORD index, ByteView signerInfo, const Digests& digests, HCERTSTORE store)
 {
-    CertificateContext certificate = signersCertificate(message, index, store);
+    CertificateContext certificate = signersCertificate(signerInfo, store);
     MessageParameter<CMSG_SIGNER_INFO> info(message, CMSG_SIGNER_INFO_PARAM, index);
     if (info->HashEncryptionAlgorithm.pszObjId == std::string_view("1.2.840.113549.1.1.10"))
         throw Failure("the signature uses RSA-PSS, which this tool does not know; verify with another tool");
@@ -276,8 +280,10 @@ CheckedSignature checkSignature(ByteView signature, const Digests& digests)
     CheckedSignature checked;
     checked.certificates.reset(CertOpenStore(CERT_STORE_PROV_MSG, certificateEncoding, 0, 0, message.get()));
     if (!checked.certificates) failWithLastError("can't read the signature's certificates");
+    const auto parsed = parseSignedData(signature);
+    if (!parsed || parsed->signerInfos.size() != *count.get()) throw Failure("the signature is not in DER; get it anew");
     for (DWORD i = 0; i < *count.get(); ++i)
-        checked.signers.push_back(checkSigner(message.get(), i, digests, checked.certificates.get()));
+        checked.signers.push_back(checkSigner(message.get(), i, parsed->signerInfos[i], digests, checked.certificates.get()));
     return checked;
 }
 

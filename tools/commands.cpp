@@ -61,11 +61,20 @@ Json signFile(const SigningKey& signer, const std::string& name, const std::stri
     return {{"file", name}, {"signature", target}};
 }
 
+std::string signatureTarget(const SignOptions& options, const std::string& file)
+{
+    return targetOf(options.output, file, options.attached ? ".p7m" : ".p7s");
+}
+
+// Before anybody is asked for a PIN.
 void refuseUnusableFiles(const SignOptions& options)
 {
     if (options.files.size() > 1 && !options.output.empty())
         throw Failure("-o names one signature, and there are several files; leave it out, and each gets its own beside it");
-    for (const std::string& file : options.files) InputFile{pathOf(file)};
+    for (const std::string& file : options.files) {
+        InputFile{pathOf(file)};
+        OutputFile{pathOf(signatureTarget(options, file))};
+    }
 }
 
 Json jsonOf(const Signer& signer)
@@ -173,7 +182,7 @@ Answer sign(const SignOptions& options)
     Answer answer;
     answer.json = {{"signer", who}, {"key", opened.key.name}, {"signed", Json::array()}};
     for (const std::string& file : options.files) {
-        const std::string target = targetOf(options.output, file, options.attached ? ".p7m" : ".p7s");
+        const std::string target = signatureTarget(options, file);
         answer.json["signed"].push_back(signFile(signer, file, target, options));
         answer.lines.push_back("signed " + shown(file) + " as " + who + " (key " + shortName(opened.key) +
                                "): " + shownTarget(target));

@@ -66,7 +66,7 @@ std::string_view adviceFromLog(unsigned long code)
 
 bool isProvidersOwn(unsigned long code)
 {
-    return code >> 16 == 0x8009;
+    return code >> 8 == 0x800900;
 }
 
 std::string quoteOfLog(unsigned long code)

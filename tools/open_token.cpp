@@ -1,6 +1,7 @@
 #include "open_token.h"
 
 #include "failure.h"
+#include "provider_log.h"
 
 #include <exception>
 
@@ -10,7 +11,7 @@ namespace {
 
 // What `open` gives for the wanted interface, or for the first with which it works.
 template <class Open>
-auto withInterface(const std::optional<Interface>& wanted, Open open)
+auto firstThatWorks(const std::optional<Interface>& wanted, Open open)
 {
     if (wanted) return open(*wanted);
     std::exception_ptr refusal;
@@ -26,11 +27,20 @@ auto withInterface(const std::optional<Interface>& wanted, Open open)
     }
 }
 
+template <class Open>
+auto opened(const std::optional<Interface>& wanted, Open open)
+{
+    auto result = firstThatWorks(wanted, open);
+    // What the provider logged while its keys were looked at says nothing of what fails later.
+    rememberLogEnd();
+    return result;
+}
+
 } // namespace
 
 OpenedKey openKey(const TokenOptions& options, bool force, ChooseKey choose)
 {
-    return withInterface(options.provider, [&](Interface kind) -> OpenedKey {
+    return opened(options.provider, [&](Interface kind) -> OpenedKey {
         auto provider = openProvider(kind);
         TokenKey key = choose(provider->keys(), {options.key, force});
         return {std::move(provider), std::move(key)};
@@ -39,7 +49,7 @@ OpenedKey openKey(const TokenOptions& options, bool force, ChooseKey choose)
 
 std::unique_ptr<TokenProvider> openAny(const TokenOptions& options)
 {
-    return withInterface(options.provider, openProvider);
+    return opened(options.provider, openProvider);
 }
 
 void logIn(TokenProvider& provider, const PinSource& pin)
