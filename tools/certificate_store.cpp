@@ -23,7 +23,8 @@ Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property)
 
 bool isMarked(const CERT_CONTEXT& certificate)
 {
-    return propertyOf(certificate, markProperty) == toBytes(markText);
+    return propertyOf(certificate, markProperty) == toBytes(markText) ||
+           propertyOf(certificate, CERT_DESCRIPTION_PROP_ID) == toBytes(markText);
 }
 
 // The record points into its own bytes.
@@ -44,6 +45,15 @@ bool isAt(const CERT_CONTEXT& certificate, const KeyPlace* place)
 void setProperty(const CERT_CONTEXT& certificate, DWORD property, const void* value)
 {
     if (!CertSetCertificateContextProperty(&certificate, property, 0, value)) failWithLastError("can't prepare a certificate");
+}
+
+// Wine keeps no properties but those that it knows, and of these nothing else uses the description.
+void setMark(const CERT_CONTEXT& certificate)
+{
+    const Bytes mark = toBytes(markText);
+    const CRYPT_DATA_BLOB blob = blobOf(mark);
+    if (!CertSetCertificateContextProperty(&certificate, markProperty, 0, &blob))
+        setProperty(certificate, CERT_DESCRIPTION_PROP_ID, &blob);
 }
 
 void setPlace(const CERT_CONTEXT& certificate, const KeyPlace& place)
@@ -87,9 +97,7 @@ void UserStore::add(ByteView certificate, const KeyPlace* place)
 {
     const CertificateContext context = parseCertificate(certificate);
     if (!context) throw Failure("the token holds what is no certificate; quelta check tells which");
-    const Bytes mark = toBytes(markText);
-    const CRYPT_DATA_BLOB blob = blobOf(mark);
-    setProperty(*context, markProperty, &blob);
+    setMark(*context);
     if (place) setPlace(*context, *place);
     if (!CertAddCertificateContextToStore(store_.get(), context.get(), CERT_STORE_ADD_NEW, nullptr))
         failWithLastError("can't put a certificate into the store " + toUtf8(name_));

@@ -42,7 +42,7 @@ CheckedSignature checkAttached(InputFile& message, const std::function<void(Byte
 // Throws a Refusal unless the signer's certificate may sign and leads, through the message's certificates, to one of the roots,
 // at this time. Returns the root it leads to.
 const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
-                               const std::vector<CertificateContext>& roots, FILETIME at);
+                               const std::vector<CertificateContext>& roots, FILETIME at = timeNow());
 
 struct SystemChain {
     // Whether Windows trusts the root.
