@@ -159,7 +159,7 @@ void openContent(const VerifyOptions& options, std::optional<OutputFile>& conten
 CertificateContext recipientFor(const EncryptOptions& options)
 {
     if (!options.certificate.empty()) return std::move(readCertificates(pathOf(options.certificate)).front());
-    return std::move(openKey(options.token, false, chooseDecryptionKey).key.certificate);
+    return std::move(openKey(options.token, false, chooseEncryptionKey).key.certificate);
 }
 
 Answer answerOf(const std::string& line, Json json, const std::string& target)

@@ -21,6 +21,7 @@ struct Need {
 };
 
 constexpr Need signing{&TokenKey::canSign, "sign", signatureUsage};
+constexpr Need encryption{&TokenKey::canDecrypt, "decrypt", CERT_KEY_ENCIPHERMENT_KEY_USAGE | CERT_DATA_ENCIPHERMENT_KEY_USAGE};
 constexpr Need decryption{&TokenKey::canDecrypt, "decrypt", 0};
 
 using Indices = std::vector<std::size_t>;
@@ -154,6 +155,11 @@ std::size_t findKey(const std::vector<TokenKey>& keys, const std::string& wanted
 TokenKey chooseSigningKey(std::vector<TokenKey> keys, const KeyWish& wish)
 {
     return choose(std::move(keys), wish, signing);
+}
+
+TokenKey chooseEncryptionKey(std::vector<TokenKey> keys, const KeyWish& wish)
+{
+    return choose(std::move(keys), {wish.wanted, true}, encryption);
 }
 
 TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const KeyWish& wish)

@@ -27,8 +27,9 @@ struct KeyWish {
     bool force = false;
 };
 
-// Signing keeps to valid certificates that allow it; decryption opens old messages too; encryption takes the best there is.
+// Signing keeps to valid certificates that allow it; encryption takes the best there is; decryption opens old messages too.
 TokenKey chooseSigningKey(std::vector<TokenKey> keys, const KeyWish& wish);
+TokenKey chooseEncryptionKey(std::vector<TokenKey> keys, const KeyWish& wish);
 TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const KeyWish& wish);
 
 // What the user calls the key by: the beginning of its name, eight digits.

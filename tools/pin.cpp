@@ -54,12 +54,13 @@ Wiped<std::string> fromTerminal()
     const File output = terminal(L"CONOUT$");
     if (!input || !output)
         throw Failure("there is no terminal to ask for the PIN; give it with --pin-stdin, or let the dialog ask");
-    DWORD count = 0;
     const auto say = [&](std::wstring_view text) {
-        WriteConsoleW(output.get(), text.data(), static_cast<DWORD>(text.size()), &count, nullptr);
+        DWORD written = 0;
+        WriteConsoleW(output.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
     };
     say(L"PIN of the token: ");
     Wiped<std::array<wchar_t, longest + 1>> typed;
+    DWORD count = 0;
     {
         const EchoOff quiet(input.get());
         ReadConsoleW(input.get(), typed->data(), static_cast<DWORD>(typed->size()), &count, nullptr);
