@@ -15,6 +15,7 @@
 
 #include <functional>
 #include <optional>
+#include <source_location>
 
 namespace quelta::test {
 

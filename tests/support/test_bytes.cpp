@@ -1,9 +1,8 @@
 #include "support/test_bytes.h"
 
+#include "base/hex.h"
 #include "encoding/little_endian.h"
-#include "log/utils.h"
 
-#include <cstring>
 #include <numeric>
 
 namespace quelta::test {
@@ -15,15 +14,10 @@ Bytes counting(std::size_t count, unsigned char first)
     return bytes;
 }
 
-Bytes reversed(ByteView bytes)
-{
-    return {bytes.rbegin(), bytes.rend()};
-}
-
 Bytes concat(std::initializer_list<Bytes> parts)
 {
     Bytes all;
-    for (const Bytes& part : parts) all.insert(all.end(), part.begin(), part.end());
+    for (const Bytes& part : parts) append(all, part);
     return all;
 }
 
@@ -36,21 +30,19 @@ Bytes littleEndian(std::initializer_list<std::uint32_t> words)
 
 Bytes bytesOfText(std::string_view text)
 {
-    Bytes bytes(text.begin(), text.end());
-    bytes.push_back(0);
-    return bytes;
+    return concat({toBytes(text), {0}});
 }
 
 Bytes wideBytes(std::wstring_view text)
 {
-    Bytes bytes((text.size() + 1) * sizeof(wchar_t));
-    std::memcpy(bytes.data(), text.data(), text.size() * sizeof(wchar_t));
-    return bytes;
+    const std::wstring terminated(text);
+    const auto* begin = reinterpret_cast<const unsigned char*>(terminated.c_str());
+    return {begin, begin + (text.size() + 1) * sizeof(wchar_t)};
 }
 
 std::string hexOf(ByteView bytes)
 {
-    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
+    return toHex(bytes);
 }
 
 Bytes keyBlob(unsigned char type, std::uint32_t algorithm, const Bytes& rest)

@@ -3,15 +3,16 @@
 #include "base/bytes.h"
 
 #include <cstdint>
-#include <initializer_list>
-#include <string>
-#include <string_view>
 
 namespace quelta::test {
 
 // `count` bytes that count up from `first`.
 Bytes counting(std::size_t count, unsigned char first = 1);
-Bytes reversed(ByteView bytes);
+inline Bytes reversed(ByteView bytes)
+{
+    return {bytes.rbegin(), bytes.rend()};
+}
+// As the module's own, for parts that are written out, too.
 Bytes concat(std::initializer_list<Bytes> parts);
 Bytes littleEndian(std::initializer_list<std::uint32_t> words);
 // With the terminating zero.

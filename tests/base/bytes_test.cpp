@@ -1,6 +1,5 @@
+#include "base/hex.h"
 #include "base/wipe.h"
-
-#include "base/bytes.h"
 
 #include <gmock/gmock.h>
 
@@ -12,12 +11,19 @@ namespace {
 
 using ::testing::Each;
 
+TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
+{
+    EXPECT_EQ(fromHex(""), Bytes());
+    EXPECT_EQ(fromHex("09afAF"), (Bytes{0x09, 0xAF, 0xAF}));
+    for (const char* text : {"0", "0x12", "0g", "@0", "/0", ":0", "G0", "`0", "1 "})
+        EXPECT_EQ(fromHex(text), std::nullopt) << text;
+}
+
 TEST(Wiped, LeavesZerosWhenItGoes)
 {
     using Record = std::array<unsigned char, 8>;
     alignas(Wiped<Record>) unsigned char place[sizeof(Wiped<Record>)];
-    auto* record = std::construct_at(reinterpret_cast<Wiped<Record>*>(place), Record{1, 2, 3, 4, 5, 6, 7, 8});
-    std::destroy_at(record);
+    std::destroy_at(std::construct_at(reinterpret_cast<Wiped<Record>*>(place), Record{1, 2, 3, 4, 5, 6, 7, 8}));
     EXPECT_THAT(place, Each(0));
 }
 
@@ -37,8 +43,7 @@ TEST(Wiped, WipesTheEndOfALongerValueToo)
     const unsigned char* const memory = buffer->data();
     buffer->resize(1);
     buffer.clear();
-    EXPECT_TRUE(buffer->empty());
-    ASSERT_GE(buffer->capacity(), 64u);
+    EXPECT_TRUE(buffer->empty() && buffer->capacity() >= 64U);
     EXPECT_THAT(std::span(memory, 64), Each(0));
 }
 
