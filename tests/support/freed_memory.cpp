@@ -47,7 +47,7 @@ void FreedMemory::look(ByteView block)
     ++blocks;
     const auto found = std::ranges::search(block, secret_);
     if (!found.empty()) ++withSecret;
-    if (!found.empty() && found.begin() == block.begin()) ++withSecretFirst;
+    if (!found.empty() && found.begin() - block.begin() <= 1) ++withSecretFirst;
     const ByteView mark = deviceBufferMark;
     if (block.size() >= mark.size() && sameBytes(block.last(mark.size()), mark)) ++deviceBuffers;
 }

@@ -18,7 +18,7 @@ public:
     FreedMemory& operator=(const FreedMemory&) = delete;
 
     int blocks = 0;
-    // Those that held the secret, at their begin or anywhere.
+    // Those that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or anywhere.
     int withSecretFirst = 0;
     int withSecret = 0;
     int deviceBuffers = 0;

@@ -79,9 +79,12 @@ TEST_F(DeviceMonitor, StopWaitsForTheThreadAndSaysSoAfterIt)
         Sleep(400);
         pollLeft = true;
     });
+    token.unplug();
     while (!inPoll) Sleep(5);
+    fillState();
     stopMonitor();
     EXPECT_TRUE(pollLeft) << "no poll outlives the stop";
+    EXPECT_TRUE(openingIsForgotten()) << "and what the last one found is done";
     const std::string text = log.takeText();
     const std::regex inOrder(
         R"(=>Device monitor thread started\.\n[\s\S]*=>Device monitor thread stopped\.\n.*=>Monitor thread joined)");
