@@ -74,12 +74,12 @@ TEST_F(DeviceMonitor, StopWaitsForTheThreadAndSaysSoAfterIt)
     startMonitor();
     std::atomic<bool> inPoll = false;
     std::atomic<bool> pollLeft = false;
+    token.unplug();
     token.during(Call::monitorPoll, [&] {
         inPoll = true;
         Sleep(400);
         pollLeft = true;
     });
-    token.unplug();
     while (!inPoll) Sleep(5);
     fillState();
     stopMonitor();
@@ -89,18 +89,6 @@ TEST_F(DeviceMonitor, StopWaitsForTheThreadAndSaysSoAfterIt)
     const std::regex inOrder(
         R"(=>Device monitor thread started\.\n[\s\S]*=>Device monitor thread stopped\.\n.*=>Monitor thread joined)");
     EXPECT_TRUE(std::regex_search(text, inOrder)) << text;
-    EXPECT_EQ(pollsDuring(1200), 0);
-}
-
-TEST_F(DeviceMonitor, CanBeStoppedAndStartedTwentyTimes)
-{
-    for (int round = 0; round < 20; ++round) {
-        stopMonitor();
-        startDeviceMonitor();
-        // Every other time the stop comes before the thread has come to anything.
-        if (round % 2 == 0) require(token.waitForMonitorPoll(), "the device monitor's poll");
-    }
-    stopMonitor();
     EXPECT_EQ(pollsDuring(1200), 0);
 }
 
