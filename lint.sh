@@ -92,7 +92,8 @@ rules() {
         xargs cat --
 }
 
-# look_at RULES DATABASE SOURCE ARGUMENT...: one source, in a process of its own.
+# look_at RULES DATABASE SOURCE ARGUMENT...: one source, in a process of its own, which xargs starts.
+# shellcheck disable=SC2317
 look_at() {
     local clean output
     clean=$build/lint/clean/$({ echo "$1 $3" && cat "$3"; } | sha256sum | cut -c1-40)
