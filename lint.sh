@@ -117,7 +117,8 @@ check_mistakes() {
         <(sed -n 's/^ *"file": "\(.*\)",\?$/\1/p' "$database/compile_commands.json" | sort -u))
     [[ ${#sources[@]} -gt 0 ]] || return 0
     # With mends one after the other: two sources may share a header.
-    jobs=$([[ -n $fix ]] && echo 1 || nproc)
+    jobs=$(nproc)
+    [[ -z $fix ]] || jobs=1
     mkdir -p "$build/lint/clean"
     printf '%s\0' "${sources[@]}" |
         xargs -0 -P "$jobs" -I{} bash -c 'look_at "$@"' look_at "$rules" "$database" {} "${@:3}" 9>&- ||
