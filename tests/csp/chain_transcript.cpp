@@ -4,18 +4,44 @@
 #include "encoding/rsa_public_key.h"
 
 #include <climits>
+#include <span>
 
 namespace quelta::test {
+
+namespace {
+
+Recorder* listener = nullptr;
+
+HCRYPTMSG WINAPI openToEncode(DWORD encoding, DWORD flags, DWORD type, const void* info, LPSTR inner, PCMSG_STREAM_INFO stream)
+{
+    const auto& certificates = *static_cast<const CMSG_SIGNED_ENCODE_INFO*>(info);
+    std::string order;
+    for (const auto& blob : std::span(certificates.rgCertEncoded, certificates.cCertEncoded))
+        order += hexOf({blob.pbData, blob.cbData});
+    if (listener) listener->writeDown("message of " + order);
+    static const auto call = reinterpret_cast<decltype(&CryptMsgOpenToEncode)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA("crypt32.dll"), "CryptMsgOpenToEncode")));
+    return call(encoding, flags, type, info, inner, stream);
+}
+
+} // namespace
+
+// What the linker would take from the import library: a message sorts its certificates, so that their order is seen only here.
+extern "C" {
+decltype(&CryptMsgOpenToEncode) __imp_CryptMsgOpenToEncode = openToEncode;
+}
 
 // The message that is handed out is shown with the certificates that it holds by their names, where they stand in it.
 class ChainTranscript : public CspScenario {
 protected:
     ChainTranscript() : pair(token.withKeyPair(usageSigning, algorithmRsa2048))
     {
+        listener = &recorder;
         openContainerOf(pair);
         recorder.call(publicKeyOf(pair), "public key 1");
         recorder.call(counting(256), "another public key");
     }
+    ~ChainTranscript() override { listener = nullptr; }
     void ask(const Place& place = room(4000)) { csp.getProvParam(PP_CERTCHAIN, place); }
 
     static Bytes text(unsigned char tag, std::string_view content)
