@@ -254,9 +254,10 @@ int FakeDeviceLibrary::signHash(const char* device, const unsigned char* keyId, 
 {
     begin(Call::signHash,
           callText("signHash", libContext, device, idOf(keyId), pinText, bytesOf(hash, hashLength), Room{outLength}, flag));
-    if (const int result = finish(Call::signHash)) return answer(result);
+    const int result = finish(Call::signHash);
+    if (result != 0 && !signature.evenIfRefused) return answer(result);
     const std::size_t room = roomOf(outLength);
-    return answer(0, giveInto(signature, counting(room), out, outLength, room));
+    return answer(result, giveInto(signature, counting(room), out, outLength, room));
 }
 
 int FakeDeviceLibrary::verifySignatureHash(unsigned int algorithm, const char* device, const unsigned char* hash, int hashLength,
