@@ -84,7 +84,7 @@ TEST_F(KspCryptTranscript, SilentCallNeedsAValidatedPINAndPSSIsRefusedOnlyAfterT
     token.info.singleSignOnOpen = 0;
     user.entersPin("1234");
     for (const DWORD flags : {BCRYPT_PAD_PSS, BCRYPT_PAD_PSS | BCRYPT_PAD_PKCS1}) sign(key, 128, flags);
-    useEach(key, symmetric, NCRYPT_SILENT_FLAG);
+    encrypt(key, 256, NCRYPT_SILENT_FLAG);
 }
 
 TEST_F(KspCryptTranscript, ExpiredSignOnIsRenewedOnce)

@@ -155,15 +155,14 @@ TEST_F(KspKeyBlobsTranscript, EncryptedKeyIsTriedReversedAndThenAsItIs)
 TEST_F(KspKeyBlobsTranscript, KeyBytesAreExportedAsTheyStandAndFetchedOnceIfTheyAreNotThere)
 {
     for (const auto algorithm : {algorithmRsa2048, algorithmP256}) {
-        const auto key = withKey(algorithm);
-        const auto publicKey = toBytes(publicKeyOf(token.keyPairs.back()));
+        const auto& pair = token.withKeyPair(usageSigning, algorithm);
+        const auto publicKey = toBytes(publicKeyOf(pair));
         const auto size = static_cast<std::uint32_t>(publicKey.size());
         named("CNG blob of that key", cngBlob(publicKey));
         named("legacy blob of that key",
               concat({{6, 2, 0, 0}, littleEndian({0xA400, rsaMagic, size * 8, 0x10001}), reversed(publicKey)}));
-        for (const LPCWSTR type : {L"RSAPUBLICBLOB", L"PUBLICBLOB", L"CAPIPUBLICBLOB"}) {
-            ksp("KSPExportKey", {key, type, room(300), 64});
-        }
+        const auto key = opened(pair);
+        for (const LPCWSTR type : {L"RSAPUBLICBLOB", L"CAPIPUBLICBLOB"}) ksp("KSPExportKey", {key, type, room(300), 64});
     }
     setPublicKey(token.keyPairs[0], {});
     const auto key = opened(token.keyPairs[0]);

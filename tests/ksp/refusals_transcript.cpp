@@ -108,10 +108,13 @@ TEST_F(KspRefusalsTranscript, EachSlotTellsTheSizeAndWritesOnlyWhatFits)
         DWORD size;
         const char* slot;
         std::vector<KspCalls::Stated> arguments;
-    } rows[] = {{68, "KSPGetProviderProperty", {L"Name"}},    {4, "KSPGetKeyProperty", {key, L"Length"}},
-                {16, "KSPGetKeyProperty", {key, L"Lengths"}}, {40, "KSPGetKeyProperty", {key, L"SmartCardKeyCertificate"}},
-                {155, "KSPExportKey", {key, L"PUBLICBLOB"}},  {148, "KSPExportKey", {key, L"CAPIPUBLICBLOB"}},
-                {128, "KSPSignHash", {key, Bytes{1, 2, 3}}},  {128, "KSPEncrypt", {key, Bytes{1, 2, 3}}}};
+    } rows[] = {{68, "KSPGetProviderProperty", {L"Name"}},
+                {4, "KSPGetKeyProperty", {key, L"Length"}},
+                {40, "KSPGetKeyProperty", {key, L"SmartCardKeyCertificate"}},
+                {155, "KSPExportKey", {key, L"PUBLICBLOB"}},
+                {148, "KSPExportKey", {key, L"CAPIPUBLICBLOB"}},
+                {128, "KSPSignHash", {key, Bytes{1, 2, 3}}},
+                {128, "KSPEncrypt", {key, Bytes{1, 2, 3}}}};
     for (auto [size, slot, arguments] : rows) {
         arguments.emplace_back(room(0));
         for (const Place& place : {query(size), room(size - 1), room(size + 3)}) {
