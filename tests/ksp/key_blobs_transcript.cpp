@@ -45,15 +45,13 @@ protected:
     }
     static std::string textOf(const KspKey& key)
     {
-        const auto label = key.label.view();
-        const std::pair<const char*, std::string> fields[] = {{", id ", hexOf(key.keyId)},
-                                                              {", reference ", hexOf(key.objectId.view())},
-                                                              {", label ", {label.begin(), label.end()}},
-                                                              {", public key ", hexOf(key.publicKey.view())},
-                                                              {", symmetric key ", hexOf(key.symmetricKey->view())}};
         std::string text = "algorithm " + std::to_string(key.algorithm) + ", " + std::to_string(key.bitLength) + " bits, usage " +
-                           std::to_string(key.keyUsage) + ", flag " + std::to_string(key.keyPairFlag);
-        for (const auto& [name, value] : fields) text += value.empty() ? "" : name + value;
+                           std::to_string(key.keyUsage) + ", flag " + std::to_string(key.keyPairFlag) + ", id " +
+                           hexOf(key.keyId);
+        if (!key.objectId.empty()) text += ", reference " + hexOf(key.objectId.view());
+        if (!key.label.empty()) text += ", label " + std::string(key.label.view().begin(), key.label.view().end());
+        if (!key.publicKey.empty()) text += ", public key " + hexOf(key.publicKey.view());
+        if (!key.symmetricKey->empty()) text += ", symmetric key " + hexOf(key.symmetricKey->view());
         return text + (key.finalized ? "" : ", not finalized");
     }
 };

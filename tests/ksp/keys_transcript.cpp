@@ -77,14 +77,12 @@ TEST_F(KspKeysTranscript, TokenIsAskedForWhatTheSettingsMean)
 TEST_F(KspKeysTranscript, DeletedKeyLosesItsNameAndOneThatStaysDoesNot)
 {
     const auto key = withKey(algorithmRsa1024);
-    const auto deleteIt = [&] {
-        ksp("KSPDeleteKey", {key, 64});
-        const std::wstring& name = kspKeyOf(key)->keyName;
-        recorder.note("its name is \"" + std::string(name.begin(), name.end()) + "\"");
-    };
     cachePin();
     token.willAnswer(Call::deleteKeyPair, -4);
-    for (int i = 0; i < 2; ++i) deleteIt();
+    for (int i = 0; i < 2; ++i) {
+        ksp("KSPDeleteKey", {key, 64});
+        recorder.note("its name has " + std::to_string(kspKeyOf(key)->keyName.size()) + " letters");
+    }
     ksp("KSPFinalizeKey", {key});
     errorsAlone();
     tokenState().pinCache.clear();

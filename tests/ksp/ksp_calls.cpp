@@ -1,6 +1,5 @@
 #include "ksp/ksp_calls.h"
 
-#include <cctype>
 #include <cstring>
 #include <deque>
 #include <memory>
@@ -12,11 +11,10 @@ namespace quelta::test {
 namespace {
 
 constexpr const char* slotsInOrder =
-    "OpenProvider Htf OpenKey PHtsf CreatePersistedKey PHTtsf GetProviderProperty PTOf GetKeyProperty PKTOf SetProviderProperty "
-    "PTif SetKeyProperty PKTif FinalizeKey PKf DeleteKey PKf FreeProvider p FreeKey pk FreeBuffer k Encrypt PKIxOf Decrypt "
-    "PKIxOf "
-    "IsAlgSupported pTf EnumAlgorithms PfHHf EnumKeys PxHHf ImportKey PkTxHIf ExportKey PKxTxOf SignHash PKxIOf VerifySignature "
-    "PKxIIf PromptUser Pktf NotifyChangeKey x SecretAgreement x DeriveKey x FreeSecret x";
+    "OpenProvider Htf OpenKey PHtsf CreatePersistedKey PHTtsf GetProviderProperty PTOf GetKeyProperty PKTOf "
+    "SetProviderProperty PTif SetKeyProperty PKTif FinalizeKey PKf DeleteKey PKf FreeProvider p FreeKey pk FreeBuffer k "
+    "Encrypt PKIxOf Decrypt PKIxOf IsAlgSupported pTf EnumAlgorithms PfHHf EnumKeys PxHHf ImportKey PkTxHIf ExportKey PKxTxOf "
+    "SignHash PKxIOf VerifySignature PKxIIf PromptUser Pktf NotifyChangeKey x SecretAgreement x DeriveKey x FreeSecret x";
 
 constexpr ULONG_PTR untouched = 0x5EED;
 // An address at which nothing is, and flags, for what no slot looks at.

@@ -37,18 +37,16 @@ private:
     std::map<std::string, std::vector<std::string>> answers_;
 };
 
-TEST_F(KspRefusalsTranscript, TableIsFoundWhateverTheNameAndTheFlags)
+TEST_F(KspRefusalsTranscript, TableIsFoundWithoutANameWhateverTheFlags)
 {
-    KeyStorageFunctionTable *table = nullptr, *again = nullptr;
-    const auto get = [&](LPCWSTR name, KeyStorageFunctionTable** place) {
-        recorder.record("GetKeyStorageInterface", quoted(name) + (place ? "" : ", nowhere") + ", flags 64",
-                        [&] { return statusText(GetKeyStorageInterface(name, place, 64)); });
-    };
-    get(L"any name", &table);
-    get(nullptr, &again);
-    recorder.note(std::string(table == again ? "one" : "two") + " of the version " + std::to_string(table->version.MajorVersion) +
-                  "." + std::to_string(table->version.MinorVersion));
-    get(nullptr, nullptr);
+    std::array<KeyStorageFunctionTable*, 2> tables{};
+    for (auto** place : {&tables[0], &tables[1], static_cast<KeyStorageFunctionTable**>(nullptr)}) {
+        recorder.record("GetKeyStorageInterface", place ? "null, flags 64" : "nowhere",
+                        [&] { return statusText(GetKeyStorageInterface(nullptr, place, 64)); });
+    }
+    const auto& version = tables[0]->version;
+    recorder.note((tables[0] == tables[1] ? "one of version " : "two of version ") + std::to_string(version.MajorVersion) + "." +
+                  std::to_string(version.MinorVersion));
 }
 
 TEST_F(KspRefusalsTranscript, EverythingIsWrong)
