@@ -41,18 +41,21 @@ for kind in rsa ec; do
     "${p12[@]}" "${protected[@]}" -out $kind.p12
     "${p12[@]}" "${protected[@]}" -out $kind.p12-des3 -keypbe PBE-SHA1-3DES -certpbe PBE-SHA1-3DES -macalg sha1
     "${p12[@]}" -passout pass: -out $kind.p12-empty
+    "${p12[@]}" "${protected[@]}" -out $kind.p12-plain -keypbe NONE -certpbe NONE
     token import $kind.pem --label $kind
     id=$(<output)
     token pubkey "$id"
     cmp output <(openssl pkey -in $kind.pem -pubout) || fail "another public key"
     # A key that is there already keeps its identifier.
-    token import $kind.{old,old-der,der,aes,des3,p12,p12-des3} "${password[@]}"
-    [[ $(sort -u output) == "$id" && $(wc -l <output) -eq 7 ]] || fail "$kind: other keys out of other forms"
+    token import $kind.{old,old-der,der,aes,des3,p12,p12-des3,p12-plain} "${password[@]}"
+    [[ $(sort -u output) == "$id" && $(wc -l <output) -eq 8 ]] || fail "$kind: other keys out of other forms"
     token import $kind.p12-empty --password ""
     token delete "$id"
 done
 refuses "the password is wrong" import rsa.p12 --password other
 refuses "the password is wrong" import ec.aes --password other
+# Nothing in it is encrypted: its message code alone tells.
+refuses "the password is wrong" import rsa.p12-plain --password other
 refuses "--password" import rsa.p12
 openssl rsa -in rsa.pem -traditional -aes128 "${protected[@]}" -out rsa.old-encrypted 2>/dev/null
 refuses "openssl pkcs8" import rsa.old-encrypted "${password[@]}"
