@@ -148,23 +148,4 @@ TEST_F(LogTranscript, EveryLineIsLostWhereAFileStandsInTheFoldersPlace)
     for (int i = 0; i < 2; ++i) logs("a line");
 }
 
-TEST_F(LogTranscript, WithoutATemporaryFolderLinesGoToTheRootOfTheDrive)
-{
-    const auto oldFolder = std::filesystem::current_path();
-    std::filesystem::current_path("C:\\");
-    const std::filesystem::path root = "C:\\Oskvar";
-    ASSERT_FALSE(std::filesystem::exists(root));
-    const std::string temporary = log.path().string();
-    for (const char* text : {"first", "second", "third"}) {
-        record("logError(" + quoted(text) + ")", [&] {
-            SetEnvironmentVariableA("TMP", (temporary + "\\gone").c_str());
-            logError(text);
-            SetEnvironmentVariableA("TMP", temporary.c_str());
-        });
-    }
-    lines.push_back("C:\\Oskvar: " + shown(readFile(root / std::filesystem::relative(log.file(), log.path() / "Oskvar"))));
-    std::filesystem::remove_all(root);
-    std::filesystem::current_path(oldFolder);
-}
-
 } // namespace quelta::test
