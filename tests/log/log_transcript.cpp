@@ -16,12 +16,6 @@ namespace {
 
 using namespace std::string_literals;
 
-std::string readFile(const std::filesystem::path& path)
-{
-    std::ifstream stream(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), {}};
-}
-
 std::string shown(const std::string& text)
 {
     static const std::regex time("[0-9]{2}/[0-9]{2}::[0-9]{2}:[0-9]{2}:[0-9]{2}:[0-9]{3}");
