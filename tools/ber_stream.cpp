@@ -9,6 +9,7 @@ namespace quelta::tools {
 
 namespace {
 
+constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 constexpr int deepest = 32;
 constexpr std::uint64_t largestElement = 1024 * 1024;
 // Of an element that is read as a whole, on all its levels together; a message to thousands of recipients stays below.
@@ -17,12 +18,11 @@ constexpr unsigned char constructed = 0x20;
 
 } // namespace
 
-BerStream::BerStream(InputFile& file) : file_(file), buffer_(pieceSize) {}
+BerStream::BerStream(std::string name, Read read) : name_(std::move(name)), read_(std::move(read)), buffer_(pieceSize) {}
 
 void BerStream::refuse() const
 {
-    throw Failure(file_.name() +
-                  " is no CMS EnvelopedData in DER; if it is PEM or S/MIME text, convert it first: openssl cms -cmsout " +
+    throw Failure(name_ + " is no CMS EnvelopedData in DER; if it is PEM or S/MIME text, convert it first: openssl cms -cmsout " +
                   "-inform PEM|SMIME -in IN -outform DER -out OUT");
 }
 
@@ -38,8 +38,8 @@ void BerStream::bytes(std::span<unsigned char> into)
     while (!into.empty()) {
         if (at_ == end_) {
             at_ = 0;
-            end_ = file_.read(buffer_);
-            if (!end_) throw Failure(file_.name() + " ends too early; get a complete copy of it");
+            end_ = read_(buffer_);
+            if (!end_) throw Failure(name_ + " ends too early; get a complete copy of it");
         }
         const std::size_t count = std::min(into.size(), end_ - at_);
         std::copy_n(buffer_.begin() + static_cast<std::ptrdiff_t>(at_), count, into.begin());

@@ -1,15 +1,19 @@
 // Reads BER (ITU-T X.690) from a file front to back: definite and indefinite lengths, content of any size.
 #pragma once
 
-#include "files.h"
+#include "base/bytes.h"
 
+#include <cstdint>
 #include <functional>
 
 namespace quelta::tools {
 
 class BerStream {
 public:
-    explicit BerStream(InputFile& file);
+    // Fills the room with what comes next; nothing is left where it puts nothing there.
+    using Read = std::function<std::size_t(std::span<unsigned char> room)>;
+    // `name` is the file's, for failures.
+    BerStream(std::string name, Read read);
 
     struct Header {
         unsigned char tag;
@@ -37,7 +41,8 @@ private:
     void segments(const Header& outer, const std::function<void(ByteView)>& take, int depth);
     void pass(std::uint64_t length, const std::function<void(ByteView)>& take);
 
-    InputFile& file_;
+    std::string name_;
+    Read read_;
     Bytes buffer_;
     std::size_t at_ = 0;
     std::size_t end_ = 0;

@@ -175,7 +175,7 @@ private:
 
 void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output)
 {
-    BerStream stream(file);
+    BerStream stream(file.name(), [&](std::span<unsigned char> room) { return file.read(room); });
     const Envelope envelope = readEnvelope(stream);
     const Match match = findRecipient(provider.keys(), keyName, envelope, file.name());
     Bytes key = unwrapContentKey(provider, match, *envelope.cipher);

@@ -54,22 +54,22 @@ TEST(RsaPublicKey, Crypt32ReadsBackWhatWasEncoded)
             EXPECT_EQ(decodeKey(rawModulusToDer(modulus)), std::tuple(szOID_RSA_RSA, 65537U, modulus)) << size << " bytes";
         }
     }
-    EXPECT_EQ(std::get<DWORD>(decodeKey(rsaPublicKeyToDer("0x" + hexOf(counting(128, 0xC1)), "3"))), 3U);
+    EXPECT_EQ(std::get<DWORD>(decodeKey(rsaPublicKeyToDer("0x" + toHex(counting(128, 0xC1)), "3"))), 3U);
 }
 
 // Crypt32 would not miss the NULL of the algorithm.
 TEST(RsaPublicKey, KeyOf2048BitsIsThese294Bytes)
 {
     const Bytes modulus = counting(256, 0xC1);
-    EXPECT_EQ(hexOf(rawModulusToDer(modulus)),
-              "30820122300D06092A864886F70D01010105000382010F003082010A0282010100" + hexOf(modulus) + "0203010001");
+    EXPECT_EQ(toHex(rawModulusToDer(modulus)),
+              "30820122300D06092A864886F70D01010105000382010F003082010A0282010100" + toHex(modulus) + "0203010001");
 }
 
 TEST(RsaPublicKey, NothingIsTakenFromOrAddedToTheModulusButTheSign)
 {
-    EXPECT_THAT(hexOf(rsaPublicKeyToDer("000102", "010001")), ::testing::EndsWith("0203000102"
+    EXPECT_THAT(toHex(rsaPublicKeyToDer("000102", "010001")), ::testing::EndsWith("0203000102"
                                                                                   "0203010001"));
-    EXPECT_THAT(hexOf(rsaPublicKeyToDer("", "80")), ::testing::EndsWith("0200"
+    EXPECT_THAT(toHex(rsaPublicKeyToDer("", "80")), ::testing::EndsWith("0200"
                                                                         "02020080"));
 }
 

@@ -68,6 +68,15 @@ TEST(LogWriterChild, DISABLED_WritesOneLine)
     logDebug("of a child");
 }
 
+// What is written then goes to the root of the drive, under Wine to that of the machine: not from a test.
+TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
+{
+    SetEnvironmentVariableW(L"TMP", (log.path() / "gone").c_str());
+    LogPath path{'x'};
+    EXPECT_EQ(getLogBaseFolderPath(path), -1);
+    EXPECT_THAT(path, ::testing::Each('\0'));
+}
+
 // One allocation after the other is refused.
 TEST_F(LogWriter, LineThatFindsNoMemoryIsOnlyLost)
 {

@@ -98,7 +98,7 @@ protected:
         recorder.recordInner(name, "", [&] {
             const HRESULT result = call(cng);
             const Bytes bytes = reversed(littleEndian({static_cast<std::uint32_t>(result)}));
-            return result == S_OK ? "S_OK" : result == E_FAIL ? "E_FAIL" : "0x" + hexOf(bytes);
+            return result == S_OK ? "S_OK" : result == E_FAIL ? "E_FAIL" : "0x" + toHex(bytes);
         });
     }
     void registers(const char* missing = "") { record("DllRegisterServer", registerProvider, missing); }

@@ -89,13 +89,6 @@ void FakeDeviceLibrary::willAnswerPin(int result, int remaining)
     remaining_.push_back(remaining);
 }
 
-std::vector<std::string> FakeDeviceLibrary::takeDeeds()
-{
-    auto calls = takeCalls();
-    std::erase_if(calls, [](const std::string& call) { return call.starts_with("get"); });
-    return calls;
-}
-
 bool FakeDeviceLibrary::waitForMonitorPoll()
 {
     using namespace std::chrono_literals;

@@ -102,8 +102,6 @@ public:
     // The calls since the last look, as "signHash(TOKEN-1, <key in hex>, 1234, <hash in hex>, room 256, false)": numbers in
     // decimal, bytes in hexadecimal, a library context only if there is one.
     std::vector<std::string> takeCalls() { return std::exchange(*locked(calls_), {}); }
-    // The same without the calls that only fetch something: those whose names begin with "get".
-    std::vector<std::string> takeDeeds();
 
     int monitorPolls() { return *locked(polls_); }
     // False if none came within three seconds.

@@ -35,9 +35,4 @@ GuardedBuffer::~GuardedBuffer()
     VirtualFree(pages_, 0, MEM_RELEASE);
 }
 
-bool GuardedBuffer::untouchedFrom(std::size_t from) const
-{
-    return std::all_of(begin_ + from, begin_ + size_, [](unsigned char byte) { return byte == untouched; });
-}
-
 } // namespace quelta::test

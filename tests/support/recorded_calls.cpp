@@ -30,7 +30,7 @@ HandedBuffer::HandedBuffer(ByteView content, DWORD stated) : before_(toBytes(con
 
 std::size_t HandedBuffer::reported() const
 {
-    return std::min<std::size_t>(length_ ? length_->as<DWORD>() : before_.size(), before_.size());
+    return std::min<std::size_t>(length_ ? length_->asNumber() : before_.size(), before_.size());
 }
 
 Bytes HandedBuffer::written() const
@@ -41,7 +41,7 @@ Bytes HandedBuffer::written() const
 std::string HandedBuffer::outcome(const std::optional<std::string>& value) const
 {
     std::string text;
-    if (length_) text = length_->as<DWORD>() == noResult ? ", no length" : ", length " + std::to_string(length_->as<DWORD>());
+    if (length_) text = length_->asNumber() == noResult ? ", no length" : ", length " + std::to_string(length_->asNumber());
     if (!buffer_ || before_.empty()) return text;
     const Bytes now = buffer_->bytes();
     if (now == before_) return text + ", buffer untouched";

@@ -1,6 +1,5 @@
 #include "support/test_bytes.h"
 
-#include "base/hex.h"
 #include "encoding/little_endian.h"
 
 #include <numeric>
@@ -14,13 +13,6 @@ Bytes counting(std::size_t count, unsigned char first)
     return bytes;
 }
 
-Bytes concat(std::initializer_list<Bytes> parts)
-{
-    Bytes all;
-    for (const Bytes& part : parts) append(all, part);
-    return all;
-}
-
 Bytes littleEndian(std::initializer_list<std::uint32_t> words)
 {
     Bytes bytes;
@@ -30,7 +22,7 @@ Bytes littleEndian(std::initializer_list<std::uint32_t> words)
 
 Bytes bytesOfText(std::string_view text)
 {
-    return concat({toBytes(text), {0}});
+    return concat({toBytes(text), Bytes{0}});
 }
 
 Bytes wideBytes(std::wstring_view text)
@@ -40,14 +32,9 @@ Bytes wideBytes(std::wstring_view text)
     return {begin, begin + (text.size() + 1) * sizeof(wchar_t)};
 }
 
-std::string hexOf(ByteView bytes)
-{
-    return toHex(bytes);
-}
-
 Bytes keyBlob(unsigned char type, std::uint32_t algorithm, const Bytes& rest)
 {
-    return concat({{type, 2, 0, 0}, littleEndian({algorithm}), rest});
+    return concat({Bytes{type, 2, 0, 0}, littleEndian({algorithm}), rest});
 }
 
 } // namespace quelta::test

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/hex.h"
 
 #include <cstdint>
 
@@ -12,13 +13,10 @@ inline Bytes reversed(ByteView bytes)
 {
     return {bytes.rbegin(), bytes.rend()};
 }
-// As the module's own, for parts that are written out, too.
-Bytes concat(std::initializer_list<Bytes> parts);
 Bytes littleEndian(std::initializer_list<std::uint32_t> words);
 // With the terminating zero.
 Bytes bytesOfText(std::string_view text);
 Bytes wideBytes(std::wstring_view text);
-std::string hexOf(ByteView bytes);
 // A key blob of CryptoAPI: the header of 8 bytes, and what comes after it.
 Bytes keyBlob(unsigned char type, std::uint32_t algorithm, const Bytes& rest);
 

@@ -64,7 +64,7 @@ TEST_F(TokenCalls, LongestUnwrappedKeyIsTakenWholeAndNotKeptInItsRecord)
     const auto sizeCode = [](std::size_t) { return encryptionAes128; };
     const auto key = UnwrapWithAnyKek(device, {}, PinText("1234"), sizeCode, "");
     EXPECT_THAT(token.takeCalls(), ElementsAre(_, "decryptAes(TOKEN-1, empty, null, false, null)",
-                                               "importAesKey(TOKEN-1, 1234, " + hexOf(counting(128)) + ", 8)"));
+                                               "importAesKey(TOKEN-1, 1234, " + toHex(counting(128)) + ", 8)"));
     ASSERT_TRUE(key);
     EXPECT_THAT(key->stored.keyValue, Each(0));
     token.unwrapped.bytes = counting(129);
