@@ -92,7 +92,8 @@ rules() {
         xargs cat --
 }
 
-# look_at RULES DATABASE SOURCE ARGUMENT...: one source, in a process of its own.
+# look_at RULES DATABASE SOURCE ARGUMENT...: one source, in a process of its own, which xargs starts.
+# shellcheck disable=SC2317
 look_at() {
     local clean output
     clean=$build/lint/clean/$({ echo "$1 $3" && cat "$3"; } | sha256sum | cut -c1-40)
@@ -116,7 +117,8 @@ check_mistakes() {
         <(sed -n 's/^ *"file": "\(.*\)",\?$/\1/p' "$database/compile_commands.json" | sort -u))
     [[ ${#sources[@]} -gt 0 ]] || return 0
     # With mends one after the other: two sources may share a header.
-    jobs=$([[ -n $fix ]] && echo 1 || nproc)
+    jobs=$(nproc)
+    [[ -z $fix ]] || jobs=1
     mkdir -p "$build/lint/clean"
     printf '%s\0' "${sources[@]}" |
         xargs -0 -P "$jobs" -I{} bash -c 'look_at "$@"' look_at "$rules" "$database" {} "${@:3}" 9>&- ||

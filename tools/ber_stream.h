@@ -5,6 +5,8 @@
 
 #include <cstdint>
 #include <functional>
+#include <span>
+#include <string>
 
 namespace quelta::tools {
 

@@ -1,6 +1,7 @@
 #include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
+#include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "formats/certificate.h"
 #include "formats/key_file.h"

@@ -3,6 +3,7 @@
 #include "cli/select.h"
 #include "crypto/asymmetric_key.h"
 #include "formats/certificate.h"
+#include "formats/distinguished_name.h"
 
 #include <nlohmann/json.hpp>
 

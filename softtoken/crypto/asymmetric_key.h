@@ -1,4 +1,4 @@
-// Key pairs as values: RSA with all its numbers, or a curve's scalar and point. Also their published forms.
+// Key pairs as values: RSA with all its numbers, or a curve's scalar and point.
 #pragma once
 
 #include "base/bytes.h"
@@ -34,23 +34,13 @@ struct EcPrivate {
 
 using PrivateKey = std::variant<RsaPrivate, EcPrivate>;
 
-PublicKey publicOf(const PrivateKey& key);
+inline PublicKey publicOf(const PrivateKey& key)
+{
+    return std::visit([](const auto& pair) -> PublicKey { return pair.shown; }, key);
+}
+
 // Throws TokenError unless an RSA key's numbers belong together. Slow, so not part of decoding; a scalar can't but fit its point.
 void requireConsistent(const PrivateKey& key);
-
-// X.509's SubjectPublicKeyInfo and PKCS#8's PrivateKeyInfo.
-Bytes encodePublicKey(const PublicKey& key);
-PublicKey decodePublicKey(ByteView der);
-Bytes encodePrivateKey(const PrivateKey& key);
-PrivateKey decodePrivateKey(ByteView der);
-// The older forms: PKCS#1's RSAPrivateKey and SEC 1's ECPrivateKey.
-PrivateKey decodeRsaPrivateKey(ByteView der);
-PrivateKey decodeEcPrivateKey(ByteView der);
-
-// As the device library shows public keys: the modulus of an RSA key, the SubjectPublicKeyInfo of one on a curve.
-Bytes shownPublicKey(const PublicKey& key);
-// What a certificate signs as its key: the content of the SubjectPublicKeyInfo's bit string.
-Bytes publicKeyBits(const PublicKey& key);
 
 // The device library's code; throws TokenError for a size that the token does not hold.
 std::uint32_t algorithmOf(const PublicKey& key);

@@ -1,6 +1,7 @@
 #include "crypto/primitives.h"
 
-#include "base/table.h"
+#include "base/text.h"
+#include "crypto/bcrypt_objects.h"
 
 #include <algorithm>
 #include <limits>
@@ -13,6 +14,36 @@ constexpr ULONG mostAtOnce = 0x40000000;
 
 // The device library numbers them from 1.
 constexpr const KnownDigest* mechanisms[] = {&md5, &sha1, &sha256, &digestNamed("sha384"), &digestNamed("sha512")};
+
+// Big-endian UTF-16 with a zero at the end.
+Bytes bmpPassword(const std::string& password)
+{
+    Bytes bytes;
+    for (const wchar_t unit : toWide(password) + L'\0') {
+        bytes.push_back(static_cast<unsigned char>(unit >> 8));
+        bytes.push_back(static_cast<unsigned char>(unit & 0xFF));
+    }
+    return bytes;
+}
+
+Bytes repeated(ByteView bytes, std::size_t block)
+{
+    Bytes result;
+    if (bytes.empty()) return result;
+    const std::size_t size = (bytes.size() + block - 1) / block * block;
+    for (std::size_t i = 0; i < size; ++i) result.push_back(bytes[i % bytes.size()]);
+    return result;
+}
+
+// Adds the block and one, all as big-endian numbers; what overflows is dropped.
+void addBlock(std::span<unsigned char> part, ByteView block)
+{
+    unsigned int carry = 1;
+    for (std::size_t i = part.size(); i-- > 0; carry >>= 8) {
+        carry += part[i] + static_cast<unsigned int>(block[i]);
+        part[i] = static_cast<unsigned char>(carry & 0xFF);
+    }
+}
 
 } // namespace
 
@@ -56,21 +87,6 @@ Bytes randomBytes(std::size_t count)
 const KnownDigest* digestOfMechanism(int mechanism)
 {
     return mechanism >= 1 && mechanism <= std::ssize(mechanisms) ? mechanisms[mechanism - 1] : nullptr;
-}
-
-const KnownDigest* digestOfSize(std::size_t size)
-{
-    return findRow(knownDigests, &KnownDigest::size, size);
-}
-
-const KnownDigest* digestOfOid(std::string_view oid)
-{
-    return findRow(knownDigests, &KnownDigest::oid, oid);
-}
-
-const KnownDigest* digestOfHmacOid(std::string_view oid)
-{
-    return findRow(knownDigests, &KnownDigest::hmacOid, oid);
 }
 
 BcryptHash startDigest(const KnownDigest& algorithm)
@@ -122,12 +138,25 @@ Bytes pbkdf2(const KnownDigest& algorithm, ByteView password, ByteView salt, std
     return key;
 }
 
-bool equalInConstantTime(ByteView left, ByteView right)
+Bytes pkcs12Derive(const KnownDigest& algorithm, Purpose purpose, const std::string* password, ByteView salt,
+                   std::uint64_t iterations, std::size_t size)
 {
-    if (left.size() != right.size()) return false;
-    unsigned int difference = 0;
-    for (std::size_t i = 0; i < left.size(); ++i) difference |= static_cast<unsigned int>(left[i] ^ right[i]);
-    return difference == 0;
+    const std::size_t block = algorithm.size > 32 ? 128 : 64;
+    const Bytes diversifier(block, static_cast<unsigned char>(purpose));
+    Bytes input = repeated(salt, block);
+    if (password != nullptr) append(input, repeated(bmpPassword(*password), block));
+
+    Bytes derived;
+    while (derived.size() < size) {
+        Bytes value = concat({diversifier, input});
+        for (std::uint64_t round = 0; round < iterations; ++round) value = digest(algorithm, value);
+        append(derived, value);
+        Bytes addend;
+        while (addend.size() < block) addend.push_back(value[addend.size() % value.size()]);
+        for (std::size_t i = 0; i < input.size(); i += block) addBlock(std::span(input).subspan(i, block), addend);
+    }
+    derived.resize(size);
+    return derived;
 }
 
 } // namespace quelta::softtoken

@@ -1,7 +1,7 @@
 #include "crypto/rsa.h"
 
+#include "crypto/bcrypt_objects.h"
 #include "crypto/big_number.h"
-#include "crypto/primitives.h"
 #include "crypto/rsa_padding.h"
 #include "token/device_records.h"
 

@@ -1,6 +1,6 @@
 #include "crypto/symmetric.h"
 
-#include "crypto/primitives.h"
+#include "crypto/bcrypt_objects.h"
 
 #include <algorithm>
 

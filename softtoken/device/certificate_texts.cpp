@@ -1,8 +1,9 @@
 #include "device/certificate_texts.h"
 
 #include "base/hex.h"
-#include "crypto/asymmetric_key.h"
+#include "crypto/key_encoding.h"
 #include "formats/certificate.h"
+#include "formats/distinguished_name.h"
 
 namespace quelta::softtoken {
 

@@ -1,3 +1,4 @@
+#include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "crypto/rsa.h"
 #include "crypto/symmetric.h"

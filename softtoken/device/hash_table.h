@@ -1,7 +1,7 @@
 // The digests in progress. Callers abandon them without closing, so the oldest goes when there are too many.
 #pragma once
 
-#include "crypto/primitives.h"
+#include "crypto/bcrypt_objects.h"
 
 #include <cstdint>
 #include <map>

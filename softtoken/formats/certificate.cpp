@@ -2,13 +2,8 @@
 
 #include "base/der_reader.h"
 #include "base/hex.h"
-#include "base/text.h"
 #include "base/token_error.h"
 #include "crypto/primitives.h"
-
-#include <windows.h>
-
-#include <wincrypt.h>
 
 #include <string_view>
 
@@ -25,16 +20,6 @@ std::string timeText(DerReader& validity)
         throw TokenError(Result::badData, "a certificate's time is not written as it must be");
     const auto part = [&](std::size_t from, std::size_t count) { return text.substr(from, count); };
     return part(0, 4) + "-" + part(4, 2) + "-" + part(6, 2) + " " + part(8, 2) + ":" + part(10, 2) + ":" + part(12, 2) + " UTC";
-}
-
-std::string formatted(DWORD kind, ByteView nameDer)
-{
-    CERT_NAME_BLOB name{lengthOf(nameDer), dataOf(nameDer)};
-    const DWORD size = CertNameToStrW(X509_ASN_ENCODING, &name, kind, nullptr, 0);
-    std::wstring text(size, L'\0');
-    CertNameToStrW(X509_ASN_ENCODING, &name, kind, text.data(), size);
-    text.resize(size == 0 ? 0 : size - 1);
-    return toUtf8(text);
 }
 
 } // namespace
@@ -58,11 +43,6 @@ CertificateFields readCertificate(ByteView der)
     certificate.enter(der::tagSequence);
     certificate.bitString();
     return fields;
-}
-
-std::string nameText(ByteView nameDer)
-{
-    return formatted(CERT_X500_NAME_STR, nameDer);
 }
 
 std::string thumbprint(ByteView der)

@@ -20,8 +20,6 @@ struct CertificateFields {
 // Throws TokenError if it isn't a certificate, or has something after its end.
 CertificateFields readCertificate(ByteView der);
 
-// "CN=Ada, O=Example" in UTF-8.
-std::string nameText(ByteView nameDer);
 std::string thumbprint(ByteView der);
 
 } // namespace quelta::softtoken

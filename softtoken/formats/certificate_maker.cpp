@@ -1,6 +1,7 @@
 #include "formats/certificate_maker.h"
 
-#include "crypto/primitives.h"
+#include "crypto/bcrypt_objects.h"
+#include "crypto/key_encoding.h"
 #include "formats/distinguished_name.h"
 #include "token/device_records.h"
 

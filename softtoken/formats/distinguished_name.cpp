@@ -2,6 +2,7 @@
 
 #include "base/der_reader.h"
 #include "base/text.h"
+#include "crypto/bcrypt_objects.h"
 
 #include <windows.h>
 
@@ -41,7 +42,22 @@ Bytes encodePart(const std::string& part)
     return der;
 }
 
+std::string formatted(DWORD kind, ByteView nameDer)
+{
+    CERT_NAME_BLOB name{lengthOf(nameDer), dataOf(nameDer)};
+    const DWORD size = CertNameToStrW(X509_ASN_ENCODING, &name, kind, nullptr, 0);
+    std::wstring text(size, L'\0');
+    CertNameToStrW(X509_ASN_ENCODING, &name, kind, text.data(), size);
+    text.resize(size == 0 ? 0 : size - 1);
+    return toUtf8(text);
+}
+
 } // namespace
+
+std::string nameText(ByteView nameDer)
+{
+    return formatted(CERT_X500_NAME_STR, nameDer);
+}
 
 std::string commonName(const std::string& text)
 {

@@ -2,13 +2,11 @@
 
 #include "base/der_reader.h"
 #include "base/token_error.h"
+#include "crypto/key_encoding.h"
+#include "formats/base64.h"
 #include "formats/certificate.h"
 #include "formats/password_encryption.h"
 #include "formats/pkcs12.h"
-
-#include <windows.h>
-
-#include <wincrypt.h>
 
 namespace quelta::softtoken {
 
@@ -22,18 +20,6 @@ struct PemBlock {
     std::string kind;
     Bytes der;
 };
-
-Bytes fromBase64(std::string_view text)
-{
-    const auto size = static_cast<DWORD>(text.size());
-    DWORD count = 0;
-    if (!CryptStringToBinaryA(text.data(), size, CRYPT_STRING_BASE64, nullptr, &count, nullptr, nullptr))
-        throw TokenError(Result::badData, "a PEM block is not written in base64");
-    Bytes bytes(count);
-    CryptStringToBinaryA(text.data(), size, CRYPT_STRING_BASE64, bytes.data(), &count, nullptr, nullptr);
-    bytes.resize(count);
-    return bytes;
-}
 
 PemBlock takeBlock(std::string_view& text)
 {
@@ -98,16 +84,9 @@ KeyFile readKeyFile(ByteView content, const std::optional<std::string>& password
 
 std::string pemOf(std::string_view kind, ByteView der)
 {
-    DWORD size = 0;
-    constexpr DWORD form = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCRLF;
-    CryptBinaryToStringA(der.data(), static_cast<DWORD>(der.size()), form, nullptr, &size);
-    std::string base64(size, '\0');
-    CryptBinaryToStringA(der.data(), static_cast<DWORD>(der.size()), form, base64.data(), &size);
-    base64.resize(size);
-
+    const std::string base64 = toBase64(der);
     constexpr std::size_t lineLength = 64;
     std::string text = std::string(beginMark) + std::string(kind) + "-----\n";
-    std::erase_if(base64, [](char character) { return character == '\r' || character == '\n'; });
     for (std::size_t i = 0; i < base64.size(); i += lineLength) text += base64.substr(i, lineLength) + "\n";
     return text + std::string(endMark) + std::string(kind) + "-----\n";
 }

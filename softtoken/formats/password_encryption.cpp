@@ -2,11 +2,8 @@
 
 #include "base/object_ids.h"
 #include "base/table.h"
-#include "base/text.h"
 #include "base/token_error.h"
 #include "crypto/symmetric.h"
-
-#include <algorithm>
 
 namespace quelta::softtoken {
 
@@ -51,36 +48,6 @@ Bytes decryptPkcs12TripleDes(DerReader parameters, ByteView cipherText, const st
     return paddedDecrypt(Cipher::tripleDes, key, iv, cipherText);
 }
 
-// Big-endian UTF-16 with a zero at the end.
-Bytes bmpPassword(const std::string& password)
-{
-    Bytes bytes;
-    for (const wchar_t unit : toWide(password) + L'\0') {
-        bytes.push_back(static_cast<unsigned char>(unit >> 8));
-        bytes.push_back(static_cast<unsigned char>(unit & 0xFF));
-    }
-    return bytes;
-}
-
-Bytes repeated(ByteView bytes, std::size_t block)
-{
-    Bytes result;
-    if (bytes.empty()) return result;
-    const std::size_t size = (bytes.size() + block - 1) / block * block;
-    for (std::size_t i = 0; i < size; ++i) result.push_back(bytes[i % bytes.size()]);
-    return result;
-}
-
-// Adds the block and one, all as big-endian numbers; what overflows is dropped.
-void addBlock(std::span<unsigned char> part, ByteView block)
-{
-    unsigned int carry = 1;
-    for (std::size_t i = part.size(); i-- > 0; carry >>= 8) {
-        carry += part[i] + static_cast<unsigned int>(block[i]);
-        part[i] = static_cast<unsigned char>(carry & 0xFF);
-    }
-}
-
 } // namespace
 
 const std::string& requirePassword(const std::optional<std::string>& password)
@@ -115,27 +82,6 @@ Bytes decryptPrivateKeyInfo(ByteView der, const std::string& password)
     DerReader fields = DerReader(der).enter(der::tagSequence);
     const DerReader algorithm = fields.enter(der::tagSequence);
     return decryptWithPassword(algorithm, fields.content(der::tagOctetString), password);
-}
-
-Bytes pkcs12Derive(const KnownDigest& algorithm, Purpose purpose, const std::string* password, ByteView salt,
-                   std::uint64_t iterations, std::size_t size)
-{
-    const std::size_t block = algorithm.size > 32 ? 128 : 64;
-    const Bytes diversifier(block, static_cast<unsigned char>(purpose));
-    Bytes input = repeated(salt, block);
-    if (password != nullptr) append(input, repeated(bmpPassword(*password), block));
-
-    Bytes derived;
-    while (derived.size() < size) {
-        Bytes value = concat({diversifier, input});
-        for (std::uint64_t round = 0; round < iterations; ++round) value = digest(algorithm, value);
-        append(derived, value);
-        Bytes addend;
-        while (addend.size() < block) addend.push_back(value[addend.size() % value.size()]);
-        for (std::size_t i = 0; i < input.size(); i += block) addBlock(std::span(input).subspan(i, block), addend);
-    }
-    derived.resize(size);
-    return derived;
 }
 
 } // namespace quelta::softtoken

@@ -17,12 +17,6 @@ Bytes decryptWithPassword(DerReader algorithm, ByteView cipher, const std::strin
 // Of PKCS#8's EncryptedPrivateKeyInfo.
 Bytes decryptPrivateKeyInfo(ByteView der, const std::string& password);
 
-// RFC 7292, appendix B: what the derived bytes are for.
-enum class Purpose : unsigned char { key = 1, iv = 2, mac = 3 };
-// Without a password at all (not the same as an empty one) if it is null.
-Bytes pkcs12Derive(const KnownDigest& algorithm, Purpose purpose, const std::string* password, ByteView salt,
-                   std::uint64_t iterations, std::size_t size);
-
 std::uint64_t readIterations(DerReader& fields);
 
 } // namespace quelta::softtoken

@@ -3,6 +3,7 @@
 #include "base/der_reader.h"
 #include "base/text.h"
 #include "base/token_error.h"
+#include "crypto/key_encoding.h"
 #include "formats/password_encryption.h"
 
 namespace quelta::softtoken {

@@ -1,6 +1,7 @@
 #include "store/token_keys.h"
 
 #include "base/hex.h"
+#include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "formats/certificate.h"
 

@@ -101,7 +101,7 @@ Answer getValue(const CspContext& context, HashContext& hash, Output out)
         logError("Unsupported Algorithm : ", hash.mechanism);
         return fail(NTE_BAD_ALGID);
     }
-    if (out.isQuery()) return *refusalWithoutRoom(out, row->size);
+    if (const auto size = out.isQuery() ? refusalWithoutRoom(out, row->size) : std::nullopt) return *size;
     // A buffer that turns out too small still finishes the hash; the next call reads the kept digest.
     if (!hash.finished) {
         if (!finaliseDigest(context.token(), hash, row->size)) return fail(NTE_FAIL);

@@ -183,20 +183,20 @@ Answer refuseType(std::uint8_t type)
 
 Answer importBlob(const CspContext& context, ByteView blob, HCRYPTKEY importKey, HCRYPTKEY* imported)
 {
-    if (blob.size() < capiKeyBlobHeaderSize) return fail(NTE_BAD_DATA);
-    const CapiBlobHeader header = *readCapiBlobHeader(blob);
-    logDebug("CPImportKey - input type : ", header.type);
-    logDebug("CPImportKey - input version : ", header.version);
-    logDebug("CPImportKey - input alg : ", header.algorithm);
+    const auto header = readCapiBlobHeader(blob);
+    if (!header || blob.size() < capiKeyBlobHeaderSize) return fail(NTE_BAD_DATA);
+    logDebug("CPImportKey - input type : ", header->type);
+    logDebug("CPImportKey - input version : ", header->version);
+    logDebug("CPImportKey - input alg : ", header->algorithm);
     logDebug("CPImportKey - input data length : ", blob.size() - capiKeyBlobHeaderSize);
     if (blob.size() == capiKeyBlobHeaderSize) {
         logError("CPImportKey - Input data to import is empty");
         return fail(NTE_INVALID_PARAMETER);
     }
-    const auto* type = findRow(blobTypes, &BlobType::type, header.type);
-    if (!type) return refuseType(header.type);
+    const auto* type = findRow(blobTypes, &BlobType::type, header->type);
+    if (!type) return refuseType(header->type);
     if (!imported) return fail(ERROR_INVALID_PARAMETER);
-    auto key = type->import({context, blob, header, keyOf(importKey)});
+    auto key = type->import({context, blob, *header, keyOf(importKey)});
     if (!key) return key.error();
     *imported = handOut(*std::move(key));
     return done();

@@ -2,7 +2,7 @@
 
 namespace quelta::test {
 
-class ContextTranscript : public CspScenario {};
+using ContextTranscript = CspScenario;
 
 TEST_F(ContextTranscript, FirstOpeningStartsTheLibraryAndTheMonitorLaterOnesFindThemRunning)
 {
@@ -12,12 +12,8 @@ TEST_F(ContextTranscript, FirstOpeningStartsTheLibraryAndTheMonitorLaterOnesFind
     stopMonitor();
     csp.acquire();
     csp.acquire("whatever the name", CRYPT_VERIFYCONTEXT | CRYPT_SILENT);
+    csp.release(1);
     csp.release();
-}
-
-TEST_F(ContextTranscript, TokenWithoutKeysIsAccepted)
-{
-    csp.acquire("", CRYPT_NEWKEYSET);
 }
 
 TEST_F(ContextTranscript, WithoutATokenOrWithOneThatDoesNotOpenTheLibraryIsStartedAgainEachTime)
@@ -25,42 +21,13 @@ TEST_F(ContextTranscript, WithoutATokenOrWithOneThatDoesNotOpenTheLibraryIsStart
     token.unplug();
     csp.acquire(nullptr, CRYPT_VERIFYCONTEXT);
     token.connect({FakeDeviceLibrary::deviceId});
+    errorsAlone();
     token.willAnswer(Call::initDevice, -7);
     csp.acquire();
-    recorder.note("a library that does not start is not noticed");
+    everyLine();
+    recorder.note("a library that does not start is not noticed, and a token without keys is one");
     token.willAnswer(Call::init, 5);
-    csp.acquire();
-}
-
-TEST_F(ContextTranscript, ReleaseWithFlagsReleasesNothing)
-{
-    open();
-    csp.release(1);
-    csp.release();
-    csp.context = 0;
-    csp.release(1);
-    csp.release();
-}
-
-TEST_F(ContextTranscript, ContainersAreThoseOfTheOpening)
-{
-    token.withKeyPair(usageSigning, algorithmRsa2048);
-    open();
-    token.withKeyPair(usageSigning, algorithmRsa2048);
-    csp.getProvParam(PP_ENUMCONTAINERS, room(33), CRYPT_FIRST);
-    csp.getProvParam(PP_ENUMCONTAINERS, room(33), CRYPT_NEXT);
-}
-
-TEST_F(ContextTranscript, AtLevelTwoErrorsAlone)
-{
-    errorsAlone();
-    csp.acquire();
-    csp.release();
-    tokenState().libraryInitialised = false;
-    token.willAnswer(Call::initDevice, 3);
-    csp.acquire();
-    token.unplug();
-    csp.acquire();
+    csp.acquire("", CRYPT_NEWKEYSET);
 }
 
 } // namespace quelta::test

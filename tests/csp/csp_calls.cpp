@@ -1,6 +1,6 @@
 #include "csp/csp_calls.h"
 
-#include "csp/entry_points.h"
+#include "csp/context.h"
 
 namespace quelta::test {
 
@@ -12,39 +12,31 @@ std::string enumerationText(DWORD flags)
     return flags == CRYPT_NEXT ? ", CRYPT_NEXT" : flagsText(flags);
 }
 
-template <std::size_t Size>
-std::string nameText(const char (&name)[Size], DWORD length)
-{
-    return "\"" + std::string(name) + "\" (" + std::to_string(length) + ")";
-}
-
-// The records that two enumerations hand out, field by field.
+// The records that two enumerations hand out, field by field; nothing for other values.
 std::optional<std::string> recordText(DWORD parameter, ByteView value)
 {
+    const auto named = [](const char* name, DWORD length) { return ", \"" + std::string(name) + "\" " + std::to_string(length); };
     if (parameter == PP_ENUMALGS && value.size() == sizeof(PROV_ENUMALGS)) {
         const auto& record = *reinterpret_cast<const PROV_ENUMALGS*>(value.data());
-        return algorithmName(record.aiAlgid) + " " + std::to_string(record.dwBitLen) + " bits " +
-               nameText(record.szName, record.dwNameLen);
+        return algorithmName(record.aiAlgid) + " " + std::to_string(record.dwBitLen) + named(record.szName, record.dwNameLen);
     }
     if (parameter == PP_ENUMALGS_EX && value.size() == sizeof(PROV_ENUMALGS_EX)) {
         const auto& record = *reinterpret_cast<const PROV_ENUMALGS_EX*>(value.data());
-        return algorithmName(record.aiAlgid) + " " + std::to_string(record.dwDefaultLen) + " of " +
-               std::to_string(record.dwMinLen) + " to " + std::to_string(record.dwMaxLen) + " bits, protocols " +
-               std::to_string(record.dwProtocols) + ", " + nameText(record.szName, record.dwNameLen) + ", " +
-               nameText(record.szLongName, record.dwLongNameLen);
+        std::string text = algorithmName(record.aiAlgid);
+        for (const DWORD number : {record.dwDefaultLen, record.dwMinLen, record.dwMaxLen, record.dwProtocols})
+            text += " " + std::to_string(number);
+        return text + named(record.szName, record.dwNameLen) + named(record.szLongName, record.dwLongNameLen);
     }
     return std::nullopt;
 }
 
-// "SIMPLEBLOB CALG_AES_128, 128 bytes of 00" for what can be read as a blob.
+// "SIMPLEBLOB CALG_AES_128 128 bytes of 00" for what can be read as a blob.
 std::string blobText(const Input& blob)
 {
     if (!blob || blob->size() < sizeof(BLOBHEADER)) return inputWords(blob);
-    BLOBHEADER header{};
-    std::memcpy(&header, blob->data(), sizeof header);
-    std::string text = blobTypeName(header.bType) + " " + algorithmName(header.aiKeyAlg);
-    if (header.bVersion != CUR_BLOB_VERSION) text += " version " + std::to_string(header.bVersion);
-    return text + " " + words(ByteView(*blob).subspan(sizeof header));
+    const auto& header = *reinterpret_cast<const BLOBHEADER*>(blob->data());
+    return blobTypeName(header.bType) + " " + algorithmName(header.aiKeyAlg) + " " +
+           words(ByteView(*blob).subspan(sizeof header));
 }
 
 } // namespace
@@ -58,199 +50,82 @@ std::string CspCalls::answerText(const Called<BOOL>& called)
 
 CspCalls::~CspCalls()
 {
+    CspContext ready;
+    ready.valid = true;
     const Recorder::Pause pause(recorder_);
-    const HCRYPTPROV any = contexts_.empty() ? 0 : contexts_.front();
-    for (const auto hash : hashes_) CPDestroyHash(any, hash);
-    for (const auto key : keys_) CPDestroyKey(any, key);
-    for (const auto prov : contexts_) CPReleaseContext(prov, 0);
+    for (const auto& [made, free] : made_) free(reinterpret_cast<HCRYPTPROV>(&ready), made);
 }
 
-BOOL CspCalls::call(const std::string& name, const std::string& arguments, const std::function<BOOL()>& call)
+std::string CspCalls::arguments(const Words& words, DWORD flags) const
+{
+    std::string text = handle(context);
+    for (const auto& word : words) text += ", " + word;
+    return text + flagsText(flags);
+}
+
+BOOL CspCalls::fill(HandedBuffer& buffer, const char* name, const std::string& arguments, const HandOut& call,
+                    const std::function<std::optional<std::string>()>& valueText)
 {
     BOOL result = FALSE;
     recorder_.record(name, arguments, [&] {
-        const auto called = callWithLastError(call);
+        const auto called = callWithLastError([&] { return call(buffer.data(), buffer.length()); });
         result = called.result;
-        return answerText(called);
+        return answerText(called) + buffer.outcome(valueText());
     });
     return result;
 }
 
-BOOL CspCalls::handsOutInto(const std::string& name, const std::string& arguments, HandedBuffer& buffer,
-                            const std::function<BOOL()>& call)
+BOOL CspCalls::call(const char* name, const std::string& arguments, const std::function<BOOL()>& call)
 {
-    BOOL result = FALSE;
-    recorder_.record(name, arguments, [&] {
-        const auto called = callWithLastError(call);
-        result = called.result;
-        return answerText(called) + buffer.outcome();
-    });
-    return result;
+    HandedBuffer none{Place{}};
+    return fill(none, name, arguments, [&](BYTE*, DWORD*) { return call(); });
 }
 
-CspCalls::Handle CspCalls::make(const std::string& name, const std::string& arguments, const char* kind,
+BOOL CspCalls::get(const char* name, const std::string& object, const Place& place, DWORD flags, const HandOut& call)
+{
+    HandedBuffer buffer(place);
+    return fill(buffer, name, arguments({object, words(place)}, flags), call);
+}
+
+BOOL CspCalls::set(const char* name, const Words& words, const Input& data, DWORD flags,
+                   const std::function<BOOL(BYTE*, DWORD)>& call)
+{
+    HandedInput input(data);
+    return this->call(name, arguments(words, flags), [&] { return call(input.data(), input.size()); });
+}
+
+CspCalls::Handle CspCalls::make(const char* name, const std::string& arguments, Destroy free,
                                 const std::function<BOOL(Handle*)>& call)
 {
-    return handsOut(name, arguments, kind,
-                    [&](Handle* made) { return answerText(callWithLastError([&] { return call(made); })); });
-}
-
-HCRYPTPROV CspCalls::acquire(const char* container, DWORD flags)
-{
-    const Handle made = make("CPAcquireContext", quoted(container) + flagsText(flags), "context", [&](Handle* prov) {
-        BYTE table = 0;
-        return CPAcquireContext(prov, container, flags, &table);
-    });
-    if (made == 0) return 0;
-    contexts_.push_back(made);
-    return context = made;
-}
-
-BOOL CspCalls::release(DWORD flags)
-{
-    const BOOL released =
-        call("CPReleaseContext", handle(context) + flagsText(flags), [&] { return CPReleaseContext(context, flags); });
-    if (released) std::erase(contexts_, context);
-    return released;
-}
-
-Bytes CspCalls::getProvParam(DWORD parameter, const Place& place, DWORD flags)
-{
-    HandedBuffer buffer(place);
-    recorder_.record("CPGetProvParam",
-                     withContext(parameter == PP_ENUMALGS ? "PP_ENUMALGS" : providerParameterName(parameter), words(place)) +
-                         enumerationText(flags),
-                     [&] {
-                         const auto called = callWithLastError(
-                             [&] { return CPGetProvParam(context, parameter, buffer.data(), buffer.length(), flags); });
-                         return answerText(called) + buffer.outcome(recordText(parameter, buffer.written()));
-                     });
-    return buffer.written();
-}
-
-BOOL CspCalls::setProvParam(DWORD parameter, const Input& data, DWORD flags)
-{
-    HandedInput input(data);
-    return call("CPSetProvParam", withContext(providerParameterName(parameter), inputWords(data)) + flagsText(flags),
-                [&] { return CPSetProvParam(context, parameter, input.data(), flags); });
-}
-
-HCRYPTKEY CspCalls::genKey(ALG_ID algorithm, DWORD flags)
-{
-    const Handle made = make("CPGenKey", withContext(algorithmName(algorithm)) + flagsText(flags), "key",
-                             [&](Handle* key) { return CPGenKey(context, algorithm, flags, key); });
-    if (made != 0) keys_.push_back(made);
+    const char* const kind = free == CPDestroyKey ? "key" : free == CPDestroyHash ? "hash" : "context";
+    const Handle made =
+        handsOut(name, arguments, kind, [&](Handle* out) { return answerText(callWithLastError([&] { return call(out); })); });
+    if (made != 0) made_[made] = free;
     return made;
 }
 
-HCRYPTKEY CspCalls::getUserKey(DWORD keySpec)
+BOOL CspCalls::destroy(const char* name, const std::string& arguments, Handle made, const std::function<BOOL()>& call)
 {
-    const Handle made = make("CPGetUserKey", withContext(keySpecName(keySpec)), "key",
-                             [&](Handle* key) { return CPGetUserKey(context, keySpec, key); });
-    if (made != 0) keys_.push_back(made);
-    return made;
-}
-
-BOOL CspCalls::getKeyParam(HCRYPTKEY key, DWORD parameter, const Place& place, DWORD flags)
-{
-    HandedBuffer buffer(place);
-    return handsOutInto("CPGetKeyParam", withContext(handle(key), keyParameterName(parameter), words(place)) + flagsText(flags),
-                        buffer, [&] { return CPGetKeyParam(context, key, parameter, buffer.data(), buffer.length(), flags); });
-}
-
-BOOL CspCalls::setKeyParam(HCRYPTKEY key, DWORD parameter, const Input& data, DWORD flags)
-{
-    HandedInput input(data);
-    return call("CPSetKeyParam", withContext(handle(key), keyParameterName(parameter), inputWords(data)) + flagsText(flags),
-                [&] { return CPSetKeyParam(context, key, parameter, input.data(), flags); });
-}
-
-BOOL CspCalls::destroyKey(HCRYPTKEY key)
-{
-    const BOOL destroyed = call("CPDestroyKey", withContext(handle(key)), [&] { return CPDestroyKey(context, key); });
-    if (destroyed) std::erase(keys_, key);
+    const BOOL destroyed = this->call(name, arguments, call);
+    if (destroyed) made_.erase(made);
     return destroyed;
+}
+
+BOOL CspCalls::getProvParam(DWORD parameter, const Place& place, DWORD flags)
+{
+    HandedBuffer buffer(place);
+    const std::string name = parameter == PP_ENUMALGS ? "PP_ENUMALGS" : providerParameterName(parameter);
+    const auto valueText = [&] { return recordText(parameter, buffer.written()); };
+    return fill(
+        buffer, "CPGetProvParam", arguments({name, words(place)}) + enumerationText(flags),
+        [&](BYTE* data, DWORD* length) { return CPGetProvParam(context, parameter, data, length, flags); }, valueText);
 }
 
 HCRYPTKEY CspCalls::importKey(const Input& blob, HCRYPTKEY with, DWORD flags)
 {
     HandedInput input(blob);
-    const Handle made = make("CPImportKey", withContext(blobText(blob), handle(with)) + flagsText(flags), "key",
-                             [&](Handle* key) { return CPImportKey(context, input.data(), input.size(), with, flags, key); });
-    if (made != 0) keys_.push_back(made);
-    return made;
-}
-
-BOOL CspCalls::exportKey(HCRYPTKEY key, DWORD type, const Place& place, DWORD flags)
-{
-    HandedBuffer buffer(place);
-    return handsOutInto("CPExportKey", withContext(handle(key), blobTypeName(type), words(place)) + flagsText(flags), buffer,
-                        [&] { return CPExportKey(context, key, 0, type, flags, buffer.data(), buffer.length()); });
-}
-
-HCRYPTHASH CspCalls::createHash(ALG_ID algorithm, DWORD flags)
-{
-    const Handle made = make("CPCreateHash", withContext(algorithmName(algorithm)) + flagsText(flags), "hash",
-                             [&](Handle* hash) { return CPCreateHash(context, algorithm, 0, flags, hash); });
-    if (made != 0) hashes_.push_back(made);
-    return made;
-}
-
-BOOL CspCalls::hashData(HCRYPTHASH hash, const Input& data, DWORD flags)
-{
-    HandedInput input(data);
-    return call("CPHashData", withContext(handle(hash), inputWords(data)) + flagsText(flags),
-                [&] { return CPHashData(context, hash, input.data(), input.size(), flags); });
-}
-
-BOOL CspCalls::getHashParam(HCRYPTHASH hash, DWORD parameter, const Place& place, DWORD flags)
-{
-    HandedBuffer buffer(place);
-    return handsOutInto("CPGetHashParam",
-                        withContext(handle(hash), hashParameterName(parameter), words(place)) + flagsText(flags), buffer,
-                        [&] { return CPGetHashParam(context, hash, parameter, buffer.data(), buffer.length(), flags); });
-}
-
-BOOL CspCalls::setHashParam(HCRYPTHASH hash, DWORD parameter, const Input& data, DWORD flags)
-{
-    HandedInput input(data);
-    return call("CPSetHashParam", withContext(handle(hash), hashParameterName(parameter), inputWords(data)) + flagsText(flags),
-                [&] { return CPSetHashParam(context, hash, parameter, input.data(), flags); });
-}
-
-HCRYPTHASH CspCalls::duplicateHash(HCRYPTHASH hash, DWORD flags)
-{
-    const Handle made = make("CPDuplicateHash", withContext(handle(hash)) + flagsText(flags), "hash",
-                             [&](Handle* copy) { return CPDuplicateHash(context, hash, nullptr, flags, copy); });
-    if (made != 0) hashes_.push_back(made);
-    return made;
-}
-
-BOOL CspCalls::destroyHash(HCRYPTHASH hash)
-{
-    const BOOL destroyed = call("CPDestroyHash", withContext(handle(hash)), [&] { return CPDestroyHash(context, hash); });
-    if (destroyed) std::erase(hashes_, hash);
-    return destroyed;
-}
-
-BOOL CspCalls::hashSessionKey(HCRYPTHASH hash, HCRYPTKEY key, DWORD flags)
-{
-    return call("CPHashSessionKey", withContext(handle(hash), handle(key)) + flagsText(flags),
-                [&] { return CPHashSessionKey(context, hash, key, flags); });
-}
-
-BOOL CspCalls::signHash(HCRYPTHASH hash, DWORD keySpec, const Place& place, DWORD flags)
-{
-    HandedBuffer buffer(place);
-    return handsOutInto("CPSignHash", withContext(handle(hash), keySpecName(keySpec), words(place)) + flagsText(flags), buffer,
-                        [&] { return CPSignHash(context, hash, keySpec, nullptr, flags, buffer.data(), buffer.length()); });
-}
-
-BOOL CspCalls::verifySignature(HCRYPTHASH hash, const Input& signature, HCRYPTKEY key, DWORD flags)
-{
-    HandedInput input(signature);
-    return call("CPVerifySignature", withContext(handle(hash), inputWords(signature), handle(key)) + flagsText(flags),
-                [&] { return CPVerifySignature(context, hash, input.data(), input.size(), key, nullptr, flags); });
+    return make("CPImportKey", arguments({blobText(blob), handle(with)}, flags), CPDestroyKey,
+                [&](Handle* key) { return CPImportKey(context, input.data(), input.size(), with, flags, key); });
 }
 
 BOOL CspCalls::encrypt(HCRYPTKEY key, const Bytes& data, DWORD bufferSize, DWORD flags)
@@ -258,29 +133,15 @@ BOOL CspCalls::encrypt(HCRYPTKEY key, const Bytes& data, DWORD bufferSize, DWORD
     Bytes content = data;
     content.resize(bufferSize, GuardedBuffer::untouched);
     HandedBuffer buffer(content, static_cast<DWORD>(data.size()));
-    return handsOutInto(
-        "CPEncrypt", withContext(handle(key), inputWords(data), "room " + std::to_string(bufferSize)) + flagsText(flags), buffer,
-        [&] { return CPEncrypt(context, key, 0, TRUE, flags, buffer.data(), buffer.length(), bufferSize); });
+    return fill(buffer, "CPEncrypt", arguments({handle(key), inputWords(data), "room " + std::to_string(bufferSize)}, flags),
+                [&](BYTE* bytes, DWORD* length) { return CPEncrypt(context, key, 0, TRUE, flags, bytes, length, bufferSize); });
 }
 
 BOOL CspCalls::decrypt(HCRYPTKEY key, const Bytes& data, DWORD flags)
 {
     HandedBuffer buffer(data, static_cast<DWORD>(data.size()));
-    return handsOutInto("CPDecrypt", withContext(handle(key), inputWords(data)) + flagsText(flags), buffer,
-                        [&] { return CPDecrypt(context, key, 0, TRUE, flags, buffer.data(), buffer.length()); });
-}
-
-BOOL CspCalls::genRandom(const Place& place)
-{
-    HandedBuffer buffer(Place{place.buffer, std::nullopt});
-    return handsOutInto("CPGenRandom", withContext(words(place)), buffer,
-                        [&] { return CPGenRandom(context, place.stated.value_or(0), buffer.data()); });
-}
-
-BOOL CspCalls::deriveKey(ALG_ID algorithm, HCRYPTHASH hash, DWORD flags)
-{
-    return make("CPDeriveKey", withContext(algorithmName(algorithm), handle(hash)) + flagsText(flags), "key",
-                [&](Handle* key) { return CPDeriveKey(context, algorithm, hash, flags, key); }) != 0;
+    return fill(buffer, "CPDecrypt", arguments({handle(key), inputWords(data)}, flags),
+                [&](BYTE* bytes, DWORD* length) { return CPDecrypt(context, key, 0, TRUE, flags, bytes, length); });
 }
 
 } // namespace quelta::test

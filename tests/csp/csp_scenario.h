@@ -13,20 +13,41 @@ namespace quelta::test {
 class CspScenario : public Scenario {
 protected:
     // Silent, and required to succeed.
-    void open(const char* container = nullptr);
-    void openContainerOf(const QueltaKeyPair& pair);
-    HCRYPTKEY userKey(DWORD keySpec = AT_SIGNATURE);
-    HCRYPTKEY importedKey(const Bytes& blob, HCRYPTKEY with = 0);
+    void open(const char* container = nullptr)
+    {
+        silently([&] { return csp.acquire(container); });
+    }
+    void openContainerOf(const QueltaKeyPair& pair) { open(keyName(pair).c_str()); }
+    HCRYPTKEY userKey(DWORD keySpec = AT_SIGNATURE)
+    {
+        return silently([&] { return csp.getUserKey(keySpec); });
+    }
     // A symmetric key that the token's key-exchange key decrypts to these bytes.
     HCRYPTKEY sessionKey(ALG_ID algorithm, const Bytes& value);
-    HCRYPTHASH newHash(ALG_ID algorithm = CALG_SHA_256);
+    HCRYPTHASH newHash(ALG_ID algorithm = CALG_SHA_256)
+    {
+        return silently([&] { return csp.createHash(algorithm); });
+    }
     // Of the digest 01 02 ... 20.
     HCRYPTHASH finishedHash();
 
     // What its record holds, which no call tells in full.
     void noteKey(HCRYPTKEY key);
+    // How the answers depend on something, as sizes: "room 1, room 3: FALSE, ERROR_MORE_DATA, length 4; room 4: TRUE".
+    using Answers = std::vector<std::pair<std::string, std::string>>;
+    void noteAnswers(const std::string& what, const Answers& answers);
 
     CspCalls csp{recorder};
+
+private:
+    template <class Call>
+    ULONG_PTR silently(Call call)
+    {
+        const Recorder::Pause pause(recorder);
+        const ULONG_PTR made = call();
+        require(made != 0, "What the scenario needs");
+        return made;
+    }
 };
 
 } // namespace quelta::test

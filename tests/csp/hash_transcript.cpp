@@ -6,13 +6,19 @@ namespace quelta::test {
 
 class HashTranscript : public CspScenario {
 protected:
-    HashTranscript() { open(); }
+    HashTranscript()
+    {
+        open();
+        hash = newHash();
+    }
+
+    HCRYPTHASH hash;
 };
 
 TEST_F(HashTranscript, AlgorithmsAndTheirMechanisms)
 {
-    for (const ALG_ID algorithm : {CALG_SHA1, CALG_SHA_256, CALG_SHA_384, CALG_SHA_512, CALG_MD5, CALG_HMAC})
-        csp.createHash(algorithm);
+    for (const ALG_ID algorithm : {CALG_SHA1, CALG_SHA_256, CALG_SHA_384, CALG_SHA_512, CALG_MD5}) csp.createHash(algorithm);
+    errorsAlone();
     csp.createHash(CALG_MD5, 1);
     token.willAnswer(Call::initHash, 6);
     csp.createHash(CALG_SHA1);
@@ -20,139 +26,106 @@ TEST_F(HashTranscript, AlgorithmsAndTheirMechanisms)
 
 TEST_F(HashTranscript, DigestIsFinishedWhenItIsFirstReadAndThenKept)
 {
-    const HCRYPTHASH hash = newHash();
-    csp.hashData(hash, Bytes{1, 2, 3}, 7);
-    csp.hashData(hash, Bytes{});
-    csp.getHashParam(hash, HP_HASHVAL, query());
-    csp.getHashParam(hash, HP_HASHVAL, room(4));
+    for (const Bytes& data : {Bytes{1, 2, 3}, Bytes()}) csp.hashData(hash, data, 7);
+    for (const Place& place : {query(), room(4)}) csp.getHashParam(hash, HP_HASHVAL, place);
+    errorsAlone();
     csp.hashData(hash, Bytes{4});
     csp.getHashParam(hash, HP_HASHVAL, room(40));
     csp.destroyHash(hash);
 }
 
-TEST_F(HashTranscript, SizeAndAlgorithmAreReadBack)
+TEST_F(HashTranscript, SizeAndAlgorithmAreReadBackUnlessTheDigestIsLong)
 {
-    for (const ALG_ID algorithm : {CALG_SHA1, CALG_SHA_256}) {
-        const HCRYPTHASH hash = newHash(algorithm);
-        csp.getHashParam(hash, HP_ALGID, room(4));
-        csp.getHashParam(hash, HP_HASHSIZE, room(4));
-        csp.getHashParam(hash, HP_HASHVAL, room(20));
-    }
+    const auto readAll = [this](HCRYPTHASH of) {
+        for (const DWORD parameter : {HP_ALGID, HP_HASHSIZE}) csp.getHashParam(of, parameter, room(4));
+        csp.getHashParam(of, HP_HASHVAL, query());
+    };
+    for (const ALG_ID algorithm : {CALG_SHA_256, CALG_SHA_384}) readAll(newHash(algorithm));
     errorsAlone();
-    for (const DWORD parameter : {HP_ALGID, HP_HASHSIZE}) {
-        for (const Place& place : {query(), room(3)}) csp.getHashParam(newHash(), parameter, place);
-    }
-}
-
-TEST_F(HashTranscript, LongDigestsAreNotReadBack)
-{
-    for (const ALG_ID algorithm : {CALG_SHA_384, CALG_SHA_512}) {
-        const HCRYPTHASH hash = newHash(algorithm);
-        csp.getHashParam(hash, HP_HASHVAL, query());
-        csp.getHashParam(hash, HP_ALGID, room(4));
-        csp.getHashParam(hash, HP_HASHSIZE, room(4));
-        errorsAlone();
-    }
+    for (const ALG_ID algorithm : {CALG_SHA1, CALG_SHA_512}) readAll(newHash(algorithm));
     csp.getHashParam(newHash(CALG_SHA_384), HP_ALGID, query());
+    recorder.note("signing with a key of 1024 bits makes it one of MD5");
+    token.withKeyPair(usageSigning, algorithmRsa1024);
+    csp.signHash(hash, query());
+    readAll(hash);
 }
 
-TEST_F(HashTranscript, DigestThatIsSetIsReadAsItIs)
+TEST_F(HashTranscript, StructureForHMACRestartsThePlainHashAndIsNotReadBackAndADigestIsSetAsItIs)
 {
-    const HCRYPTHASH hash = newHash(CALG_SHA1);
-    csp.setHashParam(hash, HP_HASHVAL, counting(20));
-    csp.getHashParam(hash, HP_HASHVAL, room(19));
-    csp.getHashParam(hash, HP_HASHVAL, room(20));
-}
-
-TEST_F(HashTranscript, StructureForHMACRestartsThePlainHashAndIsNotReadBack)
-{
-    const HCRYPTHASH hash = newHash();
-    csp.hashData(hash, Bytes{1});
-    csp.setHashParam(hash, HP_HMAC_INFO, counting(sizeof(HMAC_INFO)));
+    hash = newHash(CALG_SHA1);
+    const auto setHmac = [&] { csp.setHashParam(hash, HP_HMAC_INFO, counting(sizeof(HMAC_INFO))); };
+    setHmac();
+    errorsAlone();
     csp.hashData(hash, Bytes{2});
     csp.getHashParam(hash, HP_HMAC_INFO, room(40));
-    errorsAlone();
-    csp.getHashParam(hash, HP_HMAC_INFO, query());
+    csp.setHashParam(hash, HP_HASHVAL, counting(20));
     token.willAnswer(Call::initHash, 4);
-    csp.setHashParam(hash, HP_HMAC_INFO, counting(sizeof(HMAC_INFO)));
-    csp.getHashParam(hash, HP_HASHVAL, room(32));
-    recorder.note("a finished digest stays finished");
-    csp.setHashParam(hash, HP_HMAC_INFO, counting(sizeof(HMAC_INFO)));
-    csp.getHashParam(hash, HP_HASHVAL, room(32));
+    setHmac();
+    setHmac();
+    csp.getHashParam(hash, HP_HASHVAL, room(20));
+    csp.hashData(hash, Bytes{3});
 }
 
 TEST_F(HashTranscript, DuplicateStartsAfreshUnlessTheDigestIsFinished)
 {
-    const HCRYPTHASH hash = newHash();
     csp.hashData(hash, Bytes{1});
-    const HCRYPTHASH copy = csp.duplicateHash(hash);
+    HCRYPTHASH copy = csp.duplicateHash(hash);
+    errorsAlone();
     csp.hashData(copy, Bytes{2});
     csp.hashData(hash, Bytes{3});
     csp.getHashParam(csp.duplicateHash(finishedHash()), HP_HASHVAL, room(32));
     token.willAnswer(Call::initHash, 4);
-    csp.duplicateHash(hash);
-}
-
-TEST_F(HashTranscript, DuplicateTakenAfterSigningSignsWithTheSameKeyAndDigest)
-{
+    for (const DWORD flags : {0, 1}) csp.duplicateHash(hash, flags);
+    recorder.note("taken after signing, it signs with the same key and digest");
     token.withKeyPair(usageSigning, algorithmRsa3072);
     cachePin();
     token.digest.bytes = counting(64, 0x90);
-    const HCRYPTHASH hash = newHash(CALG_SHA_512);
-    csp.signHash(hash, AT_SIGNATURE, query());
-    const HCRYPTHASH copy = csp.duplicateHash(hash);
-    errorsAlone();
-    csp.signHash(copy, AT_SIGNATURE, room(384));
+    hash = newHash(CALG_SHA_512);
+    csp.signHash(hash, query());
+    copy = csp.duplicateHash(hash);
+    csp.signHash(copy, query());
+    csp.signHash(copy, room(384));
     recorder.note("a digest that is set is as long as the hash's own algorithm has it");
     csp.setHashParam(copy, HP_HASHVAL, counting(64));
-    csp.signHash(copy, AT_SIGNATURE, room(384));
+    csp.signHash(copy, room(384));
     recorder.note("signing finished nothing: read back, the digest is asked for once more");
     token.digest.bytes = counting(32, 0x90);
     csp.getHashParam(hash, HP_HASHVAL, room(32));
 }
 
+TEST_F(HashTranscript, DataThatTheTokensLengthsCanNotSayGoesInPieces)
+{
+    constexpr DWORD size = 0x80000005, readable = 0x10000;
+    // The token's stand-in looks at short pieces only.
+    const std::unique_ptr<void, decltype([](void* memory) { VirtualFree(memory, 0, MEM_RELEASE); })> memory(
+        VirtualAlloc(nullptr, std::size_t{size} + readable, MEM_RESERVE, PAGE_NOACCESS));
+    auto* const data = static_cast<BYTE*>(memory.get());
+    require(VirtualAlloc(data + size - readable, readable, MEM_COMMIT, PAGE_READWRITE) != nullptr, "VirtualAlloc");
+    data[size - 1] = 0xEE;
+    for (const int answer : {0, 9}) {
+        token.willAnswer(Call::updateHash, answer);
+        csp.call("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, size, 0); });
+        token.willAnswer(Call::updateHash, 0);
+    }
+}
+
 TEST_F(HashTranscript, RefusalsAndFailuresOfTheToken)
 {
-    const HCRYPTHASH hash = newHash();
-    csp.getHashParam(hash, 99, query(4), 1);
     csp.getHashParam(hash, 99, query(4));
+    csp.setHashParam(hash, HP_ALGID, Bytes(4));
+    errorsAlone();
+    csp.getHashParam(hash, 99, query(4), 1);
     csp.getHashParam(hash, HP_HASHVAL, nowhere());
     csp.setHashParam(hash, HP_HASHVAL, CspCalls::null, 1);
     csp.setHashParam(hash, HP_HASHVAL, Bytes(32), 1);
-    csp.setHashParam(hash, HP_ALGID, Bytes(4));
-    csp.duplicateHash(hash, 1);
     csp.call("CPHashData", "1 byte and no address", [&] { return CPHashData(csp.context, hash, nullptr, 1, 0); });
     token.willAnswer(Call::updateHash, 9);
     csp.hashData(hash, Bytes{1});
     token.willAnswer(Call::finalHash, 8);
-    csp.getHashParam(hash, HP_HASHVAL, room(32));
-    token.digest.reportedLength = 33;
-    csp.getHashParam(hash, HP_HASHVAL, room(32));
-    recorder.note("a shorter one is as long as it is");
-    token.digest.reportedLength.reset();
-    token.digest.bytes = counting(20);
-    csp.getHashParam(hash, HP_HASHVAL, room(32));
-}
-
-TEST_F(HashTranscript, DataThatTheTokensLengthsCanNotSayGoesInPieces)
-{
-    constexpr std::size_t size = 0x80000005, readable = 0x10000;
-    // The token's stand-in looks at short pieces only.
-    const std::unique_ptr<void, decltype([](void* memory) { VirtualFree(memory, 0, MEM_RELEASE); })> memory(
-        VirtualAlloc(nullptr, size + readable, MEM_RESERVE, PAGE_NOACCESS));
-    auto* const data = static_cast<BYTE*>(memory.get());
-    require(VirtualAlloc(data + size - readable, readable, MEM_COMMIT, PAGE_READWRITE) != nullptr, "VirtualAlloc");
-    const HCRYPTHASH hash = newHash();
-    csp.call("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, 0x80000005, 0); });
-    token.willAnswer(Call::updateHash, 9);
-    csp.call("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, 0x80000005, 0); });
-}
-
-TEST_F(HashTranscript, AtLevelTwoErrorsAlone)
-{
-    errorsAlone();
-    csp.createHash(CALG_MD5);
-    csp.getHashParam(newHash(CALG_SHA_384), HP_HASHVAL, query());
+    for (const std::optional<int> reported : {20, 33, 20}) {
+        token.digest.reportedLength = reported;
+        csp.getHashParam(hash, HP_HASHVAL, room(32));
+    }
 }
 
 } // namespace quelta::test

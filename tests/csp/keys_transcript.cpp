@@ -1,43 +1,26 @@
 #include "csp/csp_scenario.h"
 
-#include "support/machine_registry.h"
-
 namespace quelta::test {
 
-class KeysTranscript : public CspScenario {
-protected:
-    void readAll(HCRYPTKEY key)
-    {
-        for (const DWORD parameter : {KP_PERMISSIONS, KP_ALGID, KP_BLOCKLEN, KP_KEYLEN}) csp.getKeyParam(key, parameter, room(8));
-    }
-};
+using KeysTranscript = CspScenario;
 
-TEST_F(KeysTranscript, KeySpecMustSuitTheUsage)
+TEST_F(KeysTranscript, KeySpecMustSuitTheUsageUntilTheContainersNameIsAskedFor)
 {
     auto& pair = token.withKeyPair(usageSigning, algorithmRsa2048);
     openContainerOf(pair);
-    csp.getUserKey(AT_SIGNATURE);
-    csp.getUserKey(AT_KEYEXCHANGE);
-    pair.usage = usageKeyExchange;
-    csp.getUserKey(AT_SIGNATURE);
-    csp.getUserKey(AT_KEYEXCHANGE);
-    pair.usage = usageBoth;
-    csp.getUserKey(AT_SIGNATURE);
-    csp.getUserKey(AT_KEYEXCHANGE);
-}
-
-TEST_F(KeysTranscript, OnceTheContainersNameWasAskedForTheUsageAloneDecides)
-{
-    auto& pair = token.withKeyPair(usageSigning, algorithmRsa2048);
-    openContainerOf(pair);
+    const auto ask = [&](std::uint32_t usage, DWORD keySpec) {
+        pair.usage = usage;
+        csp.getUserKey(keySpec);
+    };
+    ask(usageSigning, AT_KEYEXCHANGE);
+    ask(usageKeyExchange, AT_SIGNATURE);
+    ask(usageKeyExchange, AT_KEYEXCHANGE);
+    ask(usageBoth, AT_KEYEXCHANGE);
     csp.getProvParam(PP_UNIQUE_CONTAINER, query());
-    csp.getUserKey(AT_KEYEXCHANGE);
-    pair.usage = usageKeyExchange;
-    csp.getUserKey(AT_SIGNATURE);
-    pair.usage = usageBoth;
-    csp.getUserKey(AT_KEYEXCHANGE);
-    pair.usage = 4;
-    csp.getUserKey(AT_KEYEXCHANGE);
+    ask(usageBoth, AT_KEYEXCHANGE);
+    ask(usageKeyExchange, AT_SIGNATURE);
+    errorsAlone();
+    ask(4, AT_KEYEXCHANGE);
 }
 
 TEST_F(KeysTranscript, WithoutAContainerTheFirstThatSuitsIsTaken)
@@ -46,66 +29,46 @@ TEST_F(KeysTranscript, WithoutAContainerTheFirstThatSuitsIsTaken)
     csp.getUserKey(AT_SIGNATURE);
     token.withKeyPair(usageKeyExchange, algorithmRsa2048);
     token.withKeyPair(usageSigning, algorithmP384);
-    token.withKeyPair(usageBoth, algorithmRsa4096);
-    csp.getUserKey(0);
-    readAll(csp.getUserKey(AT_SIGNATURE));
+    auto& third = token.withKeyPair(usageBoth, algorithmRsa4096);
+    const HCRYPTKEY key = csp.getUserKey(AT_SIGNATURE);
+    for (const DWORD id : {KP_PERMISSIONS, KP_ALGID, KP_BLOCKLEN, KP_KEYLEN}) csp.getKeyParam(key, id, room(8));
     errorsAlone();
-    auto& third = token.keyPairs[2];
+    recorder.note("of each type");
+    for (const std::uint32_t type : {1, 2, 3, 4, 5, 6, 7, 0, 8}) {
+        token.keyPairs[1].algorithm = type;
+        noteKey(userKey());
+    }
+    csp.getUserKey(0);
     setText(third.label, "my key");
     third.hardware = 1;
+    std::ranges::fill(third.keyId, static_cast<unsigned char>(0xAB));
     openContainerOf(third);
     noteKey(csp.getUserKey(AT_KEYEXCHANGE));
     recorder.note("the name is compared exactly");
-    std::ranges::fill(third.keyId, static_cast<unsigned char>(0xAB));
     for (const char* name : {"abababababababababababababababab", "ABABABABABABABABABABABABABABABA"}) {
         open(name);
         csp.getUserKey(AT_SIGNATURE);
     }
 }
 
-TEST_F(KeysTranscript, EveryKeyTypeHasItsSizeAndAlgorithm)
-{
-    auto& pair = token.withKeyPair(usageSigning, algorithmRsa1024);
-    open();
-    errorsAlone();
-    for (const std::uint32_t type : {1, 3, 5, 6, 7, 0, 8}) {
-        pair.algorithm = type;
-        const HCRYPTKEY key = userKey();
-        recorder.note("key type " + std::to_string(type));
-        csp.getKeyParam(key, KP_ALGID, room(4));
-        csp.getKeyParam(key, KP_KEYLEN, room(4));
-    }
-}
-
-TEST_F(KeysTranscript, ShortBuffersOfParameters)
-{
-    token.withCertificateOf(token.withKeyPair(usageBoth, algorithmRsa3072), counting(300));
-    open();
-    const HCRYPTKEY key = userKey();
-    for (const Place& place : {query(2), room(0), room(2)}) csp.getKeyParam(key, KP_ALGID, place);
-    csp.getKeyParam(key, KP_ALGID, nowhere());
-    csp.getKeyParam(key, KP_MODE, nowhere());
-    errorsAlone();
-    for (const DWORD parameter : {KP_PERMISSIONS, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE}) {
-        for (const Place& place : {query(2), room(0), room(2)}) csp.getKeyParam(key, parameter, place);
-    }
-}
-
-TEST_F(KeysTranscript, CertificateIsFoundByLabelThenByReferenceAndTheFirstWins)
+TEST_F(KeysTranscript, CertificateIsFoundByLabelThenByReferenceAndShortBuffersAreErrors)
 {
     auto& pair = token.withKeyPair(usageSigning, algorithmRsa2048);
     setText(pair.label, "my key");
     open();
     const HCRYPTKEY key = userKey();
     csp.getKeyParam(key, KP_CERTIFICATE, query(7));
+    for (const Place& place : {query(2), room(2), nowhere()}) csp.getKeyParam(key, KP_ALGID, place);
     setText(token.withCertificate(Bytes{1}).label, "my key 2");
     setReference(token.withCertificate(Bytes{2}), keyReferenceOf(pair));
     setText(token.withCertificate(Bytes{3}).label, "my key");
-    recorder.note("whether the device opens is not looked at");
+    errorsAlone();
     token.willAnswer(Call::initDevice, 5);
     csp.getKeyParam(key, KP_CERTIFICATE, room(4));
     token.certificates.erase(token.certificates.begin() + 1);
     csp.getKeyParam(key, KP_CERTIFICATE, room(4));
+    token.certificates[1].certificateLength = 300;
+    for (const DWORD id : {KP_PERMISSIONS, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE, KP_MODE}) csp.getKeyParam(key, id, room(2));
 }
 
 TEST_F(KeysTranscript, GeneratedKeyIsWhatTheTokenMadeAndTheSizeIsOnlyWrittenDown)
@@ -119,55 +82,34 @@ TEST_F(KeysTranscript, GeneratedKeyIsWhatTheTokenMadeAndTheSizeIsOnlyWrittenDown
         std::ranges::fill(made.label, 'L');
     };
     noteKey(csp.genKey(CALG_RSA_SIGN));
+    token.onGenerate = nullptr;
     noteKey(csp.genKey(CALG_RSA_KEYX, 0x04000001));
-}
-
-TEST_F(KeysTranscript, GenerationIsRefusedForOtherAlgorithmsWithoutPINAndByTheToken)
-{
-    open();
+    errorsAlone();
     csp.genKey(AT_SIGNATURE);
-    csp.genKey(CALG_AES_128);
+    token.willAnswer(Call::generateKeyPair, 49);
+    csp.genKey(CALG_RSA_KEYX);
+    tokenState().pinCache.clear();
     user.cancels();
     csp.genKey(CALG_RSA_SIGN);
-    cachePin();
-    token.willAnswer(Call::generateKeyPair, 33);
-    csp.genKey(CALG_RSA_KEYX);
 }
 
 TEST_F(KeysTranscript, VectorIsTakenFromKeysThatHaveOneAndAllElseIsAcceptedAndDropped)
 {
     token.withKeyPair(usageBoth, algorithmRsa2048);
     open();
-    const HCRYPTKEY aes256 = sessionKey(CALG_AES_256, Bytes(32, 1)), aes128 = sessionKey(CALG_AES_128, Bytes(16, 1));
-    const HCRYPTKEY tripleDes = sessionKey(CALG_3DES, Bytes(24, 1));
-    const auto set = [this](HCRYPTKEY key, const Input& iv) {
-        csp.setKeyParam(key, KP_IV, iv, 5);
-        recorder.note("the vector is " + words(*tokenState().sharedIv.bytes()));
-    };
-    set(aes128, counting(16));
-    set(aes256, counting(16));
-    set(tripleDes, counting(8, 0x40));
+    const HCRYPTKEY aes256 = sessionKey(CALG_AES_256, Bytes(32, 1));
+    csp.setKeyParam(aes256, KP_PADDING, littleEndian({77}), 5);
     errorsAlone();
-    set(userKey(), CspCalls::null);
-    set(aes256, CspCalls::null);
-    everyLine();
-    csp.setKeyParam(aes256, KP_PADDING, littleEndian({77}));
-    csp.setKeyParam(aes256, 0xFFFF, CspCalls::null);
+    csp.setKeyParam(aes256, KP_MODE, CspCalls::null);
+    for (const auto& [key, iv] : {std::pair<HCRYPTKEY, Input>{sessionKey(CALG_AES_128, Bytes(16, 1)), counting(16)},
+                                  {aes256, counting(16)},
+                                  {sessionKey(CALG_3DES, Bytes(24, 1)), counting(8, 0x40)},
+                                  {userKey(), CspCalls::null},
+                                  {aes256, CspCalls::null}}) {
+        csp.setKeyParam(key, KP_IV, iv);
+        recorder.note("the vector is " + words(*tokenState().sharedIv.bytes()));
+    }
     csp.destroyKey(aes256);
-}
-
-TEST_F(KeysTranscript, AtLevelTwoErrorsAlone)
-{
-    token.withKeyPair(usageBoth, algorithmRsa2048);
-    open();
-    cachePin();
-    const HCRYPTKEY key = userKey();
-    setLogLevel(2);
-    csp.getUserKey(0);
-    csp.genKey(CALG_AES_128);
-    token.willAnswer(Call::generateKeyPair, 33);
-    csp.genKey(CALG_RSA_SIGN);
-    for (const DWORD parameter : {KP_ALGID, KP_CERTIFICATE, KP_MODE}) csp.getKeyParam(key, parameter, room(2));
 }
 
 } // namespace quelta::test

@@ -4,151 +4,113 @@ namespace quelta::test {
 
 class SignTranscript : public CspScenario {
 protected:
-    void openWithKey(std::uint32_t usage = usageSigning, std::uint32_t algorithm = algorithmRsa2048)
+    SignTranscript()
     {
-        openContainerOf(token.withKeyPair(usage, algorithm));
+        openContainerOf(pair);
+        cachePin("old pin");
+        hash = finishedHash();
     }
+
+    QueltaKeyPair& pair = token.withKeyPair(usageSigning, algorithmRsa2048);
+    HCRYPTHASH hash;
 };
 
 TEST_F(SignTranscript, SizeQueryFinishesTheDigestAndSettlesTheKeyForTheSigningThatFollows)
 {
-    openWithKey();
-    cachePin();
-    const HCRYPTHASH hash = newHash();
-    csp.signHash(hash, AT_KEYEXCHANGE, query(7));
-    csp.signHash(hash, AT_KEYEXCHANGE, room(256), 5);
+    const HCRYPTHASH open = newHash();
+    csp.signHash(open, query(7), AT_KEYEXCHANGE);
+    csp.signHash(open, room(256), AT_KEYEXCHANGE, 5);
     recorder.note("the token's number for the key has taken the place of the hash's");
-    csp.getHashParam(hash, HP_ALGID, room(4));
-}
-
-TEST_F(SignTranscript, SizeComesFromTheKeysType)
-{
-    openWithKey();
+    csp.getHashParam(open, HP_ALGID, room(4));
     errorsAlone();
-    for (const std::uint32_t type : {1, 2, 3, 4, 5}) {
-        token.keyPairs[0].algorithm = type;
-        csp.signHash(finishedHash(), AT_SIGNATURE, query());
+    for (const std::uint32_t type : {1, 3, 4, 5}) {
+        pair.algorithm = type;
+        csp.signHash(finishedHash(), query());
     }
-}
-
-TEST_F(SignTranscript, UserGivesThePINAndTheSignatureIsTurned)
-{
-    openWithKey(usageBoth);
-    token.signature.bytes = counting(200);
-    user.entersPin("1234");
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(300));
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(200));
 }
 
 TEST_F(SignTranscript, SignOnHasExpiredAndTheUserGivesThePIN)
 {
-    openWithKey();
-    cachePin("old pin");
     token.willAnswer(Call::signHash, 49);
+    token.signature.bytes = counting(200);
+    token.signature.evenIfRefused = true;
     user.entersPin("1235");
     user.acknowledges();
     user.entersPin("1234");
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(300));
-}
-
-TEST_F(SignTranscript, SignOnHasExpiredAndTheUserCancels)
-{
-    openWithKey();
-    cachePin();
-    const HCRYPTHASH hash = finishedHash();
-    token.willAnswer(Call::signHash, 49);
-    user.cancels();
-    csp.signHash(hash, AT_SIGNATURE, room(256));
-    recorder.note("no PIN is left");
+    csp.signHash(hash, room(300));
     errorsAlone();
-    user.cancels();
-    csp.signHash(hash, AT_SIGNATURE, room(256));
+    csp.signHash(hash, room(200));
+    tokenState().pinCache.clear();
+    user.entersPin("1234");
+    csp.signHash(hash, room(200));
 }
 
-TEST_F(SignTranscript, SignOnExpiresASecondTime)
+TEST_F(SignTranscript, SignOnHasExpiredAndTheUserCancelsOrItExpiresASecondTime)
 {
-    openWithKey();
+    errorsAlone();
+    for (int i = 0; i < 3; ++i) token.willAnswer(Call::signHash, 49);
+    for (int i = 0; i < 2; ++i) {
+        user.cancels();
+        csp.signHash(hash);
+    }
     token.openSingleSignOn();
-    token.willAnswer(Call::signHash, 49);
-    token.willAnswer(Call::signHash, 49);
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
+    csp.signHash(hash);
 }
 
 TEST_F(SignTranscript, ContainersKeyThatCanNotSignIsReplacedByTheLastOneOfTheTokenThatCan)
 {
-    errorsAlone();
-    cachePin();
-    openWithKey(usageKeyExchange);
-    token.withKeyPair(usageSigning, algorithmRsa2048);
-    token.withKeyPair(usageBoth, algorithmRsa2048);
+    pair.usage = usageKeyExchange;
+    csp.signHash(hash);
+    token.withKeyPair(usageSigning, algorithmRsa3072);
+    token.withKeyPair(usageBoth, algorithmRsa4096);
     token.withKeyPair(4, algorithmRsa2048);
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
+    csp.signHash(hash);
     recorder.note("without a container the first that can");
     open();
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
-    recorder.note("the container's own, if it can");
-    openContainerOf(token.keyPairs[2]);
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
-}
-
-TEST_F(SignTranscript, WithoutAKeyThatSignsNothingIsSigned)
-{
-    openWithKey(usageKeyExchange);
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
-    token.withKeyPair(usageSigning, algorithmRsa2048);
+    csp.signHash(finishedHash());
+    errorsAlone();
+    recorder.note("the container's own, if it can, and none if the container is none");
+    openContainerOf(token.keyPairs[1]);
+    csp.signHash(finishedHash());
     open("nobody");
-    csp.signHash(finishedHash(), AT_SIGNATURE, query());
+    csp.signHash(finishedHash());
 }
 
 TEST_F(SignTranscript, FailuresOfTheTokenAndLengthsThatCanNotBe)
 {
-    openWithKey();
-    cachePin();
-    const HCRYPTHASH hash = newHash(CALG_SHA_512);
-    csp.signHash(hash, AT_SIGNATURE, nowhere());
-    csp.signHash(hash, AT_SIGNATURE, Place{1, 0x80000000});
-    token.willAnswer(Call::finalHash, 3);
-    csp.signHash(hash, AT_SIGNATURE, room(256));
-    token.digest.reportedLength = 129;
-    csp.signHash(hash, AT_SIGNATURE, room(256));
-    token.digest = {};
     errorsAlone();
+    for (const Place& place : {nowhere(), Place{1, 0x80000000}}) csp.signHash(hash, place);
+    const HCRYPTHASH open = newHash(CALG_SHA_512);
+    token.willAnswer(Call::finalHash, 3);
+    token.digest.reportedLength = 129;
+    for (int i = 0; i < 2; ++i) csp.signHash(open);
+    token.digest = {};
     recorder.note("a size query may state any room");
-    csp.signHash(hash, AT_SIGNATURE, query(0x80000000));
+    csp.signHash(open, query(0x80000000));
     token.willAnswer(Call::signHash, 17);
-    csp.signHash(hash, AT_SIGNATURE, room(256));
-    token.signature.bytes = Bytes();
-    for (const int reported : {-1, 257}) {
-        token.signature.reportedLength = reported;
-        csp.signHash(hash, AT_SIGNATURE, room(256));
+    for (const int reported : {0, -1, 257}) {
+        token.signature = {.bytes = Bytes(), .reportedLength = reported};
+        csp.signHash(open);
     }
 }
 
-TEST_F(SignTranscript, LastErrorIsTheCallersWhateverTheLibraryAndTheLogLeaveThere)
+TEST_F(SignTranscript, LastErrorAndStatedRoomAreTheCallersWhateverIsWrittenThereMeanwhile)
 {
-    openWithKey();
-    const HCRYPTHASH hash = newHash();
+    errorsAlone();
+    tokenState().pinCache.clear();
+    GuardedBuffer signature(256);
+    DWORD length = signature.length();
     for (const Call call : {Call::finalHash, Call::getKeyPairList, Call::getTokenInfo, Call::validatePassword, Call::signHash}) {
-        token.during(call, [this] {
+        token.during(call, [this, &length] {
+            length = 4096;
             user.watch();
             SetLastError(ERROR_DEVICE_NOT_CONNECTED);
         });
     }
     user.entersPin("1234");
-    csp.signHash(hash, AT_SIGNATURE, room(256));
-    errorsAlone();
-    csp.signHash(hash, AT_SIGNATURE, room(256));
-}
-
-TEST_F(SignTranscript, AtLevelTwoErrorsAlone)
-{
-    openWithKey();
-    cachePin();
-    token.willAnswer(Call::signHash, 17);
-    errorsAlone();
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
-    token.keyPairs.clear();
-    csp.signHash(finishedHash(), AT_SIGNATURE, room(256));
+    csp.call("CPSignHash", "room 256, then 4096",
+             [&] { return CPSignHash(csp.context, hash, AT_SIGNATURE, nullptr, 0, signature.data(), &length); });
+    recorder.note("the length is " + std::to_string(length));
 }
 
 } // namespace quelta::test

@@ -7,16 +7,20 @@ namespace quelta::test {
 
 class VerifyTranscript : public CspScenario {
 protected:
-    VerifyTranscript() : pair(token.withKeyPair(usageBoth, algorithmRsa2048)) { open(); }
+    VerifyTranscript() { open(); }
 
-    QueltaKeyPair& pair;
+    QueltaKeyPair& pair = token.withKeyPair(usageBoth, algorithmRsa2048);
 };
 
 TEST_F(VerifyTranscript, KeyGoesToTheTokenAsDERAndTheSignatureTurned)
 {
+    const Bytes der = concat({hexToBytes("30820122300D06092A864886F70D01010105000382010F003082010A0282010100"),
+                              {publicKeyOf(pair).begin(), publicKeyOf(pair).end()},
+                              hexToBytes("0203010001")});
+    recorder.call(der, "(the whole SubjectPublicKeyInfo)");
     const HCRYPTHASH hash = finishedHash();
-    csp.verifySignature(hash, counting(256), userKey(), 5);
-    setPublicKey(pair, rawModulusToDer(publicKeyOf(pair)));
+    csp.verifySignature(hash, counting(256), userKey());
+    setPublicKey(pair, der);
     csp.verifySignature(hash, counting(256), userKey());
     errorsAlone();
     recorder.note("the library's context stays behind");
@@ -29,9 +33,7 @@ TEST_F(VerifyTranscript, WithoutAPublicKeyTheContainersServesAndAlwaysAsAModulus
     const HCRYPTHASH hash = finishedHash();
     const HCRYPTKEY symmetric = sessionKey(CALG_AES_128, Bytes(16, 1));
     pair.usage = usageKeyExchange;
-    Bytes likeDer = counting(256);
-    likeDer.front() = 0x30;
-    setPublicKey(token.withKeyPair(usageSigning, algorithmRsa2048), likeDer);
+    setPublicKey(token.withKeyPair(usageSigning, algorithmRsa2048), Bytes(256, 0x30));
     token.withKeyPair(usageSigning, algorithmRsa2048);
     csp.verifySignature(hash, Bytes{1, 2});
     errorsAlone();
@@ -43,52 +45,35 @@ TEST_F(VerifyTranscript, WithoutAPublicKeyTheContainersServesAndAlwaysAsAModulus
 
 TEST_F(VerifyTranscript, OpenDigestIsReadAsACallerWouldReadIt)
 {
-    const HCRYPTHASH hash = newHash();
     const HCRYPTKEY key = userKey();
+    const HCRYPTHASH hash = newHash(), longHash = newHash(CALG_SHA_384), renamed = newHash(CALG_SHA1);
     csp.verifySignature(hash, Bytes{1, 2}, key);
     errorsAlone();
     csp.verifySignature(hash, Bytes{1, 2}, key);
-}
-
-TEST_F(VerifyTranscript, DigestThatCanNotBeReadIsABadHash)
-{
-    csp.verifySignature(newHash(CALG_SHA_384), Bytes{1});
-    const HCRYPTHASH failing = newHash();
-    token.willAnswer(Call::finalHash, 2);
-    csp.verifySignature(failing, Bytes{1});
+    recorder.note("a long one can not be read unless it was set");
+    csp.verifySignature(longHash, Bytes{1}, key);
+    csp.setHashParam(longHash, HP_HASHVAL, counting(48));
+    csp.verifySignature(longHash, Bytes{1}, key);
     recorder.note("signing an empty digest of SHA-1 with a key of 3072 bits makes it read back as one of SHA-256");
     pair.algorithm = algorithmRsa3072;
     token.digest.bytes = Bytes();
-    const HCRYPTHASH renamed = newHash(CALG_SHA1);
-    csp.signHash(renamed, AT_SIGNATURE, query());
+    csp.signHash(renamed, query());
     csp.verifySignature(renamed, Bytes{1});
 }
 
-TEST_F(VerifyTranscript, WrongSignatureAndOnesThatCanNotBe)
+TEST_F(VerifyTranscript, FailuresOfTheTokenAndSignaturesThatCanNotBe)
 {
-    const HCRYPTHASH hash = finishedHash();
-    token.willAnswer(Call::verifySignatureHash, 17);
-    csp.verifySignature(hash, Bytes{1}, userKey());
-    csp.call("CPVerifySignature", "a signature of 1 byte and no address",
-             [&] { return CPVerifySignature(csp.context, hash, nullptr, 1, 0, nullptr, 0); });
-    const BYTE byte = 0;
-    csp.call("CPVerifySignature", "a signature of 2147483648 bytes",
-             [&] { return CPVerifySignature(csp.context, hash, &byte, 0x80000000, 0, nullptr, 0); });
-}
-
-TEST_F(VerifyTranscript, AtLevelTwoErrorsAlone)
-{
-    const HCRYPTHASH hash = finishedHash();
-    const HCRYPTHASH unreadable = newHash(CALG_SHA_384), failing = newHash();
     errorsAlone();
-    csp.verifySignature(unreadable, Bytes{1});
+    const HCRYPTHASH hash = newHash();
     token.willAnswer(Call::finalHash, 2);
-    csp.verifySignature(failing, Bytes{1});
     token.willAnswer(Call::verifySignatureHash, -17);
-    csp.verifySignature(hash, Bytes{1});
-    csp.verifySignature(0, Bytes{1});
-    csp.context = 0;
-    csp.verifySignature(0, Bytes{1});
+    for (int i = 0; i < 2; ++i) csp.verifySignature(hash, Bytes{1});
+    const auto verify = [&](const char* what, const BYTE* signature, DWORD size) {
+        csp.call("CPVerifySignature", what, [&] { return CPVerifySignature(csp.context, hash, signature, size, 0, nullptr, 0); });
+    };
+    const BYTE byte = 0;
+    verify("1 byte and no address", nullptr, 1);
+    verify("2147483648 bytes", &byte, 0x80000000);
 }
 
 } // namespace quelta::test

@@ -1,7 +1,6 @@
-#include "support/fake_device_library.h"
+#include "support/test_bytes.h"
 
 #include "encoding/rsa_public_key.h"
-#include "log/utils.h"
 
 #include <gmock/gmock.h>
 
@@ -13,11 +12,6 @@ namespace quelta::test {
 
 namespace {
 
-std::string hexOf(const Bytes& bytes)
-{
-    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
-}
-
 std::vector<std::max_align_t> decode(LPCSTR kind, const BYTE* encoded, DWORD size)
 {
     std::vector<std::max_align_t> room(256);
@@ -27,14 +21,8 @@ std::vector<std::max_align_t> decode(LPCSTR kind, const BYTE* encoded, DWORD siz
     return room;
 }
 
-struct DecodedKey {
-    std::string algorithm;
-    DWORD exponent = 0;
-    Bytes modulus;
-};
-
-// What crypt32 makes of a SubjectPublicKeyInfo.
-DecodedKey decodeKey(const Bytes& der)
+// What crypt32 makes of a SubjectPublicKeyInfo: algorithm, exponent and modulus.
+std::tuple<std::string, DWORD, Bytes> decodeKey(const Bytes& der)
 {
     const auto infoRoom = decode(X509_PUBLIC_KEY_INFO, der.data(), static_cast<DWORD>(der.size()));
     if (infoRoom.empty()) return {};
@@ -43,10 +31,7 @@ DecodedKey decodeKey(const Bytes& der)
     if (keyRoom.empty()) return {};
     const auto* header = reinterpret_cast<const BYTE*>(keyRoom.data()) + sizeof(BLOBHEADER);
     const auto& key = *reinterpret_cast<const RSAPUBKEY*>(header);
-    const BYTE* littleEndian = header + sizeof(RSAPUBKEY);
-    return {info.Algorithm.pszObjId,
-            key.pubexp,
-            {std::reverse_iterator(littleEndian + key.bitlen / 8), std::reverse_iterator(littleEndian)}};
+    return {info.Algorithm.pszObjId, key.pubexp, reversed({header + sizeof(RSAPUBKEY), key.bitlen / 8})};
 }
 
 } // namespace
@@ -61,43 +46,30 @@ TEST(RsaPublicKey, HexIsReadLeniently)
     }
 }
 
-TEST(RsaPublicKey, DerLengthsChangeFormAtTheirLimits)
-{
-    const std::pair<std::size_t, const char*> rows[] = {
-        {0, "00"},       {127, "7F"},       {128, "8180"},       {255, "81FF"},
-        {256, "820100"}, {65535, "82FFFF"}, {65536, "83010000"}, {0x12345678, "8412345678"}};
-    for (const auto& [length, encoded] : rows) EXPECT_EQ(hexOf(encodeDerLength(length)), encoded) << length;
-    EXPECT_EQ(hexOf(encodeDerTlv(0x04, Bytes(128, 0x55))).substr(0, 8), "04818055");
-}
-
 TEST(RsaPublicKey, Crypt32ReadsBackWhatWasEncoded)
 {
     for (const std::size_t size : {64, 127, 128, 255, 256, 384, 512}) {
         for (const unsigned char first : Bytes{0x7F, 0x80, 0xFF}) {
             const Bytes modulus = counting(size, first);
-            const DecodedKey key = decodeKey(rawModulusToDer(modulus));
-            EXPECT_EQ(key.algorithm, szOID_RSA_RSA) << size;
-            EXPECT_EQ(key.exponent, 65537U);
-            EXPECT_EQ(key.modulus, modulus) << size << " bytes";
+            EXPECT_EQ(decodeKey(rawModulusToDer(modulus)), std::tuple(szOID_RSA_RSA, 65537U, modulus)) << size << " bytes";
         }
     }
-    EXPECT_EQ(decodeKey(rsaPublicKeyToDer("0x" + hexOf(counting(128, 0xC1)), "3")).exponent, 3U);
+    EXPECT_EQ(std::get<DWORD>(decodeKey(rsaPublicKeyToDer("0x" + toHex(counting(128, 0xC1)), "3"))), 3U);
 }
 
 // Crypt32 would not miss the NULL of the algorithm.
 TEST(RsaPublicKey, KeyOf2048BitsIsThese294Bytes)
 {
     const Bytes modulus = counting(256, 0xC1);
-    const Bytes der = rawModulusToDer(modulus);
-    EXPECT_EQ(der.size(), 294U);
-    EXPECT_EQ(hexOf(der), "30820122300D06092A864886F70D01010105000382010F003082010A0282010100" + hexOf(modulus) + "0203010001");
+    EXPECT_EQ(toHex(rawModulusToDer(modulus)),
+              "30820122300D06092A864886F70D01010105000382010F003082010A0282010100" + toHex(modulus) + "0203010001");
 }
 
 TEST(RsaPublicKey, NothingIsTakenFromOrAddedToTheModulusButTheSign)
 {
-    EXPECT_THAT(hexOf(rsaPublicKeyToDer("000102", "010001")), ::testing::HasSubstr("0203000102"
-                                                                                   "0203010001"));
-    EXPECT_THAT(hexOf(rsaPublicKeyToDer("", "80")), ::testing::EndsWith("0200"
+    EXPECT_THAT(toHex(rsaPublicKeyToDer("000102", "010001")), ::testing::EndsWith("0203000102"
+                                                                                  "0203010001"));
+    EXPECT_THAT(toHex(rsaPublicKeyToDer("", "80")), ::testing::EndsWith("0200"
                                                                         "02020080"));
 }
 

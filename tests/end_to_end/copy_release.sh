@@ -2,7 +2,7 @@
 # Puts the release build's programs and the end-to-end tests into one folder. copy_release.sh BUILD FOLDER TESTS...
 set -euo pipefail
 
-rm -rf "${2:?}/bin" "$2/softtoken"
+rm -rf "${2:?}/bin" "${2:?}/softtoken"
 mkdir -p "$2"
 cp -r --preserve=timestamps "$1/bin" "$1/softtoken" "$2"
 cp "${@:3}" "$2/bin"

@@ -1,21 +1,14 @@
-#include "end_to_end/crypto_api.h"
-#include "end_to_end/key_storage.h"
 #include "end_to_end/token_test.h"
-#include "log/utils.h"
-
-#include <bcrypt.h>
-
-#include <algorithm>
 
 namespace quelta::test {
 
 namespace {
 
-const Bytes message = bytesOf("a message");
+const Bytes message = counting(20);
 
 } // namespace
 
-class PublicKeys : public EndToEndTest {};
+class PublicKeys : public TokenTest {};
 
 TEST_F(PublicKeys, ExportedOnesAreWhatOpensslHas)
 {
@@ -23,7 +16,6 @@ TEST_F(PublicKeys, ExportedOnesAreWhatOpensslHas)
         folder.write("blob", blob);
         EXPECT_TRUE(folder.shell("openssl rsa -pubin -inform MSBLOB -in blob -pubout | cmp - $shared/" + label + ".pub.pem"));
     };
-    const KeyStorage storage;
     for (const unsigned bits : rsaSizes) {
         const std::string label = "rsa" + std::to_string(bits);
         const StoredKey key = storage.openLabelled(label);
@@ -31,22 +23,18 @@ TEST_F(PublicKeys, ExportedOnesAreWhatOpensslHas)
         check(legacy, label);
         // The modulus is the end of both, in opposite orders.
         ASSERT_GT(std::min(blob.size(), legacy.size()), bits / 8);
-        EXPECT_TRUE(std::ranges::equal(ByteView(blob).last(bits / 8), reversed(ByteView(legacy).last(bits / 8)))) << bits;
+        EXPECT_EQ(toBytes(ByteView(blob).last(bits / 8)), reversed(ByteView(legacy).last(bits / 8))) << bits;
     }
     // CryptoAPI gives out the keys of 2048 bits alone.
-    const Context context = openContext("rsa2048");
-    Bytes blob(1024);
-    auto size = static_cast<DWORD>(blob.size());
-    ASSERT_TRUE(CryptExportKey(userKey(context, AT_SIGNATURE).get(), 0, PUBLICKEYBLOB, 0, blob.data(), &size)) << GetLastError();
-    check(ByteView(blob).first(size), "rsa2048");
+    const CryptoApi csp("rsa2048");
+    const CryptKey key = csp.userKey();
+    check(filled([&](BYTE* into, DWORD* size) { return CryptExportKey(key.get(), 0, PUBLICKEYBLOB, 0, into, size); }), "rsa2048");
 }
 
 TEST_F(PublicKeys, ImportedOnesVerifyAndEncryptForOpenssl)
 {
     folder.write("message", message);
-    const KeyStorage storage;
-    const Context context = openContext();
-    usePin(context);
+    const CryptoApi csp;
     for (const unsigned bits : rsaSizes) {
         SCOPED_TRACE(bits);
         const std::string label = "rsa" + std::to_string(bits), key = "$shared/" + label + ".pem";
@@ -54,73 +42,69 @@ TEST_F(PublicKeys, ImportedOnesVerifyAndEncryptForOpenssl)
                                  key + " -out signature message\nopenssl dgst -sha256 -binary -out digest message"));
         const Bytes blob = folder.read("blob"), signature = folder.read("signature"), digest = folder.read("digest");
 
-        const Key imported = importKey(context, blob);
-        EXPECT_TRUE(verifies(hashOf(context, CALG_SHA_256, message), reversed(signature), imported));
-        folder.write("cipher", reversed(encrypt(imported, message)));
-        EXPECT_TRUE(folder.shell("openssl pkeyutl -decrypt -inkey " + key + " -in cipher -out back && cmp back message"));
+        const CryptKey imported = csp.import(blob);
+        EXPECT_EQ(csp.verify(CALG_SHA_256, message, reversed(signature), imported), 0U);
+        folder.write("cipher", reversed(CryptoApi::encrypt(imported, message)));
+        EXPECT_TRUE(folder.shell("openssl pkeyutl -decrypt -inkey " + key + " -in cipher | cmp - message"));
 
         // The DER form of the largest has no room in a key.
-        if (bits == 4096)
-            EXPECT_EQ(storage.tryImport(L"CAPIPUBLICBLOB", blob), NTE_BAD_DATA);
-        else
-            EXPECT_EQ(storage.import(L"CAPIPUBLICBLOB", blob).verify(digest, signature), 0);
+        const StoredKey legacy = storage.import(L"CAPIPUBLICBLOB", blob);
+        EXPECT_EQ(bits == 4096 ? legacy.status() : legacy.verify(digest, signature), bits == 4096 ? NTE_BAD_DATA : 0);
         const StoredKey stored = storage.import(BCRYPT_RSAPUBLIC_BLOB, storage.openLabelled(label).exported(L"PUBLICBLOB"));
         EXPECT_EQ(stored.verify(digest, signature), 0);
         EXPECT_EQ(stored.verify(Bytes(32), signature), NTE_BAD_SIGNATURE);
-        EXPECT_EQ(stored.number(L"Length"), bits);
     }
 }
 
-class WrappedKeys : public EndToEndTest, public ::testing::WithParamInterface<Way> {
+class WrappedKeys : public TokenTest {
 protected:
     Bytes wrap(ByteView key, ByteView under)
     {
         folder.write("key", key);
-        EXPECT_TRUE(folder.shell("openssl enc -id-aes" + std::to_string(under.size() * 8) + "-wrap -K " +
-                                 Utils::toHex(under.data(), static_cast<int>(under.size())) +
+        EXPECT_TRUE(folder.shell("openssl enc -id-aes" + std::to_string(under.size() * 8) + "-wrap -K " + toHex(under) +
                                  " -iv A6A6A6A6A6A6A6A6 -in key -out wrapped"));
         return folder.read("wrapped");
     }
-    DWORD importPlain(ByteView key) const
+    DWORD importByCryptoApi(BYTE type, std::size_t keySize, const Bytes& rest) const
     {
-        const Bytes size{static_cast<unsigned char>(key.size()), 0, 0, 0};
-        if (GetParam() == Way::ksp)
-            return static_cast<DWORD>(
-                storage.tryImport(L"KeyDataBlob", joined(joined(Bytes{'K', 'D', 'B', 'M', 1, 0, 0, 0}, size), key)));
-        const ALG_ID algorithm = key.size() == 16 ? CALG_AES_128 : CALG_AES_256;
-        return tryImport(context, joined(joined(blobHeader(PLAINTEXTKEYBLOB, algorithm), size), key));
+        return csp.import(keyBlob(type, keySize == 16 ? CALG_AES_128 : CALG_AES_256, rest)) ? 0 : GetLastError();
     }
-    DWORD importWrapped(ByteView wrapped) const
+    DWORD importPlain(const Bytes& key, bool byKeyStorage) const
     {
-        if (GetParam() == Way::ksp) return static_cast<DWORD>(storage.tryImport(L"OpaqueKeyBlob", wrapped));
-        const ALG_ID algorithm = wrapped.size() == 24 ? CALG_AES_128 : CALG_AES_256;
+        const Bytes sized = concat({littleEndian({static_cast<DWORD>(key.size())}), key});
+        if (!byKeyStorage) return importByCryptoApi(PLAINTEXTKEYBLOB, key.size(), sized);
+        const Bytes blob = concat({littleEndian({BCRYPT_KEY_DATA_BLOB_MAGIC, 1}), sized});
+        return static_cast<DWORD>(storage.import(L"KeyDataBlob", blob).status());
+    }
+    DWORD importWrapped(const Bytes& wrapped, bool byKeyStorage) const
+    {
+        if (byKeyStorage) return static_cast<DWORD>(storage.import(L"OpaqueKeyBlob", wrapped).status());
         // The last four bytes are no part of the key.
-        return tryImport(context, joined(joined(blobHeader(SYMMETRICWRAPKEYBLOB, algorithm), wrapped), Bytes(4)));
+        return importByCryptoApi(SYMMETRICWRAPKEYBLOB, wrapped.size() - 8, concat({wrapped, Bytes(4)}));
     }
 
-    const Context context = openContext();
-    const KeyStorage storage;
+    const CryptoApi csp;
 };
 
-INSTANTIATE_TEST_SUITE_P(BothWays, WrappedKeys, ::testing::Values(Way::csp, Way::ksp), nameOfWay);
-
-// A key that was imported is known by what it unwraps: the next key of the chain.
-TEST_P(WrappedKeys, FromOpensslUnwrapUnderTheOneBeforeThem)
+// A key that was imported is known by what it unwraps: the next key of the chain. What one interface imports, both unwrap with.
+TEST_F(WrappedKeys, FromOpensslUnwrapUnderTheOneBeforeThem)
 {
     constexpr auto refused = static_cast<DWORD>(NTE_BAD_KEY);
-    storage.usePin();
     for (const std::size_t size : {16, 32}) {
-        const auto fill = static_cast<unsigned char>(size);
-        const Bytes first(size, fill), second(48 - size, 0x5A), third(size, static_cast<unsigned char>(fill + 1));
-        const Bytes secondUnderFirst = wrap(second, first), thirdUnderSecond = wrap(third, second);
-        EXPECT_EQ(importWrapped(secondUnderFirst), refused) << size;
-        EXPECT_EQ(importPlain(first), 0U) << size;
-        EXPECT_EQ(importWrapped(thirdUnderSecond), refused) << size;
-        EXPECT_EQ(importWrapped(secondUnderFirst), 0U) << size;
-        EXPECT_EQ(importWrapped(thirdUnderSecond), 0U) << size;
-        Bytes damaged = thirdUnderSecond;
-        damaged.front() ^= 1;
-        EXPECT_EQ(importWrapped(damaged), refused) << size;
+        for (const bool storing : {false, true}) {
+            SCOPED_TRACE(testing::Message() << size << (storing ? " by key storage" : " by CryptoAPI"));
+            const auto start = static_cast<unsigned char>(storing ? size : 100 + size);
+            const Bytes first = counting(size, start), second = counting(48 - size, start + 1), third = counting(size, start + 2);
+            const Bytes secondUnderFirst = wrap(second, first), thirdUnderSecond = wrap(third, second);
+            EXPECT_EQ(importWrapped(secondUnderFirst, storing), refused);
+            EXPECT_EQ(importPlain(first, storing), 0U);
+            EXPECT_EQ(importWrapped(thirdUnderSecond, !storing), refused);
+            EXPECT_EQ(importWrapped(secondUnderFirst, storing), 0U);
+            EXPECT_EQ(importWrapped(thirdUnderSecond, !storing), 0U);
+            Bytes damaged = thirdUnderSecond;
+            damaged.front() ^= 1;
+            EXPECT_EQ(importWrapped(damaged, storing), refused);
+        }
     }
 }
 

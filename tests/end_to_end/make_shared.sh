@@ -6,48 +6,31 @@
 #   token/                             the token
 set -euo pipefail
 
-bin=$1
+softtoken=$1/../softtoken
 folder=$2
-pin=135790
-
-up_to_date() {
-    local source
-    for source in "$0" "$bin/../softtoken/quelta-token.exe" "$bin/../softtoken/QueltaDSCLibrary.dll"; do
-        [[ $folder/complete -nt $source ]] || return 1
-    done
-}
-
-token() {
-    wine "$bin/../softtoken/quelta-token.exe" --dir "$folder/token" "$@" </dev/null
-}
-
-make_key() {
-    local name=$1
-    shift
-    openssl genpkey -quiet "$@" -out "$folder/$name.pem"
-    openssl pkey -in "$folder/$name.pem" -pubout -out "$folder/$name.pub.pem"
-    token import "$folder/$name.pem" --label "$name" >"$folder/$name.id"
-}
-
-certify() {
-    local part
-    token cert "$1" --subject "CN=$1 of the tests" >"$folder/log"
-    for part in root leaf; do
-        token cert "$1" --export "$part" --out "$folder/$1.$part.pem"
-    done
-}
-
-! up_to_date || exit 0
+[[ ! $folder/complete -nt $0 || ! $folder/complete -nt $softtoken/quelta-token.exe ||
+    ! $folder/complete -nt $softtoken/QueltaDSCLibrary.dll ]] || exit 0
 rm -rf "$folder"
 mkdir -p "$folder"
-token init --pin "$pin" --attempts 3 >"$folder/log"
-for bits in 1024 2048 3072 4096; do
-    make_key "rsa$bits" -algorithm RSA -pkeyopt "rsa_keygen_bits:$bits"
+cd "$folder"
+
+token() {
+    wine "$softtoken/quelta-token.exe" --dir token "$@" </dev/null
+}
+
+token init --pin 135790 --attempts 3 >log
+for key in rsa1024 rsa2048 rsa3072 rsa4096 p256 p384 p521; do
+    case $key in
+    rsa*) openssl genpkey -quiet -algorithm RSA -pkeyopt "rsa_keygen_bits:${key#rsa}" -out "$key.pem" ;;
+    *) openssl genpkey -quiet -algorithm EC -pkeyopt "ec_paramgen_curve:P-${key#p}" -out "$key.pem" ;;
+    esac
+    openssl pkey -in "$key.pem" -pubout -out "$key.pub.pem"
+    token import "$key.pem" --label "$key" >"$key.id"
 done
-for curve in 256 384 521; do
-    make_key "p$curve" -algorithm EC -pkeyopt "ec_paramgen_curve:P-$curve"
+for key in rsa2048 rsa4096 p256; do
+    token cert "$key" --subject "CN=$key of the tests" >log
+    for part in root leaf; do
+        token cert "$key" --export "$part" --out "$key.$part.pem"
+    done
 done
-for name in rsa2048 rsa4096 p256; do
-    certify "$name"
-done
-touch "$folder/complete"
+touch complete

@@ -1,62 +1,84 @@
 #include "end_to_end/token_test.h"
 
-#include "base/provider_name.h"
 #include "support/child_process.h"
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
-#include <chrono>
 #include <stdexcept>
 
 namespace quelta::test {
 
 namespace {
 
-using namespace std::chrono_literals;
+namespace fs = std::filesystem;
 
-void setProviderValue(const char* name, DWORD type, const void* data, std::size_t size)
+fs::path buildFolder()
 {
-    const LSTATUS status =
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, providerRegistryKey().c_str(), name, type, data, static_cast<DWORD>(size));
-    if (status != ERROR_SUCCESS) throw std::runtime_error("Registering the provider failed: " + std::to_string(status));
+    return ownExecutable().parent_path().parent_path();
+}
+
+const fs::path shared = buildFolder() / "end-to-end" / "shared";
+
+fs::path newFolder()
+{
+    static int count = 0;
+    const std::string name = std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count);
+    return buildFolder() / "end-to-end" / "work" / name;
+}
+
+std::string firstLine(const fs::path& path)
+{
+    std::ifstream stream(path);
+    std::string line;
+    if (!std::getline(stream, line)) throw std::runtime_error("Nothing in " + path.string() + ": run the tests through ctest");
+    return line;
+}
+
+// Drive Z:, where the build is, is the root of the native file system.
+std::string nativePath(const fs::path& path)
+{
+    return path.generic_string().substr(2);
 }
 
 } // namespace
 
+TokenFolder::TokenFolder() : ScratchFolder(newFolder())
+{
+    fs::copy(shared / "token", *this / "token");
+    SetEnvironmentVariableW(L"QUELTA_TOKEN_DIR", (*this / "token").c_str());
+    registerBuiltModule();
+}
+
+// There is no handle of a native program to wait for: its last act is to make the file "status".
+::testing::AssertionResult TokenFolder::shell(const std::string& commands) const
+{
+    const fs::path script = write("commands.sh", toBytes("cd \"$(dirname \"$0\")\"\nshared='" + nativePath(shared) + R"('
+refuses() { if "$@"; then echo "not refused: $*"; exit 1; fi; }
+( set -e
+)" + commands + R"(
+) >output 2>&1 </dev/null
+echo $? >status.new && mv status.new status
+)"));
+    fs::remove(*this / "status");
+    runProcess(R"("Z:\bin\sh" ")" + nativePath(script) + "\"");
+    for (int tries = 0; !fs::exists(*this / "status"); Sleep(5))
+        if (++tries > 12000) return ::testing::AssertionFailure() << "no end of " << commands;
+    if (firstLine(*this / "status") == "0") return ::testing::AssertionSuccess();
+    return ::testing::AssertionFailure() << commands << "\n" << toText(read("output"));
+}
+
 EndToEndTest::EndToEndTest()
 {
-    std::filesystem::copy(sharedFolder() / "token", folder / "token");
-    SetEnvironmentVariableA("QUELTA_TOKEN_DIR", (folder / "token").string().c_str());
-    registerBuiltModule();
     user.watch();
 }
 
-void EndToEndTest::drive(const std::string& command) const
+void EndToEndTest::drive(const std::string& command)
 {
-    const std::string program = (ownExecutable().parent_path().parent_path() / "softtoken" / "quelta-token.exe").string();
-    EXPECT_EQ(runProcess("\"" + program + "\" " + command, 60s), 0U) << command;
-}
-
-void registerBuiltModule()
-{
-    const std::string module = builtModule();
-    const DWORD type = PROV_RSA_FULL;
-    const unsigned char signature[4]{};
-    setProviderValue("Image Path", REG_SZ, module.c_str(), module.size() + 1);
-    setProviderValue("Type", REG_DWORD, &type, sizeof type);
-    setProviderValue("Signature", REG_BINARY, signature, sizeof signature);
-}
-
-std::string builtModule()
-{
-    return (ownExecutable().parent_path() / "QueltaCSP.dll").string();
+    const fs::path tool = buildFolder() / "softtoken" / "quelta-token.exe";
+    EXPECT_EQ(runProcess("\"" + tool.string() + "\" " + command), 0U) << command;
 }
 
 std::string keyName(const std::string& label)
 {
-    return textOfFile(sharedFolder() / (label + ".id"));
+    return firstLine(shared / (label + ".id"));
 }
 
 } // namespace quelta::test

@@ -1,127 +1,146 @@
+#include "csp/csp_calls.h"
 #include "ksp/ksp_scenario.h"
 
 namespace quelta::test {
 
 class KspCryptTranscript : public KspScenario {
 protected:
-    KspCryptTranscript() { open(); }
-
-    NCRYPT_KEY_HANDLE keyOf(std::uint32_t algorithm) { return opened(token.withKeyPair(usageBoth, algorithm)); }
-    void encryptAll(NCRYPT_KEY_HANDLE key, DWORD flags, std::initializer_list<Place> places)
+    void encrypt(Key key, DWORD size, DWORD flags = 0) { ksp("KSPEncrypt", {key, Bytes{1, 2, 3}, room(size), flags}); }
+    void decrypt(Key key, const Place& place, DWORD flags = 0) { ksp("KSPDecrypt", {key, counting(32), place, flags}); }
+    void sign(Key key, DWORD size, DWORD flags = 0) { ksp("KSPSignHash", {key, counting(32), room(size), flags}); }
+    void useEach(Key key, Key symmetric, DWORD flags = 0)
     {
-        for (const Place& place : places) ksp.encrypt(key, Bytes{1, 2, 3}, place, flags);
-    }
-    void decryptAll(NCRYPT_KEY_HANDLE key, DWORD flags, std::initializer_list<Place> places)
-    {
-        for (const Place& place : places) ksp.decrypt(key, counting(32, 0x80), place, flags);
+        encrypt(key, 256, flags);
+        for (const auto handle : {key, symmetric}) decrypt(handle, room(64), flags);
+        sign(key, 128, flags);
     }
 };
 
 TEST_F(KspCryptTranscript, DataIsEncryptedWithTheKeyInDER)
 {
-    const auto key = keyOf(algorithmRsa2048);
-    ksp.encrypt(key, KspCalls::null, query(7));
     token.openSingleSignOn();
-    BYTE info = 0;
-    ksp.encrypt(key, Bytes{1, 2, 3}, room(300), NCRYPT_PAD_PKCS1_FLAG, {"a padding", &info});
-    encryptAll(keyOf(algorithmP256), 0, {room(256)});
+    const auto key = withKey(algorithmRsa2048);
+    ksp("KSPEncrypt", {key, KspCalls::null, query(7)});
+    encrypt(key, 300, NCRYPT_PAD_PKCS1_FLAG);
+    cachePin();
+    encrypt(withKey(algorithmP256), 256);
     errorsAlone();
+    recorder.note("size and padding are told by their numbers");
+    token.cipher.bytes = counting(3, 0xC1);
+    encrypt(withKey(algorithmRsa1024), 128, NCRYPT_PAD_OAEP_FLAG);
+    encrypt(withKey(algorithmRsa3072), 384, NCRYPT_PAD_OAEP_FLAG | NCRYPT_PAD_PKCS1_FLAG);
+    encrypt(withKey(algorithmRsa4096), 512, BCRYPT_PAD_PSS);
     recorder.note("a cipher that is longer than the key has no room");
     token.cipher.bytes = counting(1024);
-    encryptAll(key, 0, {room(300)});
+    encrypt(key, 300);
 }
 
-TEST_F(KspCryptTranscript, SizeAndPaddingAreToldByTheirNumbers)
+TEST_F(KspCryptTranscript, SignatureStaysAsTheTokenGivesItWhateverItsSize)
 {
-    cachePin();
-    errorsAlone();
-    token.cipher.bytes = counting(3, 0xC1);
-    encryptAll(keyOf(algorithmRsa1024), NCRYPT_PAD_OAEP_FLAG, {room(128)});
-    encryptAll(keyOf(algorithmRsa2048), NCRYPT_SILENT_FLAG, {room(256)});
-    encryptAll(keyOf(algorithmRsa3072), NCRYPT_PAD_OAEP_FLAG | NCRYPT_PAD_PKCS1_FLAG, {room(384)});
-    encryptAll(keyOf(algorithmRsa4096), BCRYPT_PAD_PSS, {room(512)});
-    encryptAll(keyOf(algorithmP384), 0, {room(48)});
-}
-
-TEST_F(KspCryptTranscript, ImpossibleInputIsRefusedBeforeThePINIsAskedFor)
-{
-    const auto key = keyOf(algorithmRsa1024), symmetric = clearKey(counting(16));
+    const auto curve = withKey(algorithmP521, usageSigning);
+    ksp("KSPSignHash", {curve, KspCalls::null, query(7)});
     token.openSingleSignOn();
-    ksp.encrypt(key, KspCalls::null, room(127));
-    for (const Input& data : {Input(), Input(Bytes())}) {
-        ksp.encrypt(key, data, room(128));
-        ksp.decrypt(key, data, room(128));
-        ksp.decrypt(symmetric, data, query());
-    }
-    ksp.decrypt(key, KspCalls::null, query());
-    recorder.note("an open sign-on does not count");
-    encryptAll(key, NCRYPT_SILENT_FLAG, {room(128)});
-    for (const auto handle : {key, symmetric}) decryptAll(handle, NCRYPT_SILENT_FLAG, {room(128)});
+    token.signature.bytes = counting(132);
+    sign(curve, 140, BCRYPT_PAD_PKCS1);
+    errorsAlone();
+    sign(curve, 64);
+    ksp("KSPSignHash", {curve, Bytes{1}, Place{1, 0x80000000}});
 }
 
-TEST_F(KspCryptTranscript, KeyPairDecryptsAndAnExpiredSignOnIsRenewedOnce)
+TEST_F(KspCryptTranscript, SignatureIsVerifiedWithTheKeysAlgorithmAndItsPublicKeyInDER)
 {
-    token.withKeyPair(usageKeyExchange, algorithmRsa2048).hardware = 1;
-    const auto key = opened(token.keyPairs[0]);
-    cachePin("old pin");
-    token.willAnswer(Call::decrypt, 49);
-    user.entersPin("1234");
-    decryptAll(key, 0, {room(12)});
-    errorsAlone();
-    decryptAll(key, NCRYPT_SILENT_FLAG, {room(9)});
-    for (int i = 0; i < 3; ++i) token.willAnswer(Call::decrypt, 49);
-    user.entersPin("1234");
-    user.cancels();
-    decryptAll(key, 0, {room(10), room(10)});
+    ksp("KSPVerifySignature", {withKey(algorithmRsa3072), counting(32), counting(384), BCRYPT_PAD_PSS});
+    ksp("KSPVerifySignature", {withKey(algorithmP384), counting(48), counting(96)});
+    setPublicKey(token.keyPairs[0], {});
+    ksp("KSPVerifySignature", {opened(token.keyPairs[0]), Bytes{1}, Bytes{2}});
 }
 
 TEST_F(KspCryptTranscript, SymmetricKeyDecryptsWithTheSharedVectorInCBCOnly)
 {
     const auto key = clearKey(counting(16));
     cachePin();
-    ksp.setKeyProperty(key, L"IV", counting(16, 0xA0));
+    ksp("KSPSetKeyProperty", {key, L"IV", counting(16, 0xA0)});
     token.symmetricPlain.bytes = counting(20);
-    decryptAll(key, 0, {room(20)});
+    decrypt(key, room(20));
     recorder.note("asking for the size decrypts, and a short buffer is written down as none");
-    ksp.setKeyProperty(key, L"ChainingMode", wideBytes(L"ChainingModeECB"));
-    decryptAll(key, 0, {query(), room(19)});
+    ksp("KSPSetKeyProperty", {key, L"ChainingMode", wideBytes(L"ChainingModeECB")});
+    for (const Place& place : {query(), room(19)}) decrypt(key, place);
     errorsAlone();
     recorder.note("a key that the token holds is taken for a key pair");
-    decryptAll(imported(L"KeyDataBlob", concat({littleEndian({0x4D42444B, 1, 16}), counting(16)})), 0, {query(), room(10)});
+    const auto stored = ksp("KSPImportKey", {0, L"KeyDataBlob", concat({littleEndian({0x4D42444B, 1, 16}), counting(16)})});
+    for (const Place& place : {query(), room(10)}) decrypt(stored, place);
 }
 
-TEST_F(KspCryptTranscript, AtLevelTwoErrorsAlone)
+TEST_F(KspCryptTranscript, SilentCallNeedsAValidatedPINAndPSSIsRefusedOnlyAfterThat)
 {
-    const auto key = keyOf(algorithmRsa1024), symmetric = clearKey(counting(16));
+    const auto key = withKey(algorithmRsa1024), symmetric = clearKey(counting(16));
+    ksp("KSPDecrypt", {key, KspCalls::null, query()});
+    ksp("KSPDecrypt", {symmetric, KspCalls::null, query()});
+    ksp("KSPEncrypt", {key, KspCalls::null, room(127)});
+    recorder.note("an open sign-on does not count");
+    token.openSingleSignOn();
+    useEach(key, symmetric, NCRYPT_SILENT_FLAG | BCRYPT_PAD_PSS);
     errorsAlone();
-    for (int i = 0; i < 3; ++i) user.cancels();
-    encryptAll(key, 0, {room(128)});
-    decryptAll(key, 0, {room(128)});
-    decryptAll(symmetric, 0, {query()});
+    token.info.singleSignOnOpen = 0;
+    user.entersPin("1234");
+    for (const DWORD flags : {BCRYPT_PAD_PSS, BCRYPT_PAD_PSS | BCRYPT_PAD_PKCS1}) sign(key, 128, flags);
+    encrypt(key, 256, NCRYPT_SILENT_FLAG);
+}
+
+TEST_F(KspCryptTranscript, ExpiredSignOnIsRenewedOnce)
+{
+    token.withKeyPair(usageBoth, algorithmRsa1024).hardware = 1;
+    const auto key = opened(token.keyPairs[0]);
+    const auto expires = [&](Call call) {
+        everyLine();
+        cachePin("old pin");
+        token.willAnswer(call, 49);
+        user.entersPin("1234");
+    };
+    expires(Call::decrypt);
+    decrypt(key, room(12));
+    expires(Call::signHash);
+    sign(key, 128);
+    errorsAlone();
+    for (int i = 0; i < 3; ++i) token.willAnswer(Call::signHash, 49);
+    user.entersPin("1234");
+    user.cancels();
+    for (int i = 0; i < 2; ++i) sign(key, 128);
+    recorder.note("no PIN is left");
+    sign(key, 128, NCRYPT_SILENT_FLAG);
+}
+
+TEST_F(KspCryptTranscript, RefusalsOfUserAndTokenAtLevelTwo)
+{
+    const auto key = withKey(algorithmRsa1024), symmetric = clearKey(counting(16));
+    errorsAlone();
+    for (int i = 0; i < 4; ++i) user.cancels();
+    useEach(key, symmetric);
     cachePin();
-    token.willAnswer(Call::encrypt, 49);
-    encryptAll(key, 0, {room(128)});
-    token.willAnswer(Call::decrypt, 50);
-    decryptAll(key, 0, {room(64)});
-    token.willAnswer(Call::decryptSymetric, 49);
-    decryptAll(symmetric, 0, {room(64)});
-    recorder.note("lengths that can't be are failures");
-    for (const int reported : {-1, 1025}) {
-        token.cipher = {.bytes = Bytes{}, .reportedLength = reported};
-        encryptAll(key, 0, {room(128)});
-    }
-    for (const int reported : {-1, 33}) {
-        token.plain = {.bytes = counting(32), .reportedLength = reported};
-        decryptAll(key, 0, {room(64)});
-        token.symmetricPlain = {.bytes = Bytes{}, .reportedLength = reported};
-        decryptAll(symmetric, 0, {room(64)});
-    }
-    token.plain = {.bytes = counting(3), .reportedLength = {}, .nullBuffer = true};
-    decryptAll(key, 0, {room(64)});
     recorder.note("what comes with a failure is not given out");
-    token.plain = {.bytes = counting(3), .reportedLength = {}, .nullBuffer = false, .evenIfRefused = true};
-    token.willAnswer(Call::decrypt, 50);
-    decryptAll(key, 0, {room(64)});
+    for (const auto call : {Call::encrypt, Call::decrypt, Call::decryptSymetric, Call::signHash}) token.willAnswer(call, 50);
+    token.plain.evenIfRefused = true;
+    useEach(key, symmetric);
+    token.willAnswer(Call::verifySignatureHash, 49);
+    ksp("KSPVerifySignature", {key, Bytes{1}, Bytes{2}});
+}
+
+TEST_F(KspCryptTranscript, BothInterfacesShareTheTokenThePINAndTheVector)
+{
+    CspCalls csp(recorder);
+    token.withKeyPair(usageBoth, algorithmRsa1024);
+    errorsAlone();
+    csp.acquire(nullptr);
+    user.entersPin("1234");
+    ksp("KSPPromptUser");
+    const auto clear = clearKey(counting(16));
+    token.plain.bytes = counting(32);
+    const Bytes blob = concat({littleEndian({CALG_RSA_KEYX}), Bytes(128)});
+    const auto session = csp.importKey(keyBlob(SIMPLEBLOB, CALG_AES_256, blob), csp.getUserKey(AT_KEYEXCHANGE));
+    ksp("KSPSetKeyProperty", {clear, L"IV", counting(16, 0xA0)});
+    csp.decrypt(session, Bytes(32));
+    csp.setKeyParam(session, KP_IV, counting(16, 0xB0));
+    ksp("KSPDecrypt", {clear, Bytes(32), room(32)});
 }
 
 } // namespace quelta::test

@@ -1,7 +1,7 @@
 #include "ksp/ksp_scenario.h"
 
 #include "encoding/rsa_public_key.h"
-#include "token/key_algorithms.h"
+#include "ksp/key.h"
 #include "token/record_fields.h"
 
 namespace quelta::test {
@@ -9,7 +9,7 @@ namespace quelta::test {
 Bytes cngBlob(const Bytes& key)
 {
     const auto size = static_cast<std::uint32_t>(key.size());
-    return concat({littleEndian({0x31415352, size * 8, 3, size, 0, 0}), {1, 0, 1}, key});
+    return concat({littleEndian({0x31415352, size * 8, 3, size, 0, 0}), Bytes{1, 0, 1}, key});
 }
 
 void KspScenario::open()
@@ -21,36 +21,22 @@ void KspScenario::open()
 NCRYPT_KEY_HANDLE KspScenario::opened(const QueltaKeyPair& pair)
 {
     const Recorder::Pause pause(recorder);
-    const std::string name = keyName(pair);
-    const NCRYPT_KEY_HANDLE key = ksp.openKey(std::wstring(name.begin(), name.end()).c_str());
+    const auto key = ksp("KSPOpenKey", {wideKeyName(pair).c_str()});
     require(key != 0, "KSPOpenKey");
-    const std::string word = "of " + name.substr(0, 2) + "..";
-    if (!publicKeyOf(pair).empty()) recorder.call(rawModulusToDer(publicKeyOf(pair)), "DER of the modulus " + word);
-    if (!publicKeyOf(pair).empty()) recorder.call(publicKeyOf(pair), "the public key " + word);
-    return key;
-}
-
-NCRYPT_KEY_HANDLE KspScenario::created(LPCWSTR algorithm, DWORD legacyKeySpec)
-{
-    const Recorder::Pause pause(recorder);
-    const NCRYPT_KEY_HANDLE key = ksp.createPersistedKey(algorithm, L"a name", legacyKeySpec);
-    require(key != 0, "KSPCreatePersistedKey");
-    return key;
-}
-
-NCRYPT_KEY_HANDLE KspScenario::imported(LPCWSTR type, const Bytes& blob, NCRYPT_KEY_HANDLE with)
-{
-    const Recorder::Pause pause(recorder);
-    const NCRYPT_KEY_HANDLE key = ksp.importKey(type, blob, with);
-    require(key != 0, "KSPImportKey");
+    const std::string word = "of " + toHex(pair.keyId).substr(0, 2) + "..";
+    if (publicKeyOf(pair).empty()) return key;
+    recorder.call(rawModulusToDer(publicKeyOf(pair)), "DER of the modulus " + word);
+    recorder.call(publicKeyOf(pair), "the public key " + word);
     return key;
 }
 
 NCRYPT_KEY_HANDLE KspScenario::clearKey(const Bytes& value)
 {
+    const auto with = withKey(algorithmRsa2048, usageKeyExchange);
+    const Recorder::Pause pause(recorder);
     token.plain.bytes = value;
-    const auto with = opened(token.withKeyPair(usageKeyExchange, algorithmRsa2048));
-    const auto key = imported(L"OpaqueTransport", Bytes(256), with);
+    const auto key = ksp("KSPImportKey", {with, L"OpaqueTransport", Bytes(256)});
+    require(key != 0, "KSPImportKey");
     token.plain = {};
     return key;
 }

@@ -3,22 +3,31 @@
 #include "ksp/ksp_calls.h"
 #include "support/scenario.h"
 
-#include "token/key_match.h"
-
 namespace quelta::test {
 
 // A public key as KSPExportKey writes it: the bytes as they stand, the exponent 65537.
 Bytes cngBlob(const Bytes& key);
 
+// What prepares a scenario is silent and required to succeed.
 class KspScenario : public Scenario {
 protected:
-    // Silent, and required to succeed. The public key of a key pair gets a word, and so does what the token is given for it.
+    using Key = NCRYPT_KEY_HANDLE;
+
+    explicit KspScenario(bool opened = true)
+    {
+        if (opened) open();
+    }
+
     void open();
-    NCRYPT_KEY_HANDLE opened(const QueltaKeyPair& pair);
-    NCRYPT_KEY_HANDLE created(LPCWSTR algorithm, DWORD legacyKeySpec = 0);
-    NCRYPT_KEY_HANDLE imported(LPCWSTR type, const Bytes& blob, NCRYPT_KEY_HANDLE with = 0);
+    // The public key of the key pair gets a word, and so does what the token is given for it.
+    Key opened(const QueltaKeyPair& pair);
+    Key withKey(std::uint32_t algorithm, std::uint32_t usage = usageBoth) { return opened(token.withKeyPair(usage, algorithm)); }
+    void get(Key key, std::initializer_list<LPCWSTR> properties)
+    {
+        for (const LPCWSTR name : properties) ksp("KSPGetKeyProperty", {key, name, room(66)});
+    }
     // A symmetric key that this process holds in clear.
-    NCRYPT_KEY_HANDLE clearKey(const Bytes& value);
+    Key clearKey(const Bytes& value);
 
     KspCalls ksp{recorder};
 };

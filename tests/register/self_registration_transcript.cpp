@@ -4,8 +4,6 @@
 
 #include <ncrypt.h>
 
-#include <set>
-
 namespace quelta::test {
 
 namespace {
@@ -26,22 +24,22 @@ public:
     }
     FARPROC find(const char* function) override
     {
-        const std::string name = function;
-        if (missing.contains(name)) {
-            recorder->writeDown("it has no " + name);
-            return nullptr;
+        const std::pair<std::string_view, void*> functions[] = {
+            {"BCryptRegisterProvider", reinterpret_cast<void*>(&registerProvider)},
+            {"BCryptUnregisterProvider", reinterpret_cast<void*>(&unregisterProvider)},
+            {"BCryptAddContextFunctionProvider", reinterpret_cast<void*>(&addProvider)},
+            {"BCryptRemoveContextFunctionProvider", reinterpret_cast<void*>(&removeProvider)}};
+        if (missing != function) {
+            for (const auto& [name, address] : functions)
+                if (name == function) return reinterpret_cast<FARPROC>(address);
         }
-        if (name == "BCryptRegisterProvider") return address(&registerProvider);
-        if (name == "BCryptUnregisterProvider") return address(&unregisterProvider);
-        if (name == "BCryptAddContextFunctionProvider") return address(&addProvider);
-        if (name == "BCryptRemoveContextFunctionProvider") return address(&removeProvider);
-        ADD_FAILURE() << "There is no " << name;
+        recorder->writeDown("it has no " + std::string(function));
         return nullptr;
     }
     void free() override { recorder->writeDown("bcrypt.dll is freed"); }
 
     bool loads = true;
-    std::set<std::string> missing;
+    std::string missing;
 
     // The functions have no object to belong to.
     static inline Recorder* recorder;
@@ -50,79 +48,61 @@ public:
     static inline NTSTATUS otherStatus;
 
 private:
-    template <class Function>
-    static FARPROC address(Function* function)
+    static std::string text(LPCWSTR argument) { return quoted(argument); }
+    static std::string text(ULONG argument) { return std::to_string(argument); }
+    static std::string text(const CRYPT_PROVIDER_REG* record)
     {
-        return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
-    }
-
-    static NTSTATUS answer(const std::string& call, NTSTATUS status)
-    {
-        recorder->writeDown(call + " = " + std::to_string(status));
-        return status;
-    }
-
-    static std::string words(const CRYPT_PROVIDER_REG& record)
-    {
-        const CRYPT_IMAGE_REG& image = *record.pUM;
+        const CRYPT_IMAGE_REG& image = *record->pUM;
         const CRYPT_INTERFACE_REG& face = *image.rgpInterfaces[0];
-        return std::to_string(record.cAliases) + " aliases" + (record.rgpszAliases ? " listed" : "") +
-               (record.pKM ? ", a kernel's image" : "") + ", " + quoted(image.pszImage) + " with " +
-               std::to_string(image.cInterfaces) + " interface " + std::to_string(face.dwInterface) + " flags " +
-               std::to_string(face.dwFlags) + " with " + std::to_string(face.cFunctions) + " function " +
-               quoted(face.rgpszFunctions[0]);
+        return text(record->cAliases) + " aliases" + (record->rgpszAliases ? " listed" : "") +
+               (record->pKM ? ", a kernel's image" : "") + ", " + text(image.pszImage) + " with " + text(image.cInterfaces) +
+               " interface " + text(face.dwInterface) + " flags " + text(face.dwFlags) + " with " + text(face.cFunctions) +
+               " function " + text(face.rgpszFunctions[0]);
     }
-    static std::string place(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR function, LPCWSTR provider)
+    template <class... Arguments>
+    static NTSTATUS answer(NTSTATUS status, const char* function, Arguments... arguments)
     {
-        return std::to_string(table) + ", " + quoted(context) + ", " + std::to_string(interfaceId) + ", " + quoted(function) +
-               ", " + quoted(provider);
+        std::string all;
+        ((all += (all.empty() ? "" : ", ") + text(arguments)), ...);
+        recorder->writeDown(std::string(function) + "(" + all + ") = " + std::to_string(status));
+        return status;
     }
 
     static NTSTATUS WINAPI registerProvider(LPCWSTR provider, ULONG flags, CRYPT_PROVIDER_REG* record)
     {
-        return answer("BCryptRegisterProvider(" + quoted(provider) + ", " + std::to_string(flags) + ", " + words(*record) + ")",
-                      registerStatus);
+        return answer(registerStatus, "BCryptRegisterProvider", provider, flags, record);
     }
     static NTSTATUS WINAPI unregisterProvider(LPCWSTR provider)
     {
-        return answer("BCryptUnregisterProvider(" + quoted(provider) + ")", otherStatus);
+        return answer(otherStatus, "BCryptUnregisterProvider", provider);
     }
-    static NTSTATUS WINAPI addProvider(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR function, LPCWSTR provider,
-                                       ULONG position)
+    static NTSTATUS WINAPI addProvider(ULONG table, LPCWSTR context, ULONG face, LPCWSTR function, LPCWSTR provider, ULONG place)
     {
-        return answer("BCryptAddContextFunctionProvider(" + place(table, context, interfaceId, function, provider) + ", " +
-                          std::to_string(position) + ")",
-                      addStatus);
+        return answer(addStatus, "BCryptAddContextFunctionProvider", table, context, face, function, provider, place);
     }
-    static NTSTATUS WINAPI removeProvider(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR function, LPCWSTR provider)
+    static NTSTATUS WINAPI removeProvider(ULONG table, LPCWSTR context, ULONG face, LPCWSTR function, LPCWSTR provider)
     {
-        return answer("BCryptRemoveContextFunctionProvider(" + place(table, context, interfaceId, function, provider) + ")",
-                      otherStatus);
+        return answer(otherStatus, "BCryptRemoveContextFunctionProvider", table, context, face, function, provider);
     }
 };
 
 constexpr NTSTATUS accessDenied = static_cast<NTSTATUS>(0xC0000022);
 
-std::string resultText(HRESULT result)
-{
-    const auto value = static_cast<std::uint32_t>(result);
-    const Bytes bytes = reversed(littleEndian({value}));
-    return result == S_OK ? "S_OK" : result == E_FAIL ? "E_FAIL" : "0x" + hexOf(bytes);
-}
-
 } // namespace
 
 class SelfRegistrationTranscript : public Scenario {
 protected:
-    void registers()
+    void record(const char* name, HRESULT (*call)(CngLibrary&), const char* missing)
     {
-        recorder.recordInner("DllRegisterServer", "", [this] { return resultText(registerProvider(cng)); });
+        cng.missing = missing;
+        recorder.recordInner(name, "", [&] {
+            const HRESULT result = call(cng);
+            const Bytes bytes = reversed(littleEndian({static_cast<std::uint32_t>(result)}));
+            return result == S_OK ? "S_OK" : result == E_FAIL ? "E_FAIL" : "0x" + toHex(bytes);
+        });
     }
-    void unregisters()
-    {
-        recorder.recordInner("DllUnregisterServer", "", [this] { return resultText(unregisterProvider(cng)); });
-    }
-    void lacks(const char* function) { cng.missing = {function}; }
+    void registers(const char* missing = "") { record("DllRegisterServer", registerProvider, missing); }
+    void unregisters(const char* missing = "") { record("DllUnregisterServer", unregisterProvider, missing); }
 
     FakeCngLibrary cng{recorder};
 };
@@ -131,51 +111,32 @@ TEST_F(SelfRegistrationTranscript, EarlierRegistrationIsTakenBackFirstWhateverTh
 {
     FakeCngLibrary::otherStatus = accessDenied;
     registers();
+    unregisters();
 }
 
 TEST_F(SelfRegistrationTranscript, MissingFunctionIsFoundBeforeAnythingIsChanged)
 {
-    for (const char* name : {"BCryptRegisterProvider", "BCryptUnregisterProvider", "BCryptAddContextFunctionProvider"}) {
-        lacks(name);
-        registers();
-    }
+    errorsAlone();
+    for (const char* name : {"BCryptRegisterProvider", "BCryptUnregisterProvider", "BCryptAddContextFunctionProvider"})
+        registers(name);
     recorder.note("one that is not needed");
-    lacks("BCryptRemoveContextFunctionProvider");
-    registers();
+    for (const char* name : {"BCryptRemoveContextFunctionProvider", "BCryptUnregisterProvider"}) unregisters(name);
+    registers("BCryptRemoveContextFunctionProvider");
 }
 
 TEST_F(SelfRegistrationTranscript, FailureComesBackAsAResultAndInDecimalInTheLog)
 {
+    errorsAlone();
     FakeCngLibrary::registerStatus = accessDenied;
     registers();
+    everyLine();
     FakeCngLibrary::registerStatus = 0;
     FakeCngLibrary::addStatus = 5;
     registers();
 }
 
-TEST_F(SelfRegistrationTranscript, UnregisteringTakesBackWhatItCan)
-{
-    FakeCngLibrary::otherStatus = accessDenied;
-    unregisters();
-    lacks("BCryptRemoveContextFunctionProvider");
-    unregisters();
-    lacks("BCryptUnregisterProvider");
-    unregisters();
-}
-
 TEST_F(SelfRegistrationTranscript, LibraryThatCanNotBeLoadedIsNotFreed)
 {
-    cng.loads = false;
-    registers();
-    unregisters();
-}
-
-TEST_F(SelfRegistrationTranscript, AtLevelTwoErrorsAlone)
-{
-    errorsAlone();
-    FakeCngLibrary::addStatus = accessDenied;
-    registers();
-    unregisters();
     cng.loads = false;
     registers();
     unregisters();

@@ -1,49 +1,31 @@
 #include "support/child_process.h"
 
-#include <array>
-#include <memory>
+#include "base/windows_objects.h"
+
 #include <stdexcept>
 
 namespace quelta::test {
 
-namespace {
+std::filesystem::path ownExecutable()
+{
+    wchar_t path[MAX_PATH + 1]{};
+    GetModuleFileNameW(nullptr, path, MAX_PATH);
+    return path;
+}
 
-struct CloseProcess {
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using Handle = std::unique_ptr<void, CloseProcess>;
-
-Handle start(std::string commandLine)
+std::optional<DWORD> runProcess(std::string commandLine, std::chrono::milliseconds limit)
 {
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &process)) {
+    PROCESS_INFORMATION started{};
+    if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
         throw std::runtime_error("Starting " + commandLine + " failed: " + std::to_string(GetLastError()));
-    }
-    CloseHandle(process.hThread);
-    return Handle(process.hProcess);
-}
-
-} // namespace
-
-std::filesystem::path ownExecutable()
-{
-    std::array<char, MAX_PATH + 1> path{};
-    GetModuleFileNameA(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    return path.data();
-}
-
-std::optional<DWORD> runProcess(const std::string& commandLine, std::chrono::milliseconds limit)
-{
-    const Handle process = start(commandLine);
-    if (WaitForSingleObject(process.get(), static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0) {
-        TerminateProcess(process.get(), 1);
-        return std::nullopt;
-    }
+    const File thread(started.hThread), process(started.hProcess);
     DWORD code = 0;
-    GetExitCodeProcess(process.get(), &code);
-    return code;
+    if (WaitForSingleObject(process.get(), static_cast<DWORD>(limit.count())) == WAIT_OBJECT_0)
+        return GetExitCodeProcess(process.get(), &code) ? std::optional(code) : std::nullopt;
+    TerminateProcess(process.get(), 1);
+    return std::nullopt;
 }
 
 std::optional<DWORD> runDisabledTest(const std::filesystem::path& executable, const std::string& test,

@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <chrono>
 #include <cstdio>
 #include <stdexcept>
 
@@ -13,63 +12,56 @@ namespace quelta::test {
 
 namespace {
 
-using namespace std::chrono_literals;
-
 constexpr const char pinCaption[] = "Verify User Pin";
 constexpr const char messageCaption[] = "Quelta";
 constexpr int messageTextId = 0xFFFF;
 constexpr UINT patience = 5000;
 
-LRESULT send(HWND window, UINT message, WPARAM wParam = 0, LPARAM lParam = 0)
+void send(HWND window, UINT message, WPARAM wParam = 0, LPARAM lParam = 0)
 {
     DWORD_PTR result = 0;
     SendMessageTimeoutA(window, message, wParam, lParam, SMTO_NORMAL, patience, &result);
-    return static_cast<LRESULT>(result);
 }
 
-void press(HWND button)
-{
-    if (IsWindowEnabled(button)) send(button, BM_CLICK);
-}
-
-std::string textOfWindow(HWND window)
+std::string textOf(HWND window)
 {
     std::array<char, 512> text{};
     send(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
     return text.data();
 }
 
-std::string textOfMessage(HWND window)
-{
-    return textOfWindow(GetDlgItem(window, messageTextId));
-}
-
-BOOL CALLBACK findOwnDialog(HWND window, LPARAM found)
+BOOL CALLBACK addOwnDialog(HWND window, LPARAM found)
 {
     DWORD process = 0;
     GetWindowThreadProcessId(window, &process);
     std::array<char, 16> name{};
     GetClassNameA(window, name.data(), static_cast<int>(name.size()));
-    const bool isDialog = std::string_view(name.data()) == "#32770" && IsWindowVisible(window);
-    if (isDialog && process == GetCurrentProcessId()) reinterpret_cast<std::vector<HWND>*>(found)->push_back(window);
+    if (process == GetCurrentProcessId() && name.data() == std::string_view("#32770") && IsWindowVisible(window))
+        reinterpret_cast<std::vector<HWND>*>(found)->push_back(window);
     return TRUE;
 }
 
 std::vector<HWND> visibleDialogs()
 {
     std::vector<HWND> found;
-    EnumWindows(findOwnDialog, reinterpret_cast<LPARAM>(&found));
+    EnumWindows(addOwnDialog, reinterpret_cast<LPARAM>(&found));
     return found;
+}
+
+bool comesTrue(auto condition)
+{
+    for (int tries = 0; tries < 1000; ++tries, Sleep(5)) {
+        if (condition()) return true;
+    }
+    return false;
 }
 
 // Without a screen no window could ever appear, and the test would wait for it.
 void needScreen()
 {
-    static const bool there = [] {
-        const HWND window = CreateWindowA("STATIC", "", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
-        return window && DestroyWindow(window);
-    }();
-    if (!there) throw std::runtime_error("No window can be made: start an X server, set DISPLAY to it, and run the tests again");
+    const HWND window = CreateWindowA("STATIC", "", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
+    if (!window) throw std::runtime_error("No window can be made: start an X server, set DISPLAY to it, and run the tests again");
+    DestroyWindow(window);
 }
 
 } // namespace
@@ -84,24 +76,9 @@ void PinDialog::type(const std::string& text) const
     for (const char character : text) send(edit(), WM_CHAR, static_cast<unsigned char>(character));
 }
 
-void PinDialog::erase(std::size_t characters) const
+void PinDialog::press(HWND button)
 {
-    for (; characters > 0; --characters) send(edit(), WM_CHAR, VK_BACK);
-}
-
-std::string PinDialog::text() const
-{
-    return textOfWindow(edit());
-}
-
-void PinDialog::pressLogin() const
-{
-    press(loginButton());
-}
-
-void PinDialog::pressCancel() const
-{
-    press(cancelButton());
+    if (IsWindowEnabled(button)) send(button, BM_CLICK);
 }
 
 void PinDialog::close() const
@@ -118,8 +95,7 @@ void PinDialog::pressEnter() const
 
 void PinDialog::waitUntilDrawn() const
 {
-    const auto undrawn = [this] { return GetUpdateRect(edit(), nullptr, FALSE) || GetUpdateRect(window_, nullptr, FALSE); };
-    for (int tries = 0; tries < 400 && undrawn(); ++tries) std::this_thread::sleep_for(5ms);
+    comesTrue([this] { return !GetUpdateRect(edit(), nullptr, FALSE) && !GetUpdateRect(window_, nullptr, FALSE); });
     // Answered between two messages only, so after the last drawing.
     send(window_, WM_NULL);
 }
@@ -128,55 +104,50 @@ std::vector<PinDialog> visiblePinDialogs()
 {
     std::vector<PinDialog> dialogs;
     for (const HWND window : visibleDialogs()) {
-        if (textOfWindow(window) == pinCaption) dialogs.emplace_back(window);
+        if (textOf(window) == pinCaption) dialogs.emplace_back(window);
     }
     return dialogs;
 }
 
-DialogUser::DialogUser() : thread_([this](const std::stop_token& stop) { run(stop); }) {}
+// Asleep by turns in place of waiting: a condition variable of this runtime was seen to miss its wake-up under Wine.
+DialogUser::DialogUser()
+    : thread_([this](const std::stop_token& stop) {
+          for (; !stop.stop_requested(); Sleep(5)) {
+              if (!watching_) continue;
+              if (const auto windows = visibleDialogs(); !windows.empty()) meet(windows.front());
+          }
+      })
+{}
 
 DialogUser::~DialogUser()
 {
     thread_.request_stop();
-    watch();
     thread_.join();
     for (const auto& failure : failures_) ADD_FAILURE() << failure;
     for (const auto& step : steps_) ADD_FAILURE() << "This window never came: " << step.caption;
 }
 
-void DialogUser::entersPin(std::string pin)
+void DialogUser::entersPin(const std::string& pin)
 {
-    const auto deed = pin + ", Login";
-    meetsPinDialog(
-        [pin = std::move(pin)](PinDialog dialog) {
-            dialog.type(pin);
-            dialog.pressLogin();
-        },
-        deed);
-}
-
-void DialogUser::cancels()
-{
-    meetsPinDialog([](PinDialog dialog) { dialog.pressCancel(); }, "Cancel");
-}
-
-void DialogUser::closes()
-{
-    meetsPinDialog([](PinDialog dialog) { dialog.close(); }, "closed");
+    const auto enter = [pin](PinDialog dialog) {
+        dialog.type(pin);
+        dialog.pressLogin();
+    };
+    meetsPinDialog(enter, pin + ", Login");
 }
 
 void DialogUser::meetsPinDialog(std::function<void(PinDialog)> action, std::string deed)
 {
-    expectWindow({pinCaption, std::move(deed), [action = std::move(action)](HWND window) { action(PinDialog(window)); }});
+    expect({pinCaption, std::move(deed), [action = std::move(action)](HWND window) { action(PinDialog(window)); }});
 }
 
 void DialogUser::acknowledges(std::optional<std::string> text)
 {
-    expectWindow({messageCaption, "OK", [this, text = std::move(text)](HWND window) {
-                      const std::string shown = textOfMessage(window);
-                      if (text && shown != *text) note("The message box says \"" + shown + "\" in place of \"" + *text + "\"");
-                      PostMessageA(window, WM_COMMAND, IDOK, 0);
-                  }});
+    expect({messageCaption, "OK", [this, text = std::move(text)](HWND window) {
+                const std::string shown = textOf(GetDlgItem(window, messageTextId));
+                if (text && shown != *text) note("The message box says \"" + shown + "\" in place of \"" + *text + "\"");
+                PostMessageA(window, WM_COMMAND, IDOK, 0);
+            }});
 }
 
 void DialogUser::onWindow(std::function<void(const std::string&)> listener)
@@ -185,69 +156,50 @@ void DialogUser::onWindow(std::function<void(const std::string&)> listener)
     listener_ = std::move(listener);
 }
 
-void DialogUser::expectWindow(Step step)
+void DialogUser::expect(Step step)
 {
     needScreen();
-    {
-        const std::lock_guard lock(mutex_);
-        steps_.push_back(std::move(step));
-    }
+    const std::lock_guard lock(mutex_);
+    steps_.push_back(std::move(step));
     watch();
-}
-
-void DialogUser::watch()
-{
-    SetEvent(awake_.get());
-}
-
-void DialogUser::run(const std::stop_token& stop)
-{
-    WaitForSingleObject(awake_.get(), INFINITE);
-    while (!stop.stop_requested()) {
-        if (const auto windows = visibleDialogs(); !windows.empty()) meet(windows.front());
-        std::this_thread::sleep_for(5ms);
-    }
 }
 
 void DialogUser::meet(HWND window)
 {
-    const std::string caption = textOfWindow(window);
-    Step step{caption, "nobody expected it", [](HWND unexpected) { send(unexpected, WM_SYSCOMMAND, SC_CLOSE); }};
-    std::function<void(const std::string&)> listener;
-    {
-        const std::lock_guard lock(mutex_);
-        if (!steps_.empty() && steps_.front().caption == caption) {
-            step = std::move(steps_.front());
-            steps_.pop_front();
-        } else {
-            failures_.push_back("A window that nobody expected: " + caption);
-        }
-        listener = listener_;
-    }
-    if (listener) {
+    const std::string caption = textOf(window);
+    const Step step = stepFor(caption);
+    if (std::unique_lock lock(mutex_); const auto listener = listener_) {
+        lock.unlock();
         const bool isMessage = caption == messageCaption;
-        listener((isMessage ? "message \"" + textOfMessage(window) : "dialog \"" + caption) + "\": " + step.deed);
+        listener((isMessage ? "message \"" + textOf(GetDlgItem(window, messageTextId)) : "dialog \"" + caption) +
+                 "\": " + step.deed);
     }
     step.action(window);
-    waitUntilLeft(window);
-}
-
-void DialogUser::waitUntilLeft(HWND window)
-{
-    for (int tries = 0; tries < 1000; ++tries) {
-        if (!IsWindow(window) || !IsWindowVisible(window)) return;
-        std::this_thread::sleep_for(5ms);
-    }
-    note("A window stays although it was left");
-    // Said at once as well: the test may hang in this window for good.
-    std::fprintf(stderr, "A window stays although it was left\n");
+    if (comesTrue([window] { return !IsWindow(window) || !IsWindowVisible(window); })) return;
+    note("A window stays although it was left: " + caption);
     PostMessageA(window, WM_COMMAND, IDCANCEL, 0);
 }
 
-void DialogUser::note(std::string failure)
+DialogUser::Step DialogUser::stepFor(const std::string& caption)
 {
+    {
+        const std::lock_guard lock(mutex_);
+        if (!steps_.empty() && steps_.front().caption == caption) {
+            Step step = std::move(steps_.front());
+            steps_.pop_front();
+            return step;
+        }
+    }
+    note("A window that nobody expected: " + caption);
+    return {caption, "nobody expected it", [](HWND window) { PinDialog(window).close(); }};
+}
+
+// At once as well: the test may hang in a window for good.
+void DialogUser::note(const std::string& failure)
+{
+    std::fprintf(stderr, "%s\n", failure.c_str());
     const std::lock_guard lock(mutex_);
-    failures_.push_back(std::move(failure));
+    failures_.push_back(failure);
 }
 
 } // namespace quelta::test

@@ -2,9 +2,9 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <deque>
 #include <functional>
-#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -22,22 +22,22 @@ public:
     HWND edit() const;
     HWND loginButton() const { return GetDlgItem(window_, IDOK); }
     HWND cancelButton() const { return GetDlgItem(window_, IDCANCEL); }
+    bool loginAllowed() const { return IsWindowEnabled(loginButton()) != FALSE; }
 
     // Character by character, at the end of what is there.
     void type(const std::string& text) const;
-    void erase(std::size_t characters) const;
-    std::string text() const;
-    bool loginAllowed() const { return IsWindowEnabled(loginButton()) != FALSE; }
-
-    // A button that is disabled can't be pressed: nothing happens then.
-    void pressLogin() const;
-    void pressCancel() const;
+    void erase(std::size_t characters) const { type(std::string(characters, '\b')); }
+    void pressLogin() const { press(loginButton()); }
+    void pressCancel() const { press(cancelButton()); }
     void close() const;
     void pressEnter() const;
     // Has nothing left to draw.
     void waitUntilDrawn() const;
 
 private:
+    // Nothing happens if it is disabled.
+    static void press(HWND button);
+
     HWND window_;
 };
 
@@ -53,9 +53,9 @@ public:
     DialogUser(const DialogUser&) = delete;
     DialogUser& operator=(const DialogUser&) = delete;
 
-    void entersPin(std::string pin);
-    void cancels();
-    void closes();
+    void entersPin(const std::string& pin);
+    void cancels() { meetsPinDialog(&PinDialog::pressCancel, "Cancel"); }
+    void closes() { meetsPinDialog(&PinDialog::close, "closed"); }
     // Whatever `action` does; it must end with the dialog being left. It runs on another thread than the test.
     void meetsPinDialog(std::function<void(PinDialog)> action, std::string deed = "");
     // Presses OK in the next message box; with this text, where one is given.
@@ -66,31 +66,24 @@ public:
 
     // A window may be about to appear, although none was announced. Costs a look at the screen every few milliseconds from now
     // on.
-    void watch();
+    void watch() { watching_ = true; }
 
 private:
     struct Step {
         std::string caption;
-        // What is done, in words.
-        std::string deed;
+        std::string deed; // in words
         std::function<void(HWND)> action;
     };
-    void expectWindow(Step step);
-    void run(const std::stop_token& stop);
+    void expect(Step step);
     void meet(HWND window);
-    void waitUntilLeft(HWND window);
-    void note(std::string failure);
-
-    struct CloseEvent {
-        void operator()(HANDLE event) const { CloseHandle(event); }
-    };
+    Step stepFor(const std::string& caption);
+    void note(const std::string& failure);
 
     std::mutex mutex_;
-    // Windows' own, since a condition variable of this runtime was seen to miss its wake-up under Wine.
-    std::unique_ptr<void, CloseEvent> awake_{CreateEventA(nullptr, TRUE, FALSE, nullptr)};
     std::deque<Step> steps_;
     std::function<void(const std::string&)> listener_;
     std::vector<std::string> failures_;
+    std::atomic<bool> watching_ = false;
     std::jthread thread_;
 };
 

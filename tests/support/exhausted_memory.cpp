@@ -4,37 +4,24 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <new>
 
 namespace {
 
-constexpr int never = -1;
-thread_local long long live = 0;
-thread_local int allocationsLeft = never;
-thread_local bool refused = false;
-thread_local std::size_t largest = 0;
-
-void release(void* memory) noexcept
-{
-    if (memory) --live;
-    std::free(memory);
-}
+constinit thread_local quelta::test::Allocations ofThread;
 
 } // namespace
 
 // The executable's own: the array forms and the sized ones come here, too.
 void* operator new(std::size_t size)
 {
-    if (allocationsLeft == 0) {
-        allocationsLeft = never;
-        refused = true;
-        throw std::bad_alloc();
-    }
-    if (allocationsLeft > 0) --allocationsLeft;
+    auto& [live, largest, left, refused] = ofThread;
     largest = std::max(largest, size);
-    void* const memory = std::malloc(size > 0 ? size : 1);
+    const bool refuse = left == 0;
+    if (left != ofThread.all) --left;
+    if (refuse) refused = true;
+    void* const memory = refuse ? nullptr : std::malloc(size > 0 ? size : 1);
     if (!memory) throw std::bad_alloc();
     ++live;
     return memory;
@@ -42,12 +29,13 @@ void* operator new(std::size_t size)
 
 void operator delete(void* memory) noexcept
 {
-    release(memory);
+    if (memory) --ofThread.live;
+    std::free(memory);
 }
 
 void operator delete(void* memory, std::size_t) noexcept
 {
-    release(memory);
+    operator delete(memory);
 }
 
 namespace quelta::test {
@@ -57,13 +45,12 @@ namespace {
 // False once no allocation was left to refuse.
 bool tryRefusing(int allowed, FakeDeviceLibrary& token, const CallWithoutMemory& row, bool logged)
 {
-    const auto liveBefore = live;
+    const auto liveBefore = allocations().live;
     const int changesBefore = token.changes;
-    bool succeeded = false;
-    {
+    const bool succeeded = [&] {
         const RefusedAllocation refusal(allowed);
-        succeeded = row.call();
-    }
+        return row.call();
+    }();
     if (succeeded) {
         row.undo();
     } else {
@@ -71,43 +58,17 @@ bool tryRefusing(int allowed, FakeDeviceLibrary& token, const CallWithoutMemory&
         row.expectFailure();
     }
     token.takeCalls();
-    EXPECT_EQ(live, liveBefore) << "leaked when allocation " << allowed << " was refused";
+    EXPECT_EQ(allocations().live, liveBefore) << "leaked when allocation " << allowed << " was refused";
     const bool lineMayBeLost = logged && succeeded;
-    EXPECT_TRUE(succeeded == !refused || lineMayBeLost) << "allocation " << allowed;
-    return refused;
+    EXPECT_TRUE(succeeded == !allocations().refused || lineMayBeLost) << "allocation " << allowed;
+    return allocations().refused;
 }
 
 } // namespace
 
-long long liveAllocations()
+Allocations& allocations()
 {
-    return live;
-}
-
-LargestAllocation::LargestAllocation()
-{
-    largest = 0;
-}
-
-std::size_t LargestAllocation::size() const
-{
-    return largest;
-}
-
-RefusedAllocation::RefusedAllocation(int allowed)
-{
-    refused = false;
-    allocationsLeft = allowed;
-}
-
-RefusedAllocation::~RefusedAllocation()
-{
-    allocationsLeft = never;
-}
-
-bool RefusedAllocation::happened() const
-{
-    return refused;
+    return ofThread;
 }
 
 void expectCleanFailures(FakeDeviceLibrary& token, const CallWithoutMemory& row)

@@ -2,31 +2,42 @@
 
 #include "support/fake_device_library.h"
 
-#include <cstddef>
-#include <functional>
-
 namespace quelta::test {
 
-// Of this thread: what it has allocated with operator new, less what it has freed.
-long long liveAllocations();
+// Of this thread, with operator new.
+struct Allocations {
+    static constexpr int all = -1;
+
+    // Made, less freed.
+    long long live = 0;
+    std::size_t largest = 0;
+    // How many more succeed; the one after that is refused, and then they succeed again.
+    int left = all;
+    bool refused = false;
+};
+Allocations& allocations();
 
 // While it lives, the largest single allocation of this thread is measured.
 class LargestAllocation {
 public:
-    LargestAllocation();
-    std::size_t size() const;
+    LargestAllocation() { allocations().largest = 0; }
+    std::size_t size() const { return allocations().largest; }
 };
 
-// While it lives, this thread's allocations succeed `allowed` times; the one after that is refused, and then they succeed again.
+// While it lives, this thread's allocations succeed `allowed` times, and one is refused.
 class RefusedAllocation {
 public:
-    explicit RefusedAllocation(int allowed);
-    ~RefusedAllocation();
+    explicit RefusedAllocation(int allowed)
+    {
+        allocations().refused = false;
+        allocations().left = allowed;
+    }
+    ~RefusedAllocation() { allocations().left = Allocations::all; }
     RefusedAllocation(const RefusedAllocation&) = delete;
     RefusedAllocation& operator=(const RefusedAllocation&) = delete;
 
     // Whether it came to that.
-    bool happened() const;
+    bool happened() const { return allocations().refused; }
 };
 
 struct CallWithoutMemory {

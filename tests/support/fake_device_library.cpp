@@ -1,32 +1,17 @@
 #include "support/fake_device_library.h"
 
 #include "token/key_algorithms.h"
-#include "token/key_match.h"
 #include "token/record_fields.h"
 
-#include <algorithm>
 #include <chrono>
+#include <cstring>
 #include <utility>
 
-namespace quelta {
-
-DeviceLibrary& deviceLibrary()
-{
-    return test::FakeDeviceLibrary::instance();
-}
-
-namespace test {
+namespace quelta::test {
 
 namespace {
 
 thread_local bool belongsToTest = false;
-
-template <std::size_t Size>
-std::int32_t setBytes(unsigned char (&field)[Size], ByteView bytes)
-{
-    std::ranges::copy(bytes.first(std::min(bytes.size(), Size)), field);
-    return static_cast<std::int32_t>(bytes.size());
-}
 
 // A modulus is never taken for DER; an EC key is DER on the token.
 Bytes publicKeyFor(std::uint32_t algorithm, unsigned char number)
@@ -34,6 +19,11 @@ Bytes publicKeyFor(std::uint32_t algorithm, unsigned char number)
     Bytes key = counting(isEllipticCurve(algorithm) ? 91 : bitsOfAlgorithm(algorithm) / 8, number);
     if (!key.empty()) key.front() = isEllipticCurve(algorithm) ? 0x30 : 0xC1;
     return key;
+}
+
+void spoil(auto& records)
+{
+    for (auto& record : records) std::memset(static_cast<void*>(&record), 0xEE, sizeof record);
 }
 
 } // namespace
@@ -47,27 +37,9 @@ FakeDeviceLibrary& FakeDeviceLibrary::instance()
 void FakeDeviceLibrary::reset()
 {
     const std::lock_guard lock(mutex_);
-    devices_ = {deviceId};
-    calls_.clear();
     handedOut_.clear();
-    results_.clear();
-    remaining_.clear();
-    hooks_.clear();
-    monitorHook_ = nullptr;
-    details_.clear();
-    hashes_ = 0;
-    keyPairs.clear();
-    certificates.clear();
-    aesKeys.clear();
-    info = {};
+    static_cast<FakeToken&>(*this) = {};
     info.serialNumber = "SN-1";
-    pin = "1234";
-    attempts = 10;
-    for (Given* given : {&signature, &digest, &plain, &cipher, &symmetricPlain, &unwrapped}) *given = {};
-    onGenerate = nullptr;
-    onImportAesKey = nullptr;
-    onCall = nullptr;
-    changes = 0;
 }
 
 QueltaKeyPair& FakeDeviceLibrary::withKeyPair(std::uint32_t usage, std::uint32_t algorithm)
@@ -95,8 +67,7 @@ QueltaCertificate& FakeDeviceLibrary::withCertificateOf(const QueltaKeyPair& pai
     QueltaCertificate& record = withCertificate(der);
     setReference(record, keyReferenceOf(pair));
     setText(record.label, labelOf(pair));
-    const ByteView publicKey = publicKeyOf(pair);
-    detailsGive(der, {publicKey.begin(), publicKey.end()});
+    detailsGive(der, toBytes(publicKeyOf(pair)));
     return record;
 }
 
@@ -110,29 +81,6 @@ QueltaSymmetricKey& FakeDeviceLibrary::withAesKey(std::uint32_t encryptionType)
     return key;
 }
 
-void FakeDeviceLibrary::detailsGive(ByteView der, Bytes publicKey)
-{
-    details_[{der.begin(), der.end()}] = std::move(publicKey);
-}
-
-void FakeDeviceLibrary::connect(std::vector<std::string> devices)
-{
-    const std::lock_guard lock(mutex_);
-    devices_ = std::move(devices);
-}
-
-void FakeDeviceLibrary::openSingleSignOn()
-{
-    info.singleSignOnEnabled = 1;
-    info.singleSignOnOpen = 1;
-}
-
-void FakeDeviceLibrary::willAnswer(Call call, int result)
-{
-    const std::lock_guard lock(mutex_);
-    results_[call].push_back(result);
-}
-
 void FakeDeviceLibrary::willAnswerPin(int result, int remaining)
 {
     willAnswer(Call::validatePassword, result);
@@ -141,38 +89,7 @@ void FakeDeviceLibrary::willAnswerPin(int result, int remaining)
     remaining_.push_back(remaining);
 }
 
-void FakeDeviceLibrary::during(Call call, std::function<void()> hook)
-{
-    const std::lock_guard lock(mutex_);
-    hooks_[call] = std::move(hook);
-}
-
-void FakeDeviceLibrary::duringMonitorPoll(std::function<void()> hook)
-{
-    const std::lock_guard lock(mutex_);
-    monitorHook_ = std::move(hook);
-}
-
-std::vector<std::string> FakeDeviceLibrary::takeCalls()
-{
-    const std::lock_guard lock(mutex_);
-    return std::exchange(calls_, {});
-}
-
-std::vector<std::string> FakeDeviceLibrary::takeDeeds()
-{
-    auto calls = takeCalls();
-    std::erase_if(calls, [](const std::string& call) { return call.starts_with("get"); });
-    return calls;
-}
-
-int FakeDeviceLibrary::monitorPolls() const
-{
-    const std::lock_guard lock(mutex_);
-    return polls_;
-}
-
-bool FakeDeviceLibrary::waitForMonitorPoll() const
+bool FakeDeviceLibrary::waitForMonitorPoll()
 {
     using namespace std::chrono_literals;
     const int before = monitorPolls();
@@ -183,10 +100,22 @@ bool FakeDeviceLibrary::waitForMonitorPoll() const
     return false;
 }
 
-bool FakeDeviceLibrary::lastMonitorPollFoundNothing() const
+void FakeDeviceLibrary::begin(Call call, std::string text)
 {
-    const std::lock_guard lock(mutex_);
-    return lastPollFoundNothing_;
+    std::apply([](auto&... before) { (spoil(before), ...); }, handedOutToThread());
+    std::function<void()> hook;
+    {
+        const std::lock_guard lock(mutex_);
+        calls_.push_back(std::move(text));
+        if (onCall) underWay_ = calls_.back();
+        if (const auto found = hooks_.find(call); found != hooks_.end()) hook = found->second;
+    }
+    try {
+        if (hook) hook();
+    } catch (...) {
+        tell(0, "throws");
+        throw;
+    }
 }
 
 std::optional<int> FakeDeviceLibrary::scripted(Call call)
@@ -199,17 +128,20 @@ std::optional<int> FakeDeviceLibrary::scripted(Call call)
     return result;
 }
 
+int FakeDeviceLibrary::tell(int result, const std::string& answer)
+{
+    if (onCall) onCall(underWay_, answer);
+    return result;
+}
+
 std::vector<std::string> FakeDeviceLibrary::pollByMonitor()
 {
-    std::vector<std::string> found;
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(mutex_);
-        ++polls_;
-        found = devices_;
-        lastPollFoundNothing_ = found.empty();
-        hook = monitorHook_;
-    }
+    std::unique_lock lock(mutex_);
+    ++polls_;
+    const auto found = devices_;
+    lastPollFoundNothing_ = found.empty();
+    const auto hook = hooks_[Call::monitorPoll];
+    lock.unlock();
     if (hook) hook();
     return found;
 }
@@ -232,26 +164,4 @@ std::jthread callerThread(std::function<void()> body)
     });
 }
 
-void setReference(QueltaKeyPair& pair, ByteView reference)
-{
-    pair.keyReferenceLength = setBytes(pair.keyReference, reference);
-}
-
-void setReference(QueltaCertificate& record, ByteView reference)
-{
-    record.keyReferenceLength = setBytes(record.keyReference, reference);
-}
-
-void setReference(QueltaSymmetricKey& key, ByteView reference)
-{
-    key.keyReferenceLength = setBytes(key.keyReference, reference);
-}
-
-void setPublicKey(QueltaKeyPair& pair, ByteView publicKey)
-{
-    pair.publicKeyLength = setBytes(pair.publicKey, publicKey);
-}
-
-} // namespace test
-
-} // namespace quelta
+} // namespace quelta::test

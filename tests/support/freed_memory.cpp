@@ -2,10 +2,11 @@
 
 #include <malloc.h>
 
-#include <algorithm>
 #include <atomic>
-#include <cstring>
 #include <stdexcept>
+
+// Where the address of the runtime's function stands, through which all code of this executable calls it.
+extern "C" void (*__imp_free)(void*); // NOLINT(bugprone-reserved-identifier)
 
 namespace quelta::test {
 
@@ -13,31 +14,7 @@ namespace {
 
 // No thread_local: what keeps those is freed through here, too.
 std::atomic<FreedMemory*> watch = nullptr;
-
-template <class Type>
-const Type* at(ULONG_PTR offset)
-{
-    return reinterpret_cast<const Type*>(reinterpret_cast<const char*>(GetModuleHandleA(nullptr)) + offset);
-}
-
-// Where the address of the runtime's function stands, through which all code of this executable calls it.
-void** importOfFree()
-{
-    const auto* headers = at<IMAGE_NT_HEADERS>(static_cast<ULONG_PTR>(at<IMAGE_DOS_HEADER>(0)->e_lfanew));
-    const DWORD directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    for (const auto* library = at<IMAGE_IMPORT_DESCRIPTOR>(directory); library->Name; ++library) {
-        const auto* names = at<IMAGE_THUNK_DATA>(library->OriginalFirstThunk);
-        for (std::size_t i = 0; names[i].u1.AddressOfData; ++i) {
-            const auto name = names[i].u1.AddressOfData;
-            if (IMAGE_SNAP_BY_ORDINAL(name) || std::strcmp(at<IMAGE_IMPORT_BY_NAME>(name)->Name, "free") != 0) continue;
-            return const_cast<void**>(at<void*>(library->FirstThunk + i * sizeof(void*)));
-        }
-    }
-    throw std::runtime_error("This executable does not import free()");
-}
-
-using Free = void (*)(void*);
-std::atomic<Free> realFree = nullptr;
+std::atomic<void (*)(void*)> realFree = nullptr;
 
 void lookAndFree(void* block)
 {
@@ -52,11 +29,11 @@ FreedMemory::FreedMemory(ByteView secret) : secret_(secret)
 {
     watch = this;
     if (realFree) return;
-    void** const import = importOfFree();
-    realFree = reinterpret_cast<Free>(*import);
     DWORD old = 0;
-    if (!VirtualProtect(import, sizeof *import, PAGE_READWRITE, &old)) throw std::runtime_error("The import can't be changed");
-    *import = reinterpret_cast<void*>(&lookAndFree);
+    if (!VirtualProtect(&__imp_free, sizeof __imp_free, PAGE_READWRITE, &old))
+        throw std::runtime_error("The import of free() can't be changed");
+    realFree = __imp_free;
+    __imp_free = lookAndFree;
 }
 
 FreedMemory::~FreedMemory()
@@ -67,12 +44,12 @@ FreedMemory::~FreedMemory()
 void FreedMemory::look(ByteView block)
 {
     if (GetCurrentThreadId() != thread_) return;
-    ++blocks_;
+    ++blocks;
     const auto found = std::ranges::search(block, secret_);
-    if (!found.empty()) ++withSecret_;
-    if (!found.empty() && found.begin() == block.begin()) ++withSecretFirst_;
+    if (!found.empty()) ++withSecret;
+    if (!found.empty() && found.begin() - block.begin() <= 1) ++withSecretFirst;
     const ByteView mark = deviceBufferMark;
-    if (block.size() >= mark.size() && std::ranges::equal(block.last(mark.size()), mark)) ++deviceBuffers_;
+    if (block.size() >= mark.size() && sameBytes(block.last(mark.size()), mark)) ++deviceBuffers;
 }
 
 } // namespace quelta::test

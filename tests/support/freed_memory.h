@@ -17,21 +17,17 @@ public:
     FreedMemory(const FreedMemory&) = delete;
     FreedMemory& operator=(const FreedMemory&) = delete;
 
-    int blocks() const { return blocks_; }
-    // Those that held the secret, at their begin or anywhere.
-    int withSecretFirst() const { return withSecretFirst_; }
-    int withSecret() const { return withSecret_; }
-    int deviceBuffers() const { return deviceBuffers_; }
+    int blocks = 0;
+    // Those that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or anywhere.
+    int withSecretFirst = 0;
+    int withSecret = 0;
+    int deviceBuffers = 0;
 
     void look(ByteView block);
 
 private:
     ByteView secret_;
     DWORD thread_ = GetCurrentThreadId();
-    int blocks_ = 0;
-    int withSecretFirst_ = 0;
-    int withSecret_ = 0;
-    int deviceBuffers_ = 0;
 };
 
 } // namespace quelta::test

@@ -1,11 +1,8 @@
 #pragma once
 
-#include "base/bytes.h"
+#include "encoding/little_endian.h"
 
 #include <windows.h>
-
-#include <cstring>
-#include <type_traits>
 
 namespace quelta::test {
 
@@ -20,13 +17,6 @@ public:
     GuardedBuffer(const GuardedBuffer&) = delete;
     GuardedBuffer& operator=(const GuardedBuffer&) = delete;
 
-    template <class T>
-    requires std::is_trivially_copyable_v<T>
-    static GuardedBuffer of(const T& value)
-    {
-        return GuardedBuffer(ByteView(reinterpret_cast<const unsigned char*>(&value), sizeof value));
-    }
-
     unsigned char* data() { return begin_; }
     const unsigned char* data() const { return begin_; }
     std::size_t size() const { return size_; }
@@ -35,18 +25,9 @@ public:
 
     Bytes first(std::size_t count) const { return {begin_, begin_ + count}; }
     Bytes bytes() const { return first(size_); }
-    // Nothing was written at or after `from`.
-    bool untouchedFrom(std::size_t from) const;
 
-    // The value at `offset`, however it is aligned.
-    template <class T>
-    requires std::is_trivially_copyable_v<T> T as(std::size_t offset = 0)
-    const
-    {
-        T value{};
-        std::memcpy(&value, begin_ + offset, sizeof value);
-        return value;
-    }
+    // The number that they begin with.
+    DWORD asNumber() const { return readU32({begin_, size_}, 0); }
 
 private:
     void* pages_;

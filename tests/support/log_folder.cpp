@@ -1,11 +1,9 @@
 #include "support/log_folder.h"
 
-#include <gmock/gmock.h>
+#include "support/child_process.h"
 
-#include <windows.h>
-
-#include <algorithm>
 #include <array>
+#include <cstdio>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -14,41 +12,25 @@ namespace quelta::test {
 
 namespace {
 
-std::string temporaryFolder()
-{
-    std::array<char, MAX_PATH + 1> path{};
-    GetTempPathA(static_cast<DWORD>(path.size()), path.data());
-    return path.data();
-}
-
 std::string processName()
 {
-    std::array<char, MAX_PATH + 1> path{};
-    GetModuleFileNameA(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    const std::string file = std::filesystem::path(path.data()).filename().string();
+    const std::string file = ownExecutable().filename().string();
     return file.substr(0, file.find('.'));
 }
 
-std::filesystem::path freshFolder(const std::string& parent)
-{
-    static int count = 0;
-    return std::filesystem::path(parent) / ("quelta-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count));
-}
-
-std::string today()
+std::string nameOfTodaysFile()
 {
     SYSTEMTIME now{};
     GetLocalTime(&now);
     std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d", now.wYear, now.wMonth, now.wDay);
+    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d.LOG", now.wYear, now.wMonth, now.wDay);
     return text.data();
 }
 
 // Both stand for the temporary folder.
-void useFolder(const std::string& path)
+void useFolder(const std::filesystem::path& path)
 {
-    SetEnvironmentVariableA("TMP", path.c_str());
-    SetEnvironmentVariableA("TEMP", path.c_str());
+    for (const wchar_t* name : {L"TMP", L"TEMP"}) SetEnvironmentVariableW(name, path.c_str());
 }
 
 LogLine parse(const std::string& line)
@@ -68,12 +50,13 @@ bool isOfMonitorThread(const LogLine& line)
 
 } // namespace
 
-LogFolder::LogFolder(Folders folders) : oldTmp_(temporaryFolder())
+LogFolder::LogFolder()
 {
-    path_ = freshFolder(oldTmp_);
+    static int count = 0;
+    path_ = oldTmp_ / ("quelta-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count));
     std::filesystem::remove_all(path_);
-    std::filesystem::create_directories(folders == Folders::made ? path_ / "Oskvar" / processName() : path_);
-    useFolder(path_.string());
+    std::filesystem::create_directories(path_ / "Oskvar" / processName());
+    useFolder(path_);
 }
 
 LogFolder::~LogFolder()
@@ -85,7 +68,7 @@ LogFolder::~LogFolder()
 
 std::filesystem::path LogFolder::file() const
 {
-    return path_ / "Oskvar" / processName() / (today() + ".LOG");
+    return path_ / "Oskvar" / processName() / nameOfTodaysFile();
 }
 
 std::string LogFolder::takeText()
@@ -104,12 +87,6 @@ std::vector<LogLine> LogFolder::takeLines()
     for (std::string line; std::getline(text, line);) lines.push_back(parse(line));
     std::erase_if(lines, isOfMonitorThread);
     return lines;
-}
-
-void LogFolder::expect(const std::vector<LogLine>& expected, std::source_location where)
-{
-    const ::testing::ScopedTrace trace(where.file_name(), static_cast<int>(where.line()), "the log");
-    EXPECT_THAT(takeLines(), ::testing::ElementsAreArray(expected));
 }
 
 } // namespace quelta::test

@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <ostream>
-#include <source_location>
 #include <string>
 #include <vector>
 
@@ -28,9 +27,7 @@ inline LogLine error(std::string text)
 // A temporary folder of a test's own, in place of this process's, with the folders of the log already made.
 class LogFolder {
 public:
-    enum class Folders { made, missing };
-
-    explicit LogFolder(Folders folders = Folders::made);
+    LogFolder();
     ~LogFolder();
     LogFolder(const LogFolder&) = delete;
     LogFolder& operator=(const LogFolder&) = delete;
@@ -45,12 +42,9 @@ public:
     std::vector<LogLine> takeLines();
     void forget() { takeText(); }
 
-    // The new lines are these and no others.
-    void expect(const std::vector<LogLine>& expected, std::source_location where = std::source_location::current());
-
 private:
+    const std::filesystem::path oldTmp_ = std::filesystem::temp_directory_path();
     std::filesystem::path path_;
-    std::string oldTmp_;
     std::size_t seen_ = 0;
 };
 

@@ -20,33 +20,26 @@ bool screenIsMissing()
     return underWine && !std::getenv("DISPLAY");
 }
 
-// A filter that a renamed suite left behind would pass for ever.
-bool ranSomething()
-{
-    return ::testing::UnitTest::GetInstance()->test_to_run_count() > 0;
-}
-
 int run(int argc, char** argv)
-{
+try {
     ::testing::InitGoogleMock(&argc, argv);
     if (::testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
     if (screenIsMissing())
         return fail("DISPLAY is not set: the tests show windows. Run ./test.sh, or start Xvfb and set DISPLAY to it");
     const quelta::test::PrivateMachineRegistry registry;
     const int result = RUN_ALL_TESTS();
-    return ranSomething() ? result : fail("No test has this name: configure the build again");
+    // A filter that a renamed suite left behind would pass for ever.
+    const bool ranSomething = ::testing::UnitTest::GetInstance()->test_to_run_count() > 0;
+    return ranSomething ? result : fail("No test has this name: configure the build again");
+} catch (const std::exception& error) {
+    return fail(error.what());
 }
 
 } // namespace
 
 int main(int argc, char** argv)
 {
-    int result = 2;
-    try {
-        result = run(argc, argv);
-    } catch (const std::exception& error) {
-        fail(error.what());
-    }
+    const int result = run(argc, argv);
     std::fflush(stdout);
     // Past the destructors: the device monitor's would wait out its second at the end of each of the many test processes.
     std::_Exit(result);

@@ -8,9 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <source_location>
-#include <vector>
-
 namespace quelta::test {
 
 // What is set up for a test must not fail unnoticed: the Boolean of a call of Windows or CryptoAPI, the status of key storage.
@@ -24,11 +21,6 @@ class ModuleTest : public ::testing::Test {
 protected:
     ModuleTest();
     ~ModuleTest() override;
-
-    void expectLog(const std::vector<LogLine>& expected, std::source_location where = std::source_location::current())
-    {
-        log.expect(expected, where);
-    }
 
     static void cachePin(const char* pin = "1234");
     static std::string cachedPin() { return **tokenState().pinCache.pin(); }

@@ -1,7 +1,7 @@
 #include "support/recorder.h"
 
+#include "base/hex.h"
 #include "log/log_writer.h"
-#include "log/utils.h"
 
 #include <array>
 #include <cstdio>
@@ -53,20 +53,14 @@ void Recorder::record(const std::string& name, const std::string& arguments, con
 
 void Recorder::recordInner(const std::string& name, const std::string& arguments, const std::function<std::string()>& call)
 {
-    if (pauses_ > 0) {
-        call();
-        return;
-    }
+    if (pauses_ > 0) return static_cast<void>(call());
     log_.forget();
     lines_.push_back(inWords(name + "(" + arguments + ")"));
     const std::size_t count = lines_.size();
-    const std::string answer = call();
+    const std::string answer = "= " + inWords(call());
     takeLog();
-    if (lines_.size() == count) {
-        lines_.back() += " = " + inWords(answer);
-    } else {
-        lines_.push_back("  = " + inWords(answer));
-    }
+    if (lines_.size() > count) return lines_.push_back("  " + answer);
+    lines_.back() += " " + answer;
 }
 
 void Recorder::note(const std::string& text)
@@ -88,7 +82,7 @@ std::string Recorder::handle(ULONG_PTR handle) const
 
 void Recorder::call(ByteView bytes, const std::string& word)
 {
-    wordsOfHex_.emplace_back(Utils::toHex(bytes.data(), static_cast<int>(bytes.size())), word);
+    wordsOfHex_.emplace_back(toHex(bytes), word);
 }
 
 void Recorder::writeDown(std::string line)
@@ -103,14 +97,10 @@ void Recorder::takeLog()
 {
     const std::lock_guard lock(mutex_);
     auto found = log_.takeLines();
-    if (unnamed_) {
-        if (!found.empty() && found.front() == debug(*unnamed_)) {
-            found.erase(found.begin());
-        } else {
-            lines_.push_back("  (has not named itself)");
-        }
-        unnamed_.reset();
-    }
+    const auto name = std::exchange(unnamed_, std::nullopt);
+    const bool hasNamedItself = name && !found.empty() && found.front() == debug(*name);
+    if (hasNamedItself) found.erase(found.begin());
+    if (name && !hasNamedItself) lines_.push_back("  (has not named itself)");
     for (const LogLine& line : found) writeLogLine(line);
 }
 
@@ -119,14 +109,10 @@ void Recorder::writeLogLine(const LogLine& line)
 {
     constexpr std::size_t width = 150;
     const std::string text = inWords(line.text);
-    const std::string debugLine = "  " + levelOf(debug(""));
     std::string& last = lines_.back();
-    const bool joins = line.tag == debug("").tag && last.starts_with(debugLine);
-    if (joins && last.size() + text.size() < width) {
-        last += " | " + text;
-    } else {
-        lines_.push_back("  " + levelOf(line) + text);
-    }
+    const bool joins = line.tag == debug("").tag && last.starts_with("  D ") && last.size() + text.size() < width;
+    if (!joins) return lines_.push_back("  " + levelOf(line) + text);
+    last += " | " + text;
 }
 
 std::string Recorder::inWords(std::string text) const

@@ -17,13 +17,6 @@
 #include "support/module_test.h"
 #include "support/words.h"
 
-#include <functional>
-#include <map>
-#include <mutex>
-#include <optional>
-#include <string>
-#include <vector>
-
 namespace quelta::test {
 
 class Recorder {

@@ -1,29 +1,31 @@
 #pragma once
 
-#include "support/handed_buffer.h"
-#include "support/recorder.h"
+#include "support/machine_registry.h"
+#include "support/recorded_calls.h"
+#include "support/transcript.h"
 
 namespace quelta::test {
 
 // A test whose calls are recorded and compared with the transcript beside it; see support/transcript.h. Its name is the title.
 class Scenario : public ModuleTest {
 protected:
-    void TearDown() override;
+    void TearDown() override { expectTranscript(recorder.lines()); }
 
     // At log level 2, which is the one that users have, transcripts are short.
     void errorsAlone() { useLevel(2); }
     void everyLine() { useLevel(3); }
+    void useLevel(DWORD level)
+    {
+        setLogLevel(level);
+        recorder.note("log level " + std::to_string(level));
+    }
 
     // Where an answer is wanted.
     static Place room(DWORD size) { return {size, size}; }
     static Place query(DWORD stated = 0) { return {std::nullopt, stated}; }
     static Place nowhere() { return {}; }
-    static Place withoutLength(DWORD size) { return {size, std::nullopt}; }
 
     Recorder recorder{token, log, user};
-
-private:
-    void useLevel(DWORD level);
 };
 
 } // namespace quelta::test

@@ -1,23 +1,22 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/hex.h"
 
 #include <cstdint>
-#include <initializer_list>
-#include <string>
-#include <string_view>
 
 namespace quelta::test {
 
 // `count` bytes that count up from `first`.
 Bytes counting(std::size_t count, unsigned char first = 1);
-Bytes reversed(ByteView bytes);
-Bytes concat(std::initializer_list<Bytes> parts);
+inline Bytes reversed(ByteView bytes)
+{
+    return {bytes.rbegin(), bytes.rend()};
+}
 Bytes littleEndian(std::initializer_list<std::uint32_t> words);
 // With the terminating zero.
 Bytes bytesOfText(std::string_view text);
 Bytes wideBytes(std::wstring_view text);
-std::string hexOf(ByteView bytes);
 // A key blob of CryptoAPI: the header of 8 bytes, and what comes after it.
 Bytes keyBlob(unsigned char type, std::uint32_t algorithm, const Bytes& rest);
 

@@ -10,7 +10,4 @@ namespace quelta::test {
 // For the test that runs. Fails it where the section differs, or where the file has sections that no scenario writes.
 void expectTranscript(const std::vector<std::string>& recorded);
 
-// As `diff -u` shows it; empty if both are the same.
-std::string unifiedDiff(const std::vector<std::string>& expected, const std::vector<std::string>& actual);
-
 } // namespace quelta::test

@@ -1,131 +1,22 @@
 #include "support/words.h"
 
+#include "base/hex.h"
 #include "log/utils.h"
 
 #include <wincrypt.h>
 
 #include <algorithm>
 #include <array>
-#include <cctype>
+#include <cstdint>
 #include <cstdio>
-#include <iterator>
-#include <span>
 
 namespace quelta::test {
 
 namespace {
 
-struct Name {
-    DWORD value;
-    const char* text;
-};
-
-#define QUELTA_NAME(constant)                                                                                                    \
-    {                                                                                                                            \
-        static_cast<DWORD>(constant), #constant                                                                                  \
-    }
-
-constexpr Name errors[] = {
-    QUELTA_NAME(ERROR_SUCCESS),
-    QUELTA_NAME(ERROR_ACCESS_DENIED),
-    QUELTA_NAME(ERROR_NOT_ENOUGH_MEMORY),
-    QUELTA_NAME(ERROR_INVALID_PARAMETER),
-    QUELTA_NAME(ERROR_CALL_NOT_IMPLEMENTED),
-    QUELTA_NAME(ERROR_MORE_DATA),
-    QUELTA_NAME(ERROR_NO_MORE_ITEMS),
-    QUELTA_NAME(NTE_BAD_UID),
-    QUELTA_NAME(NTE_BAD_HASH),
-    QUELTA_NAME(NTE_BAD_KEY),
-    QUELTA_NAME(NTE_BAD_LEN),
-    QUELTA_NAME(NTE_BAD_DATA),
-    QUELTA_NAME(NTE_BAD_SIGNATURE),
-    QUELTA_NAME(NTE_BAD_VER),
-    QUELTA_NAME(NTE_BAD_ALGID),
-    QUELTA_NAME(NTE_BAD_FLAGS),
-    QUELTA_NAME(NTE_BAD_TYPE),
-    QUELTA_NAME(NTE_BAD_KEY_STATE),
-    QUELTA_NAME(NTE_NO_KEY),
-    QUELTA_NAME(NTE_NO_MEMORY),
-    QUELTA_NAME(NTE_EXISTS),
-    QUELTA_NAME(NTE_PERM),
-    QUELTA_NAME(NTE_NOT_FOUND),
-    QUELTA_NAME(NTE_KEYSET_NOT_DEF),
-    QUELTA_NAME(NTE_KEYSET_ENTRY_BAD),
-    QUELTA_NAME(NTE_PROVIDER_DLL_FAIL),
-    QUELTA_NAME(NTE_BAD_KEYSET),
-    QUELTA_NAME(NTE_BAD_KEYSET_PARAM),
-    QUELTA_NAME(NTE_FAIL),
-    QUELTA_NAME(NTE_TOKEN_KEYSET_STORAGE_FULL),
-    QUELTA_NAME(NTE_SILENT_CONTEXT),
-    QUELTA_NAME(NTE_INVALID_HANDLE),
-    QUELTA_NAME(NTE_INVALID_PARAMETER),
-    QUELTA_NAME(NTE_BUFFER_TOO_SMALL),
-    QUELTA_NAME(NTE_NOT_SUPPORTED),
-    QUELTA_NAME(NTE_NO_MORE_ITEMS),
-    QUELTA_NAME(NTE_INTERNAL_ERROR),
-    QUELTA_NAME(NTE_VALIDATION_FAILED),
-    {0x80090035, "NTE_DEVICE_NOT_FOUND"},
-};
-
-constexpr Name algorithms[] = {QUELTA_NAME(CALG_MD5),      QUELTA_NAME(CALG_SHA1),     QUELTA_NAME(CALG_SHA_256),
-                               QUELTA_NAME(CALG_SHA_384),  QUELTA_NAME(CALG_SHA_512),  QUELTA_NAME(CALG_HMAC),
-                               QUELTA_NAME(CALG_RSA_SIGN), QUELTA_NAME(CALG_RSA_KEYX), QUELTA_NAME(CALG_3DES),
-                               QUELTA_NAME(CALG_AES_128),  QUELTA_NAME(CALG_AES_192),  QUELTA_NAME(CALG_AES_256),
-                               QUELTA_NAME(AT_SIGNATURE),  QUELTA_NAME(AT_KEYEXCHANGE)};
-
-constexpr Name keySpecs[] = {QUELTA_NAME(AT_SIGNATURE), QUELTA_NAME(AT_KEYEXCHANGE)};
-
-constexpr Name blobTypes[] = {
-    QUELTA_NAME(SIMPLEBLOB),       QUELTA_NAME(PUBLICKEYBLOB),   QUELTA_NAME(PRIVATEKEYBLOB),
-    QUELTA_NAME(PLAINTEXTKEYBLOB), QUELTA_NAME(PUBLICKEYBLOBEX), {11, "SYMMETRICWRAPKEYBLOB"},
-};
-
-constexpr Name providerParameters[] = {QUELTA_NAME(PP_CLIENT_HWND),
-                                       QUELTA_NAME(PP_ENUMALGS),
-                                       QUELTA_NAME(PP_ENUMCONTAINERS),
-                                       QUELTA_NAME(PP_IMPTYPE),
-                                       QUELTA_NAME(PP_NAME),
-                                       QUELTA_NAME(PP_VERSION),
-                                       QUELTA_NAME(PP_CONTAINER),
-                                       QUELTA_NAME(PP_CERTCHAIN),
-                                       QUELTA_NAME(PP_PROVTYPE),
-                                       QUELTA_NAME(PP_KEYSTORAGE),
-                                       QUELTA_NAME(PP_ENUMALGS_EX),
-                                       QUELTA_NAME(PP_KEYSET_TYPE),
-                                       QUELTA_NAME(PP_ADMIN_PIN),
-                                       QUELTA_NAME(PP_KEYEXCHANGE_PIN),
-                                       QUELTA_NAME(PP_SIGNATURE_PIN),
-                                       QUELTA_NAME(PP_KEYSPEC),
-                                       QUELTA_NAME(PP_USE_HARDWARE_RNG),
-                                       QUELTA_NAME(PP_ENUMEX_SIGNING_PROT),
-                                       QUELTA_NAME(PP_UNIQUE_CONTAINER)};
-
-constexpr Name keyParameters[] = {QUELTA_NAME(KP_IV),          QUELTA_NAME(KP_PADDING),    QUELTA_NAME(KP_MODE),
-                                  QUELTA_NAME(KP_PERMISSIONS), QUELTA_NAME(KP_ALGID),      QUELTA_NAME(KP_BLOCKLEN),
-                                  QUELTA_NAME(KP_KEYLEN),      QUELTA_NAME(KP_CERTIFICATE)};
-
-constexpr Name hashParameters[] = {QUELTA_NAME(HP_ALGID), QUELTA_NAME(HP_HASHVAL), QUELTA_NAME(HP_HASHSIZE),
-                                   QUELTA_NAME(HP_HMAC_INFO)};
-
-#undef QUELTA_NAME
-
-std::string nameIn(std::span<const Name> names, DWORD value)
+bool stepsBy(ByteView bytes, int step)
 {
-    const auto found = std::ranges::find(names, value, &Name::value);
-    return found == names.end() ? std::to_string(value) : found->text;
-}
-
-std::string hexOfByte(unsigned char byte)
-{
-    return Utils::toHex(&byte, 1);
-}
-
-bool stepsBy(ByteView bytes, unsigned char step)
-{
-    for (std::size_t i = 1; i < bytes.size(); ++i) {
-        if (static_cast<unsigned char>(bytes[i] - bytes[i - 1]) != step) return false;
-    }
-    return true;
+    return std::ranges::adjacent_find(bytes, [=](int one, int next) { return ((next - one - step) & 0xFF) != 0; }) == bytes.end();
 }
 
 std::string hashText(ByteView bytes)
@@ -140,10 +31,10 @@ std::string hashText(ByteView bytes)
 std::string longWords(ByteView bytes)
 {
     const std::string size = std::to_string(bytes.size()) + " bytes ";
-    const std::string first = hexOfByte(bytes.front());
+    const std::string first = toHex(bytes.first(1));
     if (stepsBy(bytes, 0)) return size + "of " + first;
     if (stepsBy(bytes, 1)) return size + "rising from " + first;
-    if (stepsBy(bytes, 0xFF)) return size + "falling from " + first;
+    if (stepsBy(bytes, -1)) return size + "falling from " + first;
     return size + hashText(bytes);
 }
 
@@ -152,23 +43,15 @@ constexpr std::size_t shownInFull = 16;
 bool isText(ByteView characters)
 {
     return !characters.empty() &&
-           std::ranges::all_of(characters, [](unsigned char character) { return character >= ' ' && character < 0x7F; });
-}
-
-std::string asText(ByteView characters)
-{
-    return {characters.begin(), characters.end()};
+           std::ranges::all_of(characters, [](int character) { return character >= ' ' && character < 0x7F; });
 }
 
 // The low bytes of what may be a wide text; nothing if it is none.
 Bytes narrowedBytes(ByteView value)
 {
     Bytes narrow;
-    for (std::size_t i = 0; i + 1 < value.size(); i += 2) {
-        if (value[i + 1] != 0) return {};
-        narrow.push_back(value[i]);
-    }
-    return value.size() % 2 == 0 ? narrow : Bytes();
+    for (std::size_t i = 0; i + 1 < value.size() && value[i + 1] == 0; i += 2) narrow.push_back(value[i]);
+    return narrow.size() * 2 == value.size() ? narrow : Bytes();
 }
 
 bool isTextWithZero(ByteView value)
@@ -178,12 +61,7 @@ bool isTextWithZero(ByteView value)
 
 std::string textWithZero(ByteView value)
 {
-    return "\"" + asText(value.first(value.size() - 1)) + "\\0\"";
-}
-
-int digitOf(char digit)
-{
-    return digit <= '9' ? digit - '0' : digit - 'A' + 10;
+    return "\"" + toText(value.first(value.size() - 1)) + "\\0\"";
 }
 
 bool isHexDigit(char character)
@@ -193,11 +71,8 @@ bool isHexDigit(char character)
 
 std::string shortHex(std::string_view digits)
 {
-    if (digits.size() <= 2 * shownInFull || digits.size() % 2 != 0) return std::string(digits);
-    Bytes bytes;
-    for (std::size_t i = 0; i < digits.size(); i += 2)
-        bytes.push_back(static_cast<unsigned char>(digitOf(digits[i]) * 16 + digitOf(digits[i + 1])));
-    return words(bytes);
+    const auto bytes = digits.size() > 2 * shownInFull ? fromHex(digits) : std::nullopt;
+    return bytes ? words(*bytes) : std::string(digits);
 }
 
 } // namespace
@@ -206,7 +81,7 @@ std::string words(ByteView bytes)
 {
     if (!bytes.data()) return "null";
     if (bytes.empty()) return "empty";
-    return bytes.size() <= shownInFull ? Utils::toHex(bytes.data(), static_cast<int>(bytes.size())) : longWords(bytes);
+    return bytes.size() <= shownInFull ? toHex(bytes) : longWords(bytes);
 }
 
 std::string valueWords(ByteView value)
@@ -214,8 +89,8 @@ std::string valueWords(ByteView value)
     if (value.size() == 4) return "DWORD " + std::to_string(value[0] | value[1] << 8 | value[2] << 16 | unsigned{value[3]} << 24);
     if (isTextWithZero(value)) return textWithZero(value);
     if (const Bytes narrow = narrowedBytes(value); isTextWithZero(narrow)) return "L" + textWithZero(narrow);
-    if (value.size() > 4 && isText(value)) return "\"" + asText(value) + "\"";
-    return value.empty() ? words(value) : Utils::toHex(value.data(), static_cast<int>(value.size()));
+    if (value.size() > 4 && isText(value)) return "\"" + toText(value) + "\"";
+    return value.empty() ? words(value) : toHex(value);
 }
 
 std::string withShortHex(std::string_view text)
@@ -240,7 +115,7 @@ std::string quoted(const wchar_t* text)
     if (!text) return "null";
     std::string narrow;
     for (const wchar_t unit : std::wstring_view(text)) narrow += unit < 0x7F ? static_cast<char>(unit) : '?';
-    return "\"" + narrow + "\"";
+    return quoted(narrow.c_str());
 }
 
 std::string flagsText(DWORD flags)
@@ -248,33 +123,45 @@ std::string flagsText(DWORD flags)
     return flags == 0 ? "" : ", flags " + std::to_string(flags);
 }
 
-std::string errorName(DWORD code)
+Names::Names(std::string_view names, std::initializer_list<DWORD> values)
 {
-    return nameIn(errors, code);
+    auto value = values.begin();
+    for (const std::string& name : Utils::split(std::string(names), ", ")) names_.emplace_back(*value++, name);
 }
-std::string algorithmName(DWORD id)
+
+std::string Names::operator()(DWORD value) const
 {
-    return nameIn(algorithms, id);
+    const auto found = std::ranges::find(names_, value, &std::pair<DWORD, std::string>::first);
+    return found == names_.end() ? std::to_string(value) : found->second;
 }
-std::string keySpecName(DWORD keySpec)
-{
-    return nameIn(keySpecs, keySpec);
-}
-std::string blobTypeName(DWORD type)
-{
-    return nameIn(blobTypes, type);
-}
-std::string providerParameterName(DWORD parameter)
-{
-    return nameIn(providerParameters, parameter);
-}
-std::string keyParameterName(DWORD parameter)
-{
-    return nameIn(keyParameters, parameter);
-}
-std::string hashParameterName(DWORD parameter)
-{
-    return nameIn(hashParameters, parameter);
-}
+
+#define QUELTA_NAMES(...) Names(#__VA_ARGS__, __VA_ARGS__)
+
+const Names errorName = QUELTA_NAMES(
+    ERROR_SUCCESS, ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER, ERROR_CALL_NOT_IMPLEMENTED,
+    ERROR_MORE_DATA, ERROR_NO_MORE_ITEMS, NTE_BAD_UID, NTE_BAD_HASH, NTE_BAD_KEY, NTE_BAD_LEN, NTE_BAD_DATA, NTE_BAD_SIGNATURE,
+    NTE_BAD_VER, NTE_BAD_ALGID, NTE_BAD_FLAGS, NTE_BAD_TYPE, NTE_BAD_KEY_STATE, NTE_NO_KEY, NTE_NO_MEMORY, NTE_EXISTS, NTE_PERM,
+    NTE_NOT_FOUND, NTE_KEYSET_NOT_DEF, NTE_KEYSET_ENTRY_BAD, NTE_PROVIDER_DLL_FAIL, NTE_BAD_KEYSET, NTE_BAD_KEYSET_PARAM,
+    NTE_FAIL, NTE_TOKEN_KEYSET_STORAGE_FULL, NTE_SILENT_CONTEXT, NTE_INVALID_HANDLE, NTE_INVALID_PARAMETER, NTE_BUFFER_TOO_SMALL,
+    NTE_NOT_SUPPORTED, NTE_NO_MORE_ITEMS, NTE_INTERNAL_ERROR, NTE_VALIDATION_FAILED, NTE_DEVICE_NOT_FOUND);
+
+const Names algorithmName =
+    QUELTA_NAMES(CALG_MD5, CALG_SHA1, CALG_SHA_256, CALG_SHA_384, CALG_SHA_512, CALG_HMAC, CALG_RSA_SIGN, CALG_RSA_KEYX,
+                 CALG_3DES, CALG_AES_128, CALG_AES_192, CALG_AES_256, AT_SIGNATURE, AT_KEYEXCHANGE);
+
+const Names keySpecName = QUELTA_NAMES(AT_SIGNATURE, AT_KEYEXCHANGE);
+
+const Names blobTypeName =
+    QUELTA_NAMES(SIMPLEBLOB, PUBLICKEYBLOB, PRIVATEKEYBLOB, PLAINTEXTKEYBLOB, PUBLICKEYBLOBEX, SYMMETRICWRAPKEYBLOB);
+
+const Names providerParameterName =
+    QUELTA_NAMES(PP_CLIENT_HWND, PP_ENUMALGS, PP_ENUMCONTAINERS, PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_CERTCHAIN,
+                 PP_PROVTYPE, PP_KEYSTORAGE, PP_ENUMALGS_EX, PP_KEYSET_TYPE, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN,
+                 PP_KEYSPEC, PP_USE_HARDWARE_RNG, PP_ENUMEX_SIGNING_PROT, PP_UNIQUE_CONTAINER);
+
+const Names keyParameterName =
+    QUELTA_NAMES(KP_IV, KP_PADDING, KP_MODE, KP_PERMISSIONS, KP_ALGID, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE);
+
+const Names hashParameterName = QUELTA_NAMES(HP_ALGID, HP_HASHVAL, HP_HASHSIZE, HP_HMAC_INFO);
 
 } // namespace quelta::test

@@ -6,9 +6,6 @@
 
 #include <windows.h>
 
-#include <string>
-#include <string_view>
-
 namespace quelta::test {
 
 // "0102AB", "32 bytes rising from 01", "16 bytes of 11", "294 bytes #1A2B3C4D"; an empty span and null are told apart.
@@ -24,13 +21,22 @@ std::string quoted(const wchar_t* text);
 // Nothing for none, else ", flags 5".
 std::string flagsText(DWORD flags);
 
-// Published names; a value without one is written as the number that it is.
-std::string errorName(DWORD code);
-std::string algorithmName(DWORD id);
-std::string keySpecName(DWORD keySpec);
-std::string blobTypeName(DWORD type);
-std::string providerParameterName(DWORD parameter);
-std::string keyParameterName(DWORD parameter);
-std::string hashParameterName(DWORD parameter);
+// Gives a value its published name; one without is written as the number that it is.
+class Names {
+public:
+    // `names` as they stand in the source, with commas in between; constants are of signed and of unsigned types.
+    template <class... Values>
+    explicit Names(std::string_view names, Values... values) : Names(names, {static_cast<DWORD>(values)...})
+    {}
+    std::string operator()(DWORD value) const;
+
+private:
+    Names(std::string_view names, std::initializer_list<DWORD> values);
+
+    std::vector<std::pair<DWORD, std::string>> names_;
+};
+
+extern const Names errorName, algorithmName, keySpecName, blobTypeName;
+extern const Names providerParameterName, keyParameterName, hashParameterName;
 
 } // namespace quelta::test

@@ -11,11 +11,19 @@ protected:
         csp.acquire();
         ksp.openProvider();
     }
-
     void waitForTwoPolls()
     {
         for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
     }
+    void inner(const char* name, void (*call)())
+    {
+        recorder.recordInner(name, "", [=] {
+            call();
+            return "done";
+        });
+    }
+    void start() { inner("startDeviceMonitor", startDeviceMonitor); }
+    void stop() { inner("stopDeviceMonitor", stopMonitor); }
 
     CspCalls csp{recorder};
     KspCalls ksp{recorder};
@@ -34,11 +42,9 @@ TEST_F(ConnectionTranscript, LibraryIsStartedAgainUntilADeviceWasOpened)
 {
     token.unplug();
     openBoth();
+    errorsAlone();
     token.connect({"TOKEN-1"});
     for (int i = 0; i < 2; ++i) token.willAnswer(Call::initDevice, -21);
-    openBoth();
-    errorsAlone();
-    for (int i = 0; i < 2; ++i) token.willAnswer(Call::initDevice, 7);
     openBoth();
     recorder.note("a start that fails is not noticed");
     token.willAnswer(Call::init, 7);
@@ -57,6 +63,17 @@ TEST_F(ConnectionTranscript, TokenThatWasPulledOutIsOpenedAgainAndItsPINAskedFor
     openBoth();
     user.entersPin("1234");
     csp.genKey(CALG_RSA_SIGN);
+}
+
+// What the monitor's thread writes itself stands where it comes to it, and is not here.
+TEST_F(ConnectionTranscript, MonitorIsStartedOnceAndStoppedOnce)
+{
+    start();
+    stop();
+    stop();
+    start();
+    start();
+    stopMonitor();
 }
 
 } // namespace quelta::test

@@ -1,10 +1,5 @@
 #include "support/module_test.h"
 
-#include "token/device_monitor.h"
-#include "token/token_state.h"
-
-#include <windows.h>
-
 #include <atomic>
 #include <regex>
 #include <stdexcept>
@@ -13,29 +8,25 @@ namespace quelta::test {
 
 class DeviceMonitor : public ModuleTest {
 protected:
+    DeviceMonitor() { fillState(); }
+
     // As an opening and an accepted PIN leave it.
     static void fillState()
     {
         tokenState().libraryInitialised = true;
-        tokenState().pinCache.setValidated(std::make_shared<const PinText>("1234"));
+        cachePin();
         tokenState().sharedIv.set(counting(16));
         tokenState().containerSelectedFlag = 1;
     }
-
-    static bool tokenStateIsEmpty()
+    // After the second, whatever the first has found is done.
+    void waitForTwoPolls()
     {
-        const TokenState& state = tokenState();
-        return !state.libraryInitialised && !state.pinCache.validated() && (*state.pinCache.pin())->empty();
+        for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
     }
-
-    // True once `condition` holds; false if it does not within the limit.
-    template <class Condition>
-    static bool within(ULONGLONG milliseconds, Condition condition)
+    static bool openingIsKnown() { return tokenState().libraryInitialised && tokenState().pinCache.validated(); }
+    static bool openingIsForgotten()
     {
-        for (const ULONGLONG end = GetTickCount64() + milliseconds; GetTickCount64() < end; Sleep(5)) {
-            if (condition()) return true;
-        }
-        return condition();
+        return !tokenState().libraryInitialised && !tokenState().pinCache.validated() && cachedPin().empty();
     }
 
     int pollsDuring(DWORD milliseconds)
@@ -46,73 +37,58 @@ protected:
     }
 };
 
-TEST_F(DeviceMonitor, StartingTwiceRunsOneThread)
+TEST_F(DeviceMonitor, StartingTwiceRunsOneThreadThatPollsOnceASecond)
 {
     startDeviceMonitor();
     startDeviceMonitor();
     const int polls = pollsDuring(2500);
     EXPECT_GE(polls, 2);
-    EXPECT_LE(polls, 3) << "one a second";
+    EXPECT_LE(polls, 3);
 }
 
-TEST_F(DeviceMonitor, ForgetsTheTokenWithinASecondOfItsRemoval)
+TEST_F(DeviceMonitor, ForgetsAtEveryPollThatFindsNoToken)
 {
-    fillState();
-    ASSERT_TRUE(token.waitForMonitorPoll());
-    ASSERT_TRUE(token.waitForMonitorPoll());
-    EXPECT_TRUE(tokenState().libraryInitialised && tokenState().pinCache.validated()) << "nothing is lost while it is there";
-
+    waitForTwoPolls();
+    EXPECT_TRUE(openingIsKnown()) << "nothing is lost while it is there";
     token.unplug();
-    EXPECT_TRUE(within(1500, tokenStateIsEmpty));
+    for (int i = 0; i < 2; ++i) {
+        fillState();
+        waitForTwoPolls();
+        EXPECT_TRUE(openingIsForgotten());
+    }
     EXPECT_EQ(*tokenState().sharedIv.bytes(), counting(16)) << "no property of the token";
     EXPECT_EQ(tokenState().containerSelectedFlag, 1);
-
-    fillState();
-    EXPECT_TRUE(within(1500, tokenStateIsEmpty)) << "again at every poll, as long as it is gone";
 }
 
 TEST_F(DeviceMonitor, FailingPollIsNoRemovalAndNoEnd)
 {
-    fillState();
-    token.duringMonitorPoll([] { throw std::runtime_error("the library is in trouble"); });
-    ASSERT_TRUE(token.waitForMonitorPoll());
-    ASSERT_TRUE(token.waitForMonitorPoll());
-    EXPECT_TRUE(tokenState().libraryInitialised && tokenState().pinCache.validated());
+    token.during(Call::monitorPoll, [] { throw std::runtime_error("the library is in trouble"); });
+    waitForTwoPolls();
+    EXPECT_TRUE(openingIsKnown());
 }
 
 TEST_F(DeviceMonitor, StopWaitsForTheThreadAndSaysSoAfterIt)
 {
+    stopMonitor();
+    log.forget();
+    startMonitor();
     std::atomic<bool> inPoll = false;
     std::atomic<bool> pollLeft = false;
-    token.duringMonitorPoll([&] {
+    token.unplug();
+    token.during(Call::monitorPoll, [&] {
         inPoll = true;
         Sleep(400);
         pollLeft = true;
     });
-    ASSERT_TRUE(within(2000, [&] { return inPoll.load(); }));
+    while (!inPoll) Sleep(5);
+    fillState();
     stopMonitor();
     EXPECT_TRUE(pollLeft) << "no poll outlives the stop";
+    EXPECT_TRUE(openingIsForgotten()) << "and what the last one found is done";
     const std::string text = log.takeText();
-    const std::regex stoppedThenJoined(R"(monitor thread stopped\.\n.*=>Monitor thread joined \(stopDeviceMonitor\)\.\n$)");
-    EXPECT_TRUE(std::regex_search(text, stoppedThenJoined)) << text;
-    token.duringMonitorPoll(nullptr);
-    EXPECT_EQ(pollsDuring(1200), 0);
-
-    stopMonitor();
-    EXPECT_EQ(log.takeText(), "") << "nothing ran any more";
-}
-
-TEST_F(DeviceMonitor, CanBeStoppedAndStartedTwentyTimes)
-{
-    for (int round = 0; round < 20; ++round) {
-        stopMonitor();
-        startDeviceMonitor();
-        // Every other time the stop comes before the thread has come to anything.
-        if (round % 2 == 0) {
-            ASSERT_TRUE(token.waitForMonitorPoll()) << "round " << round;
-        }
-    }
-    stopMonitor();
+    const std::regex inOrder(
+        R"(=>Device monitor thread started\.\n[\s\S]*=>Device monitor thread stopped\.\n.*=>Monitor thread joined)");
+    EXPECT_TRUE(std::regex_search(text, inOrder)) << text;
     EXPECT_EQ(pollsDuring(1200), 0);
 }
 

@@ -1,83 +1,22 @@
 #include "support/module_test.h"
 
+#include "token/key_unwrap.h"
 #include "token/token.h"
 #include "token/token_connection.h"
 
 #include <gmock/gmock.h>
 
-#include <climits>
-
 namespace quelta::test {
 
-namespace {
-
+using ::testing::_;
+using ::testing::Each;
 using ::testing::ElementsAre;
-
-// For a room of this size: what the library may report, and whether it is believed.
-struct Report {
-    int length;
-    bool believed;
-};
-
-std::vector<Report> reportsFor(int room)
-{
-    return {{0, true}, {room, true}, {room + 1, false}, {-1, false}, {INT_MIN, false}, {INT_MAX, false}};
-}
-
-} // namespace
 
 class TokenCalls : public ModuleTest {
 protected:
-    // Lets the library lie about a length in every way; `call` gives its outcome.
-    template <class Call>
-    static void expectOnlyPlausibleLengths(Given& given, int room, Call call)
-    {
-        for (const Report& report : reportsFor(room)) {
-            given.reportedLength = report.length;
-            const auto outcome = call();
-            ASSERT_EQ(outcome.has_value(), report.believed) << report.length;
-            if (!outcome) {
-                EXPECT_EQ(outcome.error(), 0) << "no result of the library's: it reported success";
-            }
-        }
-    }
-
     const std::string id = FakeDeviceLibrary::deviceId;
     const Token device{id, nullptr};
-    const PinText pin{"1234"};
-    const Bytes keyId = Bytes(16, 0x11);
-    const Bytes input = counting(64);
 };
-
-TEST_F(TokenCalls, LengthsThatCanNotBeAreFailures)
-{
-    std::array<unsigned char, 128> digest{};
-    std::array<unsigned char, encryptionRoom> cipher{};
-    Bytes room(64);
-    expectOnlyPlausibleLengths(token.signature, 64, [&] { return device.signHash(keyId, pin, input, room); });
-    expectOnlyPlausibleLengths(token.digest, 20, [&] { return device.finalHash(nullptr, digest, 20); });
-    expectOnlyPlausibleLengths(token.plain, 64, [&] { return device.decrypt(keyId, pin, input, true); });
-    expectOnlyPlausibleLengths(token.symmetricPlain, 64, [&] { return device.decryptSymmetric(input, room, {}, keyId); });
-    expectOnlyPlausibleLengths(token.cipher, 1024,
-                               [&] { return device.encrypt(EncryptionType{}, paddingPkcs1, input, cipher, keyId); });
-}
-
-TEST_F(TokenCalls, SuccessWithoutABufferIsAFailure)
-{
-    token.plain.nullBuffer = true;
-    const auto outcome = device.decrypt(keyId, pin, input, false);
-    ASSERT_FALSE(outcome.has_value());
-    EXPECT_EQ(outcome.error(), 0);
-}
-
-TEST_F(TokenCalls, ResultsComeBackAsTheyAre)
-{
-    token.willAnswer(Call::signHash, 49);
-    token.willAnswer(Call::decrypt, -3);
-    Bytes room(64);
-    EXPECT_EQ(device.signHash(keyId, pin, input, room), std::unexpected(49));
-    EXPECT_EQ(device.decrypt(keyId, pin, input, false).error(), -3);
-}
 
 TEST_F(TokenCalls, ListsAreCopiedBeforeTheNextCallSpoilsThem)
 {
@@ -113,22 +52,35 @@ TEST_F(TokenCalls, HashDataGoesInPiecesThatTheLibraryCanCount)
 TEST_F(TokenCalls, LibraryContextGoesWhereverThereIsRoomForIt)
 {
     int context = 0;
-    constexpr OpeningTexts texts = {.startingLibrary = "", .noToken = "", .openFailed = ""};
-    EXPECT_EQ(openFirstToken(&context, texts), id);
+    EXPECT_EQ(openFirstToken(&context, {.startingLibrary = "", .noToken = "", .openFailed = ""}), id);
     EXPECT_THAT(token.takeCalls(), ElementsAre("init(0, 2)", "getConnectedDeviceList(false, with a context)",
                                                "initDevice(TOKEN-1, false, with a context)"));
 }
 
+TEST_F(TokenCalls, LongestUnwrappedKeyIsTakenWholeAndNotKeptInItsRecord)
+{
+    token.withAesKey(encryptionAes256).keyReferenceLength = 129;
+    token.unwrapped.bytes = counting(128);
+    const auto sizeCode = [](std::size_t) { return encryptionAes128; };
+    const auto key = UnwrapWithAnyKek(device, {}, PinText("1234"), sizeCode, "");
+    EXPECT_THAT(token.takeCalls(), ElementsAre(_, "decryptAes(TOKEN-1, empty, null, false, null)",
+                                               "importAesKey(TOKEN-1, 1234, " + toHex(counting(128)) + ", 8)"));
+    ASSERT_TRUE(key);
+    EXPECT_THAT(key->stored.keyValue, Each(0));
+    token.unwrapped.bytes = counting(129);
+    EXPECT_EQ(UnwrapWithAnyKek(device, {}, PinText("1234"), sizeCode, "").error(), UnwrapFailure::keyTooLong);
+}
+
 TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)
 {
-    struct Row {
+    const struct {
         const char* serialNumber;
         std::int32_t enabled;
         std::int32_t open;
         bool signedOn;
-    };
-    for (const Row& row : {Row{"SN-1", 1, 1, true}, Row{"", 1, 1, false}, Row{"SN-1", 0, 1, false}, Row{"SN-1", 1, 0, false},
-                           Row{"SN-1", 2, 1, false}, Row{"SN-1", 1, -1, false}}) {
+    } rows[] = {{"SN-1", 1, 1, true},  {"", 1, 1, false},     {"SN-1", 0, 1, false},
+                {"SN-1", 1, 0, false}, {"SN-1", 2, 1, false}, {"SN-1", 1, -1, false}};
+    for (const auto& row : rows) {
         token.info.serialNumber = row.serialNumber;
         token.info.singleSignOnEnabled = row.enabled;
         token.info.singleSignOnOpen = row.open;

@@ -26,8 +26,8 @@ void clear()
 TEST(UserStores, KeepWhatSomebodyElsePutThereAndWhereAKeyIs)
 {
     clear();
-    const Bytes own = encodedIn(rsaWithAttributes);
-    const Bytes foreign = encodedIn(ecdsaP384);
+    const Bytes own = encodedIn("rsa_with_attributes");
+    const Bytes foreign = encodedIn("ecdsa_p384");
     {
         const CertificateStore store(
             CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, storeName));

@@ -29,19 +29,19 @@ protected:
 TEST_F(SignatureCheck, SignaturesOfAnotherImplementationHoldForTheirContentAndRootAlone)
 {
     const struct {
-        std::string_view signature;
+        std::string signature;
         const char* signer;
         const char* hash;
         bool timed;
-        std::string_view stranger;
+        std::string stranger;
     } rows[] = {
-        {rsaWithAttributes, "CN=Signer A", "sha256", true, ecdsaP384},
-        {rsaWithoutAttributes, "CN=Signer A", "sha1", false, ecdsaP384},
-        {ecdsaP384, "CN=Signer B", "sha512", true, rsaWithAttributes},
+        {"rsa_with_attributes", "CN=Signer A", "sha256", true, "ecdsa_p384"},
+        {"rsa_without_attributes", "CN=Signer A", "sha1", false, "ecdsa_p384"},
+        {"ecdsa_p384", "CN=Signer B", "sha512", true, "rsa_with_attributes"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.hash);
-        Bytes signature = withoutPem(toBytes(row.signature));
+        Bytes signature = signatureIn(row.signature);
         const CheckedSignature checked = check(signature);
         ASSERT_EQ(checked.signers.size(), 1u);
         const Signer& signer = checked.signers[0];
@@ -65,7 +65,7 @@ TEST_F(SignatureCheck, SignaturesOfAnotherImplementationHoldForTheirContentAndRo
 // The digest in the attributes is what ties them to the content; the signature is what ties them to the signer.
 TEST_F(SignatureCheck, AttributesRewrittenForAnotherContentAreRefused)
 {
-    Bytes changed = withoutPem(toBytes(rsaWithAttributes));
+    Bytes changed = signatureIn("rsa_with_attributes");
     const Bytes digest = digestOf(digestOfName("sha256"), toBytes(signedContent));
     const auto at = std::ranges::search(changed, digest).begin();
     ASSERT_NE(at, changed.end());
@@ -77,8 +77,7 @@ TEST_F(SignatureCheck, WhatIsNoSignatureSaysSo)
 {
     EXPECT_THROW(check({}), Failure);
     EXPECT_THROW(check(toBytes("text")), Failure);
-    const CertificateContext certificate = certificateIn(ecdsaP384);
-    EXPECT_THROW(check(toBytes(encodedOf(*certificate))), Failure);
+    EXPECT_THROW(check(toBytes(encodedOf(*certificateIn("ecdsa_p384")))), Failure);
 }
 
 } // namespace

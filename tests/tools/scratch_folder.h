@@ -8,18 +8,16 @@
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <stdexcept>
 
 namespace quelta {
 
 class ScratchFolder {
 public:
-    explicit ScratchFolder(std::filesystem::path path) : path_(std::move(path))
+    explicit ScratchFolder(std::filesystem::path path = temporary()) : path_(std::move(path))
     {
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
     }
-    ScratchFolder() : ScratchFolder(temporary()) {}
     ~ScratchFolder()
     {
         std::error_code ignored;
@@ -34,13 +32,13 @@ public:
     {
         std::ofstream file(path_ / name, std::ios::binary);
         file.write(reinterpret_cast<const char*>(content.data()), static_cast<std::streamsize>(content.size()));
-        if (!file.flush()) throw std::runtime_error("Writing " + name.string() + " failed");
+        EXPECT_TRUE(file.flush()) << "can't write " << name;
         return path_ / name;
     }
     Bytes read(const std::filesystem::path& name) const
     {
         std::ifstream file(path_ / name, std::ios::binary);
-        if (!file) throw std::runtime_error("There is no " + name.string() + " in the test's folder");
+        EXPECT_TRUE(file) << "there is no " << name;
         return {std::istreambuf_iterator<char>(file), {}};
     }
     std::ptrdiff_t fileCount() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }

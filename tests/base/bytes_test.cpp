@@ -1,0 +1,51 @@
+#include "base/hex.h"
+#include "base/wipe.h"
+
+#include <gmock/gmock.h>
+
+#include <array>
+#include <memory>
+
+namespace quelta {
+namespace {
+
+using ::testing::Each;
+
+TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
+{
+    EXPECT_EQ(fromHex(""), Bytes());
+    EXPECT_EQ(fromHex("09afAF"), (Bytes{0x09, 0xAF, 0xAF}));
+    for (const char* text : {"0", "0x12", "0g", "@0", "/0", ":0", "G0", "`0", "1 "})
+        EXPECT_EQ(fromHex(text), std::nullopt) << text;
+}
+
+TEST(Wiped, LeavesZerosWhenItGoes)
+{
+    using Record = std::array<unsigned char, 8>;
+    alignas(Wiped<Record>) unsigned char place[sizeof(Wiped<Record>)];
+    std::destroy_at(std::construct_at(reinterpret_cast<Wiped<Record>*>(place), Record{1, 2, 3, 4, 5, 6, 7, 8}));
+    EXPECT_THAT(place, Each(0));
+}
+
+// A text this short is kept in the string itself, which a move copies.
+TEST(Wiped, LeavesNothingBehindWhenItIsMoved)
+{
+    Wiped<std::string> pin("24680");
+    const char* const before = pin->data();
+    const Wiped<std::string> moved(std::move(pin));
+    EXPECT_EQ(*moved, "24680");
+    EXPECT_THAT(std::span(before, 5), Each('\0'));
+}
+
+TEST(Wiped, WipesTheEndOfALongerValueToo)
+{
+    Wiped<Bytes> buffer(std::size_t{64}, static_cast<unsigned char>(7));
+    const unsigned char* const memory = buffer->data();
+    buffer->resize(1);
+    buffer.clear();
+    EXPECT_TRUE(buffer->empty() && buffer->capacity() >= 64U);
+    EXPECT_THAT(std::span(memory, 64), Each(0));
+}
+
+} // namespace
+} // namespace quelta

@@ -1,0 +1,172 @@
+// Both interfaces as an application calls them: CryptoAPI through advapi32, key storage through the module's table. What is
+// refused leaves an empty value, and a status or last error.
+#pragma once
+
+#include "base/bytes.h"
+#include "base/key_storage_table.h"
+#include "base/text.h"
+#include "base/windows_objects.h"
+
+#include <string>
+#include <vector>
+
+namespace quelta::test {
+
+// Bits of the token's RSA keys; the keys are called "rsa1024" and so on, those on curves "p256", "p384", "p521".
+constexpr unsigned rsaSizes[] = {1024, 2048, 3072, 4096};
+
+// What a call puts into a room, if it answers that it has.
+template <class Call>
+Bytes filled(Call call, DWORD room = 16384)
+{
+    Bytes bytes(room);
+    const bool done = call(bytes.data(), &room);
+    bytes.resize(done ? room : 0);
+    return bytes;
+}
+
+// For CryptoAPI, in this process's registry.
+void registerBuiltModule();
+// The PIN of every token here.
+constexpr const char tokenPin[] = "135790";
+// The identifier of a key of the token, by its label.
+std::string keyName(const std::string& label);
+
+template <class Object, class Function, class... Arguments>
+Object made(Function function, Arguments... arguments)
+{
+    Object object;
+    function(arguments..., object.out());
+    return object;
+}
+
+// Both interfaces take bytes that they only read as if they wrote them.
+inline PBYTE dataOf(ByteView bytes)
+{
+    return const_cast<PBYTE>(bytes.data());
+}
+inline DWORD sizeOf(ByteView bytes)
+{
+    return static_cast<DWORD>(bytes.size());
+}
+
+// On the container of the key with this label, or without a container. All bytes are in CryptoAPI's order, signatures and cipher
+// texts of RSA least significant byte first.
+class CryptoApi {
+public:
+    explicit CryptoApi(const std::string& label = "");
+
+    HCRYPTPROV get() const { return context_.get(); }
+    CryptKey userKey(DWORD spec = AT_SIGNATURE) const { return made<CryptKey>(CryptGetUserKey, get(), spec); }
+    CryptKey import(ByteView blob, HCRYPTKEY unwrapping = 0) const
+    {
+        return made<CryptKey>(CryptImportKey, get(), blob.data(), sizeOf(blob), unwrapping, 0);
+    }
+    Bytes sign(ALG_ID algorithm, ByteView data) const;
+    // The last error, 0 for success.
+    DWORD verify(ALG_ID algorithm, ByteView data, ByteView signature, const CryptKey& key) const;
+    static Bytes encrypt(const CryptKey& key, ByteView plain, DWORD flags = 0);
+    static Bytes decrypt(const CryptKey& key, ByteView cipher, DWORD flags = 0);
+
+private:
+    CryptHash hash(ALG_ID algorithm, ByteView data) const;
+
+    CryptContext context_;
+};
+
+using Table = KeyStorageFunctionTable;
+class KeyStorage;
+
+class StoredKey {
+public:
+    StoredKey(const KeyStorage& storage, NCRYPT_KEY_HANDLE handle, SECURITY_STATUS status);
+    StoredKey(const StoredKey&) = delete;
+    StoredKey& operator=(const StoredKey&) = delete;
+    ~StoredKey() { call(&Table::FreeKey); }
+
+    NCRYPT_KEY_HANDLE get() const { return handle_; }
+    // How it was opened, made or imported.
+    SECURITY_STATUS status() const { return status_; }
+
+    template <class Slot, class... Arguments>
+    SECURITY_STATUS call(Slot Table::*slot, Arguments... arguments) const
+    {
+        return (table_.*slot)(provider_, handle_, arguments...);
+    }
+    Bytes property(const wchar_t* name) const { return output(&Table::GetKeyProperty, 0, name); }
+    SECURITY_STATUS set(const wchar_t* name, ByteView value) const
+    {
+        return call(&Table::SetKeyProperty, name, dataOf(value), sizeOf(value), 0);
+    }
+    Bytes exported(const wchar_t* type) const { return output(&Table::ExportKey, 0, 0, type, nullptr); }
+    Bytes sign(ByteView hash) const
+    {
+        return output(&Table::SignHash, NCRYPT_PAD_PKCS1_FLAG, nullptr, dataOf(hash), sizeOf(hash));
+    }
+    SECURITY_STATUS verify(ByteView hash, ByteView signature) const
+    {
+        return call(&Table::VerifySignature, nullptr, dataOf(hash), sizeOf(hash), dataOf(signature), sizeOf(signature),
+                    NCRYPT_PAD_PKCS1_FLAG);
+    }
+    Bytes encrypt(ByteView plain, DWORD padding) const
+    {
+        return output(&Table::Encrypt, padding, dataOf(plain), sizeOf(plain), nullptr);
+    }
+    Bytes decrypt(ByteView cipher, DWORD padding) const
+    {
+        return output(&Table::Decrypt, padding, dataOf(cipher), sizeOf(cipher), nullptr);
+    }
+
+private:
+    template <class Slot, class... Arguments>
+    Bytes output(Slot slot, DWORD flags, Arguments... arguments) const
+    {
+        return filled([&](BYTE* into, DWORD* size) { return !call(slot, arguments..., into, *size, size, flags); });
+    }
+
+    const Table& table_;
+    NCRYPT_PROV_HANDLE provider_;
+    NCRYPT_KEY_HANDLE handle_;
+    SECURITY_STATUS status_;
+};
+
+class KeyStorage {
+public:
+    KeyStorage();
+    ~KeyStorage() { table_->FreeProvider(provider_); }
+    KeyStorage(const KeyStorage&) = delete;
+    KeyStorage& operator=(const KeyStorage&) = delete;
+
+    const Table& table() const { return *table_; }
+    NCRYPT_PROV_HANDLE provider() const { return provider_; }
+    // Of its opening.
+    SECURITY_STATUS status() const { return status_; }
+
+    // Gives the token's PIN, for both interfaces, so that no dialog asks for it.
+    void usePin() const;
+    StoredKey open(const std::wstring& name) const { return key(&Table::OpenKey, name.c_str(), 0, 0); }
+    // By the label that it has among the tests' keys.
+    StoredKey openLabelled(const std::string& label) const { return open(toWide(keyName(label))); }
+    StoredKey create(const wchar_t* algorithm) const
+    {
+        return key(&Table::CreatePersistedKey, algorithm, L"a name", AT_SIGNATURE, 0);
+    }
+    StoredKey import(const wchar_t* blobType, ByteView blob, NCRYPT_KEY_HANDLE unwrapping = 0) const;
+    std::vector<std::wstring> names() const;
+
+private:
+    template <class Slot, class... Arguments>
+    StoredKey key(Slot Table::*slot, Arguments... arguments) const
+    {
+        NCRYPT_KEY_HANDLE handle = 0;
+        const SECURITY_STATUS status = (table_->*slot)(provider_, &handle, arguments...);
+        return {*this, handle, status};
+    }
+
+    Library module_;
+    Table* table_ = nullptr;
+    NCRYPT_PROV_HANDLE provider_ = 0;
+    SECURITY_STATUS status_ = 0;
+};
+
+} // namespace quelta::test
