@@ -47,6 +47,9 @@ done
 
 version=$(project_version)
 release=$build/release
+# Every time in what is made is that of the commit; strip reads it too.
+SOURCE_DATE_EPOCH=$(git -C "$root" log -1 --format=%ct 2>/dev/null || echo 1767225600)
+export SOURCE_DATE_EPOCH
 
 # Licences of what is linked into the binaries, as their packages state them.
 licensed=(nlohmann-json3-dev libcli11-dev mingw-w64-x86-64-dev g++-mingw-w64-x86-64-posix)
@@ -92,9 +95,8 @@ sign_all() {
     done
 }
 
-# Every time is that of the commit.
 settle_times() {
-    find "$1" -exec touch -h -d "@$(git -C "$root" log -1 --format=%ct 2>/dev/null || echo 1767225600)" {} +
+    find "$1" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 }
 
 # The same content gives the same file: names in order.

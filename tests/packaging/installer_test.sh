@@ -60,17 +60,17 @@ refused() {
 }
 
 # Left out: what Wine notes of its displays, services and the machine's own stores; where a package last came from; empty keys of
-# Wine's list of components; and the semicolon that it leaves in PATH.
+# its list of components and of the user's stores, which are made when they are opened; and the semicolons that it leaves in PATH.
 registry() {
     local root
     for root in HKEY_LOCAL_MACHINE HKEY_CURRENT_USER; do
         windows regedit /E "$(seen_by_windows "$work/part.reg")" "$root"
         iconv -f utf-16 -t utf-8 "$work/part.reg" | tr -d '\r' | sed -e ':a; /\\$/ { N; s/\\\n *//; ba }' |
-            sed -E 's/^("PATH"=hex\(2\):.*[^;])(3b,00,)+00,00$/\100,00/' |
+            sed -e ':b; s/^\("PATH"=.*\)3b,00,00,00$/\100,00/; tb' |
             awk 'BEGIN { RS = ""; FS = "\n" }
                 /^\[HKEY_LOCAL_MACHINE\\(System\\CurrentControlSet\\(Enum|Hardware|Control\\(Video|Class|DeviceClasses|ServiceCurrent))|Hardware)/ { next }
                 /^\[HKEY_LOCAL_MACHINE\\Software\\(Wow6432Node\\)?Microsoft\\SystemCertificates|^\[HKEY_CURRENT_USER\\Software\\Wine/ { next }
-                /\\SourceList/ || NF == 1 && /\\Installer\\UserData\\/ { next }
+                /\\SourceList/ || NF == 1 && /\\Installer\\UserData\\|\\SystemCertificates/ { next }
                 { for (i = 2; i <= NF; i++) print $1 " " $i; if (NF == 1) print }' | sort
     done
 }
