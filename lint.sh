@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Form and likely mistakes: clang-format, shellcheck, clang-tidy, and that the changelog knows the version.
+# Form and likely mistakes: clang-format, shellcheck, clang-tidy, that the changelog knows the version, and the manual every error line.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
@@ -141,6 +141,7 @@ need_packages "${build_packages[@]}" "${test_packages[@]}" "${lint_packages[@]}"
 check_form
 check_scripts
 check_changelog
+tests/packaging/error_lines_test.sh || complain "the table of error lines and the module disagree"
 mapfile -t cross < <(cross_headers)
 tidy=(${fix:+--fix} --extra-arg=-std=c++2b --extra-arg=-Wno-sign-conversion)
 check_mistakes mingw-debug '*.cpp' "${tidy[@]}" --extra-arg-before=--target=x86_64-w64-mingw32 --extra-arg=-nostdinc++ "${cross[@]}"

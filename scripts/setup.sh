@@ -31,7 +31,7 @@ prefix=$build/wine-prefix
 build_packages=(wine wine64 xvfb g++-mingw-w64-x86-64-posix mingw-w64-tools cmake ninja-build openssl nlohmann-json3-dev
     libcli11-dev)
 # shellcheck disable=SC2034
-release_packages=(zip unzip osslsigncode)
+release_packages=(zip unzip osslsigncode wixl msitools)
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev)
 # The oldest clang-tidy that leaves the system's headers alone; the others take an hour.

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# ./package.sh as the one who makes a release runs it: both packages, what is refused as a module, and signatures with a throw-away
-# key. It builds, and takes its turn in the checkout, so that it is run by itself and not by ctest.
+# ./package.sh as the one who makes a release runs it: both packages, what is refused as a module, signatures with a throw-away key,
+# and the installers under Wine. It builds, and takes its turn in the checkout, so that it is run by itself and not by ctest.
 set -euo pipefail
 
 root=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")
@@ -58,7 +58,8 @@ make_module() {
 
 unpacked() {
     rm -rf "$work/unpacked"
-    (cd "$root/build/release" && sha256sum --check --quiet --strict SHA256SUMS) && unzip -q "$root/build/release/$1.zip" -d "$work/unpacked"
+    (cd "$root/build/release" && sha256sum --check --quiet --strict SHA256SUMS && [[ $(wc -l <SHA256SUMS) -eq 2 ]]) || return 1
+    cp "$root/build/release/$1.msi" "$work" && unzip -q "$root/build/release/$1.zip" -d "$work/unpacked"
 }
 
 product_holds_the_given_module() {
@@ -68,18 +69,36 @@ product_holds_the_given_module() {
         [[ -z $(find "$folder" -name 'QueltaDSCLibrary*' -o -name 'quelta-token*') ]]
 }
 
+signed() {
+    osslsigncode verify -CAfile "$work/certificate.pem" -in "$1"
+}
+
 developer_package_is_signed() {
     local folder=$work/unpacked/Quelta-developer-$version file
     "$root/package.sh" --sign "$work/key.p12" --password-file "$work/password" && unpacked "Quelta-developer-$version" || return 1
     for file in QueltaCSP.dll quelta.exe softtoken/QueltaDSCLibrary.dll softtoken/quelta-token.exe; do
-        osslsigncode verify -CAfile "$work/certificate.pem" -in "$folder/$file" || return 1
+        signed "$folder/$file" || return 1
     done
+    msiextract -C "$work/extracted" "$work/Quelta-developer-$version.msi" && signed "$work/Quelta-developer-$version.msi" &&
+        signed "$(find "$work/extracted" -name quelta.exe)"
+}
+
+# What make_msi.sh takes, for versions of the installer's test.
+keep_parts() {
+    mv "$work/unpacked/Quelta-developer-$version" "$work/parts"
+    cat "$work"/parts/licences/* >"$work/parts/licences.txt"
+    cp "$root/build/mingw-release/installer/quelta_installer.dll" "$work/parts"
+}
+
+same_again() {
+    sha256sum "$work/$1.msi" "$root/build/release/$1".* >"$work/sums"
+    "$root/package.sh" "${@:2}" && cp "$root/build/release/$1.msi" "$work" && sha256sum --check --quiet "$work/sums"
 }
 
 changed_byte_shows() {
-    local file=$work/unpacked/Quelta-developer-$version/QueltaCSP.dll
-    printf 'x' | dd of="$file" bs=1 seek=2000 conv=notrunc status=none
-    ! osslsigncode verify -CAfile "$work/certificate.pem" -in "$file"
+    cp "$work/parts/QueltaCSP.dll" "$work/changed.dll"
+    printf 'x' | dd of="$work/changed.dll" bs=1 seek=2000 conv=notrunc status=none
+    ! signed "$work/changed.dll"
 }
 
 openssl req -x509 -newkey rsa:2048 -nodes -keyout "$work/key.pem" -out "$work/certificate.pem" -days 2 \
@@ -88,6 +107,7 @@ echo 97531 >"$work/password"
 openssl pkcs12 -export -inkey "$work/key.pem" -in "$work/certificate.pem" -out "$work/key.p12" -passout "file:$work/password"
 
 check "the developer package is made and signed" developer_package_is_signed
+keep_parts
 check "a changed byte shows" changed_byte_shows
 check "a module of the other compiler is refused" refused "preset windows-msvc" \
     --module "$root/build/mingw-release/bin/QueltaCSP.dll"
@@ -100,5 +120,7 @@ check "a module that needs the compiler's DLLs is refused" refused "needs msvcp1
 check "what is no DLL is refused" refused "no DLL" --module "$root/README.md"
 make_module "$version" ucrtbase
 check "the package for real tokens holds the given module, and no stand-in" product_holds_the_given_module
+check "and is the same when it is made again" same_again "Quelta-$version" --module "$work/module.dll"
+"$root/tests/packaging/installer_test.sh" "$work"/Quelta-{developer-,}"$version.msi" "$work/parts" || failed=$((failed + 1))
 echo "$passed passed, $failed failed"
 [[ $failed -eq 0 ]]

@@ -1,0 +1,235 @@
+#!/usr/bin/env bash
+# The installers in a Wine prefix of their own, its files and registry compared whole from step to step.
+# installer_test.sh DEVELOPER.msi PRODUCT.msi FOLDER; FOLDER is what make_msi.sh makes a developer package of.
+set -euo pipefail
+
+developer=$1 product=$2 folder=$3
+here=$(realpath "$(dirname "${BASH_SOURCE[0]}")")
+version=$(sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' "$here/../../CMakeLists.txt")
+work=$(mktemp -d)
+export LC_ALL=C.UTF-8 WINEPREFIX=$work/prefix WINEARCH=win64 WINEDEBUG=-all
+export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d" QUELTA_TOKEN_DIR=Z:${work//\//\\}\\token
+unset DISPLAY WINEPATH
+drive=$WINEPREFIX/drive_c
+server=
+failed=0 passed=0
+
+clean_up() {
+    if [[ -n $server ]]; then
+        wineserver -k || kill "$server" || true
+        wait "$server" || true
+    fi
+    rm -rf "$work"
+}
+trap clean_up EXIT
+
+check() {
+    local title=$1
+    shift
+    if "$@" >"$work/output" 2>&1; then
+        passed=$((passed + 1))
+    else
+        failed=$((failed + 1))
+        echo "FAILED: $title"
+        head -n 40 "$work/output" | cut -c1-200
+    fi
+}
+
+windows() {
+    wine "$@" </dev/null 2>/dev/null
+}
+
+seen_by_windows() {
+    printf 'Z:%s' "${1//\//\\}"
+}
+
+# installer STATUS ARGUMENT...: of msiexec's number there is only the low byte to see.
+installer() {
+    local wanted=$1 status=0
+    shift
+    windows msiexec "$@" /qn /l*v "$(seen_by_windows "$work/msi.log")" || status=$?
+    [[ $status -eq $((wanted % 256)) ]] || {
+        echo "msiexec $*: $status"
+        tr -d '\0' <"$work/msi.log" | tail -n 30
+        return 1
+    }
+}
+
+refused() {
+    installer 1603 "$@"
+}
+
+# Left out: what Wine notes of its displays, services and the machine's own stores; where a package last came from; empty keys of
+# its list of components and of the user's stores, which are made when they are opened; and the semicolons that it leaves in PATH.
+registry() {
+    local root
+    for root in HKEY_LOCAL_MACHINE HKEY_CURRENT_USER; do
+        windows regedit /E "$(seen_by_windows "$work/part.reg")" "$root"
+        iconv -f utf-16 -t utf-8 "$work/part.reg" | tr -d '\r' | sed -e ':a; /\\$/ { N; s/\\\n *//; ba }' |
+            sed -e ':b; s/^\("PATH"=.*\)3b,00,00,00$/\100,00/; tb' |
+            awk 'BEGIN { RS = ""; FS = "\n" }
+                /^\[HKEY_LOCAL_MACHINE\\(System\\CurrentControlSet\\(Enum|Hardware|Control\\(Video|Class|DeviceClasses|ServiceCurrent))|Hardware)/ { next }
+                /^\[HKEY_LOCAL_MACHINE\\Software\\(Wow6432Node\\)?Microsoft\\SystemCertificates|^\[HKEY_CURRENT_USER\\Software\\Wine/ { next }
+                /\\SourceList/ || NF == 1 && /\\Installer\\UserData\\|\\SystemCertificates/ { next }
+                { for (i = 2; i <= NF; i++) print $1 " " $i; if (NF == 1) print }' | sort
+    done
+}
+
+# state NAME: to be compared later. A shortcut's size depends on the day.
+state() {
+    (cd "$drive" && find . -name '*.lnk' -printf '%p\n' -o -printf '%p %y%s\n' | sed 's/ d[0-9]*$/ d/' | LC_ALL=C sort) >"$work/$1"
+    registry >>"$work/$1"
+}
+
+same_state() {
+    state now
+    diff "$work/$1" "$work/now" | cut -c1-300
+    [[ ${PIPESTATUS[0]} -eq 0 ]]
+}
+
+# What an installation has added, without what Windows Installer notes for itself, sizes and the day.
+added() {
+    { diff "$work/$1" "$work/$2" || true; } | grep '^[<>]' |
+        grep -vE '\\(Classes|CurrentVersion)\\Installer|/windows/Installer|"(InstallDate|InstallSource|ModifyPath|UninstallString|Version.*)"|=""' |
+        sed -E "s/ [fd][0-9]*$//; s/\{[-0-9A-F]{36}\}/{PRODUCT}/; s/$version/VERSION/; s|(users/)[^/]*|\1USER|; s/hex\(2\):.*/.../"
+}
+
+adds_what_is_listed() {
+    state installed
+    added before installed >"$work/added"
+    diff "$here/installed.txt" "$work/added"
+}
+
+make_prefix() {
+    windows wineboot -i >"$work/output" || return 1
+    wineserver -w
+    setpriv --pdeathsig INT wineserver -f -p >/dev/null 2>&1 </dev/null &
+    server=$!
+    # As Windows has it from the start, and other programs too.
+    mkdir -p "$drive/windows/Installer"
+    cat >"$work/windows.reg" <<'REG'
+Windows Registry Editor Version 5.00
+
+[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Run]
+"Other"="other.exe"
+
+[HKEY_LOCAL_MACHINE\Software\Classes\Installer\Features]
+
+[HKEY_LOCAL_MACHINE\Software\Classes\Installer\Products]
+
+[HKEY_LOCAL_MACHINE\Software\Classes\Installer\UpgradeCodes]
+
+[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Installer\UpgradeCodes]
+
+[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Installer\UserData\S-1-5-18\Components]
+REG
+    windows regedit /S "$(seen_by_windows "$work/windows.reg")"
+    windows cmd /c exit
+}
+
+# tool LINE: found by its name alone, on the path that a new program gets.
+tool() {
+    windows cmd /c "$1" | tr -d '\r'
+}
+
+make_token() {
+    tool "quelta-token init --pin 1234" && tool "quelta-token keygen --type rsa2048 --label signer" &&
+        tool "quelta-token cert signer --subject CN=Ada" && tool "quelta-token cert signer --export root" >"$work/root.pem"
+}
+
+signs_through() {
+    echo "signed through $1" >"$work/letter"
+    rm -f "$work/letter.p7s"
+    tool "quelta sign $(seen_by_windows "$work/letter") -o $(seen_by_windows "$work/letter.p7s") --pin 1234 --provider $1"
+    openssl cms -verify -binary -inform DER -in "$work/letter.p7s" -content "$work/letter" -CAfile "$work/root.pem" -purpose any \
+        -out /dev/null
+}
+
+repairs() {
+    rm "$drive/windows/system32/QueltaCSP.dll" "$drive/Program Files/Quelta/quelta.exe"
+    installer 0 /i "$(seen_by_windows "$developer")" REINSTALL=ALL REINSTALLMODE=omus && same_state installed
+}
+
+publishes_at_logon() {
+    windows reg query 'HKLM\Software\Microsoft\Windows\CurrentVersion\Run' /v Quelta | grep 'quelta.exe" publish --watch'
+}
+
+one_entry_of_this_version() {
+    registry | grep -E 'CurrentVersion\\Uninstall.*"DisplayVersion"' >"$work/entries"
+    cat "$work/entries"
+    [[ $(grep -c . "$work/entries") -eq 1 ]] && grep "\"$version\"" "$work/entries"
+}
+
+says() {
+    tr -d '\0' <"$work/msi.log" | grep "$1"
+}
+
+# An action at the very end that fails: it copies no library.
+make_failing() {
+    cp "$product" "$work/failing.msi"
+    msibuild "$work/failing.msi" \
+        -q "INSERT INTO CustomAction (Action, Type, Source, Target) VALUES ('Fail', 3073, 'Actions', 'CopyDeviceLibrary')" \
+        -q "INSERT INTO InstallExecuteSequence (Action, Sequence) VALUES ('Fail', 6450)"
+}
+
+# Wine registers in name only: that it was taken back is in the module's own log.
+unregisters_when_it_fails() {
+    local status=0 logs=$work/rolled-back
+    windows reg add 'HKLM\Software\Oskvar\Quelta' /v logLevel /t REG_DWORD /d 3 /f
+    refused /i "$(seen_by_windows "$work/failing.msi")" "$library" || status=1
+    find "$drive" -path '*/Oskvar/msiexec/*.LOG' -exec cat {} + | grep -o 'KSP .*registered successfully' >"$logs" || status=1
+    find "$drive" -depth -path '*/Oskvar*' -delete
+    windows reg delete 'HKLM\Software\Oskvar' /f
+    cat "$logs"
+    [[ $status -eq 0 && $(tail -n 1 "$logs") == "KSP unregistered successfully" && $(wc -l <"$logs") -eq 2 ]]
+}
+
+developer=$(realpath "$developer") product=$(realpath "$product") folder=$(realpath "$folder")
+library=DEVICELIBRARY=$(seen_by_windows "$folder/softtoken/QueltaDSCLibrary.dll")
+in_system=$drive/windows/system32/QueltaDSCLibrary.dll
+make_prefix
+state before
+
+check "the developer package is installed" installer 0 /i "$(seen_by_windows "$developer")"
+check "and adds what is listed" adds_what_is_listed
+check "a token is made with the installed tool" make_token
+check "a signature through CryptoAPI" signs_through csp
+check "a signature through key storage" signs_through ksp
+check "what was deleted is repaired" repairs
+check "the other package is refused beside it" refused /i "$(seen_by_windows "$product")"
+check "and nothing changes" same_state installed
+check "it is removed" installer 0 /x "$(seen_by_windows "$developer")"
+check "and leaves nothing behind" same_state before
+
+"$here/../../installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
+check "an older version is installed with its option" installer 0 /i "$(seen_by_windows "$work/older.msi")" ADDLOCAL=ALL
+check "and publishes certificates at each logon" publishes_at_logon
+check "it is upgraded" installer 0 /i "$(seen_by_windows "$developer")"
+check "to one entry" one_entry_of_this_version
+state upgraded
+check "going back is refused" refused /i "$(seen_by_windows "$work/older.msi")"
+check "and nothing changes" same_state upgraded
+check "the upgraded one is removed" installer 0 /x "$(seen_by_windows "$developer")"
+check "and leaves nothing behind" same_state before
+
+echo "no DLL" >"$work/no.dll"
+check "a device library that is none is refused" refused /i "$(seen_by_windows "$product")" "DEVICELIBRARY=$(seen_by_windows "$work/no.dll")"
+check "the log says so" says 'Quelta: DEVICELIBRARY names no 64-bit DLL that can be read: .*no.dll'
+check "and nothing changes" same_state before
+make_failing
+check "a failure at the end takes the registration back" unregisters_when_it_fails
+check "and everything else" same_state before
+cp "$work/no.dll" "$in_system"
+check "somebody else's library is not replaced" refused /i "$(seen_by_windows "$product")" "$library"
+check "by the developer package neither" refused /i "$(seen_by_windows "$developer")"
+check "but left as it is" cmp "$work/no.dll" "$in_system"
+rm "$in_system"
+check "the other package is installed" installer 0 /i "$(seen_by_windows "$product")" "$library"
+check "with the device library" cmp "$folder/softtoken/QueltaDSCLibrary.dll" "$in_system"
+check "an upgrade removes the old one" installer 0 /x "$(seen_by_windows "$product")" UPGRADINGPRODUCTCODE=newer
+check "but leaves the device library" cmp "$folder/softtoken/QueltaDSCLibrary.dll" "$in_system"
+check "the new one is installed" installer 0 /i "$(seen_by_windows "$product")"
+check "and removed" installer 0 /x "$(seen_by_windows "$product")"
+check "and leaves nothing behind" same_state before
+echo "$passed passed, $failed failed"
+[[ $failed -eq 0 ]]
