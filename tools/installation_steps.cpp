@@ -44,6 +44,13 @@ std::filesystem::path onSearchPath(const wchar_t* name)
     return path.data();
 }
 
+// A name alone is looked for where the system looks for DLLs.
+std::filesystem::path registeredImage()
+{
+    const auto image = registeredModule();
+    return image.empty() || image.is_absolute() ? image : onSearchPath(image.c_str());
+}
+
 std::filesystem::path firstThatExists(std::initializer_list<std::filesystem::path> candidates)
 {
     for (const auto& candidate : candidates)
@@ -98,10 +105,10 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
 
 Found lookAtModule(Examination& examination)
 {
-    examination.module = firstThatExists({ownFolder() / moduleName, systemFolder() / moduleName, registeredModule()});
+    examination.module = firstThatExists({registeredImage(), ownFolder() / moduleName, systemFolder() / moduleName});
     if (examination.module.empty())
         return {Finding::failed,
-                "QueltaCSP.dll is neither beside this program nor in the system's folder nor registered; install it"};
+                "QueltaCSP.dll is neither registered nor beside this program nor in the system's folder; install it"};
     const auto folder = examination.module.parent_path();
     examination.deviceLibrary = firstThatExists({folder / libraryName, onSearchPath(libraryName)});
     if (!importsOfFile(examination.module))
@@ -135,7 +142,7 @@ Found lookAtDeviceLibrary(Examination& examination)
     return {beside ? Finding::ok : Finding::note, nameOf(library) + (beside ? "" : ", which is not beside the module")};
 }
 
-Found lookAtCryptoApi(Examination& examination)
+Found lookAtCryptoApi(Examination&)
 {
     const std::wstring key = toWide(providerRegistryKey());
     DWORD type = 0;
@@ -147,13 +154,9 @@ Found lookAtCryptoApi(Examination& examination)
         return {Finding::failed, "registered with type " + std::to_string(type) + " in place of 1; install anew"};
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Signature", RRF_RT_ANY, nullptr, nullptr, nullptr))
         return {Finding::failed, "registered without a Signature, which Windows asks for; install anew"};
-    // A name alone is looked for where the system looks for DLLs.
-    auto image = registeredModule();
-    if (image.is_relative()) image = onSearchPath(image.c_str());
+    const auto image = registeredImage();
     if (!isFile(image)) return {Finding::failed, "registered, but its Image Path leads to no file; install anew"};
-    std::error_code ignored;
-    const bool same = std::filesystem::equivalent(image, examination.module, ignored);
-    return {same ? Finding::ok : Finding::note, "registered as " + nameOf(image) + (same ? "" : ", which is another copy")};
+    return {Finding::ok, "registered as " + nameOf(image)};
 }
 
 bool isWine()

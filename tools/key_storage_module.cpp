@@ -20,9 +20,9 @@ std::filesystem::path registeredModule()
 
 Library loadModule()
 {
-    Library module(LoadLibraryExW(moduleName, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
     const auto path = registeredModule();
-    if (!module && !path.empty()) module.reset(LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    Library module(path.is_absolute() ? LoadLibraryExW(path.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH) : nullptr);
+    if (!module) module.reset(LoadLibraryExW(moduleName, nullptr, LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
     return module;
 }
 

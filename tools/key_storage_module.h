@@ -21,8 +21,8 @@ private:
     const KeyStorageFunctionTable* table_ = nullptr;
 };
 
-// Looks beside this program and in the system's folder, then where CryptoAPI's registration says. Null if there is none that can
-// be loaded.
+// Looks where CryptoAPI's registration says, since a second copy in this process would ask for the PIN a second time; then beside
+// this program and in the system's folder. Null if there is none that can be loaded.
 Library loadModule();
 
 // Where CryptoAPI's registration says that the module is; empty without one.
