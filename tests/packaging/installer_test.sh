@@ -198,8 +198,9 @@ check "a signature through key storage" signs_through ksp
 check "what was deleted is repaired" repairs
 check "the other package is refused beside it" refused /i "$(seen_by_windows "$product")"
 check "and nothing changes" same_state installed
+check "its certificates are published" tool "quelta publish"
 check "it is removed" installer 0 /x "$(seen_by_windows "$developer")"
-check "and leaves nothing behind" same_state before
+check "and leaves nothing behind, no certificate either" same_state before
 
 "$here/../../installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
 check "an older version is installed with its option" installer 0 /i "$(seen_by_windows "$work/older.msi")" ADDLOCAL=ALL
