@@ -2,12 +2,17 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 
 namespace quelta {
 
 namespace {
+
+// More than any DLL has; a file may claim that all of its bytes are one name, thousands of times.
+constexpr std::size_t mostImports = 1000;
+constexpr std::size_t longestName = 260;
 
 constexpr std::string_view microsoftRuntimes[] = {"VCRUNTIME", "MSVCP", "UCRTBASE", "API-MS-WIN-CRT-"};
 
@@ -40,7 +45,7 @@ public:
     {
         const auto start = offsetOf(address);
         if (!start || *start >= file_.size()) return std::nullopt;
-        const ByteView rest = file_.subspan(*start);
+        const ByteView rest = file_.subspan(*start, std::min(longestName, file_.size() - *start));
         const auto end = std::ranges::find(rest, 0);
         if (end == rest.end()) return std::nullopt;
         return std::string(rest.begin(), end);
@@ -68,7 +73,7 @@ std::optional<std::vector<std::string>> importsOf(ByteView file)
     std::vector<std::string> names;
     const DWORD directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
     const auto table = image.offsetOf(directory);
-    for (std::size_t i = 0; directory && table; ++i) {
+    for (std::size_t i = 0; directory && table && i < mostImports; ++i) {
         const auto entry = recordAt<IMAGE_IMPORT_DESCRIPTOR>(file, *table + i * sizeof(IMAGE_IMPORT_DESCRIPTOR));
         const auto name = entry && entry->Name ? image.textAt(entry->Name) : std::nullopt;
         if (!name) break;

@@ -4,6 +4,9 @@
 #include "base/bytes.h"
 
 #include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace quelta {
 
