@@ -10,7 +10,7 @@ namespace {
 
 constexpr auto storeName = L"QueltaTest";
 
-Bytes encodedIn(std::string_view signature)
+Bytes encodedIn(const std::string& signature)
 {
     return toBytes(encodedOf(*certificateIn(signature)));
 }
