@@ -75,9 +75,9 @@ registry() {
     done
 }
 
-# state NAME: to be compared later. A shortcut's size depends on the day.
+# state NAME: to be compared later. A shortcut's size depends on the day, and what programs have logged is their user's.
 state() {
-    (cd "$drive" && find . -name '*.lnk' -printf '%p\n' -o -printf '%p %y%s\n' | sed 's/ d[0-9]*$/ d/' | LC_ALL=C sort) >"$work/$1"
+    (cd "$drive" && find . -path '*/Temp/Oskvar' -prune -o -name '*.lnk' -printf '%p\n' -o -printf '%p %y%s\n' | sed 's/ d[0-9]*$/ d/' | LC_ALL=C sort) >"$work/$1"
     registry >>"$work/$1"
 }
 
