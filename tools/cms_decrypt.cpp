@@ -108,7 +108,8 @@ struct Match {
 
 bool couldOpen(const TokenKey& key, const Recipient& recipient)
 {
-    return key.certificate && key.canDecrypt && publicKeyKind(*key.certificate)->bits == 8 * recipient.wrappedKey.size();
+    const auto kind = key.certificate && key.canDecrypt ? publicKeyKind(*key.certificate) : std::nullopt;
+    return kind && kind->bits == 8 * recipient.wrappedKey.size();
 }
 
 // Those that the message names come first. The others may be of a certificate that the key had before its present one.

@@ -72,8 +72,8 @@ void refuseUnusableFiles(const SignOptions& options)
     if (options.files.size() > 1 && !options.output.empty())
         throw Failure("-o names one signature, and there are several files; leave it out, and each gets its own beside it");
     for (const std::string& file : options.files) {
-        InputFile{pathOf(file)};
-        OutputFile{pathOf(signatureTarget(options, file))};
+        const InputFile readable(pathOf(file));
+        const OutputFile writable(pathOf(signatureTarget(options, file)));
     }
 }
 

@@ -111,16 +111,17 @@ std::vector<Bytes> KspProvider::chain(const TokenKey& key)
 
 Bytes KspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView data)
 {
-    const PublicKeyKind kind = publicKeyKind(*key.certificate).value();
+    const auto kind = publicKeyKind(*key.certificate);
+    if (!kind) throw Failure("key " + key.name + " is of a kind that this tool does not know; choose another with --key");
     const NCRYPT_KEY_HANDLE handle = handleOf(key.name);
     Bytes digest = digestOf(hash, data);
     BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
     // An elliptic key answers a size query with the size of a coordinate, and its signature has two.
-    Bytes signature(kind.elliptic ? 2 * kind.coordinateSize : number(handle, L"Length") / 8);
+    Bytes signature(kind->elliptic ? 2 * kind->coordinateSize : number(handle, L"Length") / 8);
     auto size = static_cast<DWORD>(signature.size());
-    require(table_.SignHash(provider_, handle, kind.elliptic ? nullptr : &padding, digest.data(),
+    require(table_.SignHash(provider_, handle, kind->elliptic ? nullptr : &padding, digest.data(),
                             static_cast<DWORD>(digest.size()), signature.data(), size, &size,
-                            kind.elliptic ? 0 : NCRYPT_PAD_PKCS1_FLAG),
+                            kind->elliptic ? 0 : NCRYPT_PAD_PKCS1_FLAG),
             "can't sign");
     signature.resize(std::min<std::size_t>(size, signature.size()));
     return signature;

@@ -43,6 +43,7 @@ FILETIME timeOf(const std::string& text)
     SYSTEMTIME parts{};
     FILETIME time{};
     int length = 0;
+    // Each number has few digits: NOLINTNEXTLINE(bugprone-unchecked-string-to-number-conversion)
     const int count = std::sscanf(text.c_str(), "%4hu-%2hu-%2hu%n%*1[T ]%2hu:%2hu%n:%2hu%n", &parts.wYear, &parts.wMonth,
                                   &parts.wDay, &length, &parts.wHour, &parts.wMinute, &length, &parts.wSecond, &length);
     const std::string_view rest = std::string_view(text).substr(static_cast<std::size_t>(length));

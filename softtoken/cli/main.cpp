@@ -197,7 +197,7 @@ void describe(CLI::App& app, CommandLine& line)
 int complain(std::string message, int code)
 {
     std::ranges::replace(message, '\n', ' ');
-    std::cerr << "quelta-token: " << message << std::endl;
+    std::cerr << "quelta-token: " << message << '\n';
     return code;
 }
 

@@ -38,7 +38,7 @@ constexpr Curve curves[] = {
 
 Number constant(std::string_view hex)
 {
-    return numberFrom(*fromHex(hex));
+    return numberFrom(fromHex(hex).value_or(Bytes()));
 }
 
 // In Jacobian coordinates, as forms modulo the field's prime; the point at infinity has z = 0.
@@ -155,7 +155,7 @@ std::optional<Point> CurveArithmetic::decode(ByteView bytes) const
     const Number plainX = numberFrom(bytes.subspan(1, size));
     const Number plainY = numberFrom(bytes.subspan(1 + size));
     if (compare(plainX, field.value()) >= 0 || compare(plainY, field.value()) >= 0) return std::nullopt;
-    const Point point{field.toForm(plainX), field.toForm(plainY), field.one()};
+    Point point{field.toForm(plainX), field.toForm(plainY), field.one()};
     const Number cube = field.multiply(square(point.x), point.x);
     const Number right = field.add(field.subtract(cube, timesSmall(point.x, 3)), coefficientB);
     if (compare(square(point.y), right) != 0) return std::nullopt;

@@ -8,7 +8,7 @@
 #ifdef __GLIBCXX__
 namespace __gnu_cxx {
 // Of the C++ runtime, which declares it in no header.
-void __freeres() noexcept;
+void __freeres() noexcept; // NOLINT(bugprone-reserved-identifier)
 } // namespace __gnu_cxx
 #endif
 

@@ -18,7 +18,7 @@ std::unique_ptr<Record> makeRecordOrNull()
 template <class Record>
 Record* recordOf(std::uintptr_t handle)
 {
-    return reinterpret_cast<Record*>(handle); // NOLINT(performance-no-int-to-ptr): what a handle is
+    return reinterpret_cast<Record*>(handle);
 }
 
 template <class Record>

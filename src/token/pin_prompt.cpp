@@ -48,7 +48,7 @@ std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cach
     logDebug(texts.askingForPin);
     Wiped<PinBuffer> buffer;
     if (promptForPin(token, texts, *buffer) == 0) return std::nullopt;
-    const Pin accepted = std::make_shared<const PinText>(buffer->data());
+    Pin accepted = std::make_shared<const PinText>(buffer->data());
     tokenState().pinCache.setValidated(accepted);
     return accepted;
 }

@@ -149,7 +149,7 @@ void KspCalls::enumKeys(void*& state)
         const bool first = !state;
         const auto status = kspSlot("KSPEnumKeys")({provider, nowhere, addressOf(&key), addressOf(&state), anyFlags});
         if (first && state) recorder_.introduce("state", addressOf(state));
-        const std::string text = statusText(status) + (first && state ? ", " + handle(addressOf(state)) : "");
+        std::string text = statusText(status) + (first && state ? ", " + handle(addressOf(state)) : "");
         if (!key) return text;
         return text + ", " + quoted(key->pszName) + " " + quoted(key->pszAlgid) + keySpecText(key->dwLegacyKeySpec) +
                flagsText(key->dwFlags);

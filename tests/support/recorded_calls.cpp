@@ -56,7 +56,7 @@ RecordedCalls::Handle RecordedCalls::handsOut(const std::string& name, const std
     constexpr Handle untouched = 0x5EED;
     Handle made = untouched;
     recorder_.record(name, arguments, [&] {
-        const std::string text = call(&made);
+        std::string text = call(&made);
         if (made == untouched) return text;
         if (made == 0) return text + ", handle 0";
         recorder_.introduce(kind, made);

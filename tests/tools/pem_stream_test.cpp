@@ -11,7 +11,8 @@ Bytes readAll(const std::filesystem::path& path)
     InputFile file(path);
     MessageReader reader(file);
     Bytes all;
-    for (Bytes room(1000); const std::size_t count = reader.read(room);) append(all, ByteView(room).first(count));
+    Bytes room(1000);
+    for (auto count = reader.read(room); count != 0; count = reader.read(room)) append(all, ByteView(room).first(count));
     return all;
 }
 
