@@ -1,0 +1,5 @@
+// What the instant library exports beside the device library's functions.
+#pragma once
+
+// Changes what the token holds; nobody may be calling the library meanwhile. See instant_token.h.
+extern "C" __declspec(dllexport) void bench_setToken(unsigned keys, unsigned depth, bool issuersFirst);
