@@ -78,7 +78,8 @@ Chain issuerChain(CertificateSet& certificates, std::size_t leaf)
     return chain;
 }
 
-CertificateChainMap collectChains(CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs)
+CertificateChainMap collectChains(CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs,
+                                  const std::string& wanted)
 {
     CertificateChainMap chains;
     for (std::size_t i = 0; i < certificates.size(); ++i) {
@@ -88,6 +89,8 @@ CertificateChainMap collectChains(CertificateSet& certificates, const std::vecto
             if (!sameBytes(publicKeyOf(pair), *publicKey)) continue;
             const std::string container = keyName(pair);
             logDebug("Public key match found; container=", container);
+            // Only the log hears of the others' chains.
+            if (container != wanted && getLogLevel() < logLevelDebug) continue;
             const Chain chain = issuerChain(certificates, i);
             auto& collected = chains[container];
             collected.insert(collected.end(), chain.begin(), chain.end());
@@ -184,7 +187,7 @@ Answer exportCertificateChain(const CspContext& context, Output out)
 {
     const auto pairs = context.token().keyPairs();
     CertificateSet certificates(context.token().certificates());
-    const auto chains = collectChains(certificates, pairs);
+    const auto chains = collectChains(certificates, pairs, context.containerName);
     const auto found = chains.find(context.containerName);
     if (found == chains.end()) {
         *out.length = 0;
