@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "list_command.h"
 #include "publish.h"
+#include "verify_command.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
@@ -129,12 +130,15 @@ void addVerify(CLI::App& app, Run& run)
     addFile(command, "FILE", options->file, "The file that was signed (default: it is within the signature)").required(false);
     addOutput(command, options->output, "Where to put the content that is within the signature; - is standard output");
     command
-        .add_option("--root", options->root,
-                    "Root certificates, PEM or DER, to one of which the signer's must lead (default: those that Windows trusts)")
+        .add_option("--root", options->roots,
+                    "Root certificates, PEM or DER, to one of which the signer's and a time stamp's must lead; may be given "
+                    "several times (default: those that Windows trusts)")
+        ->allow_extra_args(false)
         ->option_text("FILE");
     command
         .add_option("--at", options->at,
-                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: now)")
+                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: a time stamp's, else "
+                    "now)")
         ->option_text("TIME");
     command.callback([&run, options] { run.answer = verify(*options); });
 }
