@@ -60,7 +60,9 @@ void refuseUnusableFiles(const SignOptions& options)
         throw Failure("-o names one signature, and there are several files; leave it out, and each gets its own beside it");
     for (const std::string& file : options.files) {
         const InputFile readable(pathOf(file));
-        const OutputFile writable(pathOf(signatureTarget(options, file)));
+        const auto target = pathOf(signatureTarget(options, file));
+        const OutputFile writable(target);
+        if (options.add) const InputFile addedTo(target);
     }
 }
 

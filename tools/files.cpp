@@ -89,8 +89,7 @@ OutputFile::OutputFile(const std::filesystem::path& target) : name_(nameOf(targe
     replacement_.emplace(target, L"." + std::to_wstring(GetCurrentProcessId()) + L".part");
     if (!*replacement_) fail();
     std::error_code ignored;
-    if (std::filesystem::is_directory(target, ignored))
-        throw Failure("can't write " + name_ + ": it is a folder; name a file with -o");
+    if (std::filesystem::is_directory(target, ignored)) throw Failure("can't write " + name_ + ": it is a folder; name a file");
 }
 
 void OutputFile::fail() const
