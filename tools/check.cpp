@@ -12,6 +12,7 @@
 #include <array>
 #include <deque>
 #include <fstream>
+#include <optional>
 
 namespace quelta::tools {
 
@@ -97,12 +98,11 @@ std::string logsText()
     return text;
 }
 
-void writeReport(const std::string& path, const Answer& answer)
+void writeReport(OutputFile& file, const Answer& answer)
 {
     std::string text =
         "quelta check, version " + std::string(version) + ", " + timeText(timeNow()) + ", on " + computerName() + "\n\n";
     for (const std::string& line : answer.lines) text += line + "\n";
-    OutputFile file(pathOf(path));
     file.write(toBytes(text + logsText()));
     file.commit();
 }
@@ -111,6 +111,8 @@ void writeReport(const std::string& path, const Answer& answer)
 
 Answer check(const CheckOptions& options)
 {
+    std::optional<OutputFile> report;
+    if (!options.report.empty()) report.emplace(pathOf(options.report));
     Examination examination{options};
     if (!options.pin.isDialog()) examination.pin = readPin(options.pin);
     Answer answer;
@@ -120,7 +122,7 @@ Answer check(const CheckOptions& options)
     answer.lines.emplace_back(answer.status == exitDone ? "All is well."
                                                         : "Not all is well: see the lines that begin with FAILED.");
     answer.json["well"] = answer.status == exitDone;
-    if (!options.report.empty()) writeReport(options.report, answer);
+    if (report) writeReport(*report, answer);
     answer.toErrors = isStandardStream(pathOf(options.report));
     return answer;
 }

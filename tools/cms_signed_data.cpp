@@ -2,8 +2,10 @@
 
 #include "base/der.h"
 #include "base/object_ids.h"
+#include "ber_stream.h"
 #include "certificates.h"
 #include "failure.h"
+#include "pem_stream.h"
 #include "text.h"
 
 #include <algorithm>
@@ -153,6 +155,13 @@ std::optional<SignedData> parseSignedData(ByteView message)
     if (!version || !algorithms || !content || !signers) return std::nullopt;
     return SignedData{toBytes(version->whole),  elementsOf(algorithms), toBytes(content->whole),
                       elementsOf(certificates), elementsOf(lists),      elementsOf(signers)};
+}
+
+Bytes readMessage(const std::filesystem::path& path)
+{
+    InputFile file(path);
+    MessageReader reader(file);
+    return BerStream(file.name(), [&](std::span<unsigned char> room) { return reader.read(room); }).element();
 }
 
 Bytes headOfAttached(const KnownDigest& hash)

@@ -6,6 +6,7 @@
 #include "base/windows_objects.h"
 #include "digest.h"
 
+#include <filesystem>
 #include <optional>
 #include <vector>
 
@@ -47,6 +48,9 @@ struct SignedData {
 SignedData emptySignedData();
 // Of a ContentInfo in DER; nothing if it is none of SignedData.
 std::optional<SignedData> parseSignedData(ByteView message);
+
+// A small message, DER or PEM, in DER's form.
+Bytes readMessage(const std::filesystem::path& path);
 
 // Content of a length that nobody knows beforehand stands between these two, each piece an OCTET STRING: BER without lengths
 // outside.

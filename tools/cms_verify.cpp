@@ -8,7 +8,6 @@
 #include "cms_signed_data.h"
 #include "digest.h"
 #include "failure.h"
-#include "key_choice.h"
 #include "pem_stream.h"
 #include "progress.h"
 
@@ -135,13 +134,18 @@ BcryptKey importPublicKey(const CERT_CONTEXT& certificate)
 
 std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
 {
-    const ByteView encoded = attributeValue(info.AuthAttrs, oid::signingTime);
-    FILETIME time{};
-    DWORD size = sizeof time;
-    if (encoded.empty() || !CryptDecodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, encoded.data(),
-                                              static_cast<DWORD>(encoded.size()), 0, &time, &size))
-        return std::nullopt;
-    return time;
+    return decodedTime(attributeValue(info.AuthAttrs, oid::signingTime));
+}
+
+std::vector<Bytes> timeStampsIn(const CRYPT_ATTRIBUTES& attributes)
+{
+    std::vector<Bytes> found;
+    for (const CRYPT_ATTRIBUTE& attribute : std::span(attributes.rgAttr, attributes.cAttr)) {
+        if (attribute.pszObjId != oid::timeStampToken) continue;
+        for (const CRYPT_ATTR_BLOB& value : std::span(attribute.rgValue, attribute.cValue))
+            found.push_back(toBytes(viewOf(value)));
+    }
+    return found;
 }
 
 // Of a SignerInfo in DER: issuer and serial number, or the key identifier under the tag [0]. Not by crypt32, of which not every
@@ -178,64 +182,8 @@ Signer checkSigner(HCRYPTMSG message, DWORD index, ByteView signerInfo, const Di
     if (!signatureHolds(*certificate, hash, digest, viewOf(info->EncryptedHash)))
         throw Refusal(info->AuthAttrs.cAttr ? "the signature itself is damaged or forged: it is not the signer's"
                                             : "the signature does not belong to this file: one of the two was changed");
-    return {std::move(certificate), std::string(hash.name), signingTime(*info.get())};
-}
-
-struct TrustFault {
-    DWORD status;
-    const char* text;
-};
-
-constexpr DWORD unknownRoot = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTIAL_CHAIN;
-
-constexpr TrustFault trustFaults[] = {
-    {CERT_TRUST_IS_NOT_SIGNATURE_VALID, "a certificate of the signer's chain carries a bad signature"},
-    {CERT_TRUST_IS_NOT_TIME_VALID,
-     "a certificate of the signer's chain had expired or was not valid yet at that time; --at judges another time"},
-    {CERT_TRUST_IS_PARTIAL_CHAIN, "the signer's certificate does not lead to a root: an issuer's certificate is missing"},
-    {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, "a certificate of the signer's chain was issued by one that may not issue any"},
-    {CERT_TRUST_IS_CYCLIC, "the signer's chain runs in a circle"},
-    {~DWORD{0}, "the signer's chain does not hold; openssl verify tells more about it"},
-};
-
-CertificateStore storeOf(const CheckedSignature& checked, const std::vector<CertificateContext>& roots)
-{
-    CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
-    if (!store) failWithLastError("can't check the chain");
-    PCCERT_CONTEXT certificate = nullptr;
-    while ((certificate = CertEnumCertificatesInStore(checked.certificates.get(), certificate)))
-        CertAddCertificateContextToStore(store.get(), certificate, CERT_STORE_ADD_ALWAYS, nullptr);
-    for (const CertificateContext& root : roots)
-        CertAddCertificateContextToStore(store.get(), root.get(), CERT_STORE_ADD_ALWAYS, nullptr);
-    return store;
-}
-
-CertificateChain buildChain(const Signer& signer, const CheckedSignature& checked, const std::vector<CertificateContext>& roots,
-                            FILETIME at)
-{
-    const CertificateStore store = storeOf(checked, roots);
-    CERT_CHAIN_PARA parameters{};
-    parameters.cbSize = sizeof parameters;
-    PCCERT_CHAIN_CONTEXT built = nullptr;
-    if (!CertGetCertificateChain(nullptr, signer.certificate.get(), &at, store.get(), &parameters,
-                                 CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &built))
-        failWithLastError("can't check the chain");
-    return CertificateChain(built);
-}
-
-void refuseFaults(const Signer& signer, const CERT_CHAIN_CONTEXT& chain, DWORD ignored)
-{
-    if (!mayBeUsedFor(*signer.certificate, signatureUsage))
-        throw Refusal("the signer's certificate does not allow signatures: its key usage is another");
-    const DWORD faults = chain.TrustStatus.dwErrorStatus & ~(ignored | CERT_TRUST_IS_NOT_TIME_NESTED);
-    for (const TrustFault& fault : trustFaults)
-        if (faults & fault.status) throw Refusal(fault.text);
-}
-
-const CERT_CONTEXT& lastOf(const CERT_CHAIN_CONTEXT& chain)
-{
-    const CERT_SIMPLE_CHAIN& simple = *chain.rgpChain[0];
-    return *simple.rgpElement[simple.cElement - 1]->pCertContext;
+    return {std::move(certificate), std::string(hash.name), signingTime(*info.get()), toBytes(viewOf(info->EncryptedHash)),
+            timeStampsIn(info->UnauthAttrs)};
 }
 
 } // namespace
@@ -253,6 +201,16 @@ bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, By
     return value && BCryptVerifySignature(key.get(), kind->elliptic ? nullptr : &padding, bcryptInput(digest),
                                           static_cast<ULONG>(digest.size()), bcryptInput(*value),
                                           static_cast<ULONG>(value->size()), kind->elliptic ? 0 : BCRYPT_PAD_PKCS1) >= 0;
+}
+
+std::optional<FILETIME> decodedTime(ByteView encoded)
+{
+    FILETIME time{};
+    DWORD size = sizeof time;
+    if (encoded.empty() || !CryptDecodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, encoded.data(),
+                                              static_cast<DWORD>(encoded.size()), 0, &time, &size))
+        return std::nullopt;
+    return time;
 }
 
 std::vector<const KnownDigest*> hashesOf(ByteView signature)
@@ -319,32 +277,6 @@ CheckedSignature checkAttached(InputFile& message, const std::function<void(Byte
     const Bytes detached = der::sequence({fields});
     return checkSignature(der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), detached)}),
                           running.finish());
-}
-
-const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
-                               const std::vector<CertificateContext>& roots, FILETIME at)
-{
-    // That this system does not trust the root is no fault here: the caller names the roots that count.
-    const CertificateChain chain = buildChain(signer, checked, roots, at);
-    refuseFaults(signer, *chain, CERT_TRUST_IS_UNTRUSTED_ROOT);
-    const CERT_CONTEXT& last = lastOf(*chain);
-    const auto found =
-        std::ranges::find_if(roots, [&](const CertificateContext& root) { return sameBytes(encodedOf(*root), encodedOf(last)); });
-    if (found == roots.end())
-        throw Refusal("the signer's chain ends in " + subjectOf(last) + ", which is not the root given with --root");
-    return **found;
-}
-
-SystemChain checkSystemChain(const Signer& signer, const CheckedSignature& checked, FILETIME at)
-{
-    refuseFaults(signer, *buildChain(signer, checked, {}, at), unknownRoot);
-    return describeChain(signer, checked, at);
-}
-
-SystemChain describeChain(const Signer& signer, const CheckedSignature& checked, FILETIME at)
-{
-    const CertificateChain chain = buildChain(signer, checked, {}, at);
-    return {!(chain->TrustStatus.dwErrorStatus & unknownRoot), subjectOf(lastOf(*chain))};
 }
 
 } // namespace quelta::tools

@@ -19,6 +19,9 @@ struct Signer {
     std::string hashName;
     // As the signer said; nothing vouches for it.
     std::optional<FILETIME> time;
+    // The signature's value, as the message has it, and the time stamp tokens beside it, whatever is in them.
+    Bytes value = {};
+    std::vector<Bytes> timeStamps = {};
 };
 
 struct CheckedSignature {
@@ -39,22 +42,8 @@ CheckedSignature checkSignature(ByteView signature, InputFile& file);
 // Of a message with its content, DER or PEM, of any size; the content goes to `take` before the signature is known to hold.
 CheckedSignature checkAttached(InputFile& message, const std::function<void(ByteView)>& take);
 
-// Throws a Refusal unless the signer's certificate may sign and leads, through the message's certificates, to one of the roots,
-// at this time. Returns the root it leads to.
-const CERT_CONTEXT& checkChain(const Signer& signer, const CheckedSignature& checked,
-                               const std::vector<CertificateContext>& roots, FILETIME at = timeNow());
-
-struct SystemChain {
-    // Whether Windows trusts the root.
-    bool trusted;
-    // The last certificate of the chain.
-    std::string end;
-};
-// The same with the roots that Windows trusts. That it does not know the root is no fault.
-SystemChain checkSystemChain(const Signer& signer, const CheckedSignature& checked, FILETIME at);
-
-// The same, and faults are not told of.
-SystemChain describeChain(const Signer& signer, const CheckedSignature& checked, FILETIME at);
+// Of a UTCTime or a GeneralizedTime.
+std::optional<FILETIME> decodedTime(ByteView encoded);
 
 // `signature` as messages have it: of an elliptic key the SEQUENCE of r and s.
 bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, ByteView digest, ByteView signature);

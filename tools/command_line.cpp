@@ -6,6 +6,7 @@
 #include "failure.h"
 #include "list_command.h"
 #include "publish.h"
+#include "verify_command.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
@@ -70,7 +71,7 @@ void addTokenOptions(CLI::App& command, TokenOptions& options)
 
 CLI::App& addCommand(CLI::App& app, Run& run, const char* name, const char* description, const char* example)
 {
-    CLI::App& command = *app.add_subcommand(name, description);
+    CLI::App& command = *app.add_subcommand(name, description)->group("Commands");
     command.add_flag("--json", run.json, "Say it as JSON");
     command.footer(std::string("Example:\n  quelta ") + example);
     return command;
@@ -120,21 +121,23 @@ void addSign(CLI::App& app, Run& run)
 
 void addVerify(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, run, "verify",
-                                   "Check a signature and say who signed; exit status 3 if it is good and nothing says that the "
-                                   "signer's root is to be trusted",
-                                   "verify contract.pdf.p7s contract.pdf --root root.pem");
+    CLI::App& command =
+        addCommand(app, run, "verify", "Check a signature, and say who signed and whether the signer's root is trusted",
+                   "verify contract.pdf.p7s contract.pdf --root root.pem");
     auto options = std::make_shared<VerifyOptions>();
     addFile(command, "SIGNATURE", options->signature, "The signature, DER or PEM; - is standard input");
     addFile(command, "FILE", options->file, "The file that was signed (default: it is within the signature)").required(false);
     addOutput(command, options->output, "Where to put the content that is within the signature; - is standard output");
     command
-        .add_option("--root", options->root,
-                    "Root certificates, PEM or DER, to one of which the signer's must lead (default: those that Windows trusts)")
+        .add_option("--root", options->roots,
+                    "Root certificates, PEM or DER, to one of which the signer's and a time stamp's must lead; may be given "
+                    "several times (default: those that Windows trusts)")
+        ->allow_extra_args(false)
         ->option_text("FILE");
     command
         .add_option("--at", options->at,
-                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: now)")
+                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: a time stamp's, else "
+                    "now)")
         ->option_text("TIME");
     command.callback([&run, options] { run.answer = verify(*options); });
 }
@@ -175,8 +178,10 @@ void addPublish(CLI::App& app, Run& run)
         app, run, "publish", "Put the token's certificates where applications look for them: the user's store \"My\"", "publish");
     auto options = std::make_shared<PublishOptions>();
     addProvider(command, options->provider);
-    command.add_flag("--watch", options->watch,
-                     "Go on: publish when a token is plugged in, unpublish when it is pulled, until Ctrl-C");
+    command
+        .add_flag("--watch", options->watch,
+                  "Go on: publish when a token is plugged in, unpublish when it is pulled, until Ctrl-C")
+        ->excludes(command.get_option("--json"));
     command.callback([&run, options] { run.answer = publish(*options); });
 }
 
@@ -216,12 +221,16 @@ bool hasCommand(const CLI::App& app, const std::string& name)
     return std::ranges::any_of(commands, [&](const CLI::App* command) { return command->get_name() == name; });
 }
 
+int refuseUsage(const std::string& what, const std::string& command = "")
+{
+    complain("quelta: " + what + "; see quelta" + command + " --help");
+    return exitUsage;
+}
+
 int refuseUsage(const CLI::App& app, const CLI::ParseError& error)
 {
     const auto chosen = app.get_subcommands();
-    const std::string command = chosen.empty() ? "" : " " + chosen.front()->get_name();
-    complain("quelta: " + inOneLine(error.what()) + "; see quelta" + command + " --help");
-    return exitUsage;
+    return refuseUsage(inOneLine(error.what()), chosen.empty() ? "" : " " + chosen.front()->get_name());
 }
 
 int show(std::string text)
@@ -248,21 +257,21 @@ int runCommandLine(std::vector<std::string> arguments)
     CLI::App app("Keys on a Quelta token: what there is, and signing, verifying, encrypting and decrypting files with them",
                  "quelta");
     app.set_version_flag("--version", std::string("quelta ") + version);
-    app.require_subcommand(1);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     // A path may begin with a slash; the subcommands inherit this.
     app.allow_windows_style_options(false);
-    app.footer("quelta COMMAND --help tells more. Exit status: 0 done, 1 failed or refused, 2 wrong usage.");
+    app.footer("quelta COMMAND --help tells more. Exit status: 0 done, 1 failed or refused, 2 wrong usage; 3 of verify: the\n"
+               "signature is good, and nothing says that the signer's root is to be trusted.");
     Run run;
     for (const auto add : {addList, addSign, addVerify, addEncrypt, addDecrypt, addPublish, addUnpublish, addCheck})
         add(app, run);
-    if (!arguments.empty() && !arguments.front().starts_with('-') && !hasCommand(app, arguments.front())) {
-        complain("quelta: there is no command " + arguments.front() + "; see quelta --help");
-        return exitUsage;
-    }
+    if (!arguments.empty() && !arguments.front().starts_with('-') && !hasCommand(app, arguments.front()))
+        return refuseUsage("there is no command " + arguments.front());
     try {
         // CLI11 takes a vector from its back.
         std::ranges::reverse(arguments);
         app.parse(arguments);
+        if (app.get_subcommands().empty()) return refuseUsage("a command is missing");
         return tell(run);
     } catch (const CLI::CallForHelp&) {
         return show(app.help());

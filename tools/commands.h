@@ -1,4 +1,4 @@
-// The commands that work on files, each from its options to what it has to say.
+// The commands that use a key on files, each from its options to what it has to say.
 #pragma once
 
 #include "answer.h"
@@ -29,14 +29,6 @@ struct SignOptions {
     bool force = false;
 };
 
-struct VerifyOptions {
-    std::string signature = {};
-    std::string file = {};
-    std::string output = {};
-    std::string root = {};
-    std::string at = {};
-};
-
 struct EncryptOptions {
     TokenOptions token = {};
     std::string file = {};
@@ -52,7 +44,6 @@ struct DecryptOptions {
 };
 
 Answer sign(const SignOptions& options);
-Answer verify(const VerifyOptions& options);
 Answer encrypt(const EncryptOptions& options);
 Answer decrypt(const DecryptOptions& options);
 

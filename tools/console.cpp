@@ -73,6 +73,18 @@ void complain(std::string_view line)
     writeLine(errors(), line);
 }
 
+void leaveOwnWindow()
+{
+    DWORD process = 0;
+    // Wine takes the terminal that it was started in for such a window.
+    if (!isWine() && GetConsoleProcessList(&process, 1) == 1) FreeConsole();
+}
+
+bool isWine()
+{
+    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
+}
+
 bool writeToOutput(ByteView bytes)
 {
     while (!bytes.empty()) {

@@ -15,6 +15,12 @@ void keepStandardOutput();
 void printLine(std::string_view line);
 void complain(std::string_view line);
 
+// Closes the window that the system has opened for this program alone, as it does at a logon.
+void leaveOwnWindow();
+
+// Wine, and not Windows.
+bool isWine();
+
 // Bytes to standard output as they are. False, with a last error, where nobody takes them.
 bool writeToOutput(ByteView bytes);
 

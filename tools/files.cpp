@@ -40,6 +40,11 @@ File openToRead(const std::filesystem::path& path)
 
 } // namespace
 
+std::string inputName(const std::filesystem::path& path)
+{
+    return isStandardStream(path) ? "standard input" : nameOf(path);
+}
+
 InputFile::InputFile(std::filesystem::path path) : path_(std::move(path)), handle_(openToRead(path_))
 {
     if (!handle_) failWithLastError("can't open " + name());
@@ -47,11 +52,6 @@ InputFile::InputFile(std::filesystem::path path) : path_(std::move(path)), handl
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(handle_.get(), &size)) failWithLastError("can't tell the size of " + name());
     size_ = static_cast<std::uint64_t>(size.QuadPart);
-}
-
-std::string InputFile::name() const
-{
-    return isStandardStream(path_) ? "standard input" : nameOf(path_);
 }
 
 std::size_t InputFile::read(std::span<unsigned char> buffer)
@@ -89,8 +89,7 @@ OutputFile::OutputFile(const std::filesystem::path& target) : name_(nameOf(targe
     replacement_.emplace(target, L"." + std::to_wstring(GetCurrentProcessId()) + L".part");
     if (!*replacement_) fail();
     std::error_code ignored;
-    if (std::filesystem::is_directory(target, ignored))
-        throw Failure("can't write " + name_ + ": it is a folder; name a file with -o");
+    if (std::filesystem::is_directory(target, ignored)) throw Failure("can't write " + name_ + ": it is a folder; name a file");
 }
 
 void OutputFile::fail() const

@@ -20,13 +20,16 @@ inline bool isStandardStream(const std::filesystem::path& path)
     return path == "-";
 }
 
+// As the user is told of it.
+std::string inputName(const std::filesystem::path& path);
+
 class InputFile {
 public:
     explicit InputFile(std::filesystem::path path);
 
     // Nothing for standard input, which ends where it ends.
     std::optional<std::uint64_t> size() const { return size_; }
-    std::string name() const;
+    std::string name() const { return inputName(path_); }
     // Fills `buffer` as far as the file goes; fewer bytes than asked for mean its end.
     std::size_t read(std::span<unsigned char> buffer);
 

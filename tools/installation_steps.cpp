@@ -2,6 +2,7 @@
 #include "base/provider_name.h"
 #include "base/text.h"
 #include "check_steps.h"
+#include "console.h"
 #include "failure.h"
 #include "files.h"
 #include "key_storage_module.h"
@@ -157,11 +158,6 @@ Found lookAtCryptoApi(Examination&)
     const auto image = registeredImage();
     if (!isFile(image)) return {Finding::failed, "registered, but its Image Path leads to no file; install anew"};
     return {Finding::ok, "registered as " + nameOf(image)};
-}
-
-bool isWine()
-{
-    return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
 }
 
 Found lookAtKeyStorage(Examination&)

@@ -138,13 +138,6 @@ Content contentIfPluggedIn(const PublishOptions& options)
     }
 }
 
-// At a logon the system opens a window for a program like this one, if nobody else looks at it.
-void leaveOwnWindow()
-{
-    DWORD process = 0;
-    if (GetConsoleProcessList(&process, 1) == 1) FreeConsole();
-}
-
 Answer watch(const PublishOptions& options)
 {
     leaveOwnWindow();

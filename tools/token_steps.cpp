@@ -3,8 +3,8 @@
 #include "bcrypt_call.h"
 #include "certificate_store.h"
 #include "certificates.h"
+#include "chain_check.h"
 #include "check_steps.h"
-#include "cms_verify.h"
 #include "failure.h"
 #include "key_choice.h"
 #include "open_token.h"
@@ -99,8 +99,8 @@ std::string chainFault(const Examination& examination, const ListedKey& row)
                                          static_cast<DWORD>(der.size()), CERT_STORE_ADD_ALWAYS, nullptr);
     const Signer holder{CertificateContext(CertDuplicateCertificateContext(row.key.certificate.get())), {}, {}};
     // What is said of time has a line of its own.
-    const SystemChain chain = describeChain(holder, known, row.key.certificate->pCertInfo->NotBefore);
-    return chain.trusted ? "" : "ends in " + chain.end;
+    const ChainEnd chain = describeChain(holder, known, row.key.certificate->pCertInfo->NotBefore);
+    return chain.trusted ? "" : "ends in " + chain.name;
 }
 
 Found lookAtChains(Examination& examination)
