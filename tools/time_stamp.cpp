@@ -33,13 +33,32 @@ std::optional<Stamp> readStamp(ByteView info)
     return Stamp{hash, toBytes(*digest), *time};
 }
 
+struct Token {
+    Bytes messageWithoutContent;
+    Bytes content;
+    Stamp stamp;
+};
+
+std::optional<Token> readToken(ByteView token)
+{
+    const auto message = parseSignedData(token);
+    if (!message) return std::nullopt;
+    const auto content = message->enclosed();
+    const SignedData bare = message->withoutContent();
+    if (!content || bare.content != der::sequence({der::oid(oid::timeStampInfo)})) return std::nullopt;
+    const auto stamp = readStamp(*content);
+    if (!stamp) return std::nullopt;
+    return Token{bare.encoded(), *content, *stamp};
+}
+
 // The content is the token's own, and no file that somebody may have changed.
-CheckedSignature checkToken(const Bytes& token, ByteView content)
+CheckedSignature checkToken(const Token& token)
 {
     try {
         Digests digests;
-        for (const KnownDigest* hash : hashesOf(token)) digests.try_emplace(hash, digestOf(*hash, content));
-        return checkSignature(token, digests);
+        for (const KnownDigest* hash : hashesOf(token.messageWithoutContent))
+            digests.try_emplace(hash, digestOf(*hash, token.content));
+        return checkSignature(token.messageWithoutContent, digests);
     } catch (const Refusal&) {
         throw Refusal("its own signature does not hold");
     }
@@ -53,24 +72,22 @@ bool isForTimeStampsAlone(const CERT_CONTEXT& certificate)
     return usage && usage->fCritical && sameBytes(viewOf(usage->Value), der::sequence({der::oid(oid::timeStamping)}));
 }
 
-ProvenTime timeProvenBy(ByteView token, ByteView signature, const Roots& roots)
+ProvenTime timeProvenBy(ByteView encoded, ByteView signature, const Roots& roots)
 {
-    const auto message = parseSignedData(token);
-    const auto content = message ? message->enclosed() : std::nullopt;
-    const SignedData bare = content ? message->withoutContent() : SignedData();
-    const auto stamp = bare.content == der::sequence({der::oid(oid::timeStampInfo)}) ? readStamp(*content) : std::nullopt;
-    if (!stamp) throw Refusal("it is none that this tool can read");
-    if (digestOf(*stamp->hash, signature) != stamp->imprint) throw Refusal("it is of another signature");
-    const CheckedSignature checked = checkToken(bare.encoded(), *content);
+    const auto token = readToken(encoded);
+    if (!token) throw Refusal("it is none that this tool can read");
+    const Stamp& stamp = token->stamp;
+    if (digestOf(*stamp.hash, signature) != stamp.imprint) throw Refusal("it is of another signature");
+    const CheckedSignature checked = checkToken(*token);
     if (checked.signers.size() != 1) throw Refusal("it has several signers");
     const Signer& authority = checked.signers.front();
     if (!isForTimeStampsAlone(*authority.certificate))
         throw Refusal("the certificate of its signer is not for time stamps, critically and alone");
-    const ChainEnd end = checkChain(authority, checked, roots, stamp->time, ChainPurpose::timeStamps);
+    const ChainEnd end = checkChain(authority, checked, roots, stamp.time, ChainPurpose::timeStamps);
     if (!end.trusted)
         throw Refusal("its authority's chain ends in " + end.name +
                       ", which this system does not trust; name the root that you trust with --root");
-    return {stamp->time, subjectOf(*authority.certificate)};
+    return {stamp.time, subjectOf(*authority.certificate)};
 }
 
 } // namespace
