@@ -3,7 +3,7 @@
 #include "certificates.h"
 #include "digest.h"
 #include "failure.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 #include "test_signatures.h"
 
 #include <gtest/gtest.h>
