@@ -1,7 +1,5 @@
 #include "support/test_bytes.h"
 
-#include "base/der.h"
-#include "base/object_ids.h"
 #include "encoding/rsa_public_key.h"
 
 #include <gmock/gmock.h>
@@ -15,18 +13,6 @@ TEST(RsaPublicKey, HexIsReadLeniently)
                                       Row{"0", {0x00}}, Row{"zz", {0x00}}, Row{"aBc", {0x0A, 0xBC}}, Row{"0XfF00", {0xFF, 0x00}},
                                       Row{"x1", {0x01}}, Row{"00x1", {0x00, 0x01}}, Row{"g9", {0x09}}}) {
         EXPECT_EQ(hexToBytes(text), bytes) << text;
-    }
-}
-
-TEST(RsaPublicKey, IsTheDerOfAlgorithmModulusAndExponent)
-{
-    const Bytes algorithm = der::sequence({der::oid(oid::rsaEncryption), der::null()});
-    for (const std::size_t size : {64, 127, 128, 255, 256, 384, 512}) {
-        for (const unsigned char first : Bytes{0x7F, 0x80, 0xFF}) {
-            const Bytes modulus = counting(size, first);
-            const Bytes key = der::sequence({der::unsignedInteger(modulus), der::unsignedInteger(Bytes{1, 0, 1})});
-            EXPECT_EQ(rawModulusToDer(modulus), der::sequence({algorithm, der::bitString(key)})) << size << " bytes";
-        }
     }
 }
 

@@ -29,21 +29,14 @@ std::string textOf(HWND window)
     return text.data();
 }
 
-BOOL CALLBACK addOwnDialog(HWND window, LPARAM found)
-{
-    DWORD process = 0;
-    GetWindowThreadProcessId(window, &process);
-    std::array<char, 16> name{};
-    GetClassNameA(window, name.data(), static_cast<int>(name.size()));
-    if (process == GetCurrentProcessId() && name.data() == std::string_view("#32770") && IsWindowVisible(window))
-        reinterpret_cast<std::vector<HWND>*>(found)->push_back(window);
-    return TRUE;
-}
-
 std::vector<HWND> visibleDialogs()
 {
     std::vector<HWND> found;
-    EnumWindows(addOwnDialog, reinterpret_cast<LPARAM>(&found));
+    for (HWND window = nullptr; (window = FindWindowExA(nullptr, window, "#32770", nullptr));) {
+        DWORD process = 0;
+        GetWindowThreadProcessId(window, &process);
+        if (process == GetCurrentProcessId() && IsWindowVisible(window)) found.push_back(window);
+    }
     return found;
 }
 
