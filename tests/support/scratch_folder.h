@@ -22,7 +22,7 @@ inline Bytes contentOf(const std::filesystem::path& path)
 class ScratchFolder {
 public:
     explicit ScratchFolder(const std::filesystem::path& within = std::filesystem::temp_directory_path())
-        : path_(within / ("quelta-" + std::to_string(GetCurrentProcessId()) + '-' + std::to_string(++count)))
+        : path_(within / ("quelta-" + std::to_string(GetCurrentProcessId()) + '-' + std::to_string(++count_)))
     {
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
@@ -49,7 +49,7 @@ public:
     std::ptrdiff_t fileCount() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }
 
 private:
-    static inline int count = 0;
+    static inline int count_ = 0;
 
     std::filesystem::path path_;
 };
