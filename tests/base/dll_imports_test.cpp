@@ -1,25 +1,17 @@
 #include "base/dll_imports.h"
 
-#include <gmock/gmock.h>
-#include <windows.h>
+#include "support/scratch_folder.h"
 
-#include <fstream>
-#include <iterator>
+#include <gmock/gmock.h>
 
 namespace quelta {
 namespace {
 
-Bytes contentOf(const char* module)
-{
-    char path[MAX_PATH];
-    GetModuleFileNameA(GetModuleHandleA(module), path, MAX_PATH);
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
-}
-
 TEST(DllImports, AreReadFromAFileAndOfDamagedOnesWithoutLeavingTheFile)
 {
-    const Bytes file = contentOf("kernel32.dll");
+    char path[MAX_PATH];
+    GetModuleFileNameA(GetModuleHandleA("kernel32.dll"), path, MAX_PATH);
+    const Bytes file = contentOf(path);
     const auto imports = importsOf(file);
     ASSERT_TRUE(imports);
     EXPECT_THAT(*imports, testing::Contains(testing::StrCaseEq("ntdll.dll")));

@@ -1,27 +1,20 @@
 #include "base/files.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
+#include "support/scratch_folder.h"
 
 namespace quelta {
 namespace {
 
 class FileReplacementTest : public ::testing::Test {
 protected:
-    FileReplacementTest() { std::filesystem::create_directory(folder_); }
-    ~FileReplacementTest() override { std::filesystem::remove_all(folder_); }
-
     // Of the target, with nothing beside it.
     std::string contentAlone() const
     {
-        EXPECT_EQ(std::distance(std::filesystem::directory_iterator(folder_), {}), 1);
-        std::ifstream file(target_, std::ios::binary);
-        return {std::istreambuf_iterator<char>(file), {}};
+        EXPECT_EQ(folder_.fileCount(), 1);
+        return toText(contentOf(target_));
     }
 
-    const std::filesystem::path folder_ =
-        std::filesystem::temp_directory_path() / ("replacement" + std::to_string(GetCurrentProcessId()));
+    const ScratchFolder folder_;
     const std::filesystem::path target_ = folder_ / L"t\u00E4rget";
 };
 
@@ -52,7 +45,7 @@ TEST_F(FileReplacementTest, GivesUpOnATargetThatCannotBeReplaced)
     std::filesystem::create_directory(target_);
     EXPECT_FALSE(FileReplacement(target_, L".new").commit());
     EXPECT_NE(GetLastError(), DWORD{ERROR_SUCCESS});
-    EXPECT_EQ(contentAlone(), "");
+    EXPECT_EQ(folder_.fileCount(), 1);
 }
 
 } // namespace

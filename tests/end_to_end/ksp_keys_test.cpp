@@ -18,14 +18,6 @@ const MadeKey madeKeys[] = {
 
 class KspKeys : public TokenTest {};
 
-TEST_F(KspKeys, CertificateIsTheOneOfTheKey)
-{
-    for (const std::string label : {"rsa2048", "rsa4096", "p256"}) {
-        folder.write("certificate", storage.openLabelled(label).property(L"SmartCardKeyCertificate"));
-        EXPECT_TRUE(folder.shell("openssl x509 -in $shared/" + label + ".leaf.pem -outform DER | cmp - certificate"));
-    }
-}
-
 TEST_F(KspKeys, MadeKeysSignAndAreGoneWhenDeleted)
 {
     const Bytes hash(32, 9);

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <cstdlib>
+
 namespace quelta::test {
 
 namespace {
@@ -45,6 +47,38 @@ TEST(OneProcess, DISABLED_StoresKeysUntilKilled)
     const Bytes key = concat({littleEndian({BCRYPT_KEY_DATA_BLOB_MAGIC, 1, 16}), counting(16)});
     while (storage.import(L"KeyDataBlob", key).status() == 0) lines << "stored" << std::endl;
     FAIL() << "a key was refused";
+}
+
+// For quelta.sh, an application that knows nothing of the token: it finds a certificate in the user's store by its subject, and
+// signs a file with crypt32, detached.
+TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
+{
+    const CertificateStore store(CertOpenSystemStoreA(0, "MY"));
+    const CertificateContext certificate(CertFindCertificateInStore(store.get(), X509_ASN_ENCODING, 0, CERT_FIND_SUBJECT_STR_A,
+                                                                    std::getenv("QUELTA_SUBJECT"), nullptr));
+    ASSERT_TRUE(certificate) << "there is no such certificate";
+    HCRYPTPROV provider = 0;
+    DWORD spec = 0;
+    BOOL release = FALSE;
+    ASSERT_TRUE(CryptAcquireCertificatePrivateKey(certificate.get(), 0, nullptr, &provider, &spec, &release));
+    // Not released: the provider forgets the PIN when it is unloaded.
+    ASSERT_TRUE(CryptSetProvParam(provider, PP_SIGNATURE_PIN, dataOf(bytesOfText(tokenPin)), 0));
+
+    PCCERT_CONTEXT enclosed = certificate.get();
+    CRYPT_SIGN_MESSAGE_PARA how{};
+    how.cbSize = sizeof how;
+    how.dwMsgEncodingType = certificateEncoding;
+    how.pSigningCert = enclosed;
+    how.HashAlgorithm.pszObjId = const_cast<char*>(szOID_NIST_sha256);
+    how.cMsgCert = 1;
+    how.rgpMsgCert = &enclosed;
+    const Bytes content = contentOf("data");
+    const BYTE* data = content.data();
+    DWORD dataSize = sizeOf(content);
+    const Bytes signature =
+        filled([&](BYTE* into, DWORD* size) { return CryptSignMessage(&how, TRUE, 1, &data, &dataSize, into, size); });
+    ASSERT_FALSE(signature.empty()) << GetLastError();
+    std::ofstream("theirs", std::ios::binary) << toText(signature);
 }
 
 } // namespace quelta::test

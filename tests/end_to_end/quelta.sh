@@ -154,7 +154,8 @@ cmp back data
 
 # Another program finds what was published, by the subject alone.
 application() {
-    wine "$bin/store_signer.exe" "rsa2048 of the tests" data theirs "$pin" >output 2>errors </dev/null
+    QUELTA_SUBJECT="rsa2048 of the tests" wine "$bin/quelta_end_to_end.exe" --gtest_also_run_disabled_tests \
+        --gtest_filter=OneProcess.DISABLED_SignsWithACertificateOfTheStore >errors 2>&1 </dev/null
 }
 answers 1 check --pin "$pin"
 says "FAILED *published"

@@ -17,13 +17,6 @@ fs::path buildFolder()
 
 const fs::path shared = buildFolder() / "end-to-end" / "shared";
 
-fs::path newFolder()
-{
-    static int count = 0;
-    const std::string name = std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count);
-    return buildFolder() / "end-to-end" / "work" / name;
-}
-
 std::string firstLine(const fs::path& path)
 {
     std::ifstream stream(path);
@@ -40,7 +33,7 @@ std::string nativePath(const fs::path& path)
 
 } // namespace
 
-TokenFolder::TokenFolder() : ScratchFolder(newFolder())
+TokenFolder::TokenFolder() : ScratchFolder(buildFolder() / "end-to-end" / "work")
 {
     fs::copy(shared / "token", *this / "token");
     SetEnvironmentVariableW(L"QUELTA_TOKEN_DIR", (*this / "token").c_str());

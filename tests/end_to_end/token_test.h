@@ -4,7 +4,7 @@
 #include "support/dialog_user.h"
 #include "support/log_folder.h"
 #include "support/test_bytes.h"
-#include "tools/scratch_folder.h"
+#include "support/scratch_folder.h"
 
 namespace quelta::test {
 

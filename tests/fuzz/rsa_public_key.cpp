@@ -1,5 +1,6 @@
 #include "check.h"
 
+#include "base/hex.h"
 #include "encoding/rsa_public_key.h"
 #include "log/utils.h"
 
@@ -7,22 +8,6 @@
 #include <cstdint>
 
 using namespace quelta;
-
-namespace {
-
-std::string toHex(const Bytes& bytes)
-{
-    return Utils::toHex(bytes.data(), static_cast<int>(bytes.size()));
-}
-
-// The sizes of an encoding tell its content's: one byte of tag, then the length.
-void checkTlv(const Bytes& content)
-{
-    const Bytes encoded = encodeDerTlv(0x04, content);
-    fuzz::check(encoded.size() == 1 + encodeDerLength(content.size()).size() + content.size());
-}
-
-} // namespace
 
 // The text up to the first line feed is the modulus, the rest the exponent.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
@@ -33,7 +18,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string exponent = end == std::string::npos ? "010001" : text.substr(end + 1);
     const Bytes bytes = hexToBytes(modulus);
     fuzz::check(hexToBytes("0x" + toHex(bytes)) == bytes);
-    checkTlv(bytes);
+    // The sizes of an encoding tell its content's: one byte of tag, then the length.
+    fuzz::check(encodeDerTlv(0x04, bytes).size() == 1 + encodeDerLength(bytes.size()).size() + bytes.size());
     const Bytes der = rsaPublicKeyToDer(modulus, exponent);
     fuzz::check(!isRawModulus(der) && der.size() > bytes.size());
     rawModulusToDer(ByteView(data, size));

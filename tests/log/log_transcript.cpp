@@ -9,7 +9,6 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <regex>
 
 namespace quelta::test {
@@ -108,7 +107,7 @@ TEST_F(LogTranscript, FirstByteOfAnyKindOfValueIsTheLevel)
         setLogLevelValue(row.type, row.data.data(), static_cast<DWORD>(row.data.size()));
         recordLevel(row.name);
     }
-    deleteLogLevel();
+    RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, "Software\\Oskvar\\Quelta", "logLevel");
     recordLevel("no value");
     RegDeleteTreeA(HKEY_LOCAL_MACHINE, "Software\\Oskvar");
     recordLevel("no key");
@@ -117,7 +116,7 @@ TEST_F(LogTranscript, FirstByteOfAnyKindOfValueIsTheLevel)
 TEST_F(LogTranscript, FirstLineIsLostWhereNoFolderIsYet)
 {
     for (const char* text : {"the first line", "the next, after the folder was deleted"}) {
-        std::filesystem::remove_all(log.path() / "Oskvar");
+        std::filesystem::remove_all(log / "Oskvar");
         log.forget();
         for (int i = 0; i < 2; ++i) logs(text);
     }
@@ -125,8 +124,8 @@ TEST_F(LogTranscript, FirstLineIsLostWhereNoFolderIsYet)
 
 TEST_F(LogTranscript, EveryLineIsLostWhereAFileStandsInTheFoldersPlace)
 {
-    std::filesystem::remove_all(log.path() / "Oskvar");
-    std::ofstream(log.path() / "Oskvar") << "a file";
+    std::filesystem::remove_all(log / "Oskvar");
+    log.write("Oskvar", toBytes("a file"));
     for (int i = 0; i < 2; ++i) logs("a line");
 }
 

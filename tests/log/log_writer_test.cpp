@@ -9,7 +9,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <fstream>
 #include <regex>
 #include <set>
 #include <thread>
@@ -19,6 +18,7 @@ namespace quelta::test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::EndsWith;
 
 std::string stampOfNow()
 {
@@ -53,13 +53,10 @@ TEST_F(LogWriter, StampIsTheLocalTimeWithTheDayFirst)
 TEST_F(LogWriter, FolderIsTheProcessNameUpToItsFirstDot)
 {
     for (const auto& [file, folder] : {std::pair("a.b.exe", "a"), std::pair("nodot", "nodot")}) {
-        std::filesystem::copy_file(ownExecutable(), log.path() / file);
-        std::filesystem::create_directories(log.path() / "Oskvar" / folder);
-        EXPECT_EQ(runDisabledTest(log.path() / file, "LogWriterChild.DISABLED_WritesOneLine", std::chrono::minutes(1)), 0U);
-        std::ifstream written(log.path() / "Oskvar" / folder / log.file().filename());
-        std::string line;
-        std::getline(written, line);
-        EXPECT_THAT(line, ::testing::EndsWith("->DEBUG ::=>of a child"));
+        std::filesystem::copy_file(ownExecutable(), log / file);
+        std::filesystem::create_directories(log / "Oskvar" / folder);
+        EXPECT_EQ(runDisabledTest(log / file, "LogWriterChild.DISABLED_WritesOneLine"), 0U);
+        EXPECT_THAT(toText(contentOf(log / "Oskvar" / folder / log.file().filename())), EndsWith("->DEBUG ::=>of a child\n"));
     }
 }
 
@@ -71,7 +68,7 @@ TEST(LogWriterChild, DISABLED_WritesOneLine)
 // What is written then goes to the root of the drive, under Wine to that of the machine: not from a test.
 TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
 {
-    SetEnvironmentVariableW(L"TMP", (log.path() / "gone").c_str());
+    SetEnvironmentVariableW(L"TMP", (log / "gone").c_str());
     LogPath path{'x'};
     EXPECT_EQ(getLogBaseFolderPath(path), -1);
     EXPECT_THAT(path, ::testing::Each('\0'));

@@ -1,18 +1,18 @@
-#!/usr/bin/env bash
-# The installers in a Wine prefix of their own, its files and registry compared whole from step to step.
-# installer_test.sh DEVELOPER.msi PRODUCT.msi FOLDER; FOLDER is what make_msi.sh makes a developer package of.
-set -euo pipefail
+# shellcheck shell=bash
+#
+# The installers in a Wine prefix of their own, its files and registry compared whole from step to step: the last part of
+# package_test.sh, which sources it when it has made them.
+# shellcheck disable=SC2154
 
-developer=$1 product=$2 folder=$3
-here=$(realpath "$(dirname "${BASH_SOURCE[0]}")")
-version=$(sed -n 's/^project(.* VERSION \([0-9.]*\).*/\1/p' "$here/../../CMakeLists.txt")
-work=$(mktemp -d)
+developer=$work/Quelta-developer-$version.msi product=$work/Quelta-$version.msi folder=$work/parts
+here=$root/tests/packaging
 export LC_ALL=C.UTF-8 WINEPREFIX=$work/prefix WINEARCH=win64 WINEDEBUG=-all
 export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d" QUELTA_TOKEN_DIR=Z:${work//\//\\}\\token
 unset DISPLAY WINEPATH
 drive=$WINEPREFIX/drive_c
 server=
-failed=0 passed=0
+# The status of msiexec where something is refused.
+refused=1603
 
 clean_up() {
     if [[ -n $server ]]; then
@@ -22,18 +22,6 @@ clean_up() {
     rm -rf "$work"
 }
 trap clean_up EXIT
-
-check() {
-    local title=$1
-    shift
-    if "$@" >"$work/output" 2>&1; then
-        passed=$((passed + 1))
-    else
-        failed=$((failed + 1))
-        echo "FAILED: $title"
-        head -n 40 "$work/output" | cut -c1-200
-    fi
-}
 
 windows() {
     wine "$@" </dev/null 2>/dev/null
@@ -53,10 +41,6 @@ installer() {
         tr -d '\0' <"$work/msi.log" | tail -n 30
         return 1
     }
-}
-
-refused() {
-    installer 1603 "$@"
 }
 
 # Left out: what Wine notes of its displays, services and the machine's own stores; where a package last came from; empty keys of
@@ -107,23 +91,7 @@ make_prefix() {
     server=$!
     # As Windows has it from the start, and other programs too.
     mkdir -p "$drive/windows/Installer"
-    cat >"$work/windows.reg" <<'REG'
-Windows Registry Editor Version 5.00
-
-[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Run]
-"Other"="other.exe"
-
-[HKEY_LOCAL_MACHINE\Software\Classes\Installer\Features]
-
-[HKEY_LOCAL_MACHINE\Software\Classes\Installer\Products]
-
-[HKEY_LOCAL_MACHINE\Software\Classes\Installer\UpgradeCodes]
-
-[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Installer\UpgradeCodes]
-
-[HKEY_LOCAL_MACHINE\Software\Microsoft\Windows\CurrentVersion\Installer\UserData\S-1-5-18\Components]
-REG
-    windows regedit /S "$(seen_by_windows "$work/windows.reg")"
+    windows regedit /S "$(seen_by_windows "$here/windows.reg")"
     windows cmd /c exit
 }
 
@@ -176,7 +144,7 @@ make_failing() {
 unregisters_when_it_fails() {
     local status=0 logs=$work/rolled-back
     windows reg add 'HKLM\Software\Oskvar\Quelta' /v logLevel /t REG_DWORD /d 3 /f
-    refused /i "$(seen_by_windows "$work/failing.msi")" "$library" || status=1
+    installer "$refused" /i "$(seen_by_windows "$work/failing.msi")" "$library" || status=1
     find "$drive" -path '*/Oskvar/msiexec/*.LOG' -exec cat {} + | grep -o 'KSP .*registered successfully' >"$logs" || status=1
     find "$drive" -depth -path '*/Oskvar*' -delete
     windows reg delete 'HKLM\Software\Oskvar' /f
@@ -184,7 +152,6 @@ unregisters_when_it_fails() {
     [[ $status -eq 0 && $(tail -n 1 "$logs") == "KSP unregistered successfully" && $(wc -l <"$logs") -eq 2 ]]
 }
 
-developer=$(realpath "$developer") product=$(realpath "$product") folder=$(realpath "$folder")
 library=DEVICELIBRARY=$(seen_by_windows "$folder/softtoken/QueltaDSCLibrary.dll")
 in_system=$drive/windows/system32/QueltaDSCLibrary.dll
 make_prefix
@@ -196,33 +163,33 @@ check "a token is made with the installed tool" make_token
 check "a signature through CryptoAPI" signs_through csp
 check "a signature through key storage" signs_through ksp
 check "what was deleted is repaired" repairs
-check "the other package is refused beside it" refused /i "$(seen_by_windows "$product")"
+check "the other package is refused beside it" installer "$refused" /i "$(seen_by_windows "$product")"
 check "and nothing changes" same_state installed
 check "its certificates are published" tool "quelta publish"
 check "it is removed" installer 0 /x "$(seen_by_windows "$developer")"
 check "and leaves nothing behind, no certificate either" same_state before
 
-"$here/../../installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
+"$root/installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
 check "an older version is installed with its option" installer 0 /i "$(seen_by_windows "$work/older.msi")" ADDLOCAL=ALL
 check "and publishes certificates at each logon" publishes_at_logon
 check "it is upgraded" installer 0 /i "$(seen_by_windows "$developer")"
 check "to one entry" one_entry_of_this_version
 state upgraded
-check "going back is refused" refused /i "$(seen_by_windows "$work/older.msi")"
+check "going back is refused" installer "$refused" /i "$(seen_by_windows "$work/older.msi")"
 check "and nothing changes" same_state upgraded
 check "the upgraded one is removed" installer 0 /x "$(seen_by_windows "$developer")"
 check "and leaves nothing behind" same_state before
 
 echo "no DLL" >"$work/no.dll"
-check "a device library that is none is refused" refused /i "$(seen_by_windows "$product")" "DEVICELIBRARY=$(seen_by_windows "$work/no.dll")"
+check "a device library that is none is refused" installer "$refused" /i "$(seen_by_windows "$product")" "DEVICELIBRARY=$(seen_by_windows "$work/no.dll")"
 check "the log says so" says 'Quelta: DEVICELIBRARY names no 64-bit DLL that can be read: .*no.dll'
 check "and nothing changes" same_state before
 make_failing
 check "a failure at the end takes the registration back" unregisters_when_it_fails
 check "and everything else" same_state before
 cp "$work/no.dll" "$in_system"
-check "somebody else's library is not replaced" refused /i "$(seen_by_windows "$product")" "$library"
-check "by the developer package neither" refused /i "$(seen_by_windows "$developer")"
+check "somebody else's library is not replaced" installer "$refused" /i "$(seen_by_windows "$product")" "$library"
+check "by the developer package neither" installer "$refused" /i "$(seen_by_windows "$developer")"
 check "but left as it is" cmp "$work/no.dll" "$in_system"
 rm "$in_system"
 check "the other package is installed" installer 0 /i "$(seen_by_windows "$product")" "$library"
@@ -232,5 +199,3 @@ check "but leaves the device library" cmp "$folder/softtoken/QueltaDSCLibrary.dl
 check "the new one is installed" installer 0 /i "$(seen_by_windows "$product")"
 check "and removed" installer 0 /x "$(seen_by_windows "$product")"
 check "and leaves nothing behind" same_state before
-echo "$passed passed, $failed failed"
-[[ $failed -eq 0 ]]

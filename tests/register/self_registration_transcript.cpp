@@ -4,9 +4,15 @@
 
 #include <ncrypt.h>
 
+#include <array>
+
 namespace quelta::test {
 
 namespace {
+
+enum CngFunction { cngRegister, cngUnregister, cngAdd, cngRemove };
+constexpr const char* cngNames[] = {"BCryptRegisterProvider", "BCryptUnregisterProvider", "BCryptAddContextFunctionProvider",
+                                    "BCryptRemoveContextFunctionProvider"};
 
 // A bcrypt.dll that lacks what a scenario says and answers what it says.
 class FakeCngLibrary final : public CngLibrary {
@@ -14,7 +20,7 @@ public:
     explicit FakeCngLibrary(Recorder& to)
     {
         recorder = &to;
-        registerStatus = addStatus = otherStatus = 0;
+        answers = {};
     }
 
     bool load() override
@@ -24,15 +30,12 @@ public:
     }
     FARPROC find(const char* function) override
     {
-        const std::pair<std::string_view, void*> functions[] = {
-            {"BCryptRegisterProvider", reinterpret_cast<void*>(&registerProvider)},
-            {"BCryptUnregisterProvider", reinterpret_cast<void*>(&unregisterProvider)},
-            {"BCryptAddContextFunctionProvider", reinterpret_cast<void*>(&addProvider)},
-            {"BCryptRemoveContextFunctionProvider", reinterpret_cast<void*>(&removeProvider)}};
-        if (missing != function) {
-            for (const auto& [name, address] : functions)
-                if (name == function) return reinterpret_cast<FARPROC>(address);
-        }
+        void* const addresses[] = {reinterpret_cast<void*>(&answer<cngRegister, LPCWSTR, ULONG, CRYPT_PROVIDER_REG*>),
+                                   reinterpret_cast<void*>(&answer<cngUnregister, LPCWSTR>),
+                                   reinterpret_cast<void*>(&answer<cngAdd, ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR, ULONG>),
+                                   reinterpret_cast<void*>(&answer<cngRemove, ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR>)};
+        const auto* const known = std::ranges::find(cngNames, std::string_view(function));
+        if (known != std::end(cngNames) && missing != function) return reinterpret_cast<FARPROC>(addresses[known - cngNames]);
         recorder->writeDown("it has no " + std::string(function));
         return nullptr;
     }
@@ -43,9 +46,7 @@ public:
 
     // The functions have no object to belong to.
     static inline Recorder* recorder;
-    static inline NTSTATUS registerStatus;
-    static inline NTSTATUS addStatus;
-    static inline NTSTATUS otherStatus;
+    static inline std::array<NTSTATUS, std::size(cngNames)> answers;
 
 private:
     static std::string text(LPCWSTR argument) { return quoted(argument); }
@@ -59,30 +60,13 @@ private:
                " interface " + text(face.dwInterface) + " flags " + text(face.dwFlags) + " with " + text(face.cFunctions) +
                " function " + text(face.rgpszFunctions[0]);
     }
-    template <class... Arguments>
-    static NTSTATUS answer(NTSTATUS status, const char* function, Arguments... arguments)
+    template <CngFunction function, class... Arguments>
+    static NTSTATUS WINAPI answer(Arguments... arguments)
     {
         std::string all;
         ((all += (all.empty() ? "" : ", ") + text(arguments)), ...);
-        recorder->writeDown(std::string(function) + "(" + all + ") = " + std::to_string(status));
-        return status;
-    }
-
-    static NTSTATUS WINAPI registerProvider(LPCWSTR provider, ULONG flags, CRYPT_PROVIDER_REG* record)
-    {
-        return answer(registerStatus, "BCryptRegisterProvider", provider, flags, record);
-    }
-    static NTSTATUS WINAPI unregisterProvider(LPCWSTR provider)
-    {
-        return answer(otherStatus, "BCryptUnregisterProvider", provider);
-    }
-    static NTSTATUS WINAPI addProvider(ULONG table, LPCWSTR context, ULONG face, LPCWSTR function, LPCWSTR provider, ULONG place)
-    {
-        return answer(addStatus, "BCryptAddContextFunctionProvider", table, context, face, function, provider, place);
-    }
-    static NTSTATUS WINAPI removeProvider(ULONG table, LPCWSTR context, ULONG face, LPCWSTR function, LPCWSTR provider)
-    {
-        return answer(otherStatus, "BCryptRemoveContextFunctionProvider", table, context, face, function, provider);
+        recorder->writeDown(cngNames[function] + ("(" + all) + ") = " + std::to_string(answers[function]));
+        return answers[function];
     }
 };
 
@@ -109,7 +93,7 @@ protected:
 
 TEST_F(SelfRegistrationTranscript, EarlierRegistrationIsTakenBackFirstWhateverThatAnswers)
 {
-    FakeCngLibrary::otherStatus = accessDenied;
+    FakeCngLibrary::answers[cngUnregister] = FakeCngLibrary::answers[cngRemove] = accessDenied;
     registers();
     unregisters();
 }
@@ -117,21 +101,20 @@ TEST_F(SelfRegistrationTranscript, EarlierRegistrationIsTakenBackFirstWhateverTh
 TEST_F(SelfRegistrationTranscript, MissingFunctionIsFoundBeforeAnythingIsChanged)
 {
     errorsAlone();
-    for (const char* name : {"BCryptRegisterProvider", "BCryptUnregisterProvider", "BCryptAddContextFunctionProvider"})
-        registers(name);
+    for (const auto function : {cngRegister, cngUnregister, cngAdd}) registers(cngNames[function]);
     recorder.note("one that is not needed");
-    for (const char* name : {"BCryptRemoveContextFunctionProvider", "BCryptUnregisterProvider"}) unregisters(name);
-    registers("BCryptRemoveContextFunctionProvider");
+    for (const auto function : {cngRemove, cngUnregister}) unregisters(cngNames[function]);
+    registers(cngNames[cngRemove]);
 }
 
 TEST_F(SelfRegistrationTranscript, FailureComesBackAsAResultAndInDecimalInTheLog)
 {
     errorsAlone();
-    FakeCngLibrary::registerStatus = accessDenied;
+    FakeCngLibrary::answers[cngRegister] = accessDenied;
     registers();
     everyLine();
-    FakeCngLibrary::registerStatus = 0;
-    FakeCngLibrary::addStatus = 5;
+    FakeCngLibrary::answers = {};
+    FakeCngLibrary::answers[cngAdd] = 5;
     registers();
 }
 

@@ -1,4 +1,4 @@
-#include "tools/scratch_folder.h"
+#include "support/scratch_folder.h"
 
 #include "base/hex.h"
 #include "base/windows_objects.h"

@@ -13,7 +13,7 @@ std::filesystem::path ownExecutable()
     return path;
 }
 
-std::optional<DWORD> runProcess(std::string commandLine, std::chrono::milliseconds limit)
+std::optional<DWORD> runProcess(std::string commandLine)
 {
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
@@ -21,18 +21,17 @@ std::optional<DWORD> runProcess(std::string commandLine, std::chrono::millisecon
     if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
         throw std::runtime_error("Starting " + commandLine + " failed: " + std::to_string(GetLastError()));
     const File thread(started.hThread), process(started.hProcess);
+    constexpr DWORD twoMinutes = 120'000;
     DWORD code = 0;
-    if (WaitForSingleObject(process.get(), static_cast<DWORD>(limit.count())) == WAIT_OBJECT_0)
+    if (WaitForSingleObject(process.get(), twoMinutes) == WAIT_OBJECT_0)
         return GetExitCodeProcess(process.get(), &code) ? std::optional(code) : std::nullopt;
     TerminateProcess(process.get(), 1);
     return std::nullopt;
 }
 
-std::optional<DWORD> runDisabledTest(const std::filesystem::path& executable, const std::string& test,
-                                     std::chrono::milliseconds limit)
+std::optional<DWORD> runDisabledTest(const std::filesystem::path& executable, const std::string& test)
 {
-    return runProcess("\"" + executable.string() + "\" --gtest_also_run_disabled_tests --gtest_brief=1 --gtest_filter=" + test,
-                      limit);
+    return runProcess("\"" + executable.string() + "\" --gtest_also_run_disabled_tests --gtest_brief=1 --gtest_filter=" + test);
 }
 
 } // namespace quelta::test

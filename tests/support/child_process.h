@@ -2,7 +2,6 @@
 
 #include <windows.h>
 
-#include <chrono>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -11,11 +10,11 @@ namespace quelta::test {
 
 std::filesystem::path ownExecutable();
 
-// Runs a program to its end: the exit code, or nothing if it took longer and was ended. Its output is the test's.
-std::optional<DWORD> runProcess(std::string commandLine, std::chrono::milliseconds limit = std::chrono::seconds(120));
+// Runs a program to its end: the exit code, or nothing if it took longer than two minutes and was ended. Its output is the
+// test's.
+std::optional<DWORD> runProcess(std::string commandLine);
 
 // Runs one disabled test of a copy of this executable, or of itself: what a test needs a process of its own for.
-std::optional<DWORD> runDisabledTest(const std::filesystem::path& executable, const std::string& test,
-                                     std::chrono::milliseconds limit = std::chrono::seconds(120));
+std::optional<DWORD> runDisabledTest(const std::filesystem::path& executable, const std::string& test);
 
 } // namespace quelta::test

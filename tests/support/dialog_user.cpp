@@ -6,7 +6,6 @@
 
 #include <array>
 #include <cstdio>
-#include <stdexcept>
 
 namespace quelta::test {
 
@@ -30,21 +29,14 @@ std::string textOf(HWND window)
     return text.data();
 }
 
-BOOL CALLBACK addOwnDialog(HWND window, LPARAM found)
-{
-    DWORD process = 0;
-    GetWindowThreadProcessId(window, &process);
-    std::array<char, 16> name{};
-    GetClassNameA(window, name.data(), static_cast<int>(name.size()));
-    if (process == GetCurrentProcessId() && name.data() == std::string_view("#32770") && IsWindowVisible(window))
-        reinterpret_cast<std::vector<HWND>*>(found)->push_back(window);
-    return TRUE;
-}
-
 std::vector<HWND> visibleDialogs()
 {
     std::vector<HWND> found;
-    EnumWindows(addOwnDialog, reinterpret_cast<LPARAM>(&found));
+    for (HWND window = nullptr; (window = FindWindowExA(nullptr, window, "#32770", nullptr));) {
+        DWORD process = 0;
+        GetWindowThreadProcessId(window, &process);
+        if (process == GetCurrentProcessId() && IsWindowVisible(window)) found.push_back(window);
+    }
     return found;
 }
 
@@ -54,14 +46,6 @@ bool comesTrue(auto condition)
         if (condition()) return true;
     }
     return false;
-}
-
-// Without a screen no window could ever appear, and the test would wait for it.
-void needScreen()
-{
-    const HWND window = CreateWindowA("STATIC", "", WS_POPUP, 0, 0, 1, 1, nullptr, nullptr, nullptr, nullptr);
-    if (!window) throw std::runtime_error("No window can be made: start an X server, set DISPLAY to it, and run the tests again");
-    DestroyWindow(window);
 }
 
 } // namespace
@@ -158,7 +142,6 @@ void DialogUser::onWindow(std::function<void(const std::string&)> listener)
 
 void DialogUser::expect(Step step)
 {
-    needScreen();
     const std::lock_guard lock(mutex_);
     steps_.push_back(std::move(step));
     watch();

@@ -3,9 +3,6 @@
 #include "support/child_process.h"
 
 #include <array>
-#include <cstdio>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 
 namespace quelta::test {
@@ -16,15 +13,6 @@ std::string processName()
 {
     const std::string file = ownExecutable().filename().string();
     return file.substr(0, file.find('.'));
-}
-
-std::string nameOfTodaysFile()
-{
-    SYSTEMTIME now{};
-    GetLocalTime(&now);
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "%04d-%02d-%02d.LOG", now.wYear, now.wMonth, now.wDay);
-    return text.data();
 }
 
 // Both stand for the temporary folder.
@@ -52,23 +40,20 @@ bool isOfMonitorThread(const LogLine& line)
 
 LogFolder::LogFolder()
 {
-    static int count = 0;
-    path_ = oldTmp_ / ("quelta-" + std::to_string(GetCurrentProcessId()) + "-" + std::to_string(++count));
-    std::filesystem::remove_all(path_);
-    std::filesystem::create_directories(path_ / "Oskvar" / processName());
-    useFolder(path_);
+    std::filesystem::create_directories(file().parent_path());
+    useFolder(path());
 }
 
 LogFolder::~LogFolder()
 {
     useFolder(oldTmp_);
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
 }
 
 std::filesystem::path LogFolder::file() const
 {
-    return path_ / "Oskvar" / processName() / nameOfTodaysFile();
+    std::array<char, 16> name{};
+    GetDateFormatA(LOCALE_INVARIANT, 0, nullptr, "yyyy'-'MM'-'dd'.LOG'", name.data(), static_cast<int>(name.size()));
+    return *this / "Oskvar" / processName() / name.data();
 }
 
 std::string LogFolder::takeText()

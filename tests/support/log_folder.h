@@ -1,6 +1,7 @@
 #pragma once
 
-#include <filesystem>
+#include "support/scratch_folder.h"
+
 #include <ostream>
 #include <string>
 #include <vector>
@@ -25,14 +26,11 @@ inline LogLine error(std::string text)
 }
 
 // A temporary folder of a test's own, in place of this process's, with the folders of the log already made.
-class LogFolder {
+class LogFolder : public ScratchFolder {
 public:
     LogFolder();
     ~LogFolder();
-    LogFolder(const LogFolder&) = delete;
-    LogFolder& operator=(const LogFolder&) = delete;
 
-    const std::filesystem::path& path() const { return path_; }
     // Where this process's lines are, for today.
     std::filesystem::path file() const;
 
@@ -44,7 +42,6 @@ public:
 
 private:
     const std::filesystem::path oldTmp_ = std::filesystem::temp_directory_path();
-    std::filesystem::path path_;
     std::size_t seen_ = 0;
 };
 

@@ -6,8 +6,6 @@ namespace quelta::test {
 
 namespace {
 
-constexpr const char productKey[] = "Software\\Oskvar\\Quelta";
-constexpr const char levelValue[] = "logLevel";
 constexpr const char providersKey[] = "Software\\Microsoft\\Cryptography\\Defaults";
 
 void check(LSTATUS status, const char* what)
@@ -51,12 +49,7 @@ void setLogLevel(DWORD level)
 
 void setLogLevelValue(DWORD type, const void* data, DWORD size)
 {
-    check(RegSetKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, type, data, size), "Setting the log level");
-}
-
-void deleteLogLevel()
-{
-    RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue);
+    check(RegSetKeyValueA(HKEY_LOCAL_MACHINE, "Software\\Oskvar\\Quelta", "logLevel", type, data, size), "Setting the log level");
 }
 
 } // namespace quelta::test

@@ -24,6 +24,5 @@ private:
 void setLogLevel(DWORD level);
 // Any type and content, for the value that the log level is read from.
 void setLogLevelValue(DWORD type, const void* data, DWORD size);
-void deleteLogLevel();
 
 } // namespace quelta::test

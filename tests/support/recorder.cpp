@@ -1,10 +1,6 @@
 #include "support/recorder.h"
 
-#include "base/hex.h"
 #include "log/log_writer.h"
-
-#include <array>
-#include <cstdio>
 
 namespace quelta::test {
 
@@ -19,9 +15,7 @@ std::string levelOf(const LogLine& line)
 
 std::string addressText(ULONG_PTR address)
 {
-    std::array<char, 32> text{};
-    std::snprintf(text.data(), text.size(), "0x%016llX", static_cast<unsigned long long>(address));
-    return text.data();
+    return "0x" + toHex(reversed(littleEndian({static_cast<std::uint32_t>(address), static_cast<std::uint32_t>(address >> 32)})));
 }
 
 void replaceAll(std::string& text, const std::string& from, const std::string& to)

@@ -3,10 +3,12 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
+#include <regex>
 
 namespace quelta::test {
 
@@ -18,18 +20,13 @@ using Sections = std::map<std::string, Lines>;
 constexpr std::string_view titleMark = "== ";
 
 // "ThePINIsAskedForAgain" is "The PIN is asked for again".
-std::string titleOf(std::string_view testName)
+std::string titleOf(const std::string& testName)
 {
-    const auto isUpper = [&](std::size_t at) { return at < testName.size() && testName[at] >= 'A' && testName[at] <= 'Z'; };
-    const auto isLower = [&](std::size_t at) { return at < testName.size() && testName[at] >= 'a' && testName[at] <= 'z'; };
-    std::string title;
-    for (std::size_t i = 0; i < testName.size(); ++i) {
-        const bool endsWord = i + 1 < testName.size() && !isUpper(i + 1);
-        const bool begins = i > 0 && !isLower(i) && (isLower(i - 1) || (isUpper(i) && endsWord));
-        const bool isArticle = begins && isUpper(i + 1) && i + 2 < testName.size() && !isUpper(i + 2);
-        if (begins) title += ' ';
-        const bool lower = begins && isUpper(i) && (endsWord || isArticle);
-        title += static_cast<char>(lower ? testName[i] - 'A' + 'a' : testName[i]);
+    static const std::regex endOfWord("[a-z](?=[A-Z0-9])|[A-Z0-9](?=[A-Z][^A-Z])");
+    std::string title = std::regex_replace(testName, endOfWord, "$& ");
+    for (std::size_t i = 1; i + 1 < title.size(); ++i) {
+        const bool isAcronym = title[i + 1] >= 'A' && title[i + 1] <= 'Z';
+        if (title[i - 1] == ' ' && !isAcronym) title[i] = static_cast<char>(std::tolower(title[i]));
     }
     return title;
 }
@@ -37,11 +34,8 @@ std::string titleOf(std::string_view testName)
 // Beside the source of the test that runs.
 std::filesystem::path fileOfTest()
 {
-    std::string source = ::testing::UnitTest::GetInstance()->current_test_info()->file();
-    std::ranges::replace(source, '\\', '/');
-    const std::string mark = "tests/";
-    source = source.substr(source.rfind(mark) + mark.size());
-    return std::filesystem::path(QUELTA_TESTS_DIR) / (source.substr(0, source.rfind("_transcript.cpp")) + ".txt");
+    const std::string source = ::testing::UnitTest::GetInstance()->current_test_info()->file();
+    return source.substr(0, source.rfind("_transcript.cpp")) + ".txt";
 }
 
 // In the order in which they stand in the source.

@@ -1,14 +1,12 @@
 #include "support/words.h"
 
-#include "base/hex.h"
 #include "log/utils.h"
+#include "support/test_bytes.h"
 
 #include <wincrypt.h>
 
 #include <algorithm>
-#include <array>
 #include <cstdint>
-#include <cstdio>
 
 namespace quelta::test {
 
@@ -23,9 +21,7 @@ std::string hashText(ByteView bytes)
 {
     std::uint32_t hash = 2166136261;
     for (const unsigned char byte : bytes) hash = (hash ^ byte) * 16777619;
-    std::array<char, 16> text{};
-    std::snprintf(text.data(), text.size(), "#%08X", hash);
-    return text.data();
+    return "#" + toHex(reversed(littleEndian({hash})));
 }
 
 std::string longWords(ByteView bytes)

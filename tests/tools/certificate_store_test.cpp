@@ -10,29 +10,21 @@ namespace {
 
 constexpr auto storeName = L"QueltaTest";
 
-Bytes encodedIn(const std::string& signature)
-{
-    return toBytes(encodedOf(*certificateIn(signature)));
-}
-
 void clear()
 {
-    const CertificateStore store(
-        CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, storeName));
-    while (PCCERT_CONTEXT found = CertEnumCertificatesInStore(store.get(), nullptr)) CertDeleteCertificateFromStore(found);
+    RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Microsoft\\SystemCertificates\\QueltaTest");
 }
 
 // A new object each time: what counts is what another program finds.
 TEST(UserStores, KeepWhatSomebodyElsePutThereAndWhereAKeyIs)
 {
     clear();
-    const Bytes own = encodedIn("rsa_with_attributes");
-    const Bytes foreign = encodedIn("ecdsa_p384");
+    const CertificateContext another = certificateIn("ecdsa_p384");
+    const Bytes own = toBytes(encodedOf(*certificateIn("rsa_with_attributes"))), foreign = toBytes(encodedOf(*another));
     {
         const CertificateStore store(
             CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, storeName));
-        ASSERT_TRUE(CertAddEncodedCertificateToStore(store.get(), certificateEncoding, foreign.data(),
-                                                     static_cast<DWORD>(foreign.size()), CERT_STORE_ADD_NEW, nullptr));
+        ASSERT_TRUE(CertAddCertificateContextToStore(store.get(), another.get(), CERT_STORE_ADD_NEW, nullptr));
     }
     const KeyPlace signing{"0123", PROV_RSA_FULL, AT_SIGNATURE};
     const KeyPlace exchange{"0123", PROV_RSA_FULL, AT_KEYEXCHANGE};

@@ -4,7 +4,7 @@
 #include "cms_decrypt.h"
 #include "content_cipher.h"
 #include "failure.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 #include "test_signatures.h"
 
 #include <gmock/gmock.h>

@@ -2,7 +2,7 @@
 #include "chain_check.h"
 #include "digest.h"
 #include "failure.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 #include "test_signatures.h"
 
 #include <gtest/gtest.h>

@@ -1,6 +1,6 @@
 #include "failure.h"
 #include "files.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 
 #include <gmock/gmock.h>
 

@@ -1,7 +1,8 @@
 #include "pem_stream.h"
 
 #include "failure.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
+#include "support/test_bytes.h"
 
 namespace quelta::tools {
 namespace {
@@ -20,8 +21,7 @@ TEST(PemText, ComesBackAsTheBytesOfEveryLengthAndPlainBytesAsTheyAre)
 {
     const ScratchFolder folder;
     for (const std::size_t size : {std::size_t{1}, std::size_t{47}, std::size_t{48}, std::size_t{49}, 2 * pieceSize + 1}) {
-        Bytes content(size);
-        for (std::size_t i = 0; i < size; ++i) content[i] = static_cast<unsigned char>(i * 11);
+        const Bytes content = test::counting(size);
         for (const char* label : {"", "CMS"}) {
             OutputFile output(folder / "message");
             MessageWriter writer(output, label);

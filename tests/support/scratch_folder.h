@@ -4,6 +4,7 @@
 #include "base/bytes.h"
 
 #include <gtest/gtest.h>
+#include <windows.h>
 
 #include <filesystem>
 #include <fstream>
@@ -11,9 +12,17 @@
 
 namespace quelta {
 
+inline Bytes contentOf(const std::filesystem::path& path)
+{
+    std::ifstream file(path, std::ios::binary);
+    EXPECT_TRUE(file) << "there is no " << path;
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
 class ScratchFolder {
 public:
-    explicit ScratchFolder(std::filesystem::path path = temporary()) : path_(std::move(path))
+    explicit ScratchFolder(const std::filesystem::path& within = std::filesystem::temp_directory_path())
+        : path_(within / ("quelta-" + std::to_string(GetCurrentProcessId()) + '-' + std::to_string(++count_)))
     {
         std::filesystem::remove_all(path_);
         std::filesystem::create_directories(path_);
@@ -26,6 +35,7 @@ public:
     ScratchFolder(const ScratchFolder&) = delete;
     ScratchFolder& operator=(const ScratchFolder&) = delete;
 
+    const std::filesystem::path& path() const { return path_; }
     std::filesystem::path operator/(const std::filesystem::path& name) const { return path_ / name; }
 
     std::filesystem::path write(const std::filesystem::path& name, ByteView content) const
@@ -35,20 +45,11 @@ public:
         EXPECT_TRUE(file.flush()) << "can't write " << name;
         return path_ / name;
     }
-    Bytes read(const std::filesystem::path& name) const
-    {
-        std::ifstream file(path_ / name, std::ios::binary);
-        EXPECT_TRUE(file) << "there is no " << name;
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
+    Bytes read(const std::filesystem::path& name) const { return contentOf(path_ / name); }
     std::ptrdiff_t fileCount() const { return std::distance(std::filesystem::directory_iterator(path_), {}); }
 
 private:
-    static std::filesystem::path temporary()
-    {
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        return std::filesystem::temp_directory_path() / (std::string("quelta-") + info->test_suite_name() + '-' + info->name());
-    }
+    static inline int count_ = 0;
 
     std::filesystem::path path_;
 };
