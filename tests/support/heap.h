@@ -36,9 +36,6 @@ public:
     RefusedAllocation& operator=(const RefusedAllocation&) = delete;
 };
 
-// By so much a buffer that the fake library hands out is longer than what it holds: its release is known by that.
-constexpr std::size_t deviceBufferSpare = 0x12345;
-
 // While it lives, every block that is freed is looked at first.
 class FreedMemory {
 public:
@@ -51,7 +48,6 @@ public:
     // Those that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or anywhere.
     int withSecretFirst = 0;
     int withSecret = 0;
-    int deviceBuffers = 0;
 
     void look(ByteView block);
 

@@ -45,7 +45,7 @@ public:
 private:
     const std::filesystem::path oldTmp_ = std::filesystem::temp_directory_path();
     std::filesystem::path path_;
-    std::size_t seen_ = 0;
+    std::streamoff seen_ = 0;
 };
 
 } // namespace quelta::test
