@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <stdexcept>
+#include <utility>
 
 namespace quelta {
 
@@ -20,6 +21,19 @@ DeviceResult<std::size_t> checkedLength(int result, int length, std::size_t room
     if (result != 0) return std::unexpected(result);
     if (length < 0 || static_cast<std::size_t>(length) > room) return std::unexpected(0);
     return static_cast<std::size_t>(length);
+}
+
+// What `call` puts where it is told is owned even where the library throws after that.
+template <class Call>
+std::expected<DeviceBuffer, int> bufferGivenBy(Call call)
+{
+    struct Place {
+        unsigned char* memory = nullptr;
+        ~Place() { const DeviceBuffer unclaimed(memory, 0); }
+    } place;
+    int length = 0;
+    if (const int result = call(&place.memory, &length)) return std::unexpected(result);
+    return DeviceBuffer(std::exchange(place.memory, nullptr), length);
 }
 
 } // namespace
@@ -102,13 +116,10 @@ DeviceResult<DeviceBuffer> Token::decrypt(ByteView keyId, const PinText& pin, By
 
 std::expected<DeviceBuffer, int> Token::decryptUnchecked(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const
 {
-    unsigned char* plain = nullptr;
-    int length = 0;
-    const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin->c_str(), cipher.data(), lengthOf(cipher.size()),
-                                               &plain, &length, hardware, libContext_);
-    DeviceBuffer buffer(plain, result == 0 ? length : 0, cipher.size());
-    if (result != 0) return std::unexpected(result);
-    return buffer;
+    return bufferGivenBy([&](unsigned char** plain, int* length) {
+        return deviceLibrary().decrypt(deviceId_, keyId.data(), pin->c_str(), cipher.data(), lengthOf(cipher.size()), plain,
+                                       length, hardware, libContext_);
+    });
 }
 
 DeviceResult<std::size_t> Token::encrypt(EncryptionType type, PaddingMode padding, ByteView data,
@@ -132,14 +143,10 @@ DeviceResult<std::size_t> Token::decryptSymmetric(ByteView data, std::span<unsig
 std::expected<DeviceBuffer, int> Token::decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const
 {
     const ByteView reference = keyReferenceOf(key);
-    unsigned char* plain = nullptr;
-    int length = 0;
-    const int result =
-        deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(),
-                                   lengthOf(wrapped.size()), &plain, &length, key.flag != 0, nullptr, 0, libContext_);
-    DeviceBuffer buffer(plain, result == 0 ? length : 0, wrapped.size());
-    if (result != 0) return std::unexpected(result);
-    return buffer;
+    return bufferGivenBy([&](unsigned char** plain, int* length) {
+        return deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(),
+                                          lengthOf(wrapped.size()), plain, length, key.flag != 0, nullptr, 0, libContext_);
+    });
 }
 
 int Token::initHash(int mechanism, void*& hash) const

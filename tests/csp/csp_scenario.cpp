@@ -1,8 +1,35 @@
 #include "csp/csp_scenario.h"
 
+#include "base/der.h"
 #include "csp/key_context.h"
+#include "encoding/rsa_public_key.h"
 
 namespace quelta::test {
+
+namespace {
+
+Bytes text(unsigned char tag, std::string_view content)
+{
+    return der::element(tag, toBytes(content));
+}
+
+Bytes nameOf(std::string_view name)
+{
+    const Bytes attribute = der::sequence({der::oid("2.5.4.3"), text(der::tagUtf8String, name)});
+    return der::sequence({der::element(der::tagSet, attribute)});
+}
+
+} // namespace
+
+Bytes unsignedCertificate(const std::string& subject, const std::string& issuer)
+{
+    const Bytes version = der::element(der::explicitTag(0), der::smallInteger(2));
+    const Bytes algorithm = der::sequence({der::oid("1.2.840.113549.1.1.11"), der::null()});
+    const Bytes validity = der::sequence({text(der::tagUtcTime, "200101000000Z"), text(der::tagUtcTime, "490101000000Z")});
+    const Bytes content = der::sequence({version, der::smallInteger(1), algorithm, nameOf(issuer), validity, nameOf(subject),
+                                         rawModulusToDer(counting(128, 0xC1))});
+    return der::sequence({content, algorithm, der::bitString(Bytes(128, 1))});
+}
 
 HCRYPTKEY CspScenario::sessionKey(ALG_ID algorithm, const Bytes& value)
 {
@@ -31,17 +58,6 @@ void CspScenario::noteKey(HCRYPTKEY key)
                                       {", public key ", record.publicKey.view()},
                                       {", symmetric key ", record.symmetricKey->view()}}) {
         if (!bytes.empty()) text += name + words(bytes);
-    }
-    recorder.note(text);
-}
-
-void CspScenario::noteAnswers(const std::string& what, const Answers& answers)
-{
-    std::string text = what + ":";
-    for (std::size_t i = 0; i < answers.size(); ++i) {
-        const bool last = i + 1 == answers.size();
-        const bool same = !last && answers[i].second == answers[i + 1].second;
-        text += " " + answers[i].first + (same ? "," : " -> " + answers[i].second + (last ? "" : ";"));
     }
     recorder.note(text);
 }

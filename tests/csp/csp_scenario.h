@@ -10,6 +10,9 @@
 
 namespace quelta::test {
 
+// A certificate whose signature is none: nobody on the way looks at it.
+Bytes unsignedCertificate(const std::string& subject, const std::string& issuer);
+
 class CspScenario : public Scenario {
 protected:
     // Silent, and required to succeed.
@@ -33,9 +36,7 @@ protected:
 
     // What its record holds, which no call tells in full.
     void noteKey(HCRYPTKEY key);
-    // How the answers depend on something, as sizes: "room 1, room 3: FALSE, ERROR_MORE_DATA, length 4; room 4: TRUE".
-    using Answers = std::vector<std::pair<std::string, std::string>>;
-    void noteAnswers(const std::string& what, const Answers& answers);
+    void noteAnswers(const std::string& what, const Answers& answers) { recorder.note(what + ": " + answersText(answers)); }
 
     CspCalls csp{recorder};
 

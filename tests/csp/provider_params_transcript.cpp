@@ -67,8 +67,6 @@ TEST_F(ProviderParamsTranscript, ContainersAreThoseOfTheOpeningAndTheirKeySpecCo
 TEST_F(ProviderParamsTranscript, GivenPINIsCheckedAndKeptOnlyIfItIsRight)
 {
     csp.setProvParam(PP_SIGNATURE_PIN, bytesOfText("1234"));
-    token.willAnswer(Call::validatePassword, 48);
-    csp.setProvParam(PP_KEYEXCHANGE_PIN, bytesOfText("another"));
     token.pin = "123456";
     csp.setProvParam(PP_KEYEXCHANGE_PIN, bytesOfText("123456"));
     recorder.note("cached is \"" + cachedPin() + "\"");

@@ -2,9 +2,6 @@
 
 #include "csp/context.h"
 
-#include <new>
-#include <stdexcept>
-
 namespace quelta::test {
 
 // In which order arguments are looked at shows where all of them are wrong.
@@ -89,24 +86,6 @@ TEST_F(RefusalsTranscript, WithEverythingWrongAtOnce)
         {"CPGenRandom", [] { return CPGenRandom(0, 0, nullptr); }},
         {"CPDeriveKey", [] { return CPDeriveKey(0, 99, 0, 9, nullptr); }}};
     for (const auto& [name, call] : calls) csp.call(name, "all wrong", call);
-}
-
-TEST_F(RefusalsTranscript, LibraryThatThrowsIsAFailureThatHandsOutNothing)
-{
-    const HCRYPTKEY key = userKey();
-    const HCRYPTHASH hash = newHash();
-    token.openSingleSignOn();
-    errorsAlone();
-    for (const Call call : {Call::getConnectedDeviceList, Call::generateKeyPair, Call::initHash, Call::importAesKey})
-        token.during(call, [] { throw std::runtime_error("the library is in trouble"); });
-    token.during(Call::decrypt, [] { throw 5; });
-    token.during(Call::getKeyPairList, [] { throw std::bad_alloc(); });
-    csp.acquire();
-    csp.genKey(CALG_RSA_SIGN);
-    csp.duplicateHash(hash);
-    csp.importKey(keyBlob(PLAINTEXTKEYBLOB, CALG_AES_128, Bytes(20)));
-    csp.decrypt(key);
-    csp.getUserKey(AT_SIGNATURE);
 }
 
 } // namespace quelta::test

@@ -76,22 +76,12 @@ TEST_F(SignTranscript, ContainersKeyThatCanNotSignIsReplacedByTheLastOneOfTheTok
     csp.signHash(finishedHash());
 }
 
-TEST_F(SignTranscript, FailuresOfTheTokenAndLengthsThatCanNotBe)
+TEST_F(SignTranscript, RoomThatCanNotBe)
 {
     errorsAlone();
     for (const Place& place : {nowhere(), Place{1, 0x80000000}}) csp.signHash(hash, place);
-    const HCRYPTHASH open = newHash(CALG_SHA_512);
-    token.willAnswer(Call::finalHash, 3);
-    token.digest.reportedLength = 129;
-    for (int i = 0; i < 2; ++i) csp.signHash(open);
-    token.digest = {};
     recorder.note("a size query may state any room");
-    csp.signHash(open, query(0x80000000));
-    token.willAnswer(Call::signHash, 17);
-    for (const int reported : {0, -1, 257}) {
-        token.signature = {.bytes = Bytes(), .reportedLength = reported};
-        csp.signHash(open);
-    }
+    csp.signHash(newHash(CALG_SHA_512), query(0x80000000));
 }
 
 TEST_F(SignTranscript, LastErrorAndStatedRoomAreTheCallersWhateverIsWrittenThereMeanwhile)

@@ -110,19 +110,12 @@ TEST_F(KspCryptTranscript, ExpiredSignOnIsRenewedOnce)
     sign(key, 128, NCRYPT_SILENT_FLAG);
 }
 
-TEST_F(KspCryptTranscript, RefusalsOfUserAndTokenAtLevelTwo)
+TEST_F(KspCryptTranscript, RefusalsOfTheUserAtLevelTwo)
 {
     const auto key = withKey(algorithmRsa1024), symmetric = clearKey(counting(16));
     errorsAlone();
     for (int i = 0; i < 4; ++i) user.cancels();
     useEach(key, symmetric);
-    cachePin();
-    recorder.note("what comes with a failure is not given out");
-    for (const auto call : {Call::encrypt, Call::decrypt, Call::decryptSymetric, Call::signHash}) token.willAnswer(call, 50);
-    token.plain.evenIfRefused = true;
-    useEach(key, symmetric);
-    token.willAnswer(Call::verifySignatureHash, 49);
-    ksp("KSPVerifySignature", {key, Bytes{1}, Bytes{2}});
 }
 
 TEST_F(KspCryptTranscript, BothInterfacesShareTheTokenThePINAndTheVector)

@@ -43,7 +43,6 @@ TEST_F(KspKeyPropertiesTranscript, CertificateIsTheFirstOfTheLabelOrTheReference
     auto& referred = token.withCertificate(Bytes{3});
     setReference(referred, keyReferenceOf(pair));
     const auto key = opened(pair);
-    token.willAnswer(Call::initDevice, 21);
     getCertificate(key);
     errorsAlone();
     setText(labelled.label, "of another");
@@ -68,8 +67,6 @@ TEST_F(KspKeyPropertiesTranscript, CertificateGoesToTheTokenWithAllThatTellsItsK
     cachePin();
     set(key, L"SmartCardKeyCertificate", {counting(3072)});
     errorsAlone();
-    token.willAnswer(Call::importCertificate, 8);
-    set(key, L"SmartCardKeyCertificate", {Bytes{0x30}});
     tokenState().pinCache.clear();
     user.cancels();
     set(key, L"SmartCardKeyCertificate", {Bytes{0x30}});

@@ -3,9 +3,7 @@
 #include "ksp/provider.h"
 #include "token/handles.h"
 
-#include <new>
 #include <regex>
-#include <stdexcept>
 
 namespace quelta::test {
 
@@ -120,28 +118,6 @@ TEST_F(KspRefusalsTranscript, EachSlotTellsTheSizeAndWritesOnlyWhatFits)
             ksp(slot, arguments);
         }
     }
-}
-
-TEST_F(KspRefusalsTranscript, ExceptionsOfTheLibraryBecomeStatuses)
-{
-    errorsAlone();
-    const auto key = withKey(algorithmRsa1024), unfinished = ksp("KSPCreatePersistedKey", {L"RSA", nullptr});
-    cachePin();
-    const auto sign = [&] { ksp("KSPSignHash", {key, Bytes{1}, room(128)}); };
-    token.during(Call::signHash, [] { throw 5; });
-    sign();
-    token.during(Call::signHash, [] { throw std::bad_alloc(); });
-    sign();
-    const auto losing = [this](Call call, const std::function<void()>& slot) {
-        token.during(call, [] { throw std::runtime_error("lost"); });
-        slot();
-    };
-    losing(Call::getConnectedDeviceList, [&] { ksp.openProvider(); });
-    void* state = nullptr;
-    losing(Call::getKeyPairList, [&] { ksp.enumKeys(state); });
-    recorder.note(state ? "an enumeration has begun" : "no enumeration has begun");
-    losing(Call::generateKeyPair, [&] { ksp("KSPFinalizeKey", {unfinished}); });
-    ksp("KSPGetKeyProperty", {unfinished, L"Length", room(4)});
 }
 
 } // namespace quelta::test

@@ -1,5 +1,4 @@
 #include "support/fake_device_library.h"
-#include "support/freed_memory.h"
 
 #include "base/hex.h"
 #include "log/utils.h"
@@ -14,6 +13,14 @@ namespace quelta {
 namespace test {
 
 namespace {
+
+#define QUELTA_SPELL_OUT(...) #__VA_ARGS__
+#define QUELTA_SPELL(...) QUELTA_SPELL_OUT(__VA_ARGS__)
+const std::vector<std::string>& callNames()
+{
+    static const auto names = Utils::split(QUELTA_SPELL(QUELTA_DEVICE_CALLS), ", ");
+    return names;
+}
 
 std::string asText(const char* text)
 {
@@ -47,13 +54,10 @@ std::string asText(ByteView bytes)
 template <class... Arguments>
 std::string callText(Call call, const void* context, const Arguments&... arguments)
 {
-#define QUELTA_SPELL_OUT(...) #__VA_ARGS__
-#define QUELTA_SPELL(...) QUELTA_SPELL_OUT(__VA_ARGS__)
-    static const auto names = Utils::split(QUELTA_SPELL(QUELTA_DEVICE_CALLS), ", ");
     std::string all;
     ((all += (all.empty() ? "" : ", ") + asText(arguments)), ...);
     if (context) all += ", with a context";
-    return names.at(static_cast<std::size_t>(call)) + "(" + all + ")";
+    return callNames().at(static_cast<std::size_t>(call)) + "(" + all + ")";
 }
 
 std::string listText(const auto& records, auto textOf)
@@ -92,6 +96,11 @@ std::string shortId(const auto& record)
 constexpr std::string_view plainText = "plain text";
 
 } // namespace
+
+Call callNamed(const std::string& name)
+{
+    return static_cast<Call>(std::ranges::find(callNames(), name) - callNames().begin());
+}
 
 // Each names itself and what it was handed, runs its hook, and answers what the test says; if that is a success, it gives.
 class FakeDeviceCalls final : public DeviceLibrary {
@@ -237,6 +246,7 @@ public:
     {
         return answer(begin(Call::initHash, context, device, algorithm), [&] {
             const int number = ++*token_.locked(token_.hashes_);
+            ++token_.openHashes;
             *hash = reinterpret_cast<void*>(static_cast<std::uintptr_t>(number));
             return "hash " + std::to_string(number);
         });
@@ -249,7 +259,9 @@ public:
     {
         const Call call = begin(Call::finalHash, context, reinterpret_cast<std::uintptr_t>(hash), roomText(length));
         const Bytes otherwise = counting(std::min<std::size_t>(roomOf(length), 32), 0xD0);
-        return answerInto(call, token_.digest, otherwise, out, length, roomOf(length));
+        const int result = answerInto(call, token_.digest, otherwise, out, length, roomOf(length));
+        if (result == 0) --token_.openHashes;
+        return result;
     }
     int generateRamdomNumber(const char* device, int length, unsigned char* out, bool flag, void* context) override
     {
@@ -305,9 +317,9 @@ private:
             std::string text = givenText(given, bytes, length);
             if (given.nullBuffer) return "no buffer, length " + std::to_string(*length);
             constexpr std::size_t spare = 4096;
-            *out = static_cast<unsigned char*>(std::calloc(bytes.size() + spare + sizeof deviceBufferMark, 1));
+            *out = static_cast<unsigned char*>(std::calloc(bytes.size() + spare, 1));
+            if (!*out) throw std::bad_alloc();
             std::ranges::copy(bytes, *out);
-            std::ranges::copy(deviceBufferMark, *out + bytes.size() + spare);
             return text;
         };
         return answer(call, give, given.evenIfRefused);

@@ -21,6 +21,7 @@ namespace quelta::test {
         getCertificateDetails, generateKeyPair, deleteKeyPair, importCertificate, importAesKey, signHash, verifySignatureHash,   \
         decrypt, encrypt, decryptAes, decryptSymetric, initHash, updateHash, finalHash, generateRamdomNumber, monitorPoll
 enum class Call { QUELTA_DEVICE_CALLS };
+Call callNamed(const std::string& name);
 
 // What a call gives out. The bytes never go past a capacity that the call states; the reported length may lie.
 struct Given {
@@ -54,6 +55,8 @@ struct FakeToken {
     std::function<void(QueltaSymmetricKey&)> onImportAesKey;
     // How often the token has made, stored or deleted something.
     int changes = 0;
+    // Begun, less finished.
+    int openHashes = 0;
 
     // Told of every call that is not the device monitor's, worded as below, and of what it answered.
     std::function<void(const std::string& call, const std::string& answer)> onCall;
@@ -80,6 +83,7 @@ public:
     static FakeDeviceLibrary& instance();
 
     void reset();
+    void become(const FakeToken& other) { *locked<FakeToken>(*this) = other; }
 
     QueltaKeyPair& withKeyPair(std::uint32_t usage, std::uint32_t algorithm);
     QueltaCertificate& withCertificate(ByteView der);

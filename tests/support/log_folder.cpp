@@ -3,6 +3,7 @@
 #include "support/child_process.h"
 
 #include <array>
+#include <fstream>
 #include <sstream>
 
 namespace quelta::test {
@@ -59,9 +60,10 @@ std::filesystem::path LogFolder::file() const
 std::string LogFolder::takeText()
 {
     std::ifstream stream(file(), std::ios::binary);
-    const std::string all{std::istreambuf_iterator<char>(stream), {}};
-    const std::string text = all.substr(std::min(seen_, all.size()));
-    seen_ = all.size();
+    const auto end = std::max<std::streamoff>(stream.seekg(0, std::ios::end).tellg(), 0);
+    std::string text(static_cast<std::size_t>(std::max<std::streamoff>(end - seen_, 0)), '\0');
+    stream.seekg(std::exchange(seen_, end));
+    stream.read(text.data(), static_cast<std::streamsize>(text.size()));
     return text;
 }
 

@@ -42,7 +42,7 @@ public:
 
 private:
     const std::filesystem::path oldTmp_ = std::filesystem::temp_directory_path();
-    std::size_t seen_ = 0;
+    std::streamoff seen_ = 0;
 };
 
 } // namespace quelta::test

@@ -119,6 +119,17 @@ std::string flagsText(DWORD flags)
     return flags == 0 ? "" : ", flags " + std::to_string(flags);
 }
 
+std::string answersText(const Answers& answers)
+{
+    std::string text;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        const bool last = i + 1 == answers.size();
+        const bool same = !last && answers[i].second == answers[i + 1].second;
+        text += answers[i].first + (same ? ", " : " -> " + answers[i].second + (last ? "" : "; "));
+    }
+    return text;
+}
+
 Names::Names(std::string_view names, std::initializer_list<DWORD> values)
 {
     auto value = values.begin();

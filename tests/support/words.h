@@ -21,6 +21,10 @@ std::string quoted(const wchar_t* text);
 // Nothing for none, else ", flags 5".
 std::string flagsText(DWORD flags);
 
+// How answers depend on something, as sizes: "room 1, room 3 -> FALSE; room 4 -> TRUE".
+using Answers = std::vector<std::pair<std::string, std::string>>;
+std::string answersText(const Answers& answers);
+
 // Gives a value its published name; one without is written as the number that it is.
 class Names {
 public:

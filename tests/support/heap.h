@@ -1,0 +1,58 @@
+#pragma once
+
+#include "base/bytes.h"
+
+#include <windows.h>
+
+namespace quelta::test {
+
+class FreedMemory;
+
+// What this executable's code does with the C runtime's heap on the test's thread, be it through new or malloc.
+struct Heap {
+    static constexpr int all = -1;
+
+    // Blocks that were made, less those that were freed.
+    long long live = 0;
+    std::size_t largest = 0;
+    // How many more are made; the one after that is refused, and then they are made again.
+    int left = all;
+    bool refused = false;
+    FreedMemory* watch = nullptr;
+};
+// Counts from its first call on, which is the test's.
+Heap& heap();
+
+// While it lives, the heap makes `allowed` blocks and refuses one.
+class RefusedAllocation {
+public:
+    explicit RefusedAllocation(int allowed)
+    {
+        heap().refused = false;
+        heap().left = allowed;
+    }
+    ~RefusedAllocation() { heap().left = Heap::all; }
+    RefusedAllocation(const RefusedAllocation&) = delete;
+    RefusedAllocation& operator=(const RefusedAllocation&) = delete;
+};
+
+// While it lives, every block that is freed is looked at first.
+class FreedMemory {
+public:
+    explicit FreedMemory(ByteView secret) : secret_(secret) { heap().watch = this; }
+    ~FreedMemory() { heap().watch = nullptr; }
+    FreedMemory(const FreedMemory&) = delete;
+    FreedMemory& operator=(const FreedMemory&) = delete;
+
+    int blocks = 0;
+    // Those that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or anywhere.
+    int withSecretFirst = 0;
+    int withSecret = 0;
+
+    void look(ByteView block);
+
+private:
+    ByteView secret_;
+};
+
+} // namespace quelta::test
