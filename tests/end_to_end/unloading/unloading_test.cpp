@@ -3,6 +3,7 @@
 #include "support/child_process.h"
 #include "support/log_folder.h"
 #include "support/machine_registry.h"
+#include "support/test_bytes.h"
 
 #include <gmock/gmock.h>
 
@@ -30,7 +31,8 @@ protected:
     {
         _putenv_s("QUELTA_TOKEN_DIR", (log.path() / "token").string().c_str());
         const auto tool = ownExecutable().parent_path().parent_path() / "softtoken" / "quelta-token.exe";
-        EXPECT_EQ(runProcess("\"" + tool.string() + "\" init --pin 1234"), 0U);
+        for (const char* command : {"init --pin 1234", "keygen --type aes128", "keygen", "sso on"})
+            EXPECT_EQ(runProcess("\"" + tool.string() + "\" " + command), 0U) << command;
         registerBuiltModule();
     }
 
@@ -45,7 +47,12 @@ TEST_F(UnloadingProcess, DISABLED_TwentyRounds)
     for (int round = 1; round <= rounds; ++round) {
         {
             const KeyStorage storage;
-            ASSERT_TRUE(CryptoApi().get());
+            const CryptoApi csp;
+            ASSERT_TRUE(csp.get());
+            // Not for the token's keys.
+            const Bytes simple = keyBlob(SIMPLEBLOB, CALG_AES_128, concat({littleEndian({CALG_RSA_KEYX}), Bytes(256, 1)}));
+            EXPECT_FALSE(csp.import(simple, csp.userKey(AT_KEYEXCHANGE).get()));
+            EXPECT_EQ(storage.import(L"OpaqueKeyBlob", Bytes(24)).status(), NTE_BAD_KEY);
             // With and without the monitor in its sleep when the end comes.
             if (round % 2 == 0) Sleep(100);
         }
