@@ -206,14 +206,14 @@ Bytes rsaEncrypt(const RsaPublic& key, RsaPadding padding, ByteView data)
     return cipher;
 }
 
-Bytes rsaDecrypt(const RsaPrivate& key, ByteView cipher)
+std::optional<Bytes> rsaDecrypt(const RsaPrivate& key, ByteView cipher)
 {
     if (cipher.size() != key.shown.modulus.size()) throw TokenError(Result::badArgument, "the data is not as long as the key");
+    if (compare(numberFrom(cipher), numberFrom(key.shown.modulus)) >= 0) return std::nullopt;
     const Bytes block = privateOperation(key, cipher);
     for (const KnownDigest* algorithm : {&sha1, &sha256})
-        if (auto plain = oaepUnpadded(*algorithm, block)) return *plain;
-    if (auto plain = pkcs1Unpadded(block)) return *plain;
-    throw TokenError(Result::badData, "the data was not encrypted for this key");
+        if (auto plain = oaepUnpadded(*algorithm, block)) return plain;
+    return pkcs1Unpadded(block);
 }
 
 } // namespace quelta::softtoken

@@ -4,6 +4,8 @@
 
 #include "crypto/asymmetric_key.h"
 
+#include <optional>
+
 namespace quelta::softtoken {
 
 RsaPrivate generateRsaKey(std::size_t bits);
@@ -17,7 +19,8 @@ bool rsaVerify(const RsaPublic& key, ByteView digest, ByteView signature);
 
 enum class RsaPadding { pkcs1, oaepSha1 };
 Bytes rsaEncrypt(const RsaPublic& key, RsaPadding padding, ByteView data);
-// Finds out itself which padding was used: OAEP with SHA-1 or SHA-256 and no label, else PKCS#1 v1.5.
-Bytes rsaDecrypt(const RsaPrivate& key, ByteView cipher);
+// Finds out itself which padding was used: OAEP with SHA-1 or SHA-256 and no label, else PKCS#1 v1.5. Nothing if the data was not
+// encrypted for this key: callers try both byte orders.
+std::optional<Bytes> rsaDecrypt(const RsaPrivate& key, ByteView cipher);
 
 } // namespace quelta::softtoken

@@ -75,7 +75,7 @@ Bytes paddedDecrypt(Cipher cipher, ByteView key, ByteView iv, ByteView data)
     return plain;
 }
 
-Bytes aesUnwrap(ByteView keyEncryptionKey, ByteView wrapped)
+std::optional<Bytes> aesUnwrap(ByteView keyEncryptionKey, ByteView wrapped)
 {
     if (wrapped.size() < 3 * wrapBlock || wrapped.size() % wrapBlock != 0)
         throw TokenError(Result::badArgument, "wrapped keys have whole blocks of 8 bytes, at least three");
@@ -95,9 +95,7 @@ Bytes aesUnwrap(ByteView keyEncryptionKey, ByteView wrapped)
         std::copy(output.begin(), middle, check.begin());
         std::copy(middle, output.end(), part);
     }
-    if (!equalInConstantTime(check, wrapInitialValue))
-        throw TokenError(Result::badData, "the key was not wrapped under this one");
-    return plain;
+    return equalInConstantTime(check, wrapInitialValue) ? std::optional(plain) : std::nullopt;
 }
 
 } // namespace quelta::softtoken

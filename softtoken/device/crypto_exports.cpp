@@ -19,15 +19,17 @@ struct FreeBlock {
     void operator()(unsigned char* block) const { std::free(block); }
 };
 
-// The caller releases the block with the C runtime's free.
-void giveBlock(ByteView bytes, unsigned char** block, int* length)
+// The caller releases the block with the C runtime's free. There is none where nothing came out.
+Result giveBlock(const std::optional<Bytes>& bytes, unsigned char** block, int* length)
 {
+    if (!bytes) return Result::badData;
     std::unique_ptr<unsigned char, FreeBlock> made(
-        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(bytes.size(), 1))));
+        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(bytes->size(), 1))));
     if (!made) throw std::bad_alloc();
-    std::ranges::copy(bytes, made.get());
-    *length = static_cast<int>(bytes.size());
+    std::ranges::copy(*bytes, made.get());
+    *length = static_cast<int>(bytes->size());
     *block = made.release();
+    return Result::ok;
 }
 
 // Capacity in, length out; nothing is written if the room is too small.
@@ -117,8 +119,7 @@ int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char*
         const PrivateKey key = decodePrivateKey(pair->privateKey);
         const RsaPrivate* rsa = std::get_if<RsaPrivate>(&key);
         if (rsa == nullptr) return static_cast<int>(Result::usageRefused);
-        giveBlock(rsaDecrypt(*rsa, viewOf(cipher, cipherLength)), plain, plainLength);
-        return 0;
+        return static_cast<int>(giveBlock(rsaDecrypt(*rsa, viewOf(cipher, cipherLength)), plain, plainLength));
     });
 }
 
@@ -146,8 +147,7 @@ int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, 
     return withToken(deviceId, [&](const TokenState& state) {
         if (plain == nullptr || plainLength == nullptr || !viewOf(iv, ivLength).empty()) return Result::badArgument;
         const StoredAesKey& key = wrappingKey(state, viewOf(keyReference, keyReferenceLength));
-        giveBlock(aesUnwrap(key.value, viewOf(data, length)), plain, plainLength);
-        return Result::ok;
+        return giveBlock(aesUnwrap(key.value, viewOf(data, length)), plain, plainLength);
     });
 }
 

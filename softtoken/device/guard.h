@@ -1,6 +1,6 @@
 // What every exported function has in common: the token that is plugged in, the PIN, and no exception across the boundary. What
-// an application meets every day (no token, a wrong PIN, too little room) is answered without an exception: the first one in a
-// thread costs the statically linked runtime handles that no unloading of the library gives back.
+// an application meets every day (no token, a wrong PIN, too little room, data for another key) is answered without an exception:
+// the first one in a thread costs the statically linked runtime handles that no unloading of the library gives back.
 #pragma once
 
 #include "base/token_error.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include <windows.h>
+#include "soak/dialogs.h"
 
 #include <atomic>
 #include <deque>
@@ -13,36 +13,8 @@
 
 namespace quelta::test {
 
-// The PIN dialog as a user meets it.
-class PinDialog {
-public:
-    explicit PinDialog(HWND window) : window_(window) {}
-
-    HWND window() const { return window_; }
-    HWND edit() const;
-    HWND loginButton() const { return GetDlgItem(window_, IDOK); }
-    HWND cancelButton() const { return GetDlgItem(window_, IDCANCEL); }
-    bool loginAllowed() const { return IsWindowEnabled(loginButton()) != FALSE; }
-
-    // Character by character, at the end of what is there.
-    void type(const std::string& text) const;
-    void erase(std::size_t characters) const { type(std::string(characters, '\b')); }
-    void pressLogin() const { press(loginButton()); }
-    void pressCancel() const { press(cancelButton()); }
-    void close() const;
-    void pressEnter() const;
-    // Has nothing left to draw.
-    void waitUntilDrawn() const;
-
-private:
-    // Nothing happens if it is disabled.
-    static void press(HWND button);
-
-    HWND window_;
-};
-
-// Those that are on the screen now, of this process.
-std::vector<PinDialog> visiblePinDialogs();
+using bench::PinDialog;
+using bench::visiblePinDialogs;
 
 // Sits before the screen while a test runs: meets the windows of this process in the order that it was told, and with what it was
 // told. A window that it was not told of, a message with another text and a window that never came are failures of the test.

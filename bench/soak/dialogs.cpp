@@ -1,0 +1,101 @@
+#include "soak/dialogs.h"
+
+#include "resources/resource_ids.h"
+
+#include <array>
+
+namespace quelta::bench {
+
+namespace {
+
+constexpr int messageTextId = 0xFFFF;
+constexpr UINT patience = 5000;
+
+void send(HWND window, UINT message, WPARAM wParam = 0, LPARAM lParam = 0)
+{
+    DWORD_PTR result = 0;
+    SendMessageTimeoutA(window, message, wParam, lParam, SMTO_NORMAL, patience, &result);
+}
+
+bool comesTrue(auto condition)
+{
+    for (int tries = 0; tries < 1000; ++tries, Sleep(5)) {
+        if (condition()) return true;
+    }
+    return false;
+}
+
+} // namespace
+
+std::vector<HWND> visibleDialogs()
+{
+    std::vector<HWND> found;
+    for (HWND window = nullptr; (window = FindWindowExA(nullptr, window, "#32770", nullptr));) {
+        DWORD process = 0;
+        GetWindowThreadProcessId(window, &process);
+        if (process == GetCurrentProcessId() && IsWindowVisible(window)) found.push_back(window);
+    }
+    return found;
+}
+
+std::string textOf(HWND window)
+{
+    std::array<char, 512> text{};
+    send(window, WM_GETTEXT, text.size(), reinterpret_cast<LPARAM>(text.data()));
+    return text.data();
+}
+
+std::string messageOf(HWND window)
+{
+    return textOf(GetDlgItem(window, messageTextId));
+}
+
+bool goesAway(HWND window)
+{
+    return comesTrue([window] { return !IsWindow(window) || !IsWindowVisible(window); });
+}
+
+HWND PinDialog::edit() const
+{
+    return GetDlgItem(window_, IDC_USER_PIN);
+}
+
+void PinDialog::type(const std::string& text) const
+{
+    for (const char character : text) send(edit(), WM_CHAR, static_cast<unsigned char>(character));
+}
+
+void PinDialog::press(HWND button)
+{
+    if (IsWindowEnabled(button)) send(button, BM_CLICK);
+}
+
+void PinDialog::close() const
+{
+    send(window_, WM_SYSCOMMAND, SC_CLOSE);
+}
+
+// Through the dialog's own message loop, which makes of a key what it makes of it.
+void PinDialog::pressEnter() const
+{
+    PostMessageA(edit(), WM_KEYDOWN, VK_RETURN, 1);
+    PostMessageA(edit(), WM_KEYUP, VK_RETURN, 1);
+}
+
+void PinDialog::waitUntilDrawn() const
+{
+    comesTrue([this] { return !GetUpdateRect(edit(), nullptr, FALSE) && !GetUpdateRect(window_, nullptr, FALSE); });
+    // Answered between two messages only, so after the last drawing.
+    send(window_, WM_NULL);
+}
+
+std::vector<PinDialog> visiblePinDialogs()
+{
+    std::vector<PinDialog> dialogs;
+    for (const HWND window : visibleDialogs()) {
+        if (textOf(window) == pinCaption) dialogs.emplace_back(window);
+    }
+    return dialogs;
+}
+
+} // namespace quelta::bench
