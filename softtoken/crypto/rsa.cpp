@@ -1,5 +1,6 @@
 #include "crypto/rsa.h"
 
+#include "base/wipe.h"
 #include "crypto/bcrypt_objects.h"
 #include "crypto/big_number.h"
 #include "crypto/rsa_padding.h"
@@ -209,10 +210,10 @@ Bytes rsaEncrypt(const RsaPublic& key, RsaPadding padding, ByteView data)
 Bytes rsaDecrypt(const RsaPrivate& key, ByteView cipher)
 {
     if (cipher.size() != key.shown.modulus.size()) throw TokenError(Result::badArgument, "the data is not as long as the key");
-    const Bytes block = privateOperation(key, cipher);
+    const Wiped<Bytes> block(privateOperation(key, cipher));
     for (const KnownDigest* algorithm : {&sha1, &sha256})
-        if (auto plain = oaepUnpadded(*algorithm, block)) return *plain;
-    if (auto plain = pkcs1Unpadded(block)) return *plain;
+        if (auto plain = oaepUnpadded(*algorithm, *block)) return *std::move(plain);
+    if (auto plain = pkcs1Unpadded(*block)) return *std::move(plain);
     throw TokenError(Result::badData, "the data was not encrypted for this key");
 }
 

@@ -1,3 +1,4 @@
+#include "base/wipe.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "crypto/rsa.h"
@@ -117,7 +118,8 @@ int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char*
         const PrivateKey key = decodePrivateKey(pair->privateKey);
         const RsaPrivate* rsa = std::get_if<RsaPrivate>(&key);
         if (rsa == nullptr) return static_cast<int>(Result::usageRefused);
-        giveBlock(rsaDecrypt(*rsa, viewOf(cipher, cipherLength)), plain, plainLength);
+        const Wiped<Bytes> clear(rsaDecrypt(*rsa, viewOf(cipher, cipherLength)));
+        giveBlock(*clear, plain, plainLength);
         return 0;
     });
 }
