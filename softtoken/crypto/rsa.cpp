@@ -1,5 +1,6 @@
 #include "crypto/rsa.h"
 
+#include "base/wipe.h"
 #include "crypto/bcrypt_objects.h"
 #include "crypto/big_number.h"
 #include "crypto/rsa_padding.h"
@@ -210,10 +211,10 @@ std::optional<Bytes> rsaDecrypt(const RsaPrivate& key, ByteView cipher)
 {
     if (cipher.size() != key.shown.modulus.size()) throw TokenError(Result::badArgument, "the data is not as long as the key");
     if (compare(numberFrom(cipher), numberFrom(key.shown.modulus)) >= 0) return std::nullopt;
-    const Bytes block = privateOperation(key, cipher);
+    const Wiped<Bytes> block(privateOperation(key, cipher));
     for (const KnownDigest* algorithm : {&sha1, &sha256})
-        if (auto plain = oaepUnpadded(*algorithm, block)) return plain;
-    return pkcs1Unpadded(block);
+        if (auto plain = oaepUnpadded(*algorithm, *block)) return plain;
+    return pkcs1Unpadded(*block);
 }
 
 } // namespace quelta::softtoken

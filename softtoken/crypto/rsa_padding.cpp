@@ -1,6 +1,7 @@
 #include "crypto/rsa_padding.h"
 
 #include "base/der_reader.h"
+#include "base/wipe.h"
 
 #include <algorithm>
 
@@ -12,9 +13,12 @@ Bytes mask(const KnownDigest& algorithm, ByteView seed, std::size_t size)
 {
     Bytes bytes;
     for (unsigned char counter = 0; bytes.size() < size; ++counter) {
-        Bytes input = toBytes(seed);
-        append(input, Bytes{0, 0, 0, counter});
-        append(bytes, digest(algorithm, input));
+        // Of what is no OAEP, the seed holds the text itself.
+        Wiped<Bytes> input;
+        input->reserve(seed.size() + 4);
+        append(*input, seed);
+        append(*input, Bytes{0, 0, 0, counter});
+        append(bytes, digest(algorithm, *input));
     }
     bytes.resize(size);
     return bytes;
@@ -79,9 +83,9 @@ std::optional<Bytes> oaepUnpadded(const KnownDigest& algorithm, ByteView block)
     const ByteView maskedSeed = block.subspan(1, hashSize);
     const ByteView maskedContent = block.subspan(1 + hashSize);
     const Bytes seed = exclusiveOr(maskedSeed, mask(algorithm, maskedContent, hashSize));
-    const Bytes content = exclusiveOr(maskedContent, mask(algorithm, seed, maskedContent.size()));
+    const Wiped<Bytes> content(exclusiveOr(maskedContent, mask(algorithm, seed, maskedContent.size())));
 
-    const ByteView all = content;
+    const ByteView all = *content;
     if (!equalInConstantTime(all.first(hashSize), digest(algorithm, {}))) return std::nullopt;
     const auto rest = all.subspan(hashSize);
     const auto mark = std::ranges::find_if(rest, [](unsigned char byte) { return byte != 0x00; });

@@ -1,3 +1,4 @@
+#include "base/wipe.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "crypto/rsa.h"
@@ -20,14 +21,15 @@ struct FreeBlock {
 };
 
 // The caller releases the block with the C runtime's free. There is none where nothing came out.
-Result giveBlock(const std::optional<Bytes>& bytes, unsigned char** block, int* length)
+Result giveBlock(std::optional<Bytes> bytes, unsigned char** block, int* length)
 {
     if (!bytes) return Result::badData;
+    const Wiped<Bytes> clear(*std::move(bytes));
     std::unique_ptr<unsigned char, FreeBlock> made(
-        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(bytes->size(), 1))));
+        static_cast<unsigned char*>(std::malloc(std::max<std::size_t>(clear->size(), 1))));
     if (!made) throw std::bad_alloc();
-    std::ranges::copy(*bytes, made.get());
-    *length = static_cast<int>(bytes->size());
+    std::ranges::copy(*clear, made.get());
+    *length = static_cast<int>(clear->size());
     *block = made.release();
     return Result::ok;
 }

@@ -63,7 +63,7 @@ EndToEndTest::EndToEndTest()
     user.watch();
 }
 
-void EndToEndTest::drive(const std::string& command)
+void drive(const std::string& command)
 {
     const fs::path tool = buildFolder() / "softtoken" / "quelta-token.exe";
     EXPECT_EQ(runProcess("\"" + tool.string() + "\" " + command), 0U) << command;

@@ -18,14 +18,14 @@ public:
     ::testing::AssertionResult shell(const std::string& commands) const;
 };
 
+// Runs quelta-token on it.
+void drive(const std::string& command);
+
 // The built module over such a token. The provider is registered for CryptoAPI in this process's own registry. A window that the
 // test does not announce is a failure.
 class EndToEndTest : public ::testing::Test {
 protected:
     EndToEndTest();
-
-    // Runs quelta-token on the test's token.
-    static void drive(const std::string& command);
 
     const TokenFolder folder;
     LogFolder log;
