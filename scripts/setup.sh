@@ -9,7 +9,7 @@
 #   start_display            an X server of our own, so that windows appear on nobody's screen
 #   prepare_prefix           the Wine prefix, made at the first run, with its wineserver running
 #   choose_prefix            the prefix as it stands, for a command by hand
-#   build_preset NAME        configures if needed, builds
+#   build_preset NAME [TARGET...]    configures if needed, builds
 #   use_build NAME           the build whose programs run from here on, above its software token
 #   program NAME             the path of one of its programs
 #   register_provider DIR    registers DIR/QueltaCSP.dll for CryptoAPI in the prefix
@@ -201,7 +201,7 @@ build_preset() {
         quietly "configure-$preset.log" cmake --fresh --preset "$preset" -S "$root" ||
             die "CMake could not configure $preset: see build/logs/configure-$preset.log"
     fi
-    quietly "build-$preset.log" ninja -C "$folder" || die "$preset does not build: see build/logs/build-$preset.log"
+    quietly "build-$preset.log" ninja -C "$folder" "${@:2}" || die "$preset does not build: see build/logs/build-$preset.log"
 }
 
 # CMake itself looks after its own files; presets it reads only when asked to, and a checkout may have moved.
