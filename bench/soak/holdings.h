@@ -6,8 +6,9 @@
 
 namespace quelta::bench {
 
-// Threads, handles, TLS slots (below zero: those that are still free), kilobytes in use on heaps.
+// Of TLS slots, those that are still free, below zero.
 using Holdings = std::array<std::ptrdiff_t, 4>;
+inline constexpr const char* holdingNames[] = {"threads", "handles", "TLS slots", "kilobytes on heaps"};
 
 // Of this process.
 Holdings holdings();

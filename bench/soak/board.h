@@ -1,0 +1,88 @@
+// What the driver and the working processes share: the weather, and what became of the calls. In shared memory, so that the
+// driver still reads it when a process hangs or dies.
+#pragma once
+
+#include "base/windows_objects.h"
+#include "soak/calls.h"
+#include "soak/holdings.h"
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace quelta::soak {
+
+constexpr std::size_t workingProcesses = 3;
+constexpr std::size_t threadsEach = 4;
+// A process has two more.
+constexpr std::size_t mainThread = threadsEach;
+constexpr std::size_t userThread = threadsEach + 1;
+
+struct Outcomes {
+    std::uint64_t done;
+    std::uint64_t refused[mostRefusals];
+};
+
+// Something wrong, in words, and how often.
+struct Finding {
+    char text[240];
+    std::uint64_t times;
+};
+
+// Written by one thread. What is not atomic is read when that has ended.
+struct ThreadBoard {
+    std::atomic<bool> working;
+    std::atomic<int> call;
+    // Grows as long as there is progress.
+    std::atomic<std::uint64_t> count;
+    Outcomes outcomes[std::size(calls)];
+    Finding findings[16];
+    std::uint64_t signatures, decryptions, dialogs, unloadings;
+    // The driver's: when it saw progress, and which.
+    std::uint64_t seenAt, seenCount;
+};
+
+struct ProcessBoard {
+    ThreadBoard threads[threadsEach + 2];
+    // At the end of each half, with the module unloaded.
+    bench::Holdings holdings[2];
+    std::atomic<int> halvesDone;
+};
+
+enum class Stage { starting, firstHalf, firstPause, secondHalf, secondPause, lastPins, over };
+
+struct Board {
+    std::uint32_t seed;
+    std::atomic<Stage> stage;
+    // Of each change of the weather, so that it tells whether it has changed since.
+    std::atomic<std::uint32_t> weatherNumber;
+    std::atomic<std::size_t> weatherRow;
+    // PINs that were wrong on purpose: counted before they are entered, and again when the token has answered.
+    std::atomic<std::uint32_t> wrongBegun, wrongDone;
+    ProcessBoard processes[workingProcesses];
+    ThreadBoard driver;
+};
+
+class SharedBoard {
+public:
+    // The driver makes it, the others open it.
+    SharedBoard(const std::wstring& name, bool make)
+        : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Board), name.c_str())),
+          board_(static_cast<Board*>(MapViewOfFile(mapping_.get(), FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Board))))
+    {
+        if (!board_) throw std::runtime_error("no shared memory: Windows error " + std::to_string(GetLastError()));
+        if (make) std::construct_at(board_.get());
+    }
+    Board& operator*() const { return *board_; }
+    Board* operator->() const { return board_.get(); }
+
+private:
+    static void unmap(const Board* board) { UnmapViewOfFile(board); }
+
+    File mapping_;
+    WindowsObject<Board*, unmap> board_;
+};
+
+} // namespace quelta::soak

@@ -1,0 +1,16 @@
+// What a thread does: a session of some jobs through one of the interfaces, from opening to release.
+#pragma once
+
+#include "soak/known.h"
+#include "soak/thread.h"
+
+namespace quelta::soak {
+
+void useCryptoApi(Thread& thread, const Known& known);
+void useKeyStorage(Thread& thread, const Known& known);
+
+// Wrong PINs and none other: by each way that a PIN takes.
+void enterWrongPins(Thread& thread, const Known& known);
+void enterWrongPinByCryptoApi(Thread& thread, const Known& known);
+
+} // namespace quelta::soak

@@ -1,0 +1,108 @@
+#include "soak/report.h"
+
+#include "soak/thread.h"
+#include "soak/weather.h"
+
+#include <iomanip>
+#include <map>
+#include <sstream>
+
+namespace quelta::soak {
+
+using Json = nlohmann::ordered_json;
+
+namespace {
+
+std::vector<const ThreadBoard*> threadsOn(const Board& board)
+{
+    std::vector<const ThreadBoard*> all{&board.driver};
+    for (const auto& process : board.processes)
+        for (const auto& thread : process.threads) all.push_back(&thread);
+    return all;
+}
+
+template <class Value>
+std::uint64_t sum(const Board& board, Value value)
+{
+    std::uint64_t total = 0;
+    for (const ThreadBoard* thread : threadsOn(board)) total += value(*thread);
+    return total;
+}
+
+Json outcomesOf(const Board& board, std::size_t row)
+{
+    Json refused = Json::object();
+    for (std::size_t i = 0; i < mostRefusals; ++i) {
+        const auto times = sum(board, [=](const auto& thread) { return thread.outcomes[row].refused[i]; });
+        if (times > 0) refused[nameOfCode(calls[row].refusals[i])] = times;
+    }
+    return {{"done", sum(board, [=](const auto& thread) { return thread.outcomes[row].done; })}, {"refused", refused}};
+}
+
+Json findingsOn(const Board& board, const std::vector<std::string>& own)
+{
+    std::map<std::string, std::uint64_t> times;
+    for (const auto& finding : own) ++times[finding];
+    for (const ThreadBoard* thread : threadsOn(board))
+        for (const Finding& finding : thread->findings)
+            if (finding.times > 0) times[finding.text] += finding.times;
+    Json findings = Json::array();
+    for (const auto& [text, count] : times) findings.push_back({{"what", text}, {"times", count}});
+    return findings;
+}
+
+} // namespace
+
+Json summary(const Board& board, const Options& options, const std::vector<std::uint64_t>& weathers,
+             std::vector<std::string> findings)
+{
+    Json all{{"minutes", options.minutes}, {"seed", options.seed}};
+    for (std::size_t row = 0; row < std::size(calls); ++row) all["calls"][std::string(calls[row].name)] = outcomesOf(board, row);
+    all["signatures"] = sum(board, [](const auto& thread) { return thread.signatures; });
+    all["decryptions"] = sum(board, [](const auto& thread) { return thread.decryptions; });
+    all["windows"] = sum(board, [](const auto& thread) { return thread.dialogs; });
+    const auto unloadings = sum(board, [](const auto& thread) { return thread.unloadings; });
+    all["unloadings"] = unloadings;
+    for (std::size_t row = 0; row < weathers.size(); ++row)
+        if (allWeathers()[row].times > 0) all["token"][allWeathers()[row].name] = weathers[row];
+    for (const auto& process : board.processes) {
+        const auto& [first, second] = process.holdings;
+        Json& halves = all["holdings"].emplace_back();
+        for (std::size_t kind = 0; kind < first.size(); ++kind) halves[bench::holdingNames[kind]] = {first[kind], second[kind]};
+    }
+    if (unloadings == 0) findings.emplace_back("The module was never unloaded: soak for longer, or look who keeps it");
+    all["findings"] = findingsOn(board, findings);
+    all["held"] = all["findings"].empty();
+    return all;
+}
+
+std::string table(const Json& all)
+{
+    constexpr int nameWidth = 40, countWidth = 9;
+    std::ostringstream text;
+    for (const auto& [name, outcomes] : all["calls"].items()) {
+        text << std::left << std::setw(nameWidth) << name << std::right << std::setw(countWidth) << outcomes["done"].dump();
+        for (const auto& [code, times] : outcomes["refused"].items()) text << "  " << code << " " << times;
+        text << "\n";
+    }
+    text << "\nsignatures " << all["signatures"] << ", each verified by bcrypt; decrypted " << all["decryptions"] << "; windows "
+         << all["windows"] << "; module unloaded " << all["unloadings"] << " times\nthe token was";
+    for (const auto& [name, times] : all["token"].items()) text << " " << name << " " << times << ";";
+    text << "\neach process held after the first half and the second (TLS slots: those free, below zero):\n";
+    for (const auto& process : all["holdings"]) {
+        for (const auto& [kind, halves] : process.items()) text << "  " << kind << " " << halves[0] << " " << halves[1];
+        text << "\n";
+    }
+    const std::string again = "./soak.sh " + all["minutes"].dump() + " --seed " + all["seed"].dump();
+    for (const auto& finding : all["findings"])
+        text << "WRONG, " << finding["times"] << " times: " << finding["what"].get<std::string>() << "; again: " << again << "\n";
+    text << (all["held"] ? "everything held; the same again: " : "not everything held; again: ") << again << "\n";
+    return text.str();
+}
+
+unsigned long long callsOn(const Board& board)
+{
+    return sum(board, [](const auto& thread) { return thread.count.load(); });
+}
+
+} // namespace quelta::soak

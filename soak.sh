@@ -1,0 +1,63 @@
+#!/usr/bin/env bash
+# Load on the built module, through both interfaces, while the token and the log are disturbed.
+set -euo pipefail
+# shellcheck source=scripts/setup.sh
+source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
+
+usage() {
+    say "Usage: ./soak.sh [MINUTES] [--seed N] [--json]"
+    say "Several processes and threads use the release build over a software token for MINUTES (default 1), and some seconds more,"
+    say "while the token is pulled, locked, expired, and the log is disturbed. Every answer is judged, every signature verified."
+    say "Exit status: 0 everything held, 1 something is wrong (a line for each kind says what), 2 wrong usage."
+    say "--seed N    the same weather as the run that printed N;  --json    everything, for programs"
+}
+
+arguments=()
+while [[ $# -gt 0 ]]; do
+    case $1 in
+    -h | --help) usage && exit 0 ;;
+    --json) arguments+=("$1") ;;
+    --seed)
+        [[ ${2-} =~ ^[0-9]+$ ]] || { usage >&2 && exit 2; }
+        arguments+=("$1" "$2")
+        shift
+        ;;
+    *)
+        [[ $1 =~ ^[0-9]+(\.[0-9]+)?$ ]] || { usage >&2 && exit 2; }
+        arguments+=("$1")
+        ;;
+    esac
+    shift
+done
+[[ ! -t 2 ]] || arguments+=(--progress)
+
+soak=$build/soak
+
+token() {
+    quietly quelta-token.log wine "$(program quelta-token)" "$@" || die "quelta-token $1 failed: see build/logs/quelta-token.log"
+}
+
+make_token() {
+    rm -rf "$soak"
+    mkdir -p "$soak"
+    QUELTA_TOKEN_DIR=$(windows_path "$soak/token")
+    export QUELTA_TOKEN_DIR
+    token init --pin 24680
+    token keygen --type rsa2048 --usage both --label rsa
+    token keygen --type p256 --label curve
+    token cert rsa --subject "CN=Soak"
+    # First among the keys that unwrap.
+    token import --aes 000102030405060708090A0B0C0D0E0F --label wrapping
+}
+
+take_turn exclusive
+need_packages "${build_packages[@]}"
+start_display
+prepare_prefix
+build_preset mingw-release QueltaCSP QueltaDSCLibrary quelta-token quelta-soak
+use_build mingw-release
+register_provider "$bin"
+make_token
+status=0
+wine "$(program quelta-soak)" --folder "$(windows_path "$soak")" "${arguments[@]}" </dev/null 9>&- || status=$?
+exit "$status"
