@@ -2,7 +2,7 @@
 #include "base/object_ids.h"
 #include "cms_signed_data.h"
 #include "failure.h"
-#include "scratch_folder.h"
+#include "support/scratch_folder.h"
 #include "test_signatures.h"
 #include "text.h"
 #include "verify_command.h"
