@@ -3,8 +3,8 @@
 #include "end_to_end/interfaces.h"
 #include "support/dialog_user.h"
 #include "support/log_folder.h"
-#include "support/test_bytes.h"
 #include "support/scratch_folder.h"
+#include "support/test_bytes.h"
 
 namespace quelta::test {
 
