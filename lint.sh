@@ -147,7 +147,9 @@ tidy=(${fix:+--fix} --extra-arg=-std=c++2b --extra-arg=-Wno-sign-conversion
     # In a header of the cross compiler's, which another front end does not take for the system's own.
     --extra-arg=-Wno-deprecated-declarations)
 check_mistakes mingw-debug '*.cpp' "${tidy[@]}" --extra-arg-before=--target=x86_64-w64-mingw32 --extra-arg=-nostdinc++ "${cross[@]}"
-check_mistakes native-fuzz 'tests/fuzz/*.cpp' "${tidy[@]}"
+for folder in fuzz races; do
+    check_mistakes native-fuzz "tests/$folder/*.cpp" "${tidy[@]}"
+done
 [[ ${#named[@]} -gt 0 ]] || tell_share
 [[ $status -ne 0 ]] || say "clean"
 exit "$status"

@@ -8,20 +8,31 @@ namespace quelta {
 
 namespace {
 
-constexpr DWORD pollInterval = 1000;
+void pause() noexcept
+{
+    Sleep(1000);
+}
+
+bool isConnected() noexcept
+{
+    try {
+        return !deviceLibrary().getConnectedDeviceList(false, nullptr).empty();
+    } catch (...) {
+        // Not a sign that the token is gone; the next poll asks again.
+        return true;
+    }
+}
 
 } // namespace
 
 void DeviceMonitor::start()
 {
-    bool expected = false;
-    if (!running_.compare_exchange_strong(expected, true)) {
+    if (!watch_.begin()) {
         logDebug("Monitor thread already running, not starting again.");
         return;
     }
-    stopping_ = false;
     if (!submit()) {
-        running_ = false;
+        watch_.ended();
         return;
     }
     logDebug("Monitor thread started (startDeviceMonitor).");
@@ -29,7 +40,7 @@ void DeviceMonitor::start()
 
 void DeviceMonitor::stop()
 {
-    stopping_ = true;
+    watch_.askToStop();
     if (work_ && !processIsExiting()) {
         // A thread of its own would have to be joined here, under the loader's lock, which a thread needs to end: a deadlock. A
         // thread of the process's pool only has to come back from the callback. One that has not begun is cancelled.
@@ -39,7 +50,7 @@ void DeviceMonitor::stop()
     }
     // Where the process is exiting, its end closes this.
     static_cast<void>(work_.release());
-    running_ = false;
+    watch_.ended();
 }
 
 bool DeviceMonitor::submit()
@@ -56,32 +67,7 @@ bool DeviceMonitor::submit()
 
 void CALLBACK DeviceMonitor::onThread(PTP_CALLBACK_INSTANCE, void* monitor, PTP_WORK)
 {
-    static_cast<DeviceMonitor*>(monitor)->run();
-}
-
-void DeviceMonitor::run() noexcept
-{
-    logDebug("Device monitor thread started.");
-    running_ = true;
-    while (!stopping_) {
-        poll();
-        Sleep(pollInterval);
-    }
-    logDebug("Device monitor thread stopped.");
-    running_ = false;
-}
-
-void DeviceMonitor::poll() noexcept
-{
-    try {
-        if (!deviceLibrary().getConnectedDeviceList(false, nullptr).empty()) return;
-    } catch (...) {
-        // Not a sign that the token is gone; the next poll asks again.
-        return;
-    }
-    const std::lock_guard lock(clearing_);
-    state_.pinCache.clear();
-    state_.libraryInitialised = false;
+    static_cast<DeviceMonitor*>(monitor)->watch_.run(isConnected, pause);
 }
 
 } // namespace quelta

@@ -3,17 +3,14 @@
 #pragma once
 
 #include "base/windows_objects.h"
-#include "token/token_state.h"
-
-#include <atomic>
-#include <mutex>
+#include "token/device_watch.h"
 
 namespace quelta {
 
 class DeviceMonitor {
 public:
     // `state` must outlive the monitor.
-    explicit DeviceMonitor(TokenState& state) : state_(state) {}
+    explicit DeviceMonitor(TokenState& state) : watch_(state) {}
     ~DeviceMonitor() { stop(); }
     DeviceMonitor(const DeviceMonitor&) = delete;
     DeviceMonitor& operator=(const DeviceMonitor&) = delete;
@@ -28,13 +25,8 @@ public:
 private:
     static void CALLBACK onThread(PTP_CALLBACK_INSTANCE, void* monitor, PTP_WORK);
     bool submit();
-    void run() noexcept;
-    void poll() noexcept;
 
-    TokenState& state_;
-    std::atomic<bool> running_ = false;
-    std::atomic<bool> stopping_ = false;
-    std::mutex clearing_;
+    DeviceWatch watch_;
     ThreadpoolWork work_;
 };
 

@@ -7,10 +7,9 @@ namespace quelta {
 
 namespace {
 
-// The shared values are kept in std::atomic<std::shared_ptr>, which locks a bit of its own while it copies a pointer. A thread
-// that the process's end kills in there leaves it locked, with half a pointer inside: its destructor must not run then, and need
-// not, for the memory goes with the process. Nothing that can't be left locked was taken in its place, since it would matter to a
-// call during the process's end alone, and nobody may call a provider from there.
+// A thread that the process's end kills while it copies a shared value leaves its turn taken, with half a pointer inside: the
+// destructor must not run then, and need not, for the memory goes with the process. Nothing that can't be left like that was
+// taken in its place, since it would matter to a call during the process's end alone, and nobody may call a provider from there.
 struct UnlessTheProcessEnds {
     union {
         TokenState state;
@@ -37,18 +36,6 @@ struct ProcessWide {
 ProcessWide processWide;
 
 } // namespace
-
-Pin PinCache::pin() const
-{
-    const Pin pin = content_.load();
-    return pin ? pin : none_;
-}
-
-std::shared_ptr<const Bytes> SharedIv::bytes() const
-{
-    const auto bytes = bytes_.load();
-    return bytes ? bytes : none_;
-}
 
 TokenState& tokenState()
 {

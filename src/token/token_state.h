@@ -1,9 +1,9 @@
-// All that is process-wide: what callers' threads and the device monitor share. No lock is taken for it. Flags are atomic; texts
-// and bytes are immutable values swapped whole, so a reader takes one at the start of an operation and goes on with it, whatever
-// is swapped in meanwhile.
+// All that is process-wide: what callers' threads and the device monitor share. Flags are atomic; texts and bytes are immutable
+// values swapped whole, so a reader takes one at the start of an operation and goes on with it, whatever is swapped in meanwhile.
 #pragma once
 
 #include "base/bytes.h"
+#include "base/shared_value.h"
 #include "base/wipe.h"
 
 #include <atomic>
@@ -21,7 +21,11 @@ using Pin = std::shared_ptr<const PinText>;
 class PinCache {
 public:
     // The cached PIN; empty when there is none.
-    Pin pin() const;
+    Pin pin() const
+    {
+        Pin pin = content_.load();
+        return pin ? pin : none_;
+    }
     // The same in one look with validated(): null when none was.
     Pin pinIfValidated() const { return content_.load(); }
     bool validated() const { return content_.load() != nullptr; }
@@ -31,19 +35,23 @@ public:
 
 private:
     // Null: not validated, and so nothing cached. Validated with an empty text: the token's own single sign-on.
-    std::atomic<Pin> content_;
+    SharedValue<PinText> content_;
     const Pin none_ = std::make_shared<const PinText>("");
 };
 
 class SharedIv {
 public:
     // Never null.
-    std::shared_ptr<const Bytes> bytes() const;
+    std::shared_ptr<const Bytes> bytes() const
+    {
+        auto bytes = bytes_.load();
+        return bytes ? bytes : none_;
+    }
     void set(ByteView iv) { bytes_.store(std::make_shared<const Bytes>(iv.begin(), iv.end())); }
     void clear() { bytes_.store(nullptr); }
 
 private:
-    std::atomic<std::shared_ptr<const Bytes>> bytes_;
+    SharedValue<Bytes> bytes_;
     const std::shared_ptr<const Bytes> none_ = std::make_shared<const Bytes>();
 };
 

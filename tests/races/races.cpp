@@ -1,0 +1,134 @@
+// Callers' threads and the device monitor's loop do to the process-wide state what they do to it in the module. ThreadSanitizer
+// reports what is not ordered; a value of which half was seen is told here. Nothing else orders the threads: what they count is
+// counted without order.
+#include "log/log_writer.h"
+#include "token/device_watch.h"
+
+#include <array>
+#include <cstdio>
+#include <latch>
+#include <thread>
+
+namespace quelta {
+
+void logPieces(int, std::initializer_list<LogPiece>) noexcept {}
+
+namespace {
+
+constexpr int callers = 6;
+// The module is loaded, used by all of them and unloaded again; those who open it first do so at once.
+constexpr int lives = 1000;
+constexpr int rounds = 40;
+constexpr auto unordered = std::memory_order_relaxed;
+
+std::atomic<int> polls = 0;
+std::atomic<int> torn = 0;
+
+bool isConnected() noexcept
+{
+    return polls.fetch_add(1, unordered) % 3 != 0;
+}
+
+void pause() noexcept
+{
+    std::this_thread::yield();
+}
+
+// Each text is one letter, as often as its place in the alphabet says, and more than a string keeps within itself.
+PinText pinOf(int number)
+{
+    return PinText(std::string(20 + static_cast<std::size_t>(number), static_cast<char>('a' + number)));
+}
+
+void look(const auto& value, int first, std::size_t least)
+{
+    if (value.empty()) return;
+    const std::size_t size = least + static_cast<std::size_t>(value.front() - first);
+    const bool whole = value.size() == size && std::ranges::count(value, value.front()) == std::ssize(value);
+    if (!whole) torn.fetch_add(1, unordered);
+}
+
+class Process {
+public:
+    void call(int number)
+    {
+        for (int round = 0; round < rounds; ++round) {
+            open();
+            usePin(number, round);
+            useIv(number, round);
+            state_.hardwareRngFlag = static_cast<std::uint8_t>(round % 2);
+            if (state_.hardwareRngFlag > 1 || state_.moduleHandle != nullptr) torn.fetch_add(1, unordered);
+            state_.containerSelectedFlag = 1;
+        }
+    }
+    // As the module's unloading does, when no caller is left.
+    bool stop()
+    {
+        watch_.askToStop();
+        monitor_.join();
+        watch_.ended();
+        return started_.load(unordered) == 1;
+    }
+
+private:
+    void open()
+    {
+        if (watch_.begin()) {
+            started_.fetch_add(1, unordered);
+            monitor_ = std::thread([this] { watch_.run(isConnected, pause); });
+        }
+        if (!state_.libraryInitialised) state_.libraryInitialised = true;
+    }
+    // Given by the caller or typed, read at the start of an operation, dropped when the sign-on has expired.
+    void usePin(int number, int round)
+    {
+        if (!state_.pinCache.validated() || round % 5 == 0)
+            state_.pinCache.setValidated(std::make_shared<const PinText>(pinOf(number)));
+        const Pin pin = state_.pinCache.pin();
+        if (round % 7 == number) state_.pinCache.clear();
+        if (const Pin again = state_.pinCache.pinIfValidated()) look(**again, 'a', 20);
+        look(**pin, 'a', 20);
+    }
+    void useIv(int number, int round)
+    {
+        if (round % 3 == 0)
+            state_.sharedIv.set(Bytes(9 + static_cast<std::size_t>(number), static_cast<unsigned char>(1 + number)));
+        if (round % 11 == number) state_.sharedIv.clear();
+        look(*state_.sharedIv.bytes(), 1, 9);
+    }
+
+    TokenState state_;
+    DeviceWatch watch_{state_};
+    std::thread monitor_;
+    std::atomic<int> started_ = 0;
+};
+
+int run()
+{
+    int startedOnce = 0;
+    for (int life = 0; life < lives; ++life) {
+        Process process;
+        {
+            std::latch ready(callers);
+            std::array<std::jthread, callers> threads;
+            for (int number = 0; number < callers; ++number) {
+                threads[static_cast<std::size_t>(number)] = std::jthread([&, number] {
+                    ready.arrive_and_wait();
+                    process.call(number);
+                });
+            }
+        }
+        startedOnce += process.stop();
+    }
+    std::printf("%d polls, %d torn values, %d of %d times started once\n", polls.load(), torn.load(), startedOnce, lives);
+    return startedOnce == lives && torn == 0 && polls > lives ? 0 : 1;
+}
+
+} // namespace
+
+} // namespace quelta
+
+int main()
+{
+    return quelta::run();
+}
