@@ -68,22 +68,29 @@ public:
 private:
     bool half(Stage stage, int halvesDone)
     {
-        weather_.begin();
+        if (!weatherTurns(Season::cleared)) return false;
         board_->stage = stage;
+        weather_.want(Season::changing);
         const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(options_.minutes * 30'000);
         if (!goesOnUntil([&] { return GetTickCount64() >= end; })) return false;
         board_->stage = static_cast<Stage>(static_cast<int>(stage) + 1);
-        weather_.end();
-        return goesOnUntil([&] {
-            return std::ranges::all_of(board_->processes, [&](const auto& process) { return process.halvesDone == halvesDone; });
-        });
+        return weatherTurns(Season::resting) && goesOnUntil([&] {
+                   return std::ranges::all_of(board_->processes,
+                                              [&](const auto& process) { return process.halvesDone == halvesDone; });
+               });
+    }
+
+    bool weatherTurns(Season season)
+    {
+        weather_.want(season);
+        return goesOnUntil([&] { return weather_.has(season); });
     }
 
     // They are counted where no right PIN comes after them and gives the attempts back.
     bool lastPins()
     {
         constexpr int wanted = 3;
-        weather_.expectWrongPinsAlone();
+        if (!weatherTurns(Season::wrongPinsAlone)) return false;
         const auto before = board_->wrongDone.load();
         board_->stage = Stage::lastPins;
         if (!goesOnUntil([&] {

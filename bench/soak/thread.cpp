@@ -65,7 +65,9 @@ bool Thread::judge(CallName call, Code code, std::uint32_t weatherBefore)
 
 void Thread::require(bool right, CallName call, const char* otherwise)
 {
-    if (!right) find(std::string(calls[call.row].name) + " (token: " + weatherNow(board).name + ") was done, but " + otherwise);
+    if (!right)
+        find(std::string(calls[call.row].name) + " (token: " + weatherNow(board).name + ") was done, but " + otherwise +
+             ": look into the log at level 3");
 }
 
 void Thread::find(const std::string& what)

@@ -93,28 +93,12 @@ WeatherMaker::WeatherMaker(Board& board, std::filesystem::path logs)
         state.pin = newPin(rightPin, attempts);
         return true;
     });
+    worker_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
 }
 
 WeatherMaker::~WeatherMaker()
 {
     setLogLevel(levelBefore_);
-}
-
-void WeatherMaker::begin()
-{
-    turn(signedOn, true);
-    worker_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
-}
-
-void WeatherMaker::end()
-{
-    worker_ = {};
-    turn(signedOn);
-}
-
-void WeatherMaker::expectWrongPinsAlone()
-{
-    turn(wrongPinsAlone);
 }
 
 int WeatherMaker::attemptsLost() const
@@ -127,21 +111,35 @@ int WeatherMaker::attemptsLost() const
 void WeatherMaker::run(const std::stop_token& stop)
 try {
     constexpr DWORD tick = 20;
-    std::vector<std::size_t> round;
-    while (!stop.stop_requested()) {
-        if (round.empty())
-            for (std::size_t row = 0; row < std::size(weathers); ++row) round.insert(round.end(), weathers[row].times, row);
-        std::swap(round[thread_.below(round.size())], round.back());
-        turn(round.back());
-        round.pop_back();
-        for (auto ticks = 15 + thread_.below(100); ticks > 0 && !stop.stop_requested(); --ticks, ++thread_.own.count) {
-            Sleep(tick);
-            watchPin();
-            disturbLog();
-        }
+    std::size_t ticksLeft = 0;
+    for (; !stop.stop_requested(); Sleep(tick), ++thread_.own.count) {
+        if (const Season season = wanted_; season != reached_) turnTo(season);
+        watchPin();
+        if (reached_ != Season::changing) continue;
+        disturbLog();
+        if (ticksLeft-- > 0) continue;
+        turn(drawn());
+        ticksLeft = 15 + thread_.below(100);
     }
 } catch (const std::exception& error) {
     thread_.find(std::string("The token could not be changed: ") + error.what());
+}
+
+void WeatherMaker::turnTo(Season season)
+{
+    if (season != Season::changing) turn(season == Season::wrongPinsAlone ? wrongPinsAlone : signedOn, season == Season::cleared);
+    reached_ = season;
+}
+
+// All of them come up before one comes again.
+std::size_t WeatherMaker::drawn()
+{
+    if (round_.empty())
+        for (std::size_t row = 0; row < std::size(weathers); ++row) round_.insert(round_.end(), weathers[row].times, row);
+    std::swap(round_[thread_.below(round_.size())], round_.back());
+    const std::size_t row = round_.back();
+    round_.pop_back();
+    return row;
 }
 
 // The row and the number change in an order in which nobody takes what is before or after a calm for a part of it.

@@ -32,8 +32,13 @@ struct Weather {
 std::span<const Weather> allWeathers();
 const Weather& weatherNow(const Board& board);
 
-// Changes the weather, the log level and the log's folder from a thread of its own, and watches that the token loses no attempts
-// at its PIN but those that were wrong on purpose. In the end the log level is as it was.
+// What the weather maker is to do: to leave the token signed on, and rid of what others left behind there; to change the weather
+// by itself; to leave it signed on; to have wrong PINs alone.
+enum class Season { cleared, changing, resting, wrongPinsAlone };
+
+// Changes the weather, the log level and the log's folder, and watches that the token loses no attempts at its PIN but those that
+// were wrong on purpose: all from a thread of its own, since whoever changes the token may have to wait for it. In the end the
+// log level is as it was.
 class WeatherMaker {
 public:
     WeatherMaker(Board& board, std::filesystem::path logs);
@@ -41,18 +46,17 @@ public:
     WeatherMaker(const WeatherMaker&) = delete;
     WeatherMaker& operator=(const WeatherMaker&) = delete;
 
-    // Whether it changes by itself. When it does not, the token is signed on. Nobody may work yet where it begins.
-    void begin();
-    void end();
-    // For the last ones.
-    void expectWrongPinsAlone();
+    void want(Season season) { wanted_ = season; }
+    bool has(Season season) const { return reached_ == season; }
     int attemptsLost() const;
     // How often there was each.
     const std::vector<std::uint64_t>& counts() const { return counts_; }
 
 private:
     void run(const std::stop_token& stop);
+    void turnTo(Season season);
     void turn(std::size_t row, bool nobodyWorks = false);
+    std::size_t drawn();
     void watchPin();
     void disturbLog();
 
@@ -60,6 +64,10 @@ private:
     const std::filesystem::path logs_;
     const std::optional<DWORD> levelBefore_;
     Thread thread_;
+    std::atomic<Season> wanted_ = Season::cleared;
+    std::atomic<Season> reached_ = Season::changing;
+    // Those of this round that are still to come.
+    std::vector<std::size_t> round_;
     std::uint32_t wrongBefore_ = 0;
     std::vector<std::uint64_t> counts_;
     std::jthread worker_;
