@@ -7,7 +7,6 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <array>
 
 namespace quelta {
@@ -42,26 +41,6 @@ void readPin(HWND dialog)
     wipe(text.data(), text.size());
 }
 
-// An edit control keeps its text in memory that is not ours to wipe: as its text grows it moves, and the old place is let go as
-// it stands. So it is made to have all the room beforehand,
-void makeRoom(HWND edit)
-{
-    std::array<char, longestText + 1> text{};
-    std::fill_n(text.begin(), longestText, ' ');
-    SetWindowTextA(edit, text.data());
-    SetWindowTextA(edit, "");
-}
-
-// and in the end it is overwritten where it stands: character by character, since what is replaced is set aside for a moment.
-void overwrite(HWND edit)
-{
-    const int length = GetWindowTextLengthA(edit);
-    for (int at = 0; at < length; ++at) {
-        SendMessageA(edit, EM_SETSEL, static_cast<WPARAM>(at), at + 1);
-        SendMessageA(edit, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>("*"));
-    }
-}
-
 void onCommand(HWND dialog, int id, int notification)
 {
     switch (id) {
@@ -82,12 +61,10 @@ INT_PTR CALLBACK onDialogMessage(HWND dialog, UINT message, WPARAM wParam, LPARA
     switch (message) {
     case WM_INITDIALOG:
         SetWindowLongPtrA(dialog, GWLP_USERDATA, lParam);
-        makeRoom(GetDlgItem(dialog, IDC_USER_PIN));
         allowLogin(dialog, false);
         return TRUE;
     case WM_COMMAND: onCommand(dialog, LOWORD(wParam), HIWORD(wParam)); return TRUE;
     case WM_CLOSE: EndDialog(dialog, 0); return TRUE;
-    case WM_DESTROY: overwrite(GetDlgItem(dialog, IDC_USER_PIN)); return FALSE;
     default: return FALSE;
     }
 }
