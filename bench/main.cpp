@@ -54,7 +54,7 @@ void print(const Figures& figures)
         std::cout << "  " << text.substr(0, text.find_last_not_of(' ') + 1) << '\n';
     }
     if (!figures.note.empty()) std::cout << "\n  " << figures.note << '\n';
-    std::cout << std::endl;
+    std::cout << '\n';
 }
 
 int run(int argc, char** argv)
@@ -79,7 +79,7 @@ int run(int argc, char** argv)
                                                 {"title", figures.title},
                                                 {"rows", figures.rows},
                                                 {"note", figures.note}}
-                      << std::endl;
+                      << '\n';
         else
             print(figures);
     }

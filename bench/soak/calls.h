@@ -34,6 +34,8 @@ struct Call {
 // What imports a secret takes the cached PIN as it is, and another thread's prompt may just have emptied the cache. A silent
 // caller is refused without a cached PIN, an open session or not.
 constexpr Call calls[] = {
+    // Of a thread that has not called yet.
+    {"no call"},
     {"CryptAcquireContext", {NTE_TOKEN_KEYSET_STORAGE_FULL, NTE_PROVIDER_DLL_FAIL}},
     {"CryptReleaseContext"},
     {"CryptGetUserKey", {NTE_NO_KEY}},

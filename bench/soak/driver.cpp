@@ -3,7 +3,6 @@
 #include "soak/weather.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <functional>
 
 namespace quelta::soak {
@@ -43,7 +42,7 @@ public:
         : options_(options),
           boardName_(L"quelta-soak-" + std::to_wstring(GetCurrentProcessId())),
           board_(boardName_, true),
-          weather_(*board_, options.folder / "Oskvar")
+          weather_(*board_, options.seed, options.folder / "Oskvar")
     {
         board_->seed = options.seed;
     }
@@ -56,10 +55,11 @@ public:
             processes_.push_back(
                 startProcess(L"\"" + std::wstring(self) + L"\" --board " + boardName_ + L" --process " + std::to_wstring(i),
                              options_.folder / ("process-" + std::to_string(i + 1) + ".txt")));
-        if (half(Stage::firstHalf, 1) && half(Stage::secondHalf, 2) && lastPins()) compareHoldings();
+        if (half(Stage::firstHalf, 1) && half(Stage::secondHalf, 2) && lastPins()) judgeProcesses();
         board_->stage = Stage::over;
         // Whoever hangs lets go of the token with that, if of nothing else.
         for (const File& process : processes_) TerminateProcess(process.get(), 1);
+        weather_.stop();
         const auto found = summary(*board_, options_, weather_.counts(), findings_);
         std::printf("%s", options_.json ? (found.dump(2) + "\n").c_str() : table(found).c_str());
         return found["held"] ? 0 : 1;
@@ -115,27 +115,38 @@ private:
         return true;
     }
 
+    // One that stands still is the cause of others, or their victim: all of them are told.
     bool somethingHangs()
     {
-        bool found = hangs("the soak's own thread", board_->driver);
-        for (std::size_t process = 0; process < workingProcesses; ++process)
-            for (std::size_t thread = 0; thread <= mainThread; ++thread)
-                found |= hangs("thread " + std::to_string(thread + 1) + " of process " + std::to_string(process + 1),
-                               board_->processes[process].threads[thread]);
-        return found;
+        ULONGLONG longest = 0;
+        forEachThread([&](const std::string&, ThreadBoard& thread) { longest = std::max(longest, stillFor(thread)); });
+        if (longest < patience) return false;
+        forEachThread([&](const std::string& who, ThreadBoard& thread) {
+            if (stillFor(thread) > patience / 2)
+                find(callOf(thread) + " (token: " + weatherNow(*board_).name + ") hangs in " + who +
+                     ": repeat it, and look at all threads with winedbg");
+        });
+        return true;
     }
 
-    bool hangs(const std::string& who, ThreadBoard& thread)
+    template <class Function>
+    void forEachThread(Function function)
+    {
+        function("the soak's own process", board_->driver);
+        for (std::size_t process = 0; process < workingProcesses; ++process)
+            for (std::size_t thread = 0; thread <= mainThread; ++thread)
+                function("thread " + std::to_string(thread + 1) + " of process " + std::to_string(process + 1),
+                         board_->processes[process].threads[thread]);
+    }
+
+    static ULONGLONG stillFor(ThreadBoard& thread)
     {
         const ULONGLONG now = GetTickCount64();
         if (!thread.working || thread.seenAt == 0 || thread.seenCount != thread.count) {
             thread.seenAt = now;
             thread.seenCount = thread.count;
         }
-        if (now - thread.seenAt < patience) return false;
-        find(callOf(thread) + " (token: " + weatherNow(*board_).name + ") hangs for a minute in " + who +
-             ": repeat it, and look at all threads with winedbg");
-        return true;
+        return now - thread.seenAt;
     }
 
     bool somethingDied()
@@ -144,19 +155,23 @@ private:
         for (std::size_t i = 0; i < workingProcesses; ++i) {
             const auto code = exitCode(processes_[i]);
             if (!code || (*code == 0 && board_->stage == Stage::lastPins)) continue;
-            std::string doing;
-            for (std::size_t thread = 0; thread < threadsEach; ++thread)
-                doing += (thread == 0 ? "" : ", ") + callOf(board_->processes[i].threads[thread]);
             const std::string name = std::to_string(i + 1);
-            find("Process " + name + " ended with " + nameOfCode(static_cast<Code>(*code)) + ", its threads in " + doing +
-                 ": see build/soak/process-" + name + ".txt, and repeat it under winedbg");
+            std::string what = "Process " + name + " ended with " + nameOfCode(static_cast<Code>(*code)) + ", its threads in";
+            for (std::size_t thread = 0; thread < threadsEach; ++thread) {
+                what += thread == 0 ? " " : ", ";
+                what += callOf(board_->processes[i].threads[thread]);
+            }
+            find(what.append(": see build/soak/process-").append(name).append(".txt, and repeat it under winedbg"));
             found = true;
         }
         return found;
     }
 
-    void compareHoldings()
+    void judgeProcesses()
     {
+        const auto& threads = board_->processes[workingProcesses - 1].threads;
+        if (std::ranges::all_of(threads, [](const ThreadBoard& thread) { return thread.unloadings == 0; }))
+            find("The module was never unloaded: soak for longer, or look who keeps it");
         // The soak's own locks get an event when they are fought over for the first time; the heaps' last few kilobytes are the
         // system's.
         constexpr bench::Holdings oursAndSystems{0, 2, 0, 8};

@@ -6,6 +6,9 @@
 
 namespace quelta::soak {
 
+// Beside this program, where it is registered, too.
+inline constexpr const char moduleName[] = "QueltaCSP.dll";
+
 void useCryptoApi(Thread& thread, const Known& known);
 void useKeyStorage(Thread& thread, const Known& known);
 

@@ -16,7 +16,7 @@ class Provider {
 public:
     explicit Provider(Thread& asking) : thread(asking)
     {
-        if (!thread.ask("LoadLibrary", [&] { return (module_ = LoadLibraryA("QueltaCSP.dll")) != nullptr; })) return;
+        if (!thread.ask("LoadLibrary", [&] { return (module_ = LoadLibraryA(moduleName)) != nullptr; })) return;
         void* const entry = reinterpret_cast<void*>(GetProcAddress(module_, "GetKeyStorageInterface"));
         reinterpret_cast<GetKeyStorageInterfaceFunction>(entry)(wideProviderName, &table, 0);
         thread.ask("OpenProvider", [&] { return table->OpenProvider(&handle, wideProviderName, 0); });

@@ -13,7 +13,7 @@ namespace quelta::soak {
 
 // `weathers` tells how often there was each, `findings` are the driver's own.
 nlohmann::ordered_json summary(const Board& board, const Options& options, const std::vector<std::uint64_t>& weathers,
-                               std::vector<std::string> findings);
+                               const std::vector<std::string>& findings);
 std::string table(const nlohmann::ordered_json& summary);
 
 unsigned long long callsOn(const Board& board);

@@ -3,7 +3,7 @@
 #include "store/pin.h"
 #include "store/token_store.h"
 
-#include <numeric>
+#include <utility>
 
 namespace quelta::soak {
 
@@ -82,11 +82,11 @@ const Weather& weatherNow(const Board& board)
     return weathers[board.weatherRow];
 }
 
-WeatherMaker::WeatherMaker(Board& board, std::filesystem::path logs)
+WeatherMaker::WeatherMaker(Board& board, std::uint32_t seed, std::filesystem::path logs)
     : token_(tokenFolder()),
       logs_(std::move(logs)),
       levelBefore_(logLevel()),
-      thread_(board, board.driver, board.seed),
+      thread_(board, board.driver, seed),
       counts_(std::size(weathers))
 {
     changeToken(token_, [](TokenState& state) {

@@ -41,15 +41,16 @@ enum class Season { cleared, changing, resting, wrongPinsAlone };
 // log level is as it was.
 class WeatherMaker {
 public:
-    WeatherMaker(Board& board, std::filesystem::path logs);
+    WeatherMaker(Board& board, std::uint32_t seed, std::filesystem::path logs);
     ~WeatherMaker();
     WeatherMaker(const WeatherMaker&) = delete;
     WeatherMaker& operator=(const WeatherMaker&) = delete;
 
     void want(Season season) { wanted_ = season; }
     bool has(Season season) const { return reached_ == season; }
+    void stop() { worker_ = {}; }
     int attemptsLost() const;
-    // How often there was each.
+    // How often there was each, up to its stop.
     const std::vector<std::uint64_t>& counts() const { return counts_; }
 
 private:

@@ -3,13 +3,15 @@
 #include "soak/soak.h"
 #include "soak/soak_user.h"
 
+#include <cstdio>
+
 namespace quelta::soak {
 
 namespace {
 
 bool moduleIsLoaded()
 {
-    return GetModuleHandleA("QueltaCSP.dll") != nullptr;
+    return GetModuleHandleA(moduleName) != nullptr;
 }
 
 // In the last process nobody keeps the module loaded, and there are pauses: it is loaded and unloaded again and again.
@@ -39,7 +41,7 @@ void rest(Thread& thread)
 void workHalf(Thread& main, std::size_t process, Stage half, const Known& known)
 {
     Board& board = main.board;
-    const HMODULE kept = keepsModule(process) ? LoadLibraryA("QueltaCSP.dll") : nullptr;
+    const HMODULE kept = keepsModule(process) ? LoadLibraryA(moduleName) : nullptr;
     std::vector<std::jthread> threads;
     for (std::size_t i = 0; i < (kept ? threadsEach : threadsEach / 2); ++i) {
         threads.emplace_back([&, i] {
@@ -66,10 +68,22 @@ bench::Holdings settledHoldings()
     return least;
 }
 
+// In place of a debugger or a window, for which the process would wait.
+LONG WINAPI endAtCrash(EXCEPTION_POINTERS* crash)
+{
+    const auto& [code, flags, inner, address, count, details] = *crash->ExceptionRecord;
+    std::fprintf(stderr, "exception %08lX at %p; the module stands at %p\n", code, address,
+                 static_cast<void*>(GetModuleHandleA(moduleName)));
+    std::fflush(stderr);
+    TerminateProcess(GetCurrentProcess(), code);
+    return EXCEPTION_CONTINUE_SEARCH;
+}
+
 } // namespace
 
 void work(const std::wstring& name, std::size_t process)
 {
+    SetUnhandledExceptionFilter(endAtCrash);
     const SharedBoard board(name, false);
     ProcessBoard& own = board->processes[process];
     Thread thread(*board, own.threads[mainThread], board->seed);
