@@ -28,19 +28,22 @@ class RefusedAllocation {
 public:
     explicit RefusedAllocation(int allowed)
     {
-        heap().refused = false;
-        heap().left = allowed;
+        heap_.refused = false;
+        heap_.left = allowed;
     }
-    ~RefusedAllocation() { heap().left = Heap::all; }
+    ~RefusedAllocation() { heap_.left = Heap::all; }
     RefusedAllocation(const RefusedAllocation&) = delete;
     RefusedAllocation& operator=(const RefusedAllocation&) = delete;
+
+private:
+    Heap& heap_ = heap();
 };
 
 // While it lives, every block that is freed is looked at first.
 class FreedMemory {
 public:
-    explicit FreedMemory(ByteView secret) : secret_(secret) { heap().watch = this; }
-    ~FreedMemory() { heap().watch = nullptr; }
+    explicit FreedMemory(ByteView secret) : secret_(secret) { heap_.watch = this; }
+    ~FreedMemory() { heap_.watch = nullptr; }
     FreedMemory(const FreedMemory&) = delete;
     FreedMemory& operator=(const FreedMemory&) = delete;
 
@@ -52,6 +55,7 @@ public:
     void look(ByteView block);
 
 private:
+    Heap& heap_ = heap();
     ByteView secret_;
 };
 
