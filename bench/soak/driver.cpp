@@ -172,9 +172,9 @@ private:
         const auto& threads = board_->processes[workingProcesses - 1].threads;
         if (std::ranges::all_of(threads, [](const ThreadBoard& thread) { return thread.unloadings == 0; }))
             find("The module was never unloaded: soak for longer, or look who keeps it");
-        // The soak's own locks get an event when they are fought over for the first time; the heaps' last few kilobytes are the
-        // system's.
-        constexpr bench::Holdings oursAndSystems{0, 2, 0, 8};
+        // Each of the soak's own threads and locks gets an event, and keeps it, when it is fought over for the first time; the
+        // heaps' last few kilobytes are the system's.
+        constexpr bench::Holdings oursAndSystems{0, threadsEach + 2, 0, 8};
         for (std::size_t i = 0; i < workingProcesses; ++i) {
             const auto& [first, second] = board_->processes[i].holdings;
             for (std::size_t kind = 0; kind < first.size(); ++kind)
