@@ -1,13 +1,11 @@
 #include "token/pin_dialog.h"
 
-#include "base/wipe.h"
 #include "log/log_writer.h"
 #include "resources/resource_ids.h"
+#include "token/pin_field.h"
 #include "token/token_state.h"
 
 #include <windows.h>
-
-#include <array>
 
 namespace quelta {
 
@@ -15,7 +13,12 @@ namespace {
 
 constexpr int loginButton = IDOK;
 constexpr int cancelButton = IDCANCEL;
-constexpr std::size_t longestText = 255;
+
+// Of one run of the dialog, so that two threads that ask at once do not read each other's.
+struct Run {
+    std::string& pin;
+    PinField field;
+};
 
 void allowLogin(HWND dialog, bool allowed)
 {
@@ -27,18 +30,9 @@ bool isPinLength(int length)
     return static_cast<unsigned>(length) - 4U < 60U;
 }
 
-// The text of this run of the dialog, so that two threads that ask at once do not read each other's.
-std::string& dialogPinOf(HWND dialog)
+Run& runOf(HWND dialog)
 {
-    return *reinterpret_cast<std::string*>(GetWindowLongPtrA(dialog, GWLP_USERDATA));
-}
-
-void readPin(HWND dialog)
-{
-    std::array<char, longestText + 1> text{};
-    GetDlgItemTextA(dialog, IDC_USER_PIN, text.data(), static_cast<int>(text.size()));
-    dialogPinOf(dialog) = text.data();
-    wipe(text.data(), text.size());
+    return *reinterpret_cast<Run*>(GetWindowLongPtrA(dialog, GWLP_USERDATA));
 }
 
 void onCommand(HWND dialog, int id, int notification)
@@ -46,11 +40,11 @@ void onCommand(HWND dialog, int id, int notification)
     switch (id) {
     case IDC_USER_PIN:
         if (notification == EN_CHANGE) {
-            allowLogin(dialog, isPinLength(GetWindowTextLengthA(GetDlgItem(dialog, IDC_USER_PIN))));
+            allowLogin(dialog, isPinLength(GetWindowTextLengthW(GetDlgItem(dialog, IDC_USER_PIN))));
         }
         return;
-    case loginButton: readPin(dialog); break;
-    case cancelButton: dialogPinOf(dialog).clear(); break;
+    case loginButton: runOf(dialog).field.read(runOf(dialog).pin); break;
+    case cancelButton: runOf(dialog).pin.clear(); break;
     default: break;
     }
     EndDialog(dialog, 0);
@@ -61,6 +55,7 @@ INT_PTR CALLBACK onDialogMessage(HWND dialog, UINT message, WPARAM wParam, LPARA
     switch (message) {
     case WM_INITDIALOG:
         SetWindowLongPtrA(dialog, GWLP_USERDATA, lParam);
+        runOf(dialog).field.takeOver(GetDlgItem(dialog, IDC_USER_PIN));
         allowLogin(dialog, false);
         return TRUE;
     case WM_COMMAND: onCommand(dialog, LOWORD(wParam), HIWORD(wParam)); return TRUE;
@@ -76,11 +71,12 @@ int showPasswordDialog(std::string& dialogPin)
     logDebug("Password dialog show window");
     dialogPin.clear();
     // Nothing is to be allocated while Windows waits for the dialog procedure.
-    dialogPin.reserve(longestText);
+    dialogPin.reserve(PinField::longestText);
+    Run run{dialogPin, {}};
     logDebug("Password dialog show window before");
     const auto module = static_cast<HINSTANCE>(tokenState().moduleHandle.load());
     const INT_PTR result =
-        DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&dialogPin));
+        DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&run));
     logDebug("Password dialog show window after");
     if (result != 0) logError("Password dialog creation failed : ", result);
     return 0;
