@@ -48,6 +48,7 @@ TEST_F(FaultsTranscript, EntryPointsOfCryptoAPI)
     const Step newHash = [&] { require(CPCreateHash(prov, CALG_SHA_256, 0, 0, &hash), "CPCreateHash"); };
     const Step dropHash = [&] { CPDestroyHash(prov, hash); }, nothing = [] {};
     const Step forgetPin = [] { tokenState().pinCache.clear(); }, forgetOpening = [] { tokenState().libraryInitialised = false; };
+    const Step newHashToSign = [&] { newHash(), forgetPin(); };
     const auto getParam = [&](DWORD parameter) {
         return csp([=, this, &prov] { return CPGetProvParam(prov, parameter, large.data(), &(length = large.length()), 0); });
     };
@@ -92,13 +93,14 @@ TEST_F(FaultsTranscript, EntryPointsOfCryptoAPI)
     expect(
         {"CPDuplicateHash", csp([&] { return CPDuplicateHash(prov, finished, nullptr, 0, &out); }), destroyHash, nothing, 0, 1});
     expect({"CPDestroyHash", csp([&] { return CPDestroyHash(prov, hash); }), nothing, newHash, 0, 1});
-    expect(
-        {"CPSignHash", csp([&] { return CPSignHash(prov, hash, AT_SIGNATURE, nullptr, 0, data, &length); }), dropHash, newHash});
+    expect({"CPSignHash", csp([&] { return CPSignHash(prov, hash, AT_SIGNATURE, nullptr, 0, data, &length); }), dropHash,
+            newHashToSign});
     const auto verify = csp([&] { return CPVerifySignature(prov, hash, bytes.data(), 32, 0, nullptr, 0); });
     expect({"CPVerifySignature", verify, dropHash, newHash, 0, 0, untouched, static_cast<DWORD>(NTE_BAD_HASH)});
-    expect({"CPEncrypt", csp([&] { return CPEncrypt(prov, key, 0, TRUE, 0, data, &(length = 9), buffer.length()); })});
-    expect({"CPDecrypt", csp([&] { return CPDecrypt(prov, key, 0, TRUE, 0, data, &length); })});
-    expect({"CPDecrypt symmetric", csp([&] { return CPDecrypt(prov, session, 0, TRUE, 0, data, &length); })});
+    expect({"CPEncrypt", csp([&] { return CPEncrypt(prov, key, 0, TRUE, 0, data, &(length = 9), buffer.length()); }), nothing,
+            forgetPin});
+    expect({"CPDecrypt", csp([&] { return CPDecrypt(prov, key, 0, TRUE, 0, data, &length); }), nothing, forgetPin});
+    expect({"CPDecrypt symmetric", csp([&] { return CPDecrypt(prov, session, 0, TRUE, 0, data, &length); }), nothing, forgetPin});
     expect({"CPGenRandom", csp([&] { return CPGenRandom(prov, buffer.length(), data); })});
     EXPECT_EQ(names.size(), 22U) << "all but the two that never succeed";
 
@@ -153,7 +155,8 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
         expectSlot(row, {provider, object, addressOf(what), addressOf(large.data()), large.size(), result});
     };
     const auto setting = [&](LPCWSTR what, const Bytes& value) {
-        expectSlot("KSPSetKeyProperty " + toUtf8(what), {provider, key, addressOf(what), addressOf(value.data()), value.size()});
+        expectSlot("KSPSetKeyProperty " + toUtf8(what), {provider, key, addressOf(what), addressOf(value.data()), value.size()},
+                   nothing, forgetPin);
     };
 
     expectSlot("KSPOpenProvider", {place}, freeProvider, forgetOpening);
@@ -170,14 +173,14 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
     expectSlot("KSPExportKey again from the token",
                {provider, bare, 0, addressOf(L"CAPIPUBLICBLOB"), 0, addressOf(large.data()), large.size(), result}, nothing,
                [&] { kspKeyOf(bare)->publicKey = {}; });
-    expectSlot("KSPFinalizeKey", {provider, unfinished}, nothing, [&] { kspKeyOf(unfinished)->finalized = false; });
-    expectSlot("KSPDeleteKey", {provider, key});
+    expectSlot("KSPFinalizeKey", {provider, unfinished}, nothing, [&] { kspKeyOf(unfinished)->finalized = false, forgetPin(); });
+    expectSlot("KSPDeleteKey", {provider, key}, nothing, forgetPin);
     expectFree("KSPFreeProvider", [&] { call("KSPOpenProvider", {addressOf(&made)}); });
     expectFree("KSPFreeKey", [&] { call("KSPOpenKey", {provider, addressOf(&made), addressOf(name.c_str())}); });
     expectFree("KSPFreeBuffer", [&] { made = addressOf(std::calloc(1, 1)); });
-    expectSlot("KSPEncrypt", {provider, key, input, 99, 0, data, 256, result});
-    expectSlot("KSPDecrypt", {provider, key, input, 256, 0, data, 256, result});
-    expectSlot("KSPDecrypt symmetric", {provider, session, input, 256, 0, data, 256, result});
+    expectSlot("KSPEncrypt", {provider, key, input, 99, 0, data, 256, result}, nothing, forgetPin);
+    expectSlot("KSPDecrypt", {provider, key, input, 256, 0, data, 256, result}, nothing, forgetPin);
+    expectSlot("KSPDecrypt symmetric", {provider, session, input, 256, 0, data, 256, result}, nothing, forgetPin);
     expectSlot("KSPIsAlgSupported", {provider, addressOf(L"SHA1")});
     // The texts of what these give out stay, and the list within the state.
     expectSlot(
@@ -195,7 +198,7 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
     expectImport(L"KeyDataBlob", concat({littleEndian({0x4D42444B, 1, 32}), Bytes(32)}));
     expectImport(L"OpaqueKeyBlob", bytes);
     expectImport(L"OpaqueTransport", bytes);
-    expectSlot("KSPSignHash", {provider, key, 0, input, 32, data, 256, result});
+    expectSlot("KSPSignHash", {provider, key, 0, input, 32, data, 256, result}, nothing, forgetPin);
     expectSlot("KSPVerifySignature", {provider, key, 0, input, 32, data, 256});
     expectSlot("KSPPromptUser", {provider}, nothing, forgetPin);
     expectSlot("KSPFreeSecret", {});
