@@ -32,6 +32,8 @@ TEST(PemText, ComesBackAsTheBytesOfEveryLengthAndPlainBytesAsTheyAre)
             EXPECT_EQ(readAll(folder / "message"), content) << size << label;
         }
     }
+    const std::string gap = "-----BEGIN CMS-----\n" + std::string(2 * pieceSize, '\n') + "AQID\n-----END CMS-----\n";
+    EXPECT_EQ(readAll(folder.write("gap", toBytes(gap))), (Bytes{1, 2, 3})) << "a piece with nothing in it is no end";
     EXPECT_THROW(readAll(folder.write("bad", toBytes("-----BEGIN CMS-----\nAA*A\n-----END CMS-----\n"))), Failure);
 }
 
