@@ -30,7 +30,8 @@ public:
     Wiped(Wiped&& other) noexcept : value_(std::move(other.value_)) { other.clear(); }
     Wiped& operator=(Wiped other) noexcept
     {
-        std::swap(value_, other.value_);
+        clear();
+        value_ = std::move(other.value_);
         return *this;
     }
     ~Wiped() { clear(); }

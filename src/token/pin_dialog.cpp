@@ -32,7 +32,7 @@ bool isPinLength(int length)
 
 Run& runOf(HWND dialog)
 {
-    return *reinterpret_cast<Run*>(GetWindowLongPtrA(dialog, GWLP_USERDATA));
+    return *reinterpret_cast<Run*>(GetWindowLongPtrW(dialog, GWLP_USERDATA));
 }
 
 void onCommand(HWND dialog, int id, int notification)
@@ -40,7 +40,7 @@ void onCommand(HWND dialog, int id, int notification)
     switch (id) {
     case IDC_USER_PIN:
         if (notification == EN_CHANGE) {
-            allowLogin(dialog, isPinLength(GetWindowTextLengthW(GetDlgItem(dialog, IDC_USER_PIN))));
+            allowLogin(dialog, isPinLength(runOf(dialog).field.length()));
         }
         return;
     case loginButton: runOf(dialog).field.read(runOf(dialog).pin); break;
@@ -54,7 +54,7 @@ INT_PTR CALLBACK onDialogMessage(HWND dialog, UINT message, WPARAM wParam, LPARA
 {
     switch (message) {
     case WM_INITDIALOG:
-        SetWindowLongPtrA(dialog, GWLP_USERDATA, lParam);
+        SetWindowLongPtrW(dialog, GWLP_USERDATA, lParam);
         runOf(dialog).field.takeOver(GetDlgItem(dialog, IDC_USER_PIN));
         allowLogin(dialog, false);
         return TRUE;
@@ -75,8 +75,9 @@ int showPasswordDialog(std::string& dialogPin)
     Run run{dialogPin, {}};
     logDebug("Password dialog show window before");
     const auto module = static_cast<HINSTANCE>(tokenState().moduleHandle.load());
+    // The controls of an ANSI dialog have no place for what the field gives its own.
     const INT_PTR result =
-        DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&run));
+        DialogBoxParamW(module, MAKEINTRESOURCEW(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&run));
     logDebug("Password dialog show window after");
     if (result != 0) logError("Password dialog creation failed : ", result);
     return 0;

@@ -1,8 +1,6 @@
 #include "token/pin_field.h"
 
-#include <algorithm>
 #include <array>
-#include <utility>
 
 namespace quelta {
 
@@ -10,19 +8,11 @@ namespace {
 
 using namespace std::string_view_literals;
 
-// One byte in every code page, so that a control counts alike whether it keeps bytes or UTF-16.
-constexpr wchar_t filler = L'*';
-
-constexpr auto fillers = [] {
-    std::array<wchar_t, PinField::longestText + 1> all{};
-    std::fill_n(all.begin(), PinField::longestText, filler);
-    return all;
-}();
-
-bool isTyped(wchar_t character)
+// The others are the control's keys.
+bool isTyped(wchar_t unit)
 {
     constexpr wchar_t rubout = 127;
-    return character >= L' ' && character != rubout;
+    return unit >= L' ' && unit != rubout;
 }
 
 std::wstring_view textAt(LPARAM address)
@@ -31,6 +21,33 @@ std::wstring_view textAt(LPARAM address)
     return text ? text : L""sv;
 }
 
+// Open while it lives.
+class Clipboard {
+public:
+    explicit Clipboard(HWND owner) : open_(OpenClipboard(owner) != FALSE) {}
+    Clipboard(const Clipboard&) = delete;
+    Clipboard& operator=(const Clipboard&) = delete;
+    ~Clipboard()
+    {
+        if (memory_) GlobalUnlock(memory_);
+        if (open_) CloseClipboard();
+    }
+
+    // Empty where there is no text.
+    std::wstring_view firstLine()
+    {
+        memory_ = open_ ? GetClipboardData(CF_UNICODETEXT) : nullptr;
+        const auto* const text = memory_ ? static_cast<const wchar_t*>(GlobalLock(memory_)) : nullptr;
+        if (!text) return {};
+        const std::wstring_view all(text, GlobalSize(memory_) / sizeof *text);
+        return all.substr(0, all.find_first_of(L"\r\n\0"sv));
+    }
+
+private:
+    bool open_;
+    HANDLE memory_ = nullptr;
+};
+
 } // namespace
 
 void PinField::takeOver(HWND edit)
@@ -38,19 +55,18 @@ void PinField::takeOver(HWND edit)
     edit_ = edit;
     SetWindowLongPtrW(edit, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
     original_ = reinterpret_cast<WNDPROC>(SetWindowLongPtrW(edit, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&onMessage)));
-    ask(EM_LIMITTEXT, longestText);
 }
 
 void PinField::read(std::string& text) const
 {
     text.resize(longestText);
-    int count = static_cast<int>(text_->size());
-    int bytes = 0;
-    // Where characters take several bytes, the last ones may have no room.
-    do {
-        bytes = WideCharToMultiByte(CP_ACP, 0, text_->data(), count, text.data(), longestText, nullptr, nullptr);
-    } while (bytes == 0 && --count > 0);
-    text.resize(static_cast<std::size_t>(bytes));
+    text.resize(static_cast<std::size_t>(convert(text)));
+}
+
+int PinField::length() const
+{
+    Wiped<std::array<char, longestText>> text;
+    return convert(*text);
 }
 
 LRESULT CALLBACK PinField::onMessage(HWND edit, UINT message, WPARAM wParam, LPARAM lParam) noexcept
@@ -61,18 +77,25 @@ LRESULT CALLBACK PinField::onMessage(HWND edit, UINT message, WPARAM wParam, LPA
 LRESULT PinField::answer(UINT message, WPARAM wParam, LPARAM lParam)
 {
     switch (message) {
-    case WM_GETTEXT: return handOut(reinterpret_cast<wchar_t*>(lParam), wParam);
-    case WM_SETTEXT: return put(message, wParam, textAt(lParam), {0, text_->size()});
-    case EM_REPLACESEL: return put(message, wParam, textAt(lParam), selection());
-    case WM_PASTE: return paste();
+    case WM_GETTEXT:
+    case EM_GETLINE: {
+        const LRESULT count = ask(message, wParam, lParam);
+        if (count > 0) reveal({reinterpret_cast<wchar_t*>(lParam), static_cast<std::size_t>(count)});
+        return count;
+    }
+    case WM_SETTEXT:
+    case EM_REPLACESEL: return put(message, wParam, textAt(lParam));
+    case WM_PASTE: return put(EM_REPLACESEL, TRUE, Clipboard(edit_).firstLine());
+    case WM_KEYDOWN:
+        // Not every system makes the message of it.
+        if (wParam == VK_INSERT && GetKeyState(VK_SHIFT) < 0) return answer(WM_PASTE, 0, 0);
+        break;
     case WM_CHAR:
-        if (const auto character = static_cast<wchar_t>(wParam); isTyped(character))
-            return change(message, filler, lParam, selection(), {&character, 1});
+        if (const auto unit = static_cast<wchar_t>(wParam); isTyped(unit)) return type(unit, lParam);
         break;
     default: break;
     }
-    // What the control sends itself meanwhile belongs to what it is at.
-    return changing_ ? ask(message, wParam, lParam) : change(message, wParam, lParam, selection(), {});
+    return ask(message, wParam, lParam);
 }
 
 LRESULT PinField::ask(UINT message, WPARAM wParam, LPARAM lParam) const
@@ -80,70 +103,55 @@ LRESULT PinField::ask(UINT message, WPARAM wParam, LPARAM lParam) const
     return CallWindowProcW(original_, edit_, message, wParam, lParam);
 }
 
-PinField::Selection PinField::selection() const
+LRESULT PinField::type(wchar_t unit, LPARAM lParam)
 {
-    DWORD first = 0, last = 0;
-    ask(EM_GETSEL, reinterpret_cast<WPARAM>(&first), reinterpret_cast<LPARAM>(&last));
-    const std::size_t begin = std::min<std::size_t>(first, text_->size());
-    return {begin, std::clamp<std::size_t>(last, begin, text_->size()) - begin};
-}
-
-LRESULT PinField::change(UINT message, WPARAM wParam, LPARAM lParam, Selection replaced, std::wstring_view typed)
-{
-    const bool within = std::exchange(changing_, true);
-    const LRESULT result = ask(message, wParam, lParam);
-    follow(replaced, typed);
-    changing_ = within;
-    return result;
-}
-
-LRESULT PinField::put(UINT message, WPARAM wParam, std::wstring_view text, Selection replaced)
-{
-    const std::wstring_view fitting = text.substr(0, longestText - text_->size() + replaced.length);
-    return change(message, wParam, reinterpret_cast<LPARAM>(fillers.data() + longestText - fitting.size()), replaced, fitting);
-}
-
-// The first line of what was copied.
-LRESULT PinField::paste()
-{
-    if (!OpenClipboard(edit_)) return 0;
-    const HANDLE copied = GetClipboardData(CF_UNICODETEXT);
-    if (const auto* const text = copied ? static_cast<const wchar_t*>(GlobalLock(copied)) : nullptr) {
-        const std::wstring_view all(text, GlobalSize(copied) / sizeof *text);
-        put(EM_REPLACESEL, TRUE, all.substr(0, all.find_first_of(L"\r\n\0"sv)), selection());
-        GlobalUnlock(copied);
-    }
-    CloseClipboard();
+    if (const auto standIn = standInFor(unit)) return ask(WM_CHAR, *standIn, lParam);
+    MessageBeep(MB_OK);
     return 0;
 }
 
-LRESULT PinField::handOut(wchar_t* room, std::size_t size) const
+LRESULT PinField::put(UINT message, WPARAM wParam, std::wstring_view text)
 {
-    if (!room || size == 0) return 0;
-    const std::size_t count = text_->copy(room, size - 1);
-    room[count] = L'\0';
-    return static_cast<LRESULT>(count);
+    std::array<wchar_t, standIns + 1> given{};
+    std::size_t count = 0;
+    for (const wchar_t unit : text.substr(0, standIns)) {
+        // The control's own, copied.
+        const std::optional standIn = isStandIn(unit) ? unit : standInFor(unit);
+        if (!standIn) break;
+        given[count++] = *standIn;
+    }
+    return ask(message, wParam, reinterpret_cast<LPARAM>(given.data()));
 }
 
-// The control alone knows what keys do. Its length and its caret tell what it did.
-void PinField::follow(Selection replaced, std::wstring_view typed)
+bool PinField::isStandIn(wchar_t unit) const
 {
-    const std::size_t before = text_->size();
-    const std::size_t after = std::min(static_cast<std::size_t>(ask(WM_GETTEXTLENGTH)), longestText);
-    if (typed.empty() && after == before) return;
-    const std::size_t added = after - std::min(after, before - replaced.length);
-    Wiped<std::array<wchar_t, longestText + 1>> unknown;
-    if (typed.empty() && after > before) {
-        // In a way that is not known here, so that the control has the characters themselves.
-        ask(WM_GETTEXT, unknown->size(), reinterpret_cast<LPARAM>(unknown->data()));
-        typed = std::wstring_view(unknown->data(), after).substr(replaced.first, added);
+    return unit >= firstStandIn && unit - std::size_t{firstStandIn} < typed_->size();
+}
+
+std::optional<wchar_t> PinField::standInFor(wchar_t unit)
+{
+    if (typed_->size() == standIns) return std::nullopt;
+    typed_->push_back(unit);
+    return static_cast<wchar_t>(firstStandIn + typed_->size() - 1);
+}
+
+void PinField::reveal(std::span<wchar_t> units) const
+{
+    for (wchar_t& unit : units) {
+        // What the control was given in a way that is not known here stands for itself.
+        if (isStandIn(unit)) unit = (*typed_)[unit - std::size_t{firstStandIn}];
     }
-    if (typed.empty())
-        text_->erase(std::min(selection().first, before), before - after);
-    else
-        text_->replace(replaced.first, replaced.length, typed.substr(0, added));
-    // It would give fillers back.
-    ask(EM_EMPTYUNDOBUFFER);
+}
+
+// A character may take several bytes: the last ones go where all have no room.
+int PinField::convert(std::span<char> room) const
+{
+    Wiped<std::array<wchar_t, longestText + 1>> text;
+    int count = GetWindowTextW(edit_, text->data(), static_cast<int>(text->size()));
+    int bytes = 0;
+    for (; count > 0 && bytes == 0; --count)
+        bytes = WideCharToMultiByte(CP_ACP, 0, text->data(), count, room.data(), static_cast<int>(room.size()), nullptr, nullptr);
+    return bytes;
 }
 
 } // namespace quelta

@@ -4,46 +4,53 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
 namespace quelta {
 
-// What is typed into an edit control, kept here and wiped: the system's control lets go of its text as it stands, and of each
-// block that the text has outgrown. So it gets a filler for each character, and goes on to do all that a user sees of it: caret,
-// selection, sound. The text is read and set through the control as ever; only what was undone does not come back.
+// Keeps what is typed into an edit control out of the control, which leaves its text in freed memory: in each block that it has
+// outgrown, and in the last one. The control gets a stand-in for each character, one of the units that Unicode assigns to nobody,
+// and does with these all that a user wants of it. Here they are told apart, and wiped. Whoever reads or sets the text through
+// the control has the characters, as ever.
 class PinField {
 public:
+    // In bytes; what is longer is cut.
     static constexpr std::size_t longestText = 255;
 
-    PinField() { text_->reserve(longestText); }
+    PinField() { typed_->reserve(standIns); }
     PinField(const PinField&) = delete;
     PinField& operator=(const PinField&) = delete;
 
-    // Once, in the control's thread and while it is empty. Its user data is taken; the field outlives the control.
+    // Once, in the control's thread, of a Unicode control. Its user data is taken; the field outlives the control.
     void takeOver(HWND edit);
-    // The text as GetWindowTextA has it. Allocates nothing where `text` has room for `longestText`.
+    // The text in the system's code page. Allocates nothing where `text` has room for `longestText`.
     void read(std::string& text) const;
+    // What read() would give, in bytes.
+    int length() const;
 
 private:
-    struct Selection {
-        std::size_t first, length;
-    };
+    // A private use area. Each is used once, so that undoing finds what it was.
+    static constexpr wchar_t firstStandIn = 0xE000;
+    static constexpr std::size_t standIns = 6400;
 
     static LRESULT CALLBACK onMessage(HWND edit, UINT message, WPARAM wParam, LPARAM lParam) noexcept;
     LRESULT answer(UINT message, WPARAM wParam, LPARAM lParam);
-    LRESULT ask(UINT message, WPARAM wParam = 0, LPARAM lParam = 0) const;
-    Selection selection() const;
-    LRESULT change(UINT message, WPARAM wParam, LPARAM lParam, Selection replaced, std::wstring_view typed);
-    LRESULT put(UINT message, WPARAM wParam, std::wstring_view text, Selection replaced);
-    LRESULT paste();
-    LRESULT handOut(wchar_t* room, std::size_t size) const;
-    void follow(Selection replaced, std::wstring_view typed);
+    LRESULT ask(UINT message, WPARAM wParam, LPARAM lParam) const;
+    LRESULT type(wchar_t unit, LPARAM lParam);
+    LRESULT put(UINT message, WPARAM wParam, std::wstring_view text);
+    bool isStandIn(wchar_t unit) const;
+    // None where all are used: a dialog is closed long before.
+    std::optional<wchar_t> standInFor(wchar_t unit);
+    void reveal(std::span<wchar_t> units) const;
+    int convert(std::span<char> room) const;
 
     HWND edit_ = nullptr;
     WNDPROC original_ = nullptr;
-    bool changing_ = false;
-    Wiped<std::wstring> text_;
+    Wiped<std::wstring> typed_;
 };
 
 } // namespace quelta
