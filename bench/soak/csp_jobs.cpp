@@ -185,7 +185,7 @@ void enumerate(const Session& session)
         for (DWORD flags = CRYPT_FIRST;; flags = CRYPT_NEXT) {
             DWORD size = name.size();
             if (!CryptGetProvParam(session.context, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name.data()), &size, flags))
-                return GetLastError() == ERROR_NO_MORE_ITEMS && found == 2;
+                return GetLastError() != ERROR_NO_MORE_ITEMS ? static_cast<Code>(GetLastError()) : found == 2 ? 0 : noCode;
             found += known.rsa.name == name.data() || known.curve.name == name.data();
         }
     });
