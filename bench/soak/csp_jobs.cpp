@@ -122,9 +122,9 @@ Bytes publicBlob(ALG_ID algorithm, ByteView modulus)
                 concat({littleEndian({sizeOf(modulus) * 8, 65537}), reversed(modulus)}));
 }
 
-auto importing(const Session& session, Bytes blob, Key& key)
+auto importing(const Session& session, const Bytes& blob, Key& key)
 {
-    return [&session, blob, &key] {
+    return [&session, &blob, &key] {
         return CryptImportKey(session.context, blob.data(), sizeOf(blob), session.key, 0, &key.handle);
     };
 }

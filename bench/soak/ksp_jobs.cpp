@@ -56,9 +56,9 @@ public:
         return provider.thread.ask(
             "OpenKey", [&] { return provider.table->OpenKey(provider.handle, &handle, toWide(known.name).c_str(), 0, 0); });
     }
-    auto importing(const wchar_t* type, Bytes blob, NCRYPT_KEY_HANDLE unwrapping = 0)
+    auto importing(const wchar_t* type, const Bytes& blob, NCRYPT_KEY_HANDLE unwrapping = 0)
     {
-        return [=, this] {
+        return [=, this, &blob] {
             return provider.table->ImportKey(provider.handle, unwrapping, type, nullptr, &handle, dataOf(blob), sizeOf(blob), 0);
         };
     }
