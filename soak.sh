@@ -46,6 +46,7 @@ make_token() {
     token keygen --type rsa2048 --usage both --label rsa
     token keygen --type p256 --label curve
     token cert rsa --subject "CN=Soak"
+    token cert curve --subject "CN=Soak on a curve"
     # First among the keys that unwrap.
     token import --aes 000102030405060708090A0B0C0D0E0F --label wrapping
 }

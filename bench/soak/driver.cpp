@@ -89,7 +89,7 @@ private:
     // They are counted where no right PIN comes after them and gives the attempts back.
     bool lastPins()
     {
-        constexpr int wanted = 3;
+        constexpr int wanted = 5;
         if (!weatherTurns(Season::wrongPinsAlone)) return false;
         const auto before = board_->wrongDone.load();
         board_->stage = Stage::lastPins;

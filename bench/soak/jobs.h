@@ -12,8 +12,8 @@ inline constexpr const char moduleName[] = "QueltaCSP.dll";
 void useCryptoApi(Thread& thread, const Known& known);
 void useKeyStorage(Thread& thread, const Known& known);
 
-// Wrong PINs and none other: by each way that a PIN takes.
+// Five wrong PINs and none other: by each way that a PIN takes.
 void enterWrongPins(Thread& thread, const Known& known);
-void enterWrongPinByCryptoApi(Thread& thread, const Known& known);
+void enterWrongPinsByCryptoApi(Thread& thread, const Known& known);
 
 } // namespace quelta::soak

@@ -1,6 +1,7 @@
 #include "base/key_storage_table.h"
 #include "base/provider_name.h"
 #include "base/text.h"
+#include "crypto/primitives.h"
 #include "soak/jobs.h"
 #include "soak/weather.h"
 
@@ -12,14 +13,17 @@ namespace {
 
 using Table = KeyStorageFunctionTable;
 
+constexpr const wchar_t* certificateProperty = L"SmartCardKeyCertificate";
+
 class Provider {
 public:
     explicit Provider(Thread& asking) : thread(asking)
     {
         if (!thread.ask("LoadLibrary", [&] { return (module_ = LoadLibraryA(moduleName)) != nullptr; })) return;
-        void* const entry = reinterpret_cast<void*>(GetProcAddress(module_, "GetKeyStorageInterface"));
-        reinterpret_cast<GetKeyStorageInterfaceFunction>(entry)(wideProviderName, &table, 0);
-        thread.ask("OpenProvider", [&] { return table->OpenProvider(&handle, wideProviderName, 0); });
+        const auto entry = reinterpret_cast<GetKeyStorageInterfaceFunction>(
+            reinterpret_cast<void*>(GetProcAddress(module_, "GetKeyStorageInterface")));
+        if (thread.ask("GetKeyStorageInterface", [&] { return entry && entry(wideProviderName, &table, 0) == 0 && table; }))
+            thread.ask("OpenProvider", [&] { return table->OpenProvider(&handle, wideProviderName, 0); });
     }
     ~Provider()
     {
@@ -39,42 +43,49 @@ private:
 
 class Key {
 public:
-    explicit Key(const Provider& provider) : provider_(provider) {}
+    explicit Key(const Provider& itsProvider) : provider(itsProvider) {}
     ~Key()
     {
-        if (handle) provider_.thread.ask("FreeKey", [&] { return call(&Table::FreeKey); });
+        if (handle) provider.thread.ask("FreeKey", [&] { return call(&Table::FreeKey); });
     }
     Key(const Key&) = delete;
     Key& operator=(const Key&) = delete;
 
     bool open(const KnownKey& known)
     {
-        return provider_.thread.ask(
-            "OpenKey", [&] { return provider_.table->OpenKey(provider_.handle, &handle, toWide(known.name).c_str(), 0, 0); });
+        return provider.thread.ask(
+            "OpenKey", [&] { return provider.table->OpenKey(provider.handle, &handle, toWide(known.name).c_str(), 0, 0); });
     }
-    bool import(CallName name, const wchar_t* type, const Bytes& blob, NCRYPT_KEY_HANDLE unwrapping = 0)
+    auto importing(const wchar_t* type, const Bytes& blob, NCRYPT_KEY_HANDLE unwrapping = 0)
     {
-        return provider_.thread.ask(name, [&] {
-            return provider_.table->ImportKey(provider_.handle, unwrapping, type, nullptr, &handle, dataOf(blob), sizeOf(blob),
-                                              0);
-        });
+        return [=, this, &blob] {
+            return provider.table->ImportKey(provider.handle, unwrapping, type, nullptr, &handle, dataOf(blob), sizeOf(blob), 0);
+        };
     }
     template <class Slot, class... Arguments>
     SECURITY_STATUS call(Slot Table::*slot, Arguments... arguments) const
     {
-        return (provider_.table->*slot)(provider_.handle, handle, arguments...);
+        return (provider.table->*slot)(provider.handle, handle, arguments...);
     }
     template <class Slot, class... Arguments>
-    std::optional<Bytes> fetch(CallName name, DWORD flags, Slot Table::*slot, Arguments... arguments) const
+    std::optional<Bytes> fetch(CallName name, DWORD flags, DWORD room, Slot Table::*slot, Arguments... arguments) const
     {
-        return provider_.thread.fetch(
-            name, [&](BYTE* room, DWORD* size) { return call(slot, arguments..., room, *size, size, flags); });
+        return provider.thread.fetch(
+            name, [&](BYTE* output, DWORD* size) { return call(slot, arguments..., output, *size, size, flags); }, room);
+    }
+    template <class... Arguments>
+    std::optional<Bytes> fetchSilentlyAtTimes(CallName loud, CallName silent, DWORD flags, Arguments... arguments) const
+    {
+        return provider.thread.oneIn(4) ? fetch(silent, flags | NCRYPT_SILENT_FLAG, arguments...)
+                                        : fetch(loud, flags, arguments...);
+    }
+    SECURITY_STATUS set(const wchar_t* property, ByteView value) const
+    {
+        return call(&Table::SetKeyProperty, property, dataOf(value), sizeOf(value), DWORD{0});
     }
 
+    const Provider& provider;
     NCRYPT_KEY_HANDLE handle = 0;
-
-private:
-    const Provider& provider_;
 };
 
 struct Session {
@@ -86,20 +97,21 @@ struct Session {
 };
 
 // The size that is told for a key on a curve is not that of its signatures.
-Bytes signature(const Session& session, const Key& key, const Bytes& digest)
+std::optional<Bytes> signature(const Key& key, const Bytes& digest)
 {
-    Bytes room(256);
-    DWORD size = sizeOf(room);
-    const auto signing = [&](DWORD flags) {
-        return [&, flags] {
-            return key.call(&Table::SignHash, nullptr, dataOf(digest), sizeOf(digest), room.data(), sizeOf(room), &size,
-                            flags | NCRYPT_PAD_PKCS1_FLAG);
-        };
+    return key.fetchSilentlyAtTimes("SignHash", "SignHash, silent", NCRYPT_PAD_PKCS1_FLAG, rsaSize, &Table::SignHash, nullptr,
+                                    dataOf(digest), sizeOf(digest));
+}
+
+void verify(Thread& thread, const Key& key, const Bytes& digest, Bytes signature)
+{
+    const auto verifying = [&] {
+        return key.call(&Table::VerifySignature, nullptr, dataOf(digest), sizeOf(digest), signature.data(), sizeOf(signature),
+                        DWORD{NCRYPT_PAD_PKCS1_FLAG});
     };
-    const bool done = session.thread.oneIn(4) ? session.thread.ask("SignHash, silent", signing(NCRYPT_SILENT_FLAG))
-                                              : session.thread.ask("SignHash", signing(0));
-    room.resize(done ? size : 0);
-    return room;
+    thread.ask("VerifySignature", verifying);
+    signature.at(thread.below(signature.size())) ^= 1;
+    thread.askInVain("VerifySignature, damaged", NTE_BAD_SIGNATURE, verifying);
 }
 
 void sign(const Session& session)
@@ -108,69 +120,63 @@ void sign(const Session& session)
     const bool rsa = thread.oneIn(2);
     const Key& key = rsa ? session.rsa : session.curve;
     const Bytes digest = thread.bytes(knownDigests[rsa ? thread.below(4) : 0].size);
-    Bytes made = signature(session, key, digest);
-    if (made.empty()) return;
-    judgeSignature(thread, "SignHash", (rsa ? session.known.rsa : session.known.curve).publicKey, digest, made);
-    const auto verify = [&] {
-        return key.call(&Table::VerifySignature, nullptr, dataOf(digest), sizeOf(digest), made.data(), sizeOf(made),
-                        DWORD{NCRYPT_PAD_PKCS1_FLAG});
-    };
-    thread.ask("VerifySignature", verify);
-    made[thread.below(made.size())] ^= 1;
-    thread.askInVain("VerifySignature, damaged", NTE_BAD_SIGNATURE, verify);
+    const auto made = signature(key, digest);
+    if (made && judgeSignature(thread, "SignHash", (rsa ? session.known.rsa : session.known.curve).publicKey, digest, *made))
+        verify(thread, key, digest, *made);
 }
 
-void decrypt(const Session& session)
+void encryptAndDecrypt(const Session& session)
 {
-    const DWORD padding = session.thread.oneIn(2) ? NCRYPT_PAD_OAEP_FLAG : NCRYPT_PAD_PKCS1_FLAG;
-    const Bytes text = session.thread.bytes(1 + session.thread.below(200));
-    const auto cipher = session.rsa.fetch("Encrypt", padding, &Table::Encrypt, dataOf(text), sizeOf(text), nullptr);
-    if (!cipher) return;
-    const auto plain = session.rsa.fetch("Decrypt", padding, &Table::Decrypt, dataOf(*cipher), sizeOf(*cipher), nullptr);
-    if (plain) judgePlainText(session.thread, "Decrypt", *plain, text);
+    const auto& [thread, known, provider, rsa, curve] = session;
+    const Secret secret = drawnSecret(thread, known);
+    const DWORD flags = secret.padding == softtoken::RsaPadding::pkcs1 ? NCRYPT_PAD_PKCS1_FLAG : NCRYPT_PAD_OAEP_FLAG;
+    const auto made = rsa.fetchSilentlyAtTimes("Encrypt", "Encrypt, silent", flags, 0, &Table::Encrypt, dataOf(secret.text),
+                                               sizeOf(secret.text), nullptr);
+    if (made) judgeCipher(thread, "Encrypt", known, *made, secret);
+    const auto plain = rsa.fetchSilentlyAtTimes("Decrypt", "Decrypt, silent", flags, 0, &Table::Decrypt, dataOf(secret.cipher),
+                                                sizeOf(secret.cipher), nullptr);
+    if (plain) judgePlainText(thread, "Decrypt", *plain, secret.text);
 }
 
 void importSecrets(const Session& session)
 {
-    Key plain(session.provider), wrapped(session.provider), transported(session.provider);
-    const Bytes keyData = concat({littleEndian({BCRYPT_KEY_DATA_BLOB_MAGIC, 1, 16}), session.thread.bytes(16)});
-    plain.import("ImportKey KeyDataBlob", L"KeyDataBlob", keyData);
-    wrapped.import("ImportKey OpaqueKeyBlob", L"OpaqueKeyBlob", wrappedKey);
-    const Bytes blob = reversed(transportedKey(session.known));
-    if (!transported.import("ImportKey OpaqueTransport", L"OpaqueTransport", blob, session.rsa.handle)) return;
-    std::wstring mode = L"ChainingModeECB";
-    session.thread.ask("SetKeyProperty ChainingMode", [&] {
-        return transported.call(&Table::SetKeyProperty, L"ChainingMode", reinterpret_cast<PBYTE>(mode.data()),
-                                static_cast<DWORD>((mode.size() + 1) * sizeof(wchar_t)), DWORD{0});
-    });
-    const auto text = transported.fetch("Decrypt, AES", 0, &Table::Decrypt, dataOf(aesCipher), sizeOf(aesCipher), nullptr);
-    if (text) judgePlainText(session.thread, "Decrypt, AES", *text, aesText);
+    const auto& [thread, known, provider, rsa, curve] = session;
+    Key plain(provider), wrapped(provider), transported(provider);
+    const std::wstring_view mode(L"ChainingModeECB\0", 16);
+    const ByteView ecb(reinterpret_cast<const BYTE*>(mode.data()), 2 * mode.size());
+    const Bytes value = thread.bytes(16);
+    const Bytes keyData = concat({littleEndian({BCRYPT_KEY_DATA_BLOB_MAGIC, 1, 16}), value});
+    askToStoreAes(thread, "ImportKey KeyDataBlob", plain.importing(L"KeyDataBlob", keyData), value);
+    askToStoreAes(thread, "ImportKey OpaqueKeyBlob", wrapped.importing(L"OpaqueKeyBlob", wrappedKey), aesText);
+    const Bytes blob = reversed(transportedKey(known));
+    if (!thread.ask("ImportKey OpaqueTransport", transported.importing(L"OpaqueTransport", blob, rsa.handle))) return;
+    thread.ask("SetKeyProperty IV", [&] { return transported.set(L"IV", aesIv); });
+    const bool chained = thread.oneIn(2);
+    if (!chained) thread.ask("SetKeyProperty ChainingMode", [&] { return transported.set(L"ChainingMode", ecb); });
+    const Bytes& cipher = chained ? aesCbcCipher : aesCipher;
+    const auto text = transported.fetch("Decrypt, AES", 0, 0, &Table::Decrypt, dataOf(cipher), sizeOf(cipher), nullptr);
+    if (text) judgePlainText(thread, "Decrypt, AES", *text, aesText);
 }
 
 std::optional<Bytes> exported(const Key& key)
 {
-    return key.fetch("ExportKey", 0, &Table::ExportKey, NCRYPT_KEY_HANDLE{0}, BCRYPT_RSAPUBLIC_BLOB, nullptr);
+    return key.fetch("ExportKey", 0, 0, &Table::ExportKey, NCRYPT_KEY_HANDLE{0}, BCRYPT_RSAPUBLIC_BLOB, nullptr);
 }
 
 void exportAndImport(const Session& session)
 {
-    Key imported(session.provider);
-    const Bytes& modulus = session.known.rsa.publicKey;
-    const auto blob = exported(session.rsa);
-    if (!blob) return;
-    session.thread.require(sameBytes(lastOf(*blob, modulus.size()), modulus), "ExportKey", "it is another key");
-    imported.import("ImportKey RSAPUBLICBLOB", BCRYPT_RSAPUBLIC_BLOB, *blob);
+    const auto& [thread, known, provider, rsa, curve] = session;
+    if (const auto blob = exported(rsa))
+        thread.require(blob == rsaPublicBlob(known.rsa.publicKey), "ExportKey", "it is another blob");
+    Key imported(provider);
+    if (thread.ask("ImportKey RSAPUBLICBLOB", imported.importing(BCRYPT_RSAPUBLIC_BLOB, rsaPublicBlob(known.strangersKey))))
+        verify(thread, imported, softtoken::digest(softtoken::sha256, aesText), known.strangersSignature);
 }
 
-void readAndStoreCertificate(const Session& session)
+void readCertificate(const Key& key, const Bytes& known)
 {
-    constexpr const wchar_t* property = L"SmartCardKeyCertificate";
-    const Bytes& known = session.known.rsa.certificate;
-    const auto read = session.rsa.fetch("GetKeyProperty SmartCardKeyCertificate", 0, &Table::GetKeyProperty, property);
-    if (read) session.thread.require(read == known, "GetKeyProperty SmartCardKeyCertificate", "it is another certificate");
-    session.thread.ask("SetKeyProperty SmartCardKeyCertificate", [&] {
-        return session.rsa.call(&Table::SetKeyProperty, property, dataOf(known), sizeOf(known), DWORD{0});
-    });
+    const auto read = key.fetch("GetKeyProperty SmartCardKeyCertificate", 0, 0, &Table::GetKeyProperty, certificateProperty);
+    key.provider.thread.require(!read || read == known, "GetKeyProperty SmartCardKeyCertificate", "it is another certificate");
 }
 
 // The interface releases the outer blocks alone. What it leaves is given back here, so that what the process holds can be
@@ -179,67 +185,98 @@ void enumerate(const Session& session)
 {
     const auto& [thread, known, provider, rsa, curve] = session;
     const Table& table = *provider.table;
-    bool found = false;
+    int found = 0;
     void* state = nullptr;
     thread.ask("EnumKeys", [&] {
         for (NCryptKeyName* name = nullptr;; table.FreeBuffer(name)) {
             const SECURITY_STATUS status = table.EnumKeys(provider.handle, nullptr, &name, &state, 0);
-            if (status != 0) return status == NTE_NO_MORE_ITEMS ? (found ? 0 : noCode) : status;
-            found |= name->pszName == toWide(known.rsa.name);
+            if (status != 0) return status == NTE_NO_MORE_ITEMS ? (found == 2 ? 0 : noCode) : status;
+            found += name->pszName == toWide(known.rsa.name) || name->pszName == toWide(known.curve.name);
             std::free(name->pszName);
             std::free(name->pszAlgid);
         }
     });
     if (state) std::free(static_cast<void**>(state)[1]);
     table.FreeBuffer(state);
-    thread.ask("EnumAlgorithms", [&] {
+    std::wstring names;
+    const bool done = thread.ask("EnumAlgorithms", [&] {
         DWORD count = 0;
         NCryptAlgorithmName* list = nullptr;
         if (const SECURITY_STATUS status = table.EnumAlgorithms(provider.handle, 0, &count, &list, 0)) return status;
-        for (DWORD i = 0; i < count; ++i) std::free(list[i].pszName);
+        for (DWORD i = 0; i < count; std::free(list[i++].pszName)) names.append(list[i].pszName) += L' ';
         return table.FreeBuffer(list);
     });
+    thread.require(!done || names == L"RSA ECDSA_P256 ECDSA_P384 ECDSA_P521 ", "EnumAlgorithms", "they are other ones");
 }
 
-SECURITY_STATUS setPin(const Provider& provider, const char* pin)
+SECURITY_STATUS setPin(const Key& key, bool ofKey, const char* text)
 {
-    return provider.table->SetProviderProperty(provider.handle, L"SmartCardPin", reinterpret_cast<PBYTE>(const_cast<char*>(pin)),
-                                               0, 0);
+    const auto pin = reinterpret_cast<PBYTE>(const_cast<char*>(text));
+    return ofKey ? key.call(&Table::SetKeyProperty, L"SmartCardPin", pin, DWORD{0}, DWORD{0})
+                 : key.provider.table->SetProviderProperty(key.provider.handle, L"SmartCardPin", pin, 0, 0);
 }
 
-void enterWrongPin(const Provider& provider)
+void enterWrongPin(const Key& key, CallName call, bool ofKey)
 {
-    if (const WrongPin now(provider.thread.board); now)
-        provider.thread.askInVain("SetProviderProperty SmartCardPin, wrong", NTE_VALIDATION_FAILED,
-                                  [&] { return setPin(provider, wrongPin); });
+    if (const WrongPin now(key.provider.thread.board); now)
+        key.provider.thread.askInVain(call, NTE_VALIDATION_FAILED, [&] { return setPin(key, ofKey, wrongPin); });
 }
 
 void enterPin(const Session& session)
 {
-    enterWrongPin(session.provider);
-    session.thread.ask("SetProviderProperty SmartCardPin", [&] { return setPin(session.provider, rightPin); });
-    session.thread.ask("PromptUser", [&] { return session.rsa.call(&Table::PromptUser, L"sign", DWORD{0}); });
+    const Key& key = session.rsa;
+    enterWrongPin(key, "SetProviderProperty SmartCardPin, wrong", false);
+    enterWrongPin(key, "SetKeyProperty SmartCardPin, wrong", true);
+    session.thread.ask("SetProviderProperty SmartCardPin", [&] { return setPin(key, false, rightPin); });
+    session.thread.ask("SetKeyProperty SmartCardPin", [&] { return setPin(key, true, rightPin); });
+    session.thread.ask("PromptUser", [&] { return key.call(&Table::PromptUser, L"sign", DWORD{0}); });
 }
 
+// It is its maker's alone: nobody else deletes it, or changes its certificate.
 void makeKey(const Session& session)
 {
     const auto& [thread, known, provider, rsa, curve] = session;
     Key key(provider);
-    const Bytes digest = thread.bytes(32);
     if (!thread.ask("CreatePersistedKey", [&] {
             return provider.table->CreatePersistedKey(provider.handle, &key.handle, L"ECDSA_P256", L"soak", AT_SIGNATURE, 0);
         }))
         return;
     if (!thread.ask("FinalizeKey", [&] { return key.call(&Table::FinalizeKey, DWORD{0}); })) return;
-    // It is exported as the token gives it, with the coordinates at its end.
+    // It is exported as the token gives it.
     const auto blob = exported(key);
-    const Bytes made = signature(session, key, digest);
-    if (blob && !made.empty()) judgeSignature(thread, "SignHash", lastOf(*blob, 64), digest, made);
-    thread.ask("DeleteKey", [&] { return key.call(&Table::DeleteKey, DWORD{0}); });
+    if (!blob) return;
+    const auto isIt = [&](const auto& pair) {
+        return rsaPublicBlob(pair.publicKey) == *blob && pair.algorithm == algorithmP256 && pair.usage == usageSigning;
+    };
+    const softtoken::TokenState token = tokenNow();
+    const auto pair = std::ranges::find_if(token.keyPairs, isIt);
+    thread.require(pair != token.keyPairs.end(), "FinalizeKey", "the token does not hold it");
+    if (pair == token.keyPairs.end()) return;
+    const ByteView point = lastOf(pair->publicKey, 64);
+    const Bytes digest = thread.bytes(32);
+    if (const auto made = signature(key, digest)) judgeSignature(thread, "SignHash", point, digest, *made);
+    // That of the other key on a curve, for this one: nobody looks at its issuer's signature.
+    Bytes certificate = known.curve.chain.front();
+    std::ranges::copy(point, std::ranges::search(certificate, known.curve.publicKey).begin());
+    if (thread.ask("SetKeyProperty SmartCardKeyCertificate", [&] { return key.set(certificateProperty, certificate); })) {
+        thread.require(std::ranges::count(tokenNow().certificates, certificate, &softtoken::StoredCertificate::der) == 1,
+                       "SetKeyProperty SmartCardKeyCertificate", "the token does not hold it");
+        readCertificate(key, certificate);
+    }
+    if (thread.ask("DeleteKey", [&] { return key.call(&Table::DeleteKey, DWORD{0}); }))
+        thread.require(std::ranges::none_of(tokenNow().keyPairs, isIt), "DeleteKey", "the token still holds it");
 }
 
 constexpr void (*jobs[])(const Session&) = {
-    sign, sign, decrypt, importSecrets, exportAndImport, readAndStoreCertificate, enumerate, enterPin, makeKey,
+    sign,
+    sign,
+    encryptAndDecrypt,
+    importSecrets,
+    exportAndImport,
+    enumerate,
+    enterPin,
+    makeKey,
+    [](const Session& session) { readCertificate(session.rsa, session.known.rsa.chain.front()); },
 };
 
 } // namespace
@@ -256,9 +293,11 @@ void useKeyStorage(Thread& thread, const Known& known)
 void enterWrongPins(Thread& thread, const Known& known)
 {
     const Provider provider(thread);
-    if (!provider.handle) return;
-    enterWrongPin(provider);
-    enterWrongPinByCryptoApi(thread, known);
+    Key key(provider);
+    if (!provider.handle || !key.open(known.rsa)) return;
+    enterWrongPin(key, "SetProviderProperty SmartCardPin, wrong", false);
+    enterWrongPin(key, "SetKeyProperty SmartCardPin, wrong", true);
+    enterWrongPinsByCryptoApi(thread, known);
     // By the dialog, which is cancelled after that.
     thread.askInVain("PromptUser", NTE_FAIL, [&] { return provider.table->PromptUser(provider.handle, 0, L"sign", 0); });
 }

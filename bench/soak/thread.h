@@ -40,20 +40,22 @@ public:
             return code == 0 ? accepted : code == refusal ? Code{0} : code;
         });
     }
-    // Asks for the size first, as applications do: `work` gets room and the address of its size.
+    // `work` gets room and the address of its size, for which it is asked first, as applications do, unless there is a room.
     template <class Work>
-    std::optional<Bytes> fetch(CallName call, Work work)
+    std::optional<Bytes> fetch(CallName call, Work work, DWORD room = 0)
     {
         Bytes bytes;
+        DWORD size = room;
         const bool done = ask(call, [&] {
-            DWORD size = 0;
-            if (const Code refused = codeOf(work(nullptr, &size))) return refused;
+            if (room == 0)
+                if (const Code refused = codeOf(work(nullptr, &size))) return refused;
             bytes.resize(size);
-            const Code code = codeOf(work(bytes.data(), &size));
-            bytes.resize(std::min<std::size_t>(size, bytes.size()));
-            return code;
+            return codeOf(work(bytes.data(), &size));
         });
-        return done ? std::optional(bytes) : std::nullopt;
+        if (!done) return std::nullopt;
+        require(size <= bytes.size(), call, "it tells more bytes than there was room for");
+        bytes.resize(std::min<std::size_t>(size, bytes.size()));
+        return bytes;
     }
     // What was done must be right, too.
     void require(bool right, CallName call, const char* otherwise);
