@@ -55,21 +55,6 @@ void removeLeftovers(TokenState& token, bool nobodyWorks)
     });
 }
 
-std::optional<DWORD> logLevel()
-{
-    DWORD level = 0, size = sizeof level;
-    const auto status = RegGetValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, RRF_RT_DWORD, nullptr, &level, &size);
-    return status == ERROR_SUCCESS ? std::optional(level) : std::nullopt;
-}
-
-void setLogLevel(std::optional<DWORD> level)
-{
-    if (level)
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, REG_DWORD, &*level, sizeof *level);
-    else
-        RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue);
-}
-
 } // namespace
 
 std::span<const Weather> allWeathers()
@@ -83,22 +68,13 @@ const Weather& weatherNow(const Board& board)
 }
 
 WeatherMaker::WeatherMaker(Board& board, std::uint32_t seed, std::filesystem::path logs)
-    : token_(tokenFolder()),
-      logs_(std::move(logs)),
-      levelBefore_(logLevel()),
-      thread_(board, board.driver, seed),
-      counts_(std::size(weathers))
+    : token_(tokenFolder()), logs_(std::move(logs)), thread_(board, board.driver, seed), counts_(std::size(weathers))
 {
     changeToken(token_, [](TokenState& state) {
         state.pin = newPin(rightPin, attempts);
         return true;
     });
     worker_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
-}
-
-WeatherMaker::~WeatherMaker()
-{
-    setLogLevel(levelBefore_);
 }
 
 int WeatherMaker::attemptsLost() const
@@ -181,7 +157,10 @@ void WeatherMaker::watchPin()
 void WeatherMaker::disturbLog()
 {
     constexpr DWORD levels[] = {0, 2, 3};
-    if (thread_.oneIn(100)) setLogLevel(levels[thread_.below(std::size(levels))]);
+    if (thread_.oneIn(100)) {
+        const DWORD level = levels[thread_.below(std::size(levels))];
+        RegSetKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, REG_DWORD, &level, sizeof level);
+    }
     std::error_code ignored;
     if (thread_.oneIn(250)) std::filesystem::remove_all(logs_, ignored);
 }

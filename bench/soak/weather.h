@@ -6,7 +6,6 @@
 #include "store/token_state.h"
 
 #include <filesystem>
-#include <optional>
 #include <span>
 #include <thread>
 #include <vector>
@@ -37,12 +36,11 @@ const Weather& weatherNow(const Board& board);
 enum class Season { cleared, changing, resting, wrongPinsAlone };
 
 // Changes the weather, the log level and the log's folder, and watches that the token loses no attempts at its PIN but those that
-// were wrong on purpose: all from a thread of its own, since whoever changes the token may have to wait for it. In the end the
-// log level is as it was.
+// were wrong on purpose: all from a thread of its own, since whoever changes the token may have to wait for it. The log level is
+// for soak.sh to put back, which outlives a soak that is broken off.
 class WeatherMaker {
 public:
     WeatherMaker(Board& board, std::uint32_t seed, std::filesystem::path logs);
-    ~WeatherMaker();
     WeatherMaker(const WeatherMaker&) = delete;
     WeatherMaker& operator=(const WeatherMaker&) = delete;
 
@@ -63,7 +61,6 @@ private:
 
     const std::filesystem::path token_;
     const std::filesystem::path logs_;
-    const std::optional<DWORD> levelBefore_;
     Thread thread_;
     std::atomic<Season> wanted_ = Season::cleared;
     std::atomic<Season> reached_ = Season::changing;
