@@ -231,4 +231,9 @@ void enterWrongPinByCryptoApi(Thread& thread, const Known& known)
     inSession(thread, known, enterWrongPin);
 }
 
+void decryptByCryptoApi(Thread& thread, const Known& known)
+{
+    inSession(thread, known, decrypt);
+}
+
 } // namespace quelta::soak
