@@ -48,9 +48,17 @@ constexpr Weather weathers[] = {
     {"expired, its clock off", noSession | userLeaves | clockOff, Habit::whim,
      [](TokenState& token) { expire(token), token.clockMismatch = true; }, 1},
 };
-// Those that the soak chooses; the changing season draws one after the other.
-constexpr std::size_t changing = 0, signedOn = 3;
-constexpr std::size_t ofSeason[] = {signedOn, changing, signedOn, 1, 2, 4, 6};
+
+constexpr std::size_t rowOf(std::string_view name)
+{
+    return static_cast<std::size_t>(std::ranges::find(weathers, name, &Weather::name) - weathers);
+}
+
+// The changing season draws one after the other.
+constexpr std::size_t ofSeason[] = {
+    rowOf("signed on"), rowOf("changing"),  rowOf("signed on"), rowOf("given wrong PINs alone"), rowOf("left with two attempts"),
+    rowOf("unplugged"), rowOf("signed off")};
+static_assert(std::ranges::max(ofSeason) < std::size(weathers));
 
 // Nobody uses again what was imported or what CryptGenKey made. Keys of key storage are deleted by whoever made them; what is
 // left of those goes when nobody works.
@@ -126,7 +134,7 @@ std::size_t WeatherMaker::drawn()
 void WeatherMaker::turn(std::size_t row, bool nobodyWorks)
 {
     Board& board = thread_.board;
-    board.weatherRow = changing;
+    board.weatherRow = rowOf("changing");
     ++board.weatherNumber;
     thread_.ask("changing the token", [&] {
         // Where as many were done as had begun after that look, none was on its way in between.
