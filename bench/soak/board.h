@@ -68,9 +68,10 @@ enum class Stage {
     secondHalf,
     secondPause,
     fresh,
-    wrongPins,
+    wrong,
     locked,
     given,
+    stale,
     pulled,
     plugged,
     over

@@ -83,6 +83,7 @@ constexpr Call calls[] = {
     {"SignHash", {{NTE_FAIL, noPin}, {NTE_INTERNAL_ERROR, administration}}, privateKey},
     {"SignHash, silent", {{NTE_SILENT_CONTEXT, silence}, {NTE_FAIL, noPin}, {NTE_INTERNAL_ERROR, administration}}, privateKey},
     {"SignHash, silent, with a PIN"},
+    {"SignHash, silent, with a stale PIN"},
     {"SignHash, silent, without one"},
     {"VerifySignature", {{NTE_BAD_SIGNATURE, unplugged}}, unplugged},
     {"VerifySignature, damaged"},

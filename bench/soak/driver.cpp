@@ -117,9 +117,9 @@ private:
     bool lastAct()
     {
         constexpr std::pair<Season, Stage> scenes[] = {
-            {Season::resting, Stage::fresh},       {Season::wrongPinsAlone, Stage::wrongPins},
-            {Season::lastAttempts, Stage::locked}, {Season::signedOff, Stage::given},
-            {Season::pulled, Stage::pulled},       {Season::signedOff, Stage::plugged},
+            {Season::resting, Stage::fresh},     {Season::wrongPinsAlone, Stage::wrong}, {Season::lastAttempts, Stage::locked},
+            {Season::signedOff, Stage::given},   {Season::anotherPin, Stage::stale},     {Season::pulled, Stage::pulled},
+            {Season::signedOff, Stage::plugged},
         };
         return std::ranges::all_of(scenes, [&](const auto& scene) {
             if (!weatherTurns(scene.first)) return false;

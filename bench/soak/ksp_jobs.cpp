@@ -284,7 +284,7 @@ void playLastAct(Thread& thread, const Known& known, std::size_t process, const 
     // Under the open session: from now on the module takes none for a validated PIN.
     thread.ask("PromptUser", prompt);
     mustSign();
-    reach(Stage::wrongPins);
+    reach(Stage::wrong);
     if (process == 0) {
         // The last prompt is cancelled, and leaves nothing.
         enterWrongPins(thread, known);
@@ -306,6 +306,9 @@ void playLastAct(Thread& thread, const Known& known, std::size_t process, const 
     else
         thread.ask("SetProviderProperty SmartCardPin", setRightPin);
     mustSign();
+    reach(Stage::stale);
+    // The user is not asked again, nor an attempt lost.
+    thread.askInVain("SignHash, silent, with a stale PIN", NTE_INTERNAL_ERROR, signSilently);
     reach(Stage::pulled);
     // For longer than the module's monitor takes for two looks.
     Sleep(2500);

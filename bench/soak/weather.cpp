@@ -36,6 +36,8 @@ constexpr Weather weathers[] = {
     {"given wrong PINs alone", noSession | userLeaves, Habit::wrongThenCancel, signOff, 0},
     {"left with two attempts", noSession | noAttempts, Habit::wrong,
      [](TokenState& token) { signOff(token), token.pin.remaining = 2; }, 0},
+    {"given another PIN", noSession, Habit::right,
+     [](TokenState& token) { signOff(token), token.pin = newPin(wrongPin, attempts); }, 0},
     {"signed on", 0, Habit::right, [](TokenState&) {}, 4},
     {"unplugged", unplugged | userLeaves, Habit::whim, unplug, 1},
     {"unplugged and signed off", unplugged | userLeaves, Habit::whim, [](TokenState& token) { unplug(token), signOff(token); },
@@ -55,9 +57,14 @@ constexpr std::size_t rowOf(std::string_view name)
 }
 
 // The changing season draws one after the other.
-constexpr std::size_t ofSeason[] = {
-    rowOf("signed on"), rowOf("changing"),  rowOf("signed on"), rowOf("given wrong PINs alone"), rowOf("left with two attempts"),
-    rowOf("unplugged"), rowOf("signed off")};
+constexpr std::size_t ofSeason[] = {rowOf("signed on"),
+                                    rowOf("changing"),
+                                    rowOf("signed on"),
+                                    rowOf("given wrong PINs alone"),
+                                    rowOf("left with two attempts"),
+                                    rowOf("given another PIN"),
+                                    rowOf("unplugged"),
+                                    rowOf("signed off")};
 static_assert(std::ranges::max(ofSeason) < std::size(weathers));
 
 // Nobody uses again what was imported or what CryptGenKey made. Keys of key storage are deleted by whoever made them; what is
@@ -83,13 +90,9 @@ const Weather& weatherNow(const Board& board)
 }
 
 WeatherMaker::WeatherMaker(Board& board, std::uint32_t seed, std::filesystem::path logs)
-    : token_(tokenFolder()), logs_(std::move(logs)), thread_(board, board.driver, seed)
+    : token_(tokenFolder()), logs_(std::move(logs)), pin_(newPin(rightPin, attempts)), thread_(board, board.driver, seed)
 {
     disturbances_.weathers.resize(std::size(weathers));
-    changeToken(token_, [](TokenState& state) {
-        state.pin = newPin(rightPin, attempts);
-        return true;
-    });
     worker_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
 }
 
@@ -147,7 +150,7 @@ void WeatherMaker::turn(std::size_t row, bool nobodyWorks)
             judgePins(state.wrongPins, true);
             state.plugged = state.singleSignOnEnabled = state.singleSignOnOpen = true;
             state.clockMismatch = false;
-            state.pin.remaining = state.pin.attempts;
+            state.pin = pin_;
             removeLeftovers(state, nobodyWorks);
             weathers[row].change(state);
             return true;

@@ -33,8 +33,9 @@ std::span<const Weather> allWeathers();
 const Weather& weatherNow(const Board& board);
 
 // What the weather maker is to do: to leave the token signed on, and rid of what others left behind there; to change the weather
-// by itself; to leave it signed on; to have wrong PINs alone; to leave it with two attempts; to pull it; to leave it signed off.
-enum class Season { cleared, changing, resting, wrongPinsAlone, lastAttempts, pulled, signedOff };
+// by itself; to leave it signed on; to have wrong PINs alone; to leave it with two attempts; to give it another PIN; to pull it;
+// to leave it signed off.
+enum class Season { cleared, changing, resting, wrongPinsAlone, lastAttempts, anotherPin, pulled, signedOff };
 
 // How often there was each weather, and how often the log lost its folder or changed its level.
 struct Disturbances {
@@ -68,6 +69,7 @@ private:
 
     const std::filesystem::path token_;
     const std::filesystem::path logs_;
+    const softtoken::StoredPin pin_;
     Thread thread_;
     std::atomic<Season> wanted_ = Season::cleared;
     std::atomic<Season> reached_ = Season::changing;
