@@ -51,6 +51,20 @@ make_token() {
     token import --aes 000102030405060708090A0B0C0D0E0F --label wrapping
 }
 
+# The log level of the whole prefix is changed meanwhile.
+level=('HKLM\Software\Oskvar\Quelta' /v logLevel)
+remember_level() {
+    level_before=$(wine reg query "${level[@]}" 2>/dev/null </dev/null 9>&- | grep -oE '0x[0-9a-f]+' || true)
+    trap 'status=$?; set +e; put_level_back; (exit "$status"); clean_up' EXIT
+}
+# With a new server: an interruption ends the old one, and the soak may still be at work.
+put_level_back() {
+    stop_wineserver
+    start_wineserver
+    quietly log-level.log wine reg delete "${level[@]}" /f 2>/dev/null
+    [[ -z $level_before ]] || quietly log-level.log wine reg add "${level[@]}" /t REG_DWORD /d "$level_before" /f
+}
+
 take_turn exclusive
 need_packages "${build_packages[@]}"
 start_display
@@ -59,6 +73,5 @@ build_preset mingw-release QueltaCSP QueltaDSCLibrary quelta-token quelta-soak
 use_build mingw-release
 register_provider "$bin"
 make_token
-status=0
-wine "$(program quelta-soak)" --folder "$(windows_path "$soak")" "${arguments[@]}" </dev/null 9>&- || status=$?
-exit "$status"
+remember_level
+wine "$(program quelta-soak)" --folder "$(windows_path "$soak")" "${arguments[@]}" </dev/null 9>&-

@@ -20,6 +20,12 @@ constexpr std::size_t threadsEach = 4;
 constexpr std::size_t mainThread = threadsEach;
 constexpr std::size_t userThread = threadsEach + 1;
 
+// In the last process nobody keeps the module loaded, and there are pauses: it is loaded and unloaded again and again.
+constexpr bool keepsModule(std::size_t process)
+{
+    return process + 1 < workingProcesses;
+}
+
 struct Outcomes {
     std::uint64_t done;
     std::uint64_t refused[mostRefusals];
@@ -34,7 +40,10 @@ struct Finding {
 // Written by one thread. What is not atomic is read when that has ended.
 struct ThreadBoard {
     std::atomic<bool> working;
+    std::atomic<DWORD> thread;
     std::atomic<int> call;
+    // When the call began.
+    std::atomic<std::uint32_t> weather;
     // Grows as long as there is progress.
     std::atomic<std::uint64_t> count;
     Outcomes outcomes[std::size(calls)];
@@ -46,12 +55,27 @@ struct ThreadBoard {
 
 struct ProcessBoard {
     ThreadBoard threads[threadsEach + 2];
-    // At the end of each half, with the module unloaded.
-    bench::Holdings holdings[2];
-    std::atomic<int> halvesDone;
+    // At the end of each half, with the module still loaded, where it is kept, and unloaded.
+    bench::Holdings loaded[2], unloaded[2];
+    std::atomic<int> stepsDone;
 };
 
-enum class Stage { starting, firstHalf, firstPause, secondHalf, secondPause, lastPins, over };
+// After each half a pause; after both the last act.
+enum class Stage {
+    start,
+    firstHalf,
+    firstPause,
+    secondHalf,
+    secondPause,
+    fresh,
+    wrong,
+    locked,
+    given,
+    stale,
+    pulled,
+    plugged,
+    over
+};
 
 struct Board {
     std::uint32_t seed;
@@ -59,8 +83,9 @@ struct Board {
     // Of each change of the weather, so that it tells whether it has changed since.
     std::atomic<std::uint32_t> weatherNumber;
     std::atomic<std::size_t> weatherRow;
-    // PINs that were wrong on purpose: counted before they are entered, and again when the token has answered.
-    std::atomic<std::uint32_t> wrongBegun, wrongDone;
+    // Who may be about to enter a wrong PIN, and who was and has the token's answer; and the wrong PINs, counted before they are
+    // entered.
+    std::atomic<std::uint32_t> wrongBegun, wrongDone, wrongEntered;
     ProcessBoard processes[workingProcesses];
     ThreadBoard driver;
 };

@@ -267,4 +267,9 @@ void enterWrongPinsByCryptoApi(Thread& thread, const Known& known)
     });
 }
 
+void decryptByCryptoApi(Thread& thread, const Known& known)
+{
+    inSession(thread, known, decrypt);
+}
+
 } // namespace quelta::soak

@@ -3,6 +3,7 @@
 #include "resources/resource_ids.h"
 
 #include <array>
+#include <string_view>
 
 namespace quelta::bench {
 
@@ -15,6 +16,17 @@ void send(HWND window, UINT message, WPARAM wParam = 0, LPARAM lParam = 0)
 {
     DWORD_PTR result = 0;
     SendMessageTimeoutA(window, message, wParam, lParam, SMTO_NORMAL, patience, &result);
+}
+
+BOOL CALLBACK addOwnDialog(HWND window, LPARAM found)
+{
+    DWORD process = 0;
+    GetWindowThreadProcessId(window, &process);
+    std::array<char, 16> name{};
+    GetClassNameA(window, name.data(), static_cast<int>(name.size()));
+    if (process == GetCurrentProcessId() && name.data() == std::string_view("#32770") && IsWindowVisible(window))
+        reinterpret_cast<std::vector<HWND>*>(found)->push_back(window);
+    return TRUE;
 }
 
 bool comesTrue(auto condition)
@@ -30,11 +42,7 @@ bool comesTrue(auto condition)
 std::vector<HWND> visibleDialogs()
 {
     std::vector<HWND> found;
-    for (HWND window = nullptr; (window = FindWindowExA(nullptr, window, "#32770", nullptr));) {
-        DWORD process = 0;
-        GetWindowThreadProcessId(window, &process);
-        if (process == GetCurrentProcessId() && IsWindowVisible(window)) found.push_back(window);
-    }
+    EnumWindows(addOwnDialog, reinterpret_cast<LPARAM>(&found));
     return found;
 }
 

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <functional>
+#include <limits>
 
 namespace quelta::soak {
 
@@ -11,8 +12,21 @@ namespace {
 
 constexpr ULONGLONG patience = 60'000;
 constexpr ULONGLONG progressEvery = 10'000;
+// In shorter runs chance may leave something out.
+constexpr double minutesForAll = 1;
 
-File startProcess(std::wstring commandLine, const std::filesystem::path& outputPath)
+// Whatever is in it ends with this process, however that ends.
+File jobOfOwn()
+{
+    File job(CreateJobObjectW(nullptr, nullptr));
+    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
+    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
+    if (!SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits))
+        throw std::runtime_error("no job for the processes: Windows error " + std::to_string(GetLastError()));
+    return job;
+}
+
+File startProcess(const File& job, std::wstring commandLine, const std::filesystem::path& outputPath)
 {
     // The module prints where it can't write its log.
     SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
@@ -26,7 +40,10 @@ File startProcess(std::wstring commandLine, const std::filesystem::path& outputP
     if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
         throw std::runtime_error("A process can't be started: Windows error " + std::to_string(GetLastError()));
     CloseHandle(started.hThread);
-    return File(started.hProcess);
+    File process(started.hProcess);
+    if (!AssignProcessToJobObject(job.get(), process.get()))
+        throw std::runtime_error("A process can't be put into the job: Windows error " + std::to_string(GetLastError()));
+    return process;
 }
 
 std::optional<DWORD> exitCode(const File& process)
@@ -53,20 +70,24 @@ public:
         GetModuleFileNameW(nullptr, self, MAX_PATH);
         for (std::size_t i = 0; i < workingProcesses; ++i)
             processes_.push_back(
-                startProcess(L"\"" + std::wstring(self) + L"\" --board " + boardName_ + L" --process " + std::to_wstring(i),
+                startProcess(job_, L"\"" + std::wstring(self) + L"\" --board " + boardName_ + L" --process " + std::to_wstring(i),
                              options_.folder / ("process-" + std::to_string(i + 1) + ".txt")));
-        if (half(Stage::firstHalf, 1) && half(Stage::secondHalf, 2) && lastPins()) judgeProcesses();
+        const bool played = half(Stage::firstHalf) && half(Stage::secondHalf) && lastAct() && weatherTurns(Season::cleared);
         board_->stage = Stage::over;
+        if (played && goesOnUntil([&] { return std::ranges::all_of(processes_, &Driver::hasEnded); })) judgeProcesses();
         // Whoever hangs lets go of the token with that, if of nothing else.
         for (const File& process : processes_) TerminateProcess(process.get(), 1);
         weather_.stop();
-        const auto found = summary(*board_, options_, weather_.counts(), findings_);
+        if (played && options_.minutes >= minutesForAll) judgeCoverage();
+        const auto found = summary(*board_, options_, weather_.disturbances(), findings_);
         std::printf("%s", options_.json ? (found.dump(2) + "\n").c_str() : table(found).c_str());
         return found["held"] ? 0 : 1;
     }
 
 private:
-    bool half(Stage stage, int halvesDone)
+    static bool hasEnded(const File& process) { return exitCode(process).has_value(); }
+
+    bool half(Stage stage)
     {
         if (!weatherTurns(Season::cleared)) return false;
         board_->stage = stage;
@@ -74,10 +95,17 @@ private:
         const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(options_.minutes * 30'000);
         if (!goesOnUntil([&] { return GetTickCount64() >= end; })) return false;
         board_->stage = static_cast<Stage>(static_cast<int>(stage) + 1);
-        return weatherTurns(Season::resting) && goesOnUntil([&] {
-                   return std::ranges::all_of(board_->processes,
-                                              [&](const auto& process) { return process.halvesDone == halvesDone; });
-               });
+        return weatherTurns(Season::resting) && stepIsDone();
+    }
+
+    // The first step is to come to life.
+    bool stepIsDone()
+    {
+        ++steps_;
+        return goesOnUntil([&] {
+            return std::ranges::all_of(board_->processes,
+                                       [&](const ProcessBoard& process) { return process.stepsDone > steps_; });
+        });
     }
 
     bool weatherTurns(Season season)
@@ -86,23 +114,18 @@ private:
         return goesOnUntil([&] { return weather_.has(season); });
     }
 
-    // They are counted where no right PIN comes after them and gives the attempts back.
-    bool lastPins()
+    bool lastAct()
     {
-        constexpr int wanted = 5;
-        if (!weatherTurns(Season::wrongPinsAlone)) return false;
-        const auto before = board_->wrongDone.load();
-        board_->stage = Stage::lastPins;
-        if (!goesOnUntil([&] {
-                return std::ranges::all_of(processes_, [](const File& process) { return exitCode(process).has_value(); });
-            }))
-            return false;
-        const auto entered = static_cast<int>(board_->wrongDone - before);
-        if (entered != wanted || weather_.attemptsLost() != wanted)
-            find("quelta_validatePassword was given " + std::to_string(weather_.attemptsLost()) +
-                 " wrong PINs in the end in place of " + std::to_string(wanted) + ", of which " + std::to_string(entered) +
-                 " were entered: look at who calls it, and when");
-        return true;
+        constexpr std::pair<Season, Stage> scenes[] = {
+            {Season::resting, Stage::fresh},     {Season::wrongPinsAlone, Stage::wrong}, {Season::lastAttempts, Stage::locked},
+            {Season::signedOff, Stage::given},   {Season::anotherPin, Stage::stale},     {Season::pulled, Stage::pulled},
+            {Season::signedOff, Stage::plugged},
+        };
+        return std::ranges::all_of(scenes, [&](const auto& scene) {
+            if (!weatherTurns(scene.first)) return false;
+            board_->stage = scene.second;
+            return stepIsDone();
+        });
     }
 
     bool goesOnUntil(const std::function<bool()>& isEnd)
@@ -119,30 +142,36 @@ private:
     bool somethingHangs()
     {
         ULONGLONG longest = 0;
-        forEachThread([&](const std::string&, ThreadBoard& thread) { longest = std::max(longest, stillFor(thread)); });
+        forEachThread([&](const std::string&, ThreadBoard& thread, bool watched) {
+            longest = std::max(longest, stillFor(thread, watched));
+        });
         if (longest < patience) return false;
-        forEachThread([&](const std::string& who, ThreadBoard& thread) {
-            if (stillFor(thread) > patience / 2)
+        forEachThread([&](const std::string& who, ThreadBoard& thread, bool watched) {
+            if (stillFor(thread, watched) > patience / 2)
                 find(callOf(thread) + " (token: " + weatherNow(*board_).name + ") hangs in " + who +
                      ": repeat it, and look at all threads with winedbg");
         });
         return true;
     }
 
+    // A main thread is watched from the start of its process to its end, the others while they work.
     template <class Function>
     void forEachThread(Function function)
     {
-        function("the soak's own process", board_->driver);
-        for (std::size_t process = 0; process < workingProcesses; ++process)
-            for (std::size_t thread = 0; thread <= mainThread; ++thread)
-                function("thread " + std::to_string(thread + 1) + " of process " + std::to_string(process + 1),
-                         board_->processes[process].threads[thread]);
+        function("the soak's own process", board_->driver, board_->driver.working);
+        for (std::size_t process = 0; process < workingProcesses; ++process) {
+            for (std::size_t number = 0; number <= mainThread; ++number) {
+                ThreadBoard& thread = board_->processes[process].threads[number];
+                function("thread " + std::to_string(number + 1) + " of process " + std::to_string(process + 1), thread,
+                         number == mainThread ? !hasEnded(processes_[process]) : thread.working.load());
+            }
+        }
     }
 
-    static ULONGLONG stillFor(ThreadBoard& thread)
+    static ULONGLONG stillFor(ThreadBoard& thread, bool watched)
     {
         const ULONGLONG now = GetTickCount64();
-        if (!thread.working || thread.seenAt == 0 || thread.seenCount != thread.count) {
+        if (!watched || thread.seenAt == 0 || thread.seenCount != thread.count) {
             thread.seenAt = now;
             thread.seenCount = thread.count;
         }
@@ -154,7 +183,7 @@ private:
         bool found = false;
         for (std::size_t i = 0; i < workingProcesses; ++i) {
             const auto code = exitCode(processes_[i]);
-            if (!code || (*code == 0 && board_->stage == Stage::lastPins)) continue;
+            if (!code || (*code == 0 && board_->stage == Stage::over)) continue;
             const std::string name = std::to_string(i + 1);
             std::string what = "Process " + name + " ended with " + nameOfCode(static_cast<Code>(*code)) + ", its threads in";
             for (std::size_t thread = 0; thread < threadsEach; ++thread) {
@@ -175,14 +204,39 @@ private:
         // Each of the soak's own threads and locks gets an event, and keeps it, when it is fought over for the first time; the
         // heaps' last few kilobytes are the system's.
         constexpr bench::Holdings oursAndSystems{0, threadsEach + 2, 0, 8};
+        // Loaded, the heap is the module's to use; a thread of it is the monitor, with what it brings along.
+        constexpr std::ptrdiff_t anyNumber = std::numeric_limits<std::ptrdiff_t>::max();
+        constexpr bench::Holdings loaded{0, threadsEach + 2, 0, anyNumber}, modules{1, 6, 0, anyNumber};
         for (std::size_t i = 0; i < workingProcesses; ++i) {
-            const auto& [first, second] = board_->processes[i].holdings;
-            for (std::size_t kind = 0; kind < first.size(); ++kind)
-                if (const auto more = second[kind] - first[kind]; more > oursAndSystems[kind])
-                    find("Process " + std::to_string(i + 1) + " holds " + std::to_string(more) + " more " +
-                         bench::holdingNames[kind] +
-                         " after the second half than after the first: look for what is not released");
+            const ProcessBoard& process = board_->processes[i];
+            judgeHoldings(i, process.unloaded[1], process.unloaded[0], oursAndSystems,
+                          "after the second half than after the first");
+            if (!keepsModule(i)) continue;
+            judgeHoldings(i, process.loaded[1], process.loaded[0], loaded, "after the second half, with the module still loaded");
+            judgeHoldings(i, process.loaded[1], process.unloaded[1], modules, "with the module loaded than without");
         }
+    }
+
+    void judgeHoldings(std::size_t process, const bench::Holdings& now, const bench::Holdings& then,
+                       const bench::Holdings& tolerated, const char* when)
+    {
+        for (std::size_t kind = 0; kind < now.size(); ++kind)
+            if (const auto more = now[kind] - then[kind]; more > tolerated[kind])
+                find("Process " + std::to_string(process + 1) + " holds " + std::to_string(more) + " more " +
+                     bench::holdingNames[kind] + " " + when + ": look for what is not released");
+    }
+
+    void judgeCoverage()
+    {
+        const Disturbances& done = weather_.disturbances();
+        for (std::size_t row = 1; row < std::size(calls); ++row)
+            if (timesDone(*board_, row) == 0)
+                find(std::string(calls[row].name) + " was never done: soak for longer, or look why");
+        for (std::size_t row = 1; row < allWeathers().size(); ++row)
+            if (done.weathers[row] == 0)
+                find(std::string("The token was never ") + allWeathers()[row].name + ": soak for longer");
+        if (done.deletions == 0) find("The log's folder was never deleted: soak for longer, or look who keeps it");
+        if (done.levels == 0) find("The log's level was never changed: soak for longer");
     }
 
     void tellProgress()
@@ -201,7 +255,9 @@ private:
     const std::wstring boardName_;
     const SharedBoard board_;
     WeatherMaker weather_;
+    const File job_ = jobOfOwn();
     std::vector<File> processes_;
+    int steps_ = 0;
     std::vector<std::string> findings_;
     const ULONGLONG begin_ = GetTickCount64();
     ULONGLONG lastProgress_ = begin_;

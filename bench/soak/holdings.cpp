@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <iterator>
+#include <stdexcept>
 #include <vector>
 
 namespace quelta::bench {
@@ -14,12 +15,13 @@ namespace {
 
 int threadsOfProcess()
 {
-    const File snapshot(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
+    const File snapshot = fileOf(CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0));
     THREADENTRY32 entry{};
     entry.dwSize = sizeof entry;
     int count = 0;
     for (BOOL more = Thread32First(snapshot.get(), &entry); more; more = Thread32Next(snapshot.get(), &entry))
         count += entry.th32OwnerProcessID == GetCurrentProcessId();
+    if (count == 0) throw std::runtime_error("the threads can't be counted");
     return count;
 }
 
@@ -37,10 +39,16 @@ std::ptrdiff_t handlesOfProcess()
     using Query = LONG(NTAPI*)(ULONG what, void* buffer, ULONG size, ULONG* needed);
     constexpr ULONG extendedHandles = 64;
     const FARPROC function = GetProcAddress(GetModuleHandleA("ntdll.dll"), "NtQuerySystemInformation");
+    constexpr LONG tooSmall = static_cast<LONG>(0xC0000004);
+    const auto query = reinterpret_cast<Query>(reinterpret_cast<void*>(function));
     std::vector<ULONG_PTR> list(1 << 17);
-    ULONG needed = 0;
-    const auto size = static_cast<ULONG>(list.size() * sizeof(ULONG_PTR));
-    if (reinterpret_cast<Query>(reinterpret_cast<void*>(function))(extendedHandles, list.data(), size, &needed)) return 0;
+    const auto ask = [&] {
+        ULONG needed = 0;
+        return query(extendedHandles, list.data(), static_cast<ULONG>(list.size() * sizeof(ULONG_PTR)), &needed);
+    };
+    LONG status = ask();
+    for (; status == tooSmall; status = ask()) list.resize(2 * list.size());
+    if (status != 0) throw std::runtime_error("the handles can't be counted");
     const auto* first = reinterpret_cast<const ListedHandle*>(&list[2]);
     return std::count_if(first, first + list[0], [](const auto& entry) { return entry.process == GetCurrentProcessId(); });
 }

@@ -302,4 +302,57 @@ void enterWrongPins(Thread& thread, const Known& known)
     thread.askInVain("PromptUser", NTE_FAIL, [&] { return provider.table->PromptUser(provider.handle, 0, L"sign", 0); });
 }
 
+void playLastAct(Thread& thread, const Known& known, std::size_t process, const std::function<void(Stage)>& reach)
+{
+    reach(Stage::fresh);
+    const Provider provider(thread);
+    Key key(provider);
+    if (!provider.handle || !key.open(known.rsa)) return;
+    const auto prompt = [&] { return provider.table->PromptUser(provider.handle, 0, L"sign", 0); };
+    const auto setRightPin = [&] { return setPin(provider, rightPin); };
+    const auto signSilently = [&] {
+        Bytes room(256);
+        DWORD size = 0;
+        return key.call(&Table::SignHash, nullptr, dataOf(aesKey), sizeOf(aesKey), room.data(), sizeOf(room), &size,
+                        DWORD{NCRYPT_PAD_PKCS1_FLAG | NCRYPT_SILENT_FLAG});
+    };
+    const auto mustSign = [&] { thread.ask("SignHash, silent, with a PIN", signSilently); };
+    const auto mustLackPin = [&] { thread.askInVain("SignHash, silent, without one", NTE_SILENT_CONTEXT, signSilently); };
+
+    mustLackPin();
+    // Under the open session: from now on the module takes none for a validated PIN.
+    thread.ask("PromptUser", prompt);
+    mustSign();
+    reach(Stage::wrong);
+    if (process == 0) {
+        // The last prompt is cancelled, and leaves nothing.
+        enterWrongPins(thread, known);
+        mustLackPin();
+    }
+    reach(Stage::locked);
+    if (process == 0) {
+        // Both are lost within one prompt; then not even the right PIN is taken.
+        thread.askInVain("PromptUser", NTE_FAIL, prompt);
+        thread.askInVain("SetProviderProperty SmartCardPin, wrong", NTE_VALIDATION_FAILED, setRightPin);
+        mustLackPin();
+    }
+    reach(Stage::given);
+    // In each process another way.
+    if (process == 0)
+        thread.ask("PromptUser", prompt);
+    else if (process == 1)
+        decryptByCryptoApi(thread, known);
+    else
+        thread.ask("SetProviderProperty SmartCardPin", setRightPin);
+    mustSign();
+    reach(Stage::stale);
+    // The user is not asked again, nor an attempt lost.
+    thread.askInVain("SignHash, silent, with a stale PIN", NTE_INTERNAL_ERROR, signSilently);
+    reach(Stage::pulled);
+    // For longer than the module's monitor takes for two looks.
+    Sleep(2500);
+    reach(Stage::plugged);
+    mustLackPin();
+}
+
 } // namespace quelta::soak

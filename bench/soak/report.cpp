@@ -34,9 +34,17 @@ Json outcomesOf(const Board& board, std::size_t row)
     Json refused = Json::object();
     for (std::size_t i = 0; i < mostRefusals; ++i) {
         const auto times = sum(board, [=](const auto& thread) { return thread.outcomes[row].refused[i]; });
-        if (times > 0) refused[nameOfCode(calls[row].refusals[i])] = times;
+        if (times > 0) refused[nameOfCode(calls[row].refusals[i].code)] = times;
     }
-    return {{"done", sum(board, [=](const auto& thread) { return thread.outcomes[row].done; })}, {"refused", refused}};
+    return {{"done", timesDone(board, row)}, {"refused", refused}};
+}
+
+Json halves(const bench::Holdings (&holdings)[2])
+{
+    Json all;
+    for (std::size_t kind = 0; kind < holdings[0].size(); ++kind)
+        all[bench::holdingNames[kind]] = {holdings[0][kind], holdings[1][kind]};
+    return all;
 }
 
 Json findingsOn(const Board& board, const std::vector<std::string>& own)
@@ -53,7 +61,7 @@ Json findingsOn(const Board& board, const std::vector<std::string>& own)
 
 } // namespace
 
-Json summary(const Board& board, const Options& options, const std::vector<std::uint64_t>& weathers,
+Json summary(const Board& board, const Options& options, const Disturbances& disturbances,
              const std::vector<std::string>& findings)
 {
     Json all{{"minutes", options.minutes}, {"seed", options.seed}};
@@ -62,12 +70,12 @@ Json summary(const Board& board, const Options& options, const std::vector<std::
     all["decryptions"] = sum(board, [](const auto& thread) { return thread.decryptions; });
     all["windows"] = sum(board, [](const auto& thread) { return thread.dialogs; });
     all["unloadings"] = sum(board, [](const auto& thread) { return thread.unloadings; });
-    for (std::size_t row = 0; row < weathers.size(); ++row)
-        if (allWeathers()[row].times > 0) all["token"][allWeathers()[row].name] = weathers[row];
+    all["log"] = {{"folder deleted", disturbances.deletions}, {"level changed", disturbances.levels}};
+    for (std::size_t row = 1; row < allWeathers().size(); ++row)
+        all["token"][allWeathers()[row].name] = disturbances.weathers[row];
     for (const auto& process : board.processes) {
-        const auto& [first, second] = process.holdings;
-        Json& halves = all["holdings"].emplace_back();
-        for (std::size_t kind = 0; kind < first.size(); ++kind) halves[bench::holdingNames[kind]] = {first[kind], second[kind]};
+        all["holdings"].push_back(halves(process.unloaded));
+        all["with the module"].push_back(halves(process.loaded));
     }
     all["findings"] = findingsOn(board, findings);
     all["held"] = all["findings"].empty();
@@ -86,16 +94,26 @@ std::string table(const Json& all)
     text << "\nsignatures " << all["signatures"] << ", each verified by bcrypt; decrypted " << all["decryptions"] << "; windows "
          << all["windows"] << "; module unloaded " << all["unloadings"] << " times\nthe token was";
     for (const auto& [name, times] : all["token"].items()) text << " " << name << " " << times << ";";
-    text << "\neach process held after the first half and the second (TLS slots: those free, below zero):\n";
-    for (const auto& process : all["holdings"]) {
-        for (const auto& [kind, halves] : process.items()) text << "  " << kind << " " << halves[0] << " " << halves[1];
-        text << "\n";
+    for (const auto& [what, times] : all["log"].items()) text << " log " << what << " " << times << ";";
+    text << "\neach process held after the first half and the second (TLS slots: those free, below zero), at last with the "
+            "module:\n";
+    for (const char* when : {"holdings", "with the module"}) {
+        for (const auto& process : all[when]) {
+            if (process["threads"][0] == 0) continue;
+            for (const auto& [kind, halves] : process.items()) text << "  " << kind << " " << halves[0] << " " << halves[1];
+            text << "\n";
+        }
     }
     const std::string again = "./soak.sh " + all["minutes"].dump() + " --seed " + all["seed"].dump();
     for (const auto& finding : all["findings"])
         text << "WRONG, " << finding["times"] << " times: " << finding["what"].get<std::string>() << "; again: " << again << "\n";
     text << (all["held"] ? "everything held; the same again: " : "not everything held; again: ") << again << "\n";
     return text.str();
+}
+
+std::uint64_t timesDone(const Board& board, std::size_t call)
+{
+    return sum(board, [=](const auto& thread) { return thread.outcomes[call].done; });
 }
 
 unsigned long long callsOn(const Board& board)

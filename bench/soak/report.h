@@ -3,6 +3,7 @@
 
 #include "soak/board.h"
 #include "soak/soak.h"
+#include "soak/weather.h"
 
 #include <nlohmann/json.hpp>
 
@@ -11,11 +12,12 @@
 
 namespace quelta::soak {
 
-// `weathers` tells how often there was each, `findings` are the driver's own.
-nlohmann::ordered_json summary(const Board& board, const Options& options, const std::vector<std::uint64_t>& weathers,
+// `findings` are the driver's own.
+nlohmann::ordered_json summary(const Board& board, const Options& options, const Disturbances& disturbances,
                                const std::vector<std::string>& findings);
 std::string table(const nlohmann::ordered_json& summary);
 
+std::uint64_t timesDone(const Board& board, std::size_t call);
 unsigned long long callsOn(const Board& board);
 
 } // namespace quelta::soak

@@ -3,25 +3,49 @@
 #include "soak/dialogs.h"
 #include "soak/weather.h"
 
+#include <regex>
+
 namespace quelta::soak {
 
 using namespace bench;
 
 namespace {
 
-constexpr std::string_view messages[] = {
-    "Invalid user pin. Remaining attempts(",
-    "User pin locked, re-initialise device",
-    "System time mismatch, Kidly login to Token Manager",
-    "System time mismatch, Kindly login to Token Manager",
+struct Message {
+    const char* text;
+    Causes by;
+    bool cryptoApi, keyStorage;
 };
+
+constexpr Message messages[] = {
+    {"Invalid user pin\\. Remaining attempts\\([1-9][0-9]*\\)", misled, true, true},
+    {"User pin locked, re-initialise device", unplugged | noAttempts, true, true},
+    {"System time mismatch, Kidly login to Token Manager", clockOff, true, false},
+    {"System time mismatch, Kindly login to Token Manager", clockOff, false, true},
+};
+
+// A dialog that comes to the front while it is typed into selects what it has so far, and the next character takes its place.
+bool takes(PinDialog dialog, const std::string& pin)
+{
+    for (int tries = 0; tries < 20; ++tries) {
+        dialog.type(pin);
+        const std::string text = textOf(dialog.edit());
+        if (text == pin) return true;
+        if (!pin.ends_with(text)) return false;
+        dialog.erase(text.size());
+    }
+    return false;
+}
 
 } // namespace
 
-SoakUser::SoakUser(Board& board, ThreadBoard& own, std::uint32_t seed)
-    : thread_(board, own, seed), worker_([this](const std::stop_token& stop) {
-          for (; !stop.stop_requested(); Sleep(20))
+SoakUser::SoakUser(Board& board, std::size_t process)
+    : process_(board.processes[process]),
+      thread_(board, process_.threads[userThread], static_cast<std::uint32_t>(board.seed + process)),
+      worker_([this](const std::stop_token& stop) {
+          for (; !stop.stop_requested(); Sleep(20)) {
               for (const HWND window : visibleDialogs()) meet(window);
+          }
       })
 {}
 
@@ -47,30 +71,57 @@ void SoakUser::givePin(HWND window)
 {
     const PinDialog dialog(window);
     const DWORD asking = GetWindowThreadProcessId(window, nullptr);
-    const Habit habit = weatherNow(thread_.board).habit;
-    const bool wasMisled = misled_.contains(asking);
-    if ((habit == Habit::wrongThenCancel && wasMisled) || (habit == Habit::whim && thread_.oneIn(4))) {
+    const Weather& weather = weatherNow(thread_.board);
+    const ThreadBoard& caller = callerOf(asking);
+    // The row is read before the number, as ever.
+    if (weather.causes == 0 && caller.weather == thread_.board.weatherNumber)
+        thread_.find(std::string(calls[caller.call].name) +
+                     " asks for the PIN although a session is open: look at what it makes of the token's information");
+    Given& given = given_[asking];
+    const bool again = std::exchange(given.misled, false);
+    given.weather = thread_.board.weatherNumber;
+    given.wrong.reset();
+    if ((weather.habit == Habit::wrongThenCancel && again) || (weather.habit == Habit::whim && thread_.oneIn(4))) {
         dialog.pressCancel();
-    } else if (habit == Habit::whim && thread_.oneIn(4)) {
+    } else if (weather.habit == Habit::whim && thread_.oneIn(4)) {
         dialog.close();
     } else {
-        if (!wasMisled && !misled_[asking].emplace(thread_.board)) misled_.erase(asking);
-        const std::string pin = !wasMisled && misled_.contains(asking) ? wrongPin : rightPin;
-        dialog.type(pin);
-        if (textOf(dialog.edit()) != pin) thread_.find("The PIN dialog did not take what was typed");
+        if ((!again || weather.habit == Habit::wrong) && !given.wrong.emplace(thread_.board)) given.wrong.reset();
+        given.misled = given.wrong.has_value();
+        if (!takes(dialog, given.misled ? wrongPin : rightPin)) thread_.find("The PIN dialog did not take what was typed");
         dialog.pressLogin();
     }
-    if (wasMisled) misled_.erase(asking);
 }
 
 void SoakUser::acknowledge(HWND window)
 {
-    const std::string message = messageOf(window);
-    if (std::ranges::none_of(messages, [&](auto known) { return message.starts_with(known); }))
-        thread_.find("A message that nobody expects: " + message);
-    if (const auto asking = misled_.find(GetWindowThreadProcessId(window, nullptr)); asking != misled_.end())
-        asking->second.reset();
+    const DWORD asking = GetWindowThreadProcessId(window, nullptr);
+    Given& given = given_[asking];
+    judgeMessage(messageOf(window), given, callerOf(asking));
+    given.wrong.reset();
     PostMessageA(window, WM_COMMAND, IDOK, 0);
+}
+
+// What the token found lies between the PIN and the message: in another weather than the PIN's it may have been anything. While a
+// wrong PIN is on its way, the weather stays.
+void SoakUser::judgeMessage(const std::string& message, const Given& given, const ThreadBoard& caller)
+{
+    const Weather& weather = weatherNow(thread_.board);
+    const bool sameWeather = given.weather == thread_.board.weatherNumber;
+    const Causes causes = given.wrong ? misled | (weather.causes & noAttempts) : (sameWeather ? weather.causes : ~0U) & ~misled;
+    const std::string_view call = calls[caller.call].name;
+    const auto isSo = [&](const Message& known) {
+        return (call.starts_with("Crypt") ? known.cryptoApi : known.keyStorage) && (known.by & causes) &&
+               std::regex_match(message, std::regex(known.text));
+    };
+    if (std::ranges::none_of(messages, isSo))
+        thread_.find(std::string(call) + " (token: " + weather.name + ") says what is not so, or is not its to say: " + message);
+}
+
+const ThreadBoard& SoakUser::callerOf(DWORD thread) const
+{
+    const auto* known = std::ranges::find_if(process_.threads, [=](const auto& board) { return board.thread == thread; });
+    return known == std::end(process_.threads) ? thread_.own : *known;
 }
 
 } // namespace quelta::soak

@@ -1,5 +1,5 @@
-// Sits before the screen of a working process: gives PINs, right or wrong as it is time for, and acknowledges what the module
-// says.
+// Sits before the screen of a working process: gives PINs, right or wrong as it is time for, acknowledges what the module says,
+// and judges both: what is asked, and what is said.
 #pragma once
 
 #include "soak/thread.h"
@@ -12,16 +12,25 @@ namespace quelta::soak {
 
 class SoakUser {
 public:
-    SoakUser(Board& board, ThreadBoard& own, std::uint32_t seed);
+    SoakUser(Board& board, std::size_t process);
 
 private:
+    // What a thread was given last, and in which weather; a wrong PIN until the token has answered.
+    struct Given {
+        std::uint32_t weather = 0;
+        std::optional<WrongPin> wrong;
+        bool misled = false;
+    };
+
     void meet(HWND window);
     void givePin(HWND window);
     void acknowledge(HWND window);
+    void judgeMessage(const std::string& message, const Given& given, const ThreadBoard& caller);
+    const ThreadBoard& callerOf(DWORD thread) const;
 
+    ProcessBoard& process_;
     Thread thread_;
-    // By the thread that asks: those who were told a wrong PIN, until the token has answered, and that they were.
-    std::map<DWORD, std::optional<WrongPin>> misled_;
+    std::map<DWORD, Given> given_;
     std::jthread worker_;
 };
 

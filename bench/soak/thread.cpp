@@ -17,6 +17,7 @@ struct CodeName {
 constexpr CodeName codeNames[] = {
     {noCode, "no error of its own"},
     {NTE_BAD_DATA, "NTE_BAD_DATA"},
+    {NTE_BAD_HASH, "NTE_BAD_HASH"},
     {NTE_BAD_KEY, "NTE_BAD_KEY"},
     {NTE_BAD_SIGNATURE, "NTE_BAD_SIGNATURE"},
     {NTE_BAD_TYPE, "NTE_BAD_TYPE"},
@@ -42,24 +43,26 @@ std::string nameOfCode(Code code)
     return text.data();
 }
 
-bool Thread::judge(CallName call, Code code, std::uint32_t weatherBefore)
+bool Thread::judge(CallName call, Code code)
 {
-    // The number is read last: whoever ends a calm changes the row first.
+    // The number is read last: whoever ends a weather changes the row first.
     const Weather& weather = weatherNow(board);
-    const bool sameWeather = weatherBefore == board.weatherNumber;
+    const bool sameWeather = own.weather == board.weatherNumber;
     const Call& row = calls[call.row];
     ++own.count;
+    const std::string what = std::string(row.name) + " (token: " + weather.name + (sameWeather ? ")" : " by then)");
     if (code == 0) {
         ++own.outcomes[call.row].done;
+        if (sameWeather && !(weather.causes & turning) && (weather.causes & row.never))
+            find(what + " was done, which the token can't have: look where the answer comes from");
         return true;
     }
-    const auto named = std::ranges::find(row.refusals, code) - row.refusals.begin();
-    const std::string what = std::string(row.name) + " (token: " + weather.name + (sameWeather ? ")" : " by then)") +
-                             (code == accepted ? " was accepted" : " was refused with " + nameOfCode(code));
+    const auto named = std::ranges::find(row.refusals, code, &Refusal::code) - row.refusals;
+    const std::string refused = what + (code == accepted ? " was accepted" : " was refused with " + nameOfCode(code));
     if (named == mostRefusals)
-        find(what + ", which it never may be: look where that comes from");
-    else if (++own.outcomes[call.row].refused[named]; sameWeather && weather.calm >= row.from)
-        find(what + ", and nothing stood against it: look into the log at level 3");
+        find(refused + ", which it never may be: look where that comes from");
+    else if (++own.outcomes[call.row].refused[named]; sameWeather && !(row.refusals[named].by & (weather.causes | silence)))
+        find(refused + ", and nothing stood against it: look into the log at level 3");
     return false;
 }
 
@@ -91,8 +94,8 @@ Bytes Thread::bytes(std::size_t count)
 WrongPin::WrongPin(Board& board) : board_(board)
 {
     ++board_.wrongBegun;
-    const Habit habit = weatherNow(board_).habit;
-    allowed_ = habit == Habit::wrongThenRight || habit == Habit::wrongThenCancel;
+    allowed_ = weatherNow(board_).habit >= Habit::wrongThenRight;
+    if (allowed_) ++board_.wrongEntered;
 }
 
 } // namespace quelta::soak

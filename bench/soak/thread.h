@@ -16,9 +16,14 @@ class Thread {
 public:
     Thread(Board& onBoard, ThreadBoard& ownRow, std::uint32_t seed) : board(onBoard), own(ownRow), random_(seed)
     {
+        own.thread = GetCurrentThreadId();
         own.working = true;
     }
-    ~Thread() { own.working = false; }
+    ~Thread()
+    {
+        own.working = false;
+        own.thread = 0;
+    }
     Thread(const Thread&) = delete;
     Thread& operator=(const Thread&) = delete;
 
@@ -26,10 +31,10 @@ public:
     template <class Work>
     bool ask(CallName call, Work work)
     {
-        const std::uint32_t weatherBefore = board.weatherNumber;
         own.call = call.row;
+        own.weather = board.weatherNumber.load();
         SetLastError(noCode);
-        return judge(call, codeOf(work()), weatherBefore);
+        return judge(call, codeOf(work()));
     }
     // For what may never be done: it is to be refused with this code.
     template <class Work>
@@ -76,7 +81,7 @@ private:
         if constexpr (std::same_as<Answer, Code>) return answer;
         return answer ? 0 : GetLastError() == 0 ? noCode : static_cast<Code>(GetLastError());
     }
-    bool judge(CallName call, Code code, std::uint32_t weatherBefore);
+    bool judge(CallName call, Code code);
 
     std::mt19937 random_;
 };

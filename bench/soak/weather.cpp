@@ -32,18 +32,40 @@ void expire(TokenState& token)
 }
 
 constexpr Weather weathers[] = {
-    {"changing", Calm::none, Habit::right, nullptr, 0},
-    {"given wrong PINs alone", Calm::none, Habit::wrongThenCancel, signOff, 0},
-    {"signed on", Calm::signedOn, Habit::right, [](TokenState&) {}, 4},
-    {"signed off", Calm::byPin, Habit::right, signOff, 2},
-    {"given wrong PINs", Calm::none, Habit::wrongThenRight, signOff, 1},
-    {"unplugged", Calm::none, Habit::whim, unplug, 1},
-    {"unplugged and signed off", Calm::none, Habit::whim, [](TokenState& token) { unplug(token), signOff(token); }, 1},
-    {"locked", Calm::none, Habit::whim, [](TokenState& token) { signOff(token), token.pin.remaining = 0; }, 1},
-    {"expired", Calm::none, Habit::whim, expire, 1},
-    {"expired, its clock off", Calm::none, Habit::whim, [](TokenState& token) { expire(token), token.clockMismatch = true; }, 1},
+    {"changing", ~Causes{0}, Habit::right, nullptr, 0},
+    {"given wrong PINs alone", noSession | userLeaves, Habit::wrongThenCancel, signOff, 0},
+    {"left with two attempts", noSession | noAttempts, Habit::wrong,
+     [](TokenState& token) { signOff(token), token.pin.remaining = 2; }, 0},
+    {"given another PIN", noSession, Habit::right,
+     [](TokenState& token) { signOff(token), token.pin = newPin(wrongPin, attempts); }, 0},
+    {"signed on", 0, Habit::right, [](TokenState&) {}, 4},
+    {"unplugged", unplugged | userLeaves, Habit::whim, unplug, 1},
+    {"unplugged and signed off", unplugged | userLeaves, Habit::whim, [](TokenState& token) { unplug(token), signOff(token); },
+     1},
+    {"signed off", noSession, Habit::right, signOff, 2},
+    {"given wrong PINs", noSession, Habit::wrongThenRight, signOff, 1},
+    {"locked", noSession | noAttempts | userLeaves, Habit::whim,
+     [](TokenState& token) { signOff(token), token.pin.remaining = 0; }, 1},
+    {"expired", noSession | userLeaves, Habit::whim, expire, 1},
+    {"expired, its clock off", noSession | userLeaves | clockOff, Habit::whim,
+     [](TokenState& token) { expire(token), token.clockMismatch = true; }, 1},
 };
-constexpr std::size_t changing = 0, wrongPinsAlone = 1, signedOn = 2;
+
+constexpr std::size_t rowOf(std::string_view name)
+{
+    return static_cast<std::size_t>(std::ranges::find(weathers, name, &Weather::name) - weathers);
+}
+
+// The changing season draws one after the other.
+constexpr std::size_t ofSeason[] = {rowOf("signed on"),
+                                    rowOf("changing"),
+                                    rowOf("signed on"),
+                                    rowOf("given wrong PINs alone"),
+                                    rowOf("left with two attempts"),
+                                    rowOf("given another PIN"),
+                                    rowOf("unplugged"),
+                                    rowOf("signed off")};
+static_assert(std::ranges::max(ofSeason) < std::size(weathers));
 
 // Nobody uses again what was imported or what CryptGenKey made. Keys of key storage are deleted by whoever made them; what is
 // left of those goes when nobody works.
@@ -53,21 +75,6 @@ void removeLeftovers(TokenState& token, bool nobodyWorks)
     std::erase_if(token.keyPairs, [&](const auto& pair) {
         return pair.label != "rsa" && pair.label != "curve" && (nobodyWorks || pair.algorithm == algorithmRsa2048);
     });
-}
-
-std::optional<DWORD> logLevel()
-{
-    DWORD level = 0, size = sizeof level;
-    const auto status = RegGetValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, RRF_RT_DWORD, nullptr, &level, &size);
-    return status == ERROR_SUCCESS ? std::optional(level) : std::nullopt;
-}
-
-void setLogLevel(std::optional<DWORD> level)
-{
-    if (level)
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, REG_DWORD, &*level, sizeof *level);
-    else
-        RegDeleteKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue);
 }
 
 } // namespace
@@ -83,29 +90,10 @@ const Weather& weatherNow(const Board& board)
 }
 
 WeatherMaker::WeatherMaker(Board& board, std::uint32_t seed, std::filesystem::path logs)
-    : token_(tokenFolder()),
-      logs_(std::move(logs)),
-      levelBefore_(logLevel()),
-      thread_(board, board.driver, seed),
-      counts_(std::size(weathers))
+    : token_(tokenFolder()), logs_(std::move(logs)), pin_(newPin(rightPin, attempts)), thread_(board, board.driver, seed)
 {
-    changeToken(token_, [](TokenState& state) {
-        state.pin = newPin(rightPin, attempts);
-        return true;
-    });
+    disturbances_.weathers.resize(std::size(weathers));
     worker_ = std::jthread([this](const std::stop_token& stop) { run(stop); });
-}
-
-WeatherMaker::~WeatherMaker()
-{
-    setLogLevel(levelBefore_);
-}
-
-int WeatherMaker::attemptsLost() const
-{
-    const Reading token = readToken(token_);
-    if (!token || !*token) throw std::runtime_error("The token can't be read any more");
-    return (*token)->pin.attempts - (*token)->pin.remaining;
 }
 
 void WeatherMaker::run(const std::stop_token& stop)
@@ -114,7 +102,9 @@ try {
     std::size_t ticksLeft = 0;
     for (; !stop.stop_requested(); Sleep(tick), ++thread_.own.count) {
         if (const Season season = wanted_; season != reached_) turnTo(season);
-        watchPin();
+        const Reading token = readToken(token_);
+        if (!token || !*token) throw std::runtime_error("it can't be read any more");
+        judgePins((*token)->wrongPins, false);
         if (reached_ != Season::changing) continue;
         disturbLog();
         if (ticksLeft-- > 0) continue;
@@ -127,7 +117,8 @@ try {
 
 void WeatherMaker::turnTo(Season season)
 {
-    if (season != Season::changing) turn(season == Season::wrongPinsAlone ? wrongPinsAlone : signedOn, season == Season::cleared);
+    if (season != Season::changing) turn(ofSeason[static_cast<std::size_t>(season)], season == Season::cleared);
+    logIsDue_ = 0;
     reached_ = season;
 }
 
@@ -146,44 +137,69 @@ std::size_t WeatherMaker::drawn()
 void WeatherMaker::turn(std::size_t row, bool nobodyWorks)
 {
     Board& board = thread_.board;
-    board.weatherRow = changing;
+    board.weatherRow = rowOf("changing");
     ++board.weatherNumber;
     thread_.ask("changing the token", [&] {
-        while (board.wrongDone != board.wrongBegun && board.stage != Stage::over) Sleep(5);
-        watchPin();
+        // Where as many were done as had begun after that look, none was on its way in between.
+        const auto someAreOnTheirWay = [&] {
+            const std::uint32_t done = board.wrongDone;
+            return done != board.wrongBegun;
+        };
+        while (someAreOnTheirWay() && board.stage != Stage::over) Sleep(5);
         changeToken(token_, [&](TokenState& state) {
+            judgePins(state.wrongPins, true);
             state.plugged = state.singleSignOnEnabled = state.singleSignOnOpen = true;
             state.clockMismatch = false;
-            state.pin.remaining = state.pin.attempts;
+            state.pin = pin_;
             removeLeftovers(state, nobodyWorks);
             weathers[row].change(state);
             return true;
         });
         return true;
     });
-    wrongBefore_ = board.wrongBegun;
     ++board.weatherNumber;
     board.weatherRow = row;
-    ++counts_[row];
+    ++disturbances_.weathers[row];
 }
 
-// Wrong PINs are counted before they are entered, and the token is read before they are looked at.
-void WeatherMaker::watchPin()
+// They are counted before they are entered, and the token was read before: it may lack some that are on their way, never have
+// more.
+void WeatherMaker::judgePins(std::uint64_t tokenHas, bool allAnswered)
 {
-    const int lost = attemptsLost();
-    const std::uint32_t wrong = thread_.board.wrongBegun - wrongBefore_;
-    // All of them are gone where the token was locked.
-    if (lost < attempts && std::cmp_greater(lost, wrong))
-        thread_.find(std::string("quelta_validatePassword (token: ") + weatherNow(thread_.board).name +
-                     ") was given a wrong PIN that nobody entered: look at who calls it, and with which PIN");
+    const std::uint64_t entered = thread_.board.wrongEntered + unexplainedPins_;
+    if (allAnswered ? tokenHas == entered : tokenHas <= entered) return;
+    thread_.find(std::string("quelta_validatePassword (token: ") + weatherNow(thread_.board).name +
+                 ") was given another number of wrong PINs than were entered: look at who calls it, and with which PIN");
+    unexplainedPins_ += tokenHas - entered;
 }
 
 void WeatherMaker::disturbLog()
 {
     constexpr DWORD levels[] = {0, 2, 3};
-    if (thread_.oneIn(100)) setLogLevel(levels[thread_.below(std::size(levels))]);
+    constexpr ULONGLONG patience = 10'000;
+    if (logIsDue_ != 0) {
+        if (GetTickCount64() > logIsDue_)
+            thread_.find("At level 3 no log came again after its folder was deleted: look at what the module prints");
+        else if (!logIsThere())
+            return;
+        logIsDue_ = 0;
+    }
+    if (const DWORD level = levels[thread_.below(std::size(levels))]; level != level_ && thread_.oneIn(100)) {
+        level_ = level;
+        RegSetKeyValueA(HKEY_LOCAL_MACHINE, productKey, levelValue, REG_DWORD, &level_, sizeof level_);
+        ++disturbances_.levels;
+    }
+    std::error_code error;
+    if (!thread_.oneIn(100) || std::filesystem::remove_all(logs_, error) == 0 || error) return;
+    ++disturbances_.deletions;
+    if (level_ == 3) logIsDue_ = GetTickCount64() + patience;
+}
+
+bool WeatherMaker::logIsThere() const
+{
     std::error_code ignored;
-    if (thread_.oneIn(250)) std::filesystem::remove_all(logs_, ignored);
+    return std::ranges::any_of(std::filesystem::recursive_directory_iterator(logs_, ignored),
+                               [](const auto& entry) { return entry.path().extension() == ".LOG"; });
 }
 
 } // namespace quelta::soak

@@ -14,15 +14,11 @@ bool moduleIsLoaded()
     return GetModuleHandleA(moduleName) != nullptr;
 }
 
-// In the last process nobody keeps the module loaded, and there are pauses: it is loaded and unloaded again and again.
-bool keepsModule(std::size_t process)
-{
-    return process + 1 < workingProcesses;
-}
-
 void workThrough(Thread& thread, Stage half, const Known& known, bool moduleStays)
 try {
-    while (thread.board.stage == half) {
+    constexpr ULONGLONG lifetime = 1500;
+    const ULONGLONG end = GetTickCount64() + lifetime;
+    while (thread.board.stage == half && GetTickCount64() < end) {
         thread.oneIn(2) ? useCryptoApi(thread, known) : useKeyStorage(thread, known);
         Sleep(static_cast<DWORD>(thread.below(moduleStays ? 20 : 200)));
         if (!moduleIsLoaded()) ++thread.own.unloadings;
@@ -38,23 +34,16 @@ void rest(Thread& thread)
     ++thread.own.count;
 }
 
-void workHalf(Thread& main, std::size_t process, Stage half, const Known& known)
+// One thread after the other, so that what each leaves behind adds up.
+void workInTurns(Board& board, std::size_t process, std::size_t row, Stage half, const Known& known)
 {
-    Board& board = main.board;
-    const HMODULE kept = keepsModule(process) ? LoadLibraryA(moduleName) : nullptr;
-    std::vector<std::jthread> threads;
-    for (std::size_t i = 0; i < (kept ? threadsEach : threadsEach / 2); ++i) {
-        threads.emplace_back([&, i] {
-            const auto number = (static_cast<std::size_t>(half) * workingProcesses + process) * threadsEach + i;
-            Thread thread(board, board.processes[process].threads[i], static_cast<std::uint32_t>(board.seed + number));
-            workThrough(thread, half, known, kept != nullptr);
+    auto number = (static_cast<std::size_t>(half) * workingProcesses + process) * threadsEach + row;
+    for (; board.stage == half; number += 1000) {
+        const std::jthread next([&] {
+            Thread thread(board, board.processes[process].threads[row], static_cast<std::uint32_t>(board.seed + number));
+            workThrough(thread, half, known, keepsModule(process));
         });
     }
-    while (board.stage == half) rest(main);
-    threads.clear();
-    if (kept) main.ask("FreeLibrary", [&] { return FreeLibrary(kept); });
-    if (moduleIsLoaded()) main.find("The module stays loaded although everything was released");
-    if (!bench::visibleDialogs().empty()) main.find("A window is open although nobody calls any more");
 }
 
 // Idle threads of the process's pool leave by themselves after some seconds, and take along what is theirs.
@@ -66,6 +55,25 @@ bench::Holdings settledHoldings()
         std::ranges::transform(least, bench::holdings(), least.begin(), [](auto a, auto b) { return std::min(a, b); });
     }
     return least;
+}
+
+void workHalf(Thread& main, std::size_t process, Stage half, const Known& known)
+{
+    Board& board = main.board;
+    ProcessBoard& own = board.processes[process];
+    const int count = half == Stage::firstHalf ? 0 : 1;
+    const HMODULE kept = keepsModule(process) ? LoadLibraryA(moduleName) : nullptr;
+    std::vector<std::jthread> threads;
+    for (std::size_t row = 0; row < (kept ? threadsEach : threadsEach / 2); ++row)
+        threads.emplace_back([&, row] { workInTurns(board, process, row, half, known); });
+    while (board.stage == half) rest(main);
+    threads.clear();
+    if (kept) {
+        own.loaded[count] = settledHoldings();
+        main.ask("FreeLibrary", [&] { return FreeLibrary(kept); });
+    }
+    if (moduleIsLoaded()) main.find("The module stays loaded although everything was released");
+    own.unloaded[count] = settledHoldings();
 }
 
 // In place of a debugger or a window, for which the process would wait.
@@ -88,15 +96,17 @@ void work(const std::wstring& name, std::size_t process)
     ProcessBoard& own = board->processes[process];
     Thread thread(*board, own.threads[mainThread], board->seed);
     const Known known = readKnown();
-    const SoakUser user(*board, own.threads[userThread], static_cast<std::uint32_t>(board->seed + process));
+    const SoakUser user(*board, process);
+    const auto reach = [&](Stage stage) {
+        ++own.stepsDone;
+        while (board->stage < stage) rest(thread);
+    };
     for (const Stage half : {Stage::firstHalf, Stage::secondHalf}) {
-        while (board->stage < half) rest(thread);
+        reach(half);
         workHalf(thread, process, half, known);
-        own.holdings[own.halvesDone] = settledHoldings();
-        ++own.halvesDone;
     }
-    while (board->stage < Stage::lastPins) rest(thread);
-    if (process == 0) enterWrongPins(thread, known);
+    playLastAct(thread, known, process, reach);
+    reach(Stage::over);
 }
 
 } // namespace quelta::soak

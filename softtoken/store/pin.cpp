@@ -117,6 +117,7 @@ PinAnswer validatePin(const std::filesystem::path& folder, std::string_view pin)
             return decide(Result::ok, changed);
         }
         --stored.remaining;
+        ++state.wrongPins;
         return decide(stored.remaining == 0 ? Result::pinLocked : Result::wrongPin, true);
     });
     return answer;

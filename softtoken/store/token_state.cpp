@@ -111,6 +111,8 @@ TokenState readState(const Json& json)
     state.singleSignOnEnabled = json.at("singleSignOnEnabled");
     state.singleSignOnOpen = json.at("singleSignOnOpen");
     state.pin = readPin(json.at("pin"));
+    // Older tokens have not counted.
+    state.wrongPins = json.value("wrongPins", std::uint64_t{0});
     state.keyPairs = itemsOf<StoredKeyPair>(json.at("keyPairs"), readKeyPair);
     state.certificates = itemsOf<StoredCertificate>(json.at("certificates"), readCertificate);
     state.aesKeys = itemsOf<StoredAesKey>(json.at("aesKeys"), readAesKey);
@@ -138,6 +140,7 @@ std::string toJson(const TokenState& state)
                     {"singleSignOnEnabled", state.singleSignOnEnabled},
                     {"singleSignOnOpen", state.singleSignOnOpen},
                     {"pin", writePin(state.pin)},
+                    {"wrongPins", state.wrongPins},
                     {"keyPairs", listOf(state.keyPairs, writeKeyPair)},
                     {"certificates", listOf(state.certificates, writeCertificate)},
                     {"aesKeys", listOf(state.aesKeys, writeAesKey)}};

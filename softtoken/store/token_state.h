@@ -56,6 +56,8 @@ struct TokenState {
     bool singleSignOnEnabled = false;
     bool singleSignOnOpen = false;
     StoredPin pin;
+    // That cost an attempt, of all time: nothing takes them back.
+    std::uint64_t wrongPins = 0;
     std::vector<StoredKeyPair> keyPairs;
     std::vector<StoredCertificate> certificates;
     std::vector<StoredAesKey> aesKeys;
