@@ -269,7 +269,7 @@ void enterWrongPinsByCryptoApi(Thread& thread, const Known& known)
 
 void decryptByCryptoApi(Thread& thread, const Known& known)
 {
-    inSession(thread, known, decrypt);
+    inSession(thread, known, encryptAndDecrypt);
 }
 
 } // namespace quelta::soak
