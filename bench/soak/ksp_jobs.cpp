@@ -309,7 +309,7 @@ void playLastAct(Thread& thread, const Known& known, std::size_t process, const 
     Key key(provider);
     if (!provider.handle || !key.open(known.rsa)) return;
     const auto prompt = [&] { return provider.table->PromptUser(provider.handle, 0, L"sign", 0); };
-    const auto setRightPin = [&] { return setPin(provider, rightPin); };
+    const auto setRightPin = [&] { return setPin(key, false, rightPin); };
     const auto signSilently = [&] {
         Bytes room(256);
         DWORD size = 0;
