@@ -70,14 +70,13 @@ void SoakUser::meet(HWND window)
 void SoakUser::givePin(HWND window)
 {
     const PinDialog dialog(window);
-    const DWORD asking = GetWindowThreadProcessId(window, nullptr);
+    const ThreadBoard& caller = callerOf(GetWindowThreadProcessId(window, nullptr));
     const Weather& weather = weatherNow(thread_.board);
-    const ThreadBoard& caller = callerOf(asking);
     // The row is read before the number, as ever.
     if (weather.causes == 0 && caller.weather == thread_.board.weatherNumber)
         thread_.find(std::string(calls[caller.call].name) +
                      " asks for the PIN although a session is open: look at what it makes of the token's information");
-    Given& given = given_[asking];
+    Given& given = given_[&caller];
     const bool again = std::exchange(given.misled, false);
     given.weather = thread_.board.weatherNumber;
     given.wrong.reset();
@@ -95,9 +94,9 @@ void SoakUser::givePin(HWND window)
 
 void SoakUser::acknowledge(HWND window)
 {
-    const DWORD asking = GetWindowThreadProcessId(window, nullptr);
-    Given& given = given_[asking];
-    judgeMessage(messageOf(window), given, callerOf(asking));
+    const ThreadBoard& caller = callerOf(GetWindowThreadProcessId(window, nullptr));
+    Given& given = given_[&caller];
+    judgeMessage(messageOf(window), given, caller);
     given.wrong.reset();
     PostMessageA(window, WM_COMMAND, IDOK, 0);
 }

@@ -30,7 +30,8 @@ private:
 
     ProcessBoard& process_;
     Thread thread_;
-    std::map<DWORD, Given> given_;
+    // By who asked: threads are many, their places few.
+    std::map<const ThreadBoard*, Given> given_;
     std::jthread worker_;
 };
 

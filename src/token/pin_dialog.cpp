@@ -30,21 +30,22 @@ bool isPinLength(int length)
     return static_cast<unsigned>(length) - 4U < 60U;
 }
 
-Run& runOf(HWND dialog)
+// Null before the dialog is initialised, when others may have sent it something already.
+Run* runOf(HWND dialog)
 {
-    return *reinterpret_cast<Run*>(GetWindowLongPtrW(dialog, GWLP_USERDATA));
+    return reinterpret_cast<Run*>(GetWindowLongPtrW(dialog, GWLP_USERDATA));
 }
 
 void onCommand(HWND dialog, int id, int notification)
 {
+    Run* const run = runOf(dialog);
+    if (!run) return;
     switch (id) {
     case IDC_USER_PIN:
-        if (notification == EN_CHANGE) {
-            allowLogin(dialog, isPinLength(runOf(dialog).field.length()));
-        }
+        if (notification == EN_CHANGE) allowLogin(dialog, isPinLength(run->field.length()));
         return;
-    case loginButton: runOf(dialog).field.read(runOf(dialog).pin); break;
-    case cancelButton: runOf(dialog).pin.clear(); break;
+    case loginButton: run->field.read(run->pin); break;
+    case cancelButton: run->pin.clear(); break;
     default: break;
     }
     EndDialog(dialog, 0);
@@ -55,7 +56,7 @@ INT_PTR CALLBACK onDialogMessage(HWND dialog, UINT message, WPARAM wParam, LPARA
     switch (message) {
     case WM_INITDIALOG:
         SetWindowLongPtrW(dialog, GWLP_USERDATA, lParam);
-        runOf(dialog).field.takeOver(GetDlgItem(dialog, IDC_USER_PIN));
+        runOf(dialog)->field.takeOver(GetDlgItem(dialog, IDC_USER_PIN));
         allowLogin(dialog, false);
         return TRUE;
     case WM_COMMAND: onCommand(dialog, LOWORD(wParam), HIWORD(wParam)); return TRUE;
@@ -75,7 +76,7 @@ int showPasswordDialog(std::string& dialogPin)
     Run run{dialogPin, {}};
     logDebug("Password dialog show window before");
     const auto module = static_cast<HINSTANCE>(tokenState().moduleHandle.load());
-    // The controls of an ANSI dialog have no place for what the field gives its own.
+    // Unicode: an ANSI control has no place for the field's stand-ins.
     const INT_PTR result =
         DialogBoxParamW(module, MAKEINTRESOURCEW(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&run));
     logDebug("Password dialog show window after");

@@ -1,5 +1,8 @@
 #include "token/pin_field.h"
 
+#include "base/windows_objects.h"
+
+#include <algorithm>
 #include <array>
 
 namespace quelta {
@@ -21,38 +24,30 @@ std::wstring_view textAt(LPARAM address)
     return text ? text : L""sv;
 }
 
-// Open while it lives.
-class Clipboard {
-public:
-    explicit Clipboard(HWND owner) : open_(OpenClipboard(owner) != FALSE) {}
-    Clipboard(const Clipboard&) = delete;
-    Clipboard& operator=(const Clipboard&) = delete;
-    ~Clipboard()
-    {
-        if (memory_) GlobalUnlock(memory_);
-        if (open_) CloseClipboard();
-    }
+bool isPressed(int key)
+{
+    return GetKeyState(key) < 0;
+}
 
-    // Empty where there is no text.
-    std::wstring_view firstLine()
-    {
-        memory_ = open_ ? GetClipboardData(CF_UNICODETEXT) : nullptr;
-        const auto* const text = memory_ ? static_cast<const wchar_t*>(GlobalLock(memory_)) : nullptr;
-        if (!text) return {};
-        const std::wstring_view all(text, GlobalSize(memory_) / sizeof *text);
-        return all.substr(0, all.find_first_of(L"\r\n\0"sv));
-    }
+void closeClipboard(HWND)
+{
+    CloseClipboard();
+}
 
-private:
-    bool open_;
-    HANDLE memory_ = nullptr;
-};
+void unlock(HANDLE memory)
+{
+    GlobalUnlock(memory);
+}
+
+using OpenedClipboard = WindowsObject<HWND, closeClipboard>;
+using LockedMemory = WindowsObject<HANDLE, unlock>;
 
 } // namespace
 
 void PinField::takeOver(HWND edit)
 {
     edit_ = edit;
+    if (!IsWindowUnicode(edit)) return;
     SetWindowLongPtrW(edit, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
     original_ = reinterpret_cast<WNDPROC>(SetWindowLongPtrW(edit, GWLP_WNDPROC, reinterpret_cast<LONG_PTR>(&onMessage)));
 }
@@ -85,10 +80,14 @@ LRESULT PinField::answer(UINT message, WPARAM wParam, LPARAM lParam)
     }
     case WM_SETTEXT:
     case EM_REPLACESEL: return put(message, wParam, textAt(lParam));
-    case WM_PASTE: return put(EM_REPLACESEL, TRUE, Clipboard(edit_).firstLine());
+    case WM_PASTE: return paste();
+    // No password field gives its text to the clipboard.
+    case WM_COPY:
+    case WM_CUT: return 0;
     case WM_KEYDOWN:
-        // Not every system makes the message of it.
-        if (wParam == VK_INSERT && GetKeyState(VK_SHIFT) < 0) return answer(WM_PASTE, 0, 0);
+        // Some controls do here what they do for a message, without the message.
+        if (wParam == VK_INSERT && isPressed(VK_SHIFT)) return paste();
+        if ((wParam == VK_INSERT && isPressed(VK_CONTROL)) || (wParam == VK_DELETE && isPressed(VK_SHIFT))) return 0;
         break;
     case WM_CHAR:
         if (const auto unit = static_cast<wchar_t>(wParam); isTyped(unit)) return type(unit, lParam);
@@ -105,32 +104,45 @@ LRESULT PinField::ask(UINT message, WPARAM wParam, LPARAM lParam) const
 
 LRESULT PinField::type(wchar_t unit, LPARAM lParam)
 {
-    if (const auto standIn = standInFor(unit)) return ask(WM_CHAR, *standIn, lParam);
-    MessageBeep(MB_OK);
-    return 0;
+    return hasStandIns(1) ? ask(WM_CHAR, standInFor(unit), lParam) : 0;
 }
 
+// All of the text or nothing: a part could be taken for a PIN. Nobody reads what is beyond the longest.
 LRESULT PinField::put(UINT message, WPARAM wParam, std::wstring_view text)
 {
-    std::array<wchar_t, standIns + 1> given{};
-    std::size_t count = 0;
-    for (const wchar_t unit : text.substr(0, standIns)) {
-        // The control's own, copied.
-        const std::optional standIn = isStandIn(unit) ? unit : standInFor(unit);
-        if (!standIn) break;
-        given[count++] = *standIn;
-    }
+    std::array<wchar_t, longestText + 2> given{};
+    text = text.substr(0, longestText + 1);
+    if (!hasStandIns(text.size())) return 0;
+    std::ranges::transform(text, given.begin(), [this](wchar_t unit) { return standInFor(unit); });
     return ask(message, wParam, reinterpret_cast<LPARAM>(given.data()));
 }
 
-bool PinField::isStandIn(wchar_t unit) const
+// The first line of what was copied. Where that is no text, what is selected goes all the same, as with other password fields.
+LRESULT PinField::paste()
 {
-    return unit >= firstStandIn && unit - std::size_t{firstStandIn} < typed_->size();
+    if (!OpenClipboard(edit_)) return 0;
+    const OpenedClipboard opened(edit_);
+    const HANDLE memory = GetClipboardData(CF_UNICODETEXT);
+    const auto* const text = memory ? static_cast<const wchar_t*>(GlobalLock(memory)) : nullptr;
+    if (!text) return put(EM_REPLACESEL, TRUE, {});
+    const LockedMemory locked(memory);
+    const std::wstring_view all(text, GlobalSize(memory) / sizeof *text);
+    return put(EM_REPLACESEL, TRUE, all.substr(0, all.find_first_of(L"\r\n\0"sv)));
 }
 
-std::optional<wchar_t> PinField::standInFor(wchar_t unit)
+bool PinField::hasStandIns(std::size_t count)
 {
-    if (typed_->size() == standIns) return std::nullopt;
+    if (typed_->size() + count > standIns && ask(WM_GETTEXTLENGTH, 0, 0) == 0) {
+        ask(EM_EMPTYUNDOBUFFER, 0, 0);
+        typed_.clear();
+    }
+    const bool has = typed_->size() + count <= standIns;
+    if (!has) MessageBeep(MB_OK);
+    return has;
+}
+
+wchar_t PinField::standInFor(wchar_t unit)
+{
     typed_->push_back(unit);
     return static_cast<wchar_t>(firstStandIn + typed_->size() - 1);
 }
@@ -138,8 +150,9 @@ std::optional<wchar_t> PinField::standInFor(wchar_t unit)
 void PinField::reveal(std::span<wchar_t> units) const
 {
     for (wchar_t& unit : units) {
+        const std::size_t at = std::size_t{unit} - firstStandIn;
         // What the control was given in a way that is not known here stands for itself.
-        if (isStandIn(unit)) unit = (*typed_)[unit - std::size_t{firstStandIn}];
+        if (at < typed_->size()) unit = (*typed_)[at];
     }
 }
 

@@ -5,7 +5,6 @@
 #include <windows.h>
 
 #include <cstddef>
-#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -13,9 +12,9 @@
 namespace quelta {
 
 // Keeps what is typed into an edit control out of the control, which leaves its text in freed memory: in each block that it has
-// outgrown, and in the last one. The control gets a stand-in for each character, one of the units that Unicode assigns to nobody,
-// and does with these all that a user wants of it. Here they are told apart, and wiped. Whoever reads or sets the text through
-// the control has the characters, as ever.
+// outgrown, and in the last one. The control gets a private-use unit in place of each character, and does with these all that a
+// user wants of it. Which stands for which is kept here, and wiped. Whoever reads or sets the text by message has the characters,
+// as ever; only what is undone after the control was emptied may be lost, and nothing is copied.
 class PinField {
 public:
     // In bytes; what is longer is cut.
@@ -25,7 +24,8 @@ public:
     PinField(const PinField&) = delete;
     PinField& operator=(const PinField&) = delete;
 
-    // Once, in the control's thread, of a Unicode control. Its user data is taken; the field outlives the control.
+    // Once, in the control's thread. Its user data is taken; the field outlives the control. An ANSI control, which has no place
+    // for stand-ins, is left as it is.
     void takeOver(HWND edit);
     // The text in the system's code page. Allocates nothing where `text` has room for `longestText`.
     void read(std::string& text) const;
@@ -33,7 +33,7 @@ public:
     int length() const;
 
 private:
-    // A private use area. Each is used once, so that undoing finds what it was.
+    // Each is used once, so that undoing finds what it was.
     static constexpr wchar_t firstStandIn = 0xE000;
     static constexpr std::size_t standIns = 6400;
 
@@ -42,9 +42,9 @@ private:
     LRESULT ask(UINT message, WPARAM wParam, LPARAM lParam) const;
     LRESULT type(wchar_t unit, LPARAM lParam);
     LRESULT put(UINT message, WPARAM wParam, std::wstring_view text);
-    bool isStandIn(wchar_t unit) const;
-    // None where all are used: a dialog is closed long before.
-    std::optional<wchar_t> standInFor(wchar_t unit);
+    LRESULT paste();
+    bool hasStandIns(std::size_t count);
+    wchar_t standInFor(wchar_t unit);
     void reveal(std::span<wchar_t> units) const;
     int convert(std::span<char> room) const;
 

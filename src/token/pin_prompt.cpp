@@ -67,6 +67,8 @@ int promptForPin(const Token& token, const PinTexts& texts, PinBuffer& buffer)
             copyBounded(*typed, buffer);
             return 1;
         }
+        // The box may stand for long.
+        typed.clear();
         MessageBoxA(nullptr, refusalText(result, remaining, texts).c_str(), "Quelta", MB_OK);
         if (remaining == 0) return 0;
     }

@@ -61,6 +61,10 @@ TEST_F(PinDialogWindow, LoginIsAllowedFrom4To63Characters)
             typed = length;
             EXPECT_EQ(dialog.loginAllowed(), allowed) << length << " characters";
         }
+        for (const char* text : {"1234", ""}) {
+            SendMessageA(dialog.edit(), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(text));
+            EXPECT_EQ(dialog.loginAllowed(), *text != '\0') << "set by a program";
+        }
         dialog.pressCancel();
     });
 }

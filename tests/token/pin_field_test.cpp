@@ -47,12 +47,12 @@ std::wstring stateOf(const Window& edit)
            std::to_wstring(GetWindowTextLengthW(edit.get()));
 }
 
-bool copyToClipboard(std::wstring_view text)
+bool copyToClipboard(const Window& owner, std::wstring_view text)
 {
     const HGLOBAL memory = GlobalAlloc(GMEM_MOVEABLE, (text.size() + 1) * sizeof(wchar_t));
     *std::ranges::copy(text, static_cast<wchar_t*>(GlobalLock(memory))).out = L'\0';
     GlobalUnlock(memory);
-    if (!OpenClipboard(nullptr)) return false;
+    if (!OpenClipboard(owner.get())) return false;
     EmptyClipboard();
     const bool copied = SetClipboardData(CF_UNICODETEXT, memory) != nullptr;
     CloseClipboard();
@@ -72,7 +72,7 @@ void pressShift(bool pressed)
 TEST(PinField, IsToItsUserWhatThePlainControlIs)
 {
     constexpr WPARAM undo = 26, paste = 22;
-    constexpr std::size_t most = 400;
+    constexpr std::size_t most = 250;
     const Window plain = makeEdit();
     PinField field;
     const Window edit = makeEditWith(field);
@@ -90,7 +90,7 @@ TEST(PinField, IsToItsUserWhatThePlainControlIs)
     // Each typed character uses up something, and a dialog is not for ever.
     for (int step = 0; step <= 600; ++step) {
         const bool isLast = step == 600;
-        const std::wstring text = isLast ? std::wstring(most, L'a') : randomText();
+        const std::wstring text = isLast ? std::wstring(2 * most, L'a') : randomText();
         const WPARAM keys[] = {VK_LEFT, VK_RIGHT, VK_HOME, VK_END, VK_DELETE, VK_INSERT};
         const std::tuple<UINT, WPARAM, LPARAM> messages[] = {
             {WM_CHAR, text.empty() ? L'\b' : text.front(), 1},
@@ -104,9 +104,9 @@ TEST(PinField, IsToItsUserWhatThePlainControlIs)
             {EM_REPLACESEL, TRUE, reinterpret_cast<LPARAM>(text.c_str())},
             {below(40) == 0 ? WM_SETTEXT : WM_CLEAR, 0, reinterpret_cast<LPARAM>(text.c_str())}};
         const auto& [message, wParam, lParam] = messages[isLast ? 4 : below(6)];
-        ASSERT_TRUE(step % 50 != 0 || copyToClipboard(step == 100 ? L"" : L"two\r\nlines")) << GetLastError();
+        ASSERT_TRUE(step % 50 != 0 || copyToClipboard(plain, step == 100 ? L"" : L"two\r\nlines")) << GetLastError();
         // Not with the others, which would copy from one to the other.
-        pressShift(message == WM_KEYDOWN && wParam == VK_INSERT);
+        pressShift(message == WM_KEYDOWN && wParam == VK_INSERT && below(3) != 0);
         for (const Window* window : {&plain, &edit}) SendMessageW(window->get(), message, wParam, lParam);
         ASSERT_EQ(stateOf(edit), stateOf(plain)) << "message " << message << ", " << wParam << " at step " << step;
         std::array<char, PinField::longestText + 1> expected{};
@@ -133,6 +133,35 @@ TEST(PinField, HasWhatTheControlWasGivenBeneathItToo)
         SendMessageW(edit.get(), EM_SETSEL, 1, static_cast<LPARAM>(1 + selected.size()));
         SendMessageW(edit.get(), typeBeneath, L'2', 1);
         EXPECT_EQ(stateOf(edit), L"123 2-2 of 3") << selected;
+    }
+}
+
+TEST(PinField, TakesAllOfATextOrNothingAndCopiesNone)
+{
+    PinField field;
+    const Window edit = makeEditWith(field);
+    // More than there are stand-ins.
+    for (wchar_t letter = L'a'; letter <= L'z'; ++letter) {
+        SendMessageW(edit.get(), EM_SETSEL, 0, -1);
+        SendMessageW(edit.get(), EM_REPLACESEL, TRUE, reinterpret_cast<LPARAM>(std::wstring(250, letter).c_str()));
+    }
+    std::wstring line(300, L'\0');
+    line[0] = 300;
+    EXPECT_EQ(SendMessageW(edit.get(), EM_GETLINE, 0, reinterpret_cast<LPARAM>(line.data())), 250);
+    EXPECT_EQ(line.substr(0, 250), std::wstring(250, L'y'));
+    ASSERT_TRUE(copyToClipboard(edit, L"5678"));
+    SendMessageW(edit.get(), EM_SETSEL, 0, -1);
+    for (const UINT message : {WM_COPY, WM_CUT}) SendMessageW(edit.get(), message, 0, 0);
+    pressShift(true);
+    SendMessageW(edit.get(), WM_KEYDOWN, VK_DELETE, 1);
+    pressShift(false);
+    // The last ones, up to two; then what is empty begins anew.
+    for (const std::size_t pasted : {148, 4}) {
+        SendMessageW(edit.get(), WM_SETTEXT, 0, 0);
+        for (int times = 0; times < (pasted == 4 ? 1 : 40); ++times) SendMessageW(edit.get(), WM_PASTE, 0, 0);
+        std::string read;
+        field.read(read);
+        EXPECT_EQ(read.substr(0, 4) + std::to_string(read.size()), "5678" + std::to_string(pasted));
     }
 }
 
