@@ -5,6 +5,7 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <memory>
 
@@ -21,10 +22,10 @@ public:
     // The library's word, which may be anything.
     int reportedLength() const { return reportedLength_; }
 
-    // Believes the reported length, which the caller has checked.
+    // Believes the reported length, which the caller has checked, as far as the heap gave so much.
     ByteView accept()
     {
-        accepted_ = static_cast<std::size_t>(reportedLength_);
+        accepted_ = std::min(static_cast<std::size_t>(reportedLength_), memory_ ? _msize(memory_.get()) : 0);
         return view();
     }
     // Empty until the length is believed.

@@ -88,4 +88,12 @@ TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)
     }
 }
 
+TEST(DeviceBuffer, IsBelievedAsFarAsTheHeapGaveSoMuch)
+{
+    for (const int reported : {0, 16, 17, INT_MAX}) {
+        DeviceBuffer buffer(static_cast<unsigned char*>(std::malloc(16)), reported);
+        EXPECT_EQ(buffer.accept().size(), std::min(reported, 16));
+    }
+}
+
 } // namespace quelta::test
