@@ -121,18 +121,28 @@ TEST_F(SecretsProcess, DISABLED_Pin)
     // From the middle, so that parts are found, and what the heap has written its own into.
     const Bytes pin = masked({reinterpret_cast<const unsigned char*>(longPin) + 12, 12});
     ASSERT_THAT(copiesOf(pin), IsEmpty());
-    const auto type = [&pin](PinDialog dialog) {
-        for (const char* character = longPin; *character; ++character) dialog.type(std::string(1, *character));
-        EXPECT_THAT(copiesOf(pin), SizeIs(1)) << "one of the module's own; what the control lets go of is overwritten by chance";
-        dialog.pressLogin();
+    const auto typing = [&pin](const char* mistake) {
+        return [&pin, mistake](PinDialog dialog) {
+            for (const char* character = longPin; *character; ++character) dialog.type(std::string(1, *character));
+            dialog.type(mistake);
+            EXPECT_THAT(copiesOf(pin), SizeIs(1))
+                << "one of the module's own; what the control lets go of may be overwritten by chance";
+            dialog.pressLogin();
+        };
     };
+    user.onWindow([&pin](const std::string& window) {
+        if (!window.starts_with("message")) return;
+        EXPECT_THAT(copiesOf(pin), IsEmpty()) << "of a PIN that was refused";
+    });
     const CryptoApi csp("rsa2048");
     const std::pair<const char*, std::function<bool()>> ways[] = {
         {"PP_SIGNATURE_PIN",
          [&] { return CryptSetProvParam(csp.get(), PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(longPin), 0) != FALSE; }},
         {"SmartCardPin", [&] { return givePin(); }},
         {"dialog", [&] {
-             user.meetsPinDialog(type);
+             user.meetsPinDialog(typing("7"));
+             user.acknowledges();
+             user.meetsPinDialog(typing(""));
              return storage.table().PromptUser(storage.provider(), 0, L"", 0) == 0;
          }}};
     for (const auto& [way, give] : ways) {

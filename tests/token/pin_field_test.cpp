@@ -59,10 +59,10 @@ bool copyToClipboard(const Window& owner, std::wstring_view text)
     return copied;
 }
 
-void pressShift(bool pressed)
+void hold(int key, bool held = true)
 {
     std::array<BYTE, 256> keys{};
-    keys[VK_SHIFT] = pressed ? 0x80 : 0;
+    keys.at(static_cast<std::size_t>(key)) = held ? 0x80 : 0;
     SetKeyboardState(keys.data());
 }
 
@@ -71,7 +71,8 @@ void pressShift(bool pressed)
 // Beside a plain one that gets the same messages. What it has of its own meanwhile is nobody's text.
 TEST(PinField, IsToItsUserWhatThePlainControlIs)
 {
-    constexpr WPARAM undo = 26, paste = 22;
+    constexpr WPARAM keys[] = {VK_LEFT, VK_RIGHT, VK_HOME, VK_END, VK_DELETE, VK_INSERT};
+    constexpr WPARAM undo = 26, paste = 22, commands[] = {undo, paste, L'\b'};
     constexpr std::size_t most = 250;
     const Window plain = makeEdit();
     PinField field;
@@ -91,14 +92,9 @@ TEST(PinField, IsToItsUserWhatThePlainControlIs)
     for (int step = 0; step <= 600; ++step) {
         const bool isLast = step == 600;
         const std::wstring text = isLast ? std::wstring(2 * most, L'a') : randomText();
-        const WPARAM keys[] = {VK_LEFT, VK_RIGHT, VK_HOME, VK_END, VK_DELETE, VK_INSERT};
         const std::tuple<UINT, WPARAM, LPARAM> messages[] = {
             {WM_CHAR, text.empty() ? L'\b' : text.front(), 1},
-            {WM_CHAR,
-             below(3) == 0   ? paste
-             : below(2) == 0 ? undo
-                             : L'\b',
-             1},
+            {WM_CHAR, commands[below(3)], 1},
             {WM_KEYDOWN, keys[below(6)], 1},
             {EM_SETSEL, below(60), static_cast<LPARAM>(below(60))},
             {EM_REPLACESEL, TRUE, reinterpret_cast<LPARAM>(text.c_str())},
@@ -106,7 +102,7 @@ TEST(PinField, IsToItsUserWhatThePlainControlIs)
         const auto& [message, wParam, lParam] = messages[isLast ? 4 : below(6)];
         ASSERT_TRUE(step % 50 != 0 || copyToClipboard(plain, step == 100 ? L"" : L"two\r\nlines")) << GetLastError();
         // Not with the others, which would copy from one to the other.
-        pressShift(message == WM_KEYDOWN && wParam == VK_INSERT && below(3) != 0);
+        hold(VK_SHIFT, message == WM_KEYDOWN && wParam == VK_INSERT && below(3) != 0);
         for (const Window* window : {&plain, &edit}) SendMessageW(window->get(), message, wParam, lParam);
         ASSERT_EQ(stateOf(edit), stateOf(plain)) << "message " << message << ", " << wParam << " at step " << step;
         std::array<char, PinField::longestText + 1> expected{};
@@ -120,7 +116,6 @@ TEST(PinField, IsToItsUserWhatThePlainControlIs)
         ASSERT_TRUE(std::ranges::none_of(std::wstring_view(within.data()), [](wchar_t unit) { return unit < 0xE000; }));
         longest = std::max(longest, std::wstring_view(within.data()).size());
     }
-    pressShift(false);
     EXPECT_EQ(longest, most) << "the limit was not tried";
 }
 
@@ -152,9 +147,11 @@ TEST(PinField, TakesAllOfATextOrNothingAndCopiesNone)
     ASSERT_TRUE(copyToClipboard(edit, L"5678"));
     SendMessageW(edit.get(), EM_SETSEL, 0, -1);
     for (const UINT message : {WM_COPY, WM_CUT}) SendMessageW(edit.get(), message, 0, 0);
-    pressShift(true);
-    SendMessageW(edit.get(), WM_KEYDOWN, VK_DELETE, 1);
-    pressShift(false);
+    for (const auto& [held, pressed] : {std::pair(VK_SHIFT, VK_DELETE), {VK_CONTROL, VK_INSERT}}) {
+        hold(held);
+        SendMessageW(edit.get(), WM_KEYDOWN, static_cast<WPARAM>(pressed), 1);
+        hold(held, false);
+    }
     // The last ones, up to two; then what is empty begins anew.
     for (const std::size_t pasted : {148, 4}) {
         SendMessageW(edit.get(), WM_SETTEXT, 0, 0);
