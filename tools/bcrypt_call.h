@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "base/windows_objects.h"
+#include "common/crypto_objects.h"
 
 #include <string_view>
 

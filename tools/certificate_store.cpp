@@ -1,8 +1,8 @@
 #include "certificate_store.h"
 
 #include "base/provider_name.h"
-#include "base/text.h"
 #include "certificates.h"
+#include "common/text.h"
 #include "failure.h"
 
 namespace quelta::tools {

@@ -1,7 +1,7 @@
 #include "chain_check.h"
 
-#include "base/object_ids.h"
 #include "certificates.h"
+#include "common/object_ids.h"
 #include "failure.h"
 #include "key_choice.h"
 

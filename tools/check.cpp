@@ -1,8 +1,8 @@
 #include "check.h"
 
 #include "base/table.h"
-#include "base/text.h"
 #include "check_steps.h"
+#include "common/text.h"
 #include "failure.h"
 #include "files.h"
 #include "provider_log.h"

@@ -1,9 +1,10 @@
 #include "cms_decrypt.h"
 
-#include "base/der.h"
-#include "base/object_ids.h"
 #include "ber_stream.h"
 #include "certificates.h"
+#include "common/der_reader.h"
+#include "common/known_algorithms.h"
+#include "common/object_ids.h"
 #include "content_cipher.h"
 #include "failure.h"
 #include "key_choice.h"

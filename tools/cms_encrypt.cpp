@@ -1,9 +1,10 @@
 #include "cms_encrypt.h"
 
 #include "base/der.h"
-#include "base/object_ids.h"
 #include "bcrypt_call.h"
 #include "certificates.h"
+#include "common/known_algorithms.h"
+#include "common/object_ids.h"
 #include "content_cipher.h"
 #include "failure.h"
 

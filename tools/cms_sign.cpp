@@ -1,9 +1,9 @@
 #include "cms_sign.h"
 
-#include "base/der.h"
 #include "certificates.h"
 #include "cms_signed_data.h"
 #include "cms_verify.h"
+#include "common/der_reader.h"
 #include "failure.h"
 
 #include <algorithm>

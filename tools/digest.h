@@ -2,8 +2,8 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "base/object_ids.h"
-#include "base/windows_objects.h"
+#include "common/crypto_objects.h"
+#include "common/known_algorithms.h"
 
 namespace quelta::tools {
 

@@ -1,7 +1,7 @@
 #include "failure.h"
 
 #include "base/table.h"
-#include "base/text.h"
+#include "common/text.h"
 #include "provider_log.h"
 
 #include <windows.h>

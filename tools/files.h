@@ -2,7 +2,7 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "base/files.h"
+#include "common/files.h"
 
 #include <cstdint>
 #include <filesystem>

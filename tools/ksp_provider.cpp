@@ -1,8 +1,8 @@
 #include "ksp_provider.h"
 
 #include "base/provider_name.h"
-#include "base/text.h"
 #include "certificates.h"
+#include "common/text.h"
 #include "csp_provider.h"
 #include "failure.h"
 #include "key_storage_module.h"

@@ -1,5 +1,5 @@
-#include "base/text.h"
 #include "command_line.h"
+#include "common/text.h"
 #include "console.h"
 #include "files.h"
 #include "provider_log.h"

@@ -1,7 +1,7 @@
 #include "pin.h"
 
-#include "base/text.h"
 #include "base/windows_objects.h"
+#include "common/text.h"
 #include "failure.h"
 
 #include <array>

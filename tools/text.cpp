@@ -1,6 +1,6 @@
 #include "text.h"
 
-#include "base/text.h"
+#include "common/text.h"
 #include "failure.h"
 
 #include <cstdio>

@@ -1,9 +1,10 @@
 #include "time_stamp.h"
 
-#include "base/der.h"
-#include "base/object_ids.h"
 #include "certificates.h"
 #include "cms_signed_data.h"
+#include "common/der_reader.h"
+#include "common/known_algorithms.h"
+#include "common/object_ids.h"
 #include "failure.h"
 
 namespace quelta::tools {

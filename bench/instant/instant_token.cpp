@@ -1,7 +1,7 @@
 #include "instant_token.h"
 
 #include "base/der.h"
-#include "base/object_ids.h"
+#include "common/object_ids.h"
 
 #include <algorithm>
 #include <cstdio>

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "base/der.h"
 #include "base/token_error.h"
+#include "common/der_reader.h"
 
 namespace quelta::softtoken {
 

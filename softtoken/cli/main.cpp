@@ -1,6 +1,6 @@
 // The command line of quelta-token: names, help and exit codes. What the commands do is in the files beside.
-#include "base/text.h"
 #include "cli/commands.h"
+#include "common/text.h"
 #include "store/token_store.h"
 #include "version.h"
 

@@ -1,7 +1,7 @@
 // The system's own cryptography (bcrypt.dll) behind owning types. Every function throws TokenError when the system refuses.
 #pragma once
 
-#include "base/windows_objects.h"
+#include "common/crypto_objects.h"
 #include "crypto/primitives.h"
 
 #include <map>

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "base/object_ids.h"
+#include "common/known_algorithms.h"
 
 #include <cstdint>
 #include <string_view>

@@ -2,6 +2,7 @@
 
 #include "base/der_reader.h"
 #include "base/token_error.h"
+#include "common/object_ids.h"
 
 namespace quelta::softtoken {
 

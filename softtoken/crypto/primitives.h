@@ -3,9 +3,9 @@
 #pragma once
 
 #include "base/bytes.h"
-#include "base/object_ids.h"
 #include "base/table.h"
 #include "base/token_error.h"
+#include "common/known_algorithms.h"
 
 #include <string>
 #include <string_view>

@@ -1,7 +1,7 @@
 #include "formats/distinguished_name.h"
 
 #include "base/der_reader.h"
-#include "base/text.h"
+#include "common/text.h"
 #include "crypto/bcrypt_objects.h"
 
 #include <windows.h>

@@ -1,8 +1,8 @@
 #include "formats/password_encryption.h"
 
-#include "base/object_ids.h"
 #include "base/table.h"
 #include "base/token_error.h"
+#include "common/known_algorithms.h"
 #include "crypto/symmetric.h"
 
 namespace quelta::softtoken {

@@ -1,8 +1,9 @@
 #include "formats/pkcs12.h"
 
 #include "base/der_reader.h"
-#include "base/text.h"
 #include "base/token_error.h"
+#include "common/object_ids.h"
+#include "common/text.h"
 #include "crypto/key_encoding.h"
 #include "formats/password_encryption.h"
 

@@ -1,7 +1,7 @@
 #include "store/files.h"
 
-#include "base/files.h"
 #include "base/token_error.h"
+#include "common/files.h"
 #include "store/token_store.h"
 
 #include <algorithm>

@@ -1,7 +1,7 @@
 #include "store/token_store.h"
 
-#include "base/text.h"
 #include "base/token_error.h"
+#include "common/text.h"
 #include "store/files.h"
 
 #include <mutex>

@@ -2,11 +2,15 @@
 
 #include "base/der.h"
 #include "base/hex.h"
-#include "base/object_ids.h"
 
 namespace quelta {
 
 namespace {
+
+// SEQUENCE of the object identifier rsaEncryption (1.2.840.113549.1.1.1) and NULL.
+constexpr unsigned char rsaAlgorithmIdentifier[] = {
+    0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00,
+};
 
 // Not the shortest form, which DER asks for: zeros that lead stay, and no bytes give an empty number.
 Bytes encodeInteger(ByteView magnitude)
@@ -49,7 +53,7 @@ Bytes encodeDerTlv(unsigned char tag, ByteView content)
 Bytes rsaPublicKeyToDer(ByteView modulus, ByteView exponent)
 {
     const Bytes rsaKey = der::sequence({encodeInteger(modulus), encodeInteger(exponent)});
-    return der::sequence({der::sequence({der::oid(oid::rsaEncryption), der::null()}), der::bitString(rsaKey)});
+    return der::sequence({rsaAlgorithmIdentifier, der::bitString(rsaKey)});
 }
 
 Bytes rsaPublicKeyToDer(std::string_view modulusHex, std::string_view exponentHex)

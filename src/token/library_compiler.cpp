@@ -1,6 +1,6 @@
 #include "token/library_compiler.h"
 
-#include "base/dll_imports.h"
+#include "base/microsoft_runtime.h"
 #include "log/log_writer.h"
 
 #include <windows.h>

@@ -1,4 +1,4 @@
-#include "base/der.h"
+#include "common/der_reader.h"
 
 #include <gtest/gtest.h>
 

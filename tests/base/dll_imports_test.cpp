@@ -1,4 +1,4 @@
-#include "base/dll_imports.h"
+#include "common/dll_imports.h"
 
 #include "support/scratch_folder.h"
 

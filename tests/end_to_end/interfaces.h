@@ -5,7 +5,7 @@
 #include "base/bytes.h"
 #include "base/key_storage_table.h"
 #include "base/text.h"
-#include "base/windows_objects.h"
+#include "common/crypto_objects.h"
 
 #include <string>
 #include <vector>

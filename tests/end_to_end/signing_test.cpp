@@ -1,4 +1,4 @@
-#include "base/der.h"
+#include "common/der_reader.h"
 #include "end_to_end/token_test.h"
 
 namespace quelta::test {

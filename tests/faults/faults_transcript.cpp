@@ -1,6 +1,6 @@
 #include "faults/fault_matrix.h"
 
-#include "base/text.h"
+#include "common/text.h"
 #include "csp/csp_scenario.h"
 #include "csp/key_context.h"
 #include "csp/output.h"

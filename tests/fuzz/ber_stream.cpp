@@ -2,7 +2,7 @@
 
 #include "check.h"
 
-#include "base/der.h"
+#include "common/der_reader.h"
 #include "failure.h"
 
 #include <algorithm>

@@ -1,6 +1,6 @@
 #include "check.h"
 
-#include "base/der.h"
+#include "common/der_reader.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -1,6 +1,6 @@
 #include "check.h"
 
-#include "base/text.h"
+#include "common/text.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "crypto/symmetric.h"

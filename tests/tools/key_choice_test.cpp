@@ -1,8 +1,8 @@
 #include "key_choice.h"
 
 #include "base/der.h"
-#include "base/object_ids.h"
 #include "certificates.h"
+#include "common/object_ids.h"
 #include "failure.h"
 #include "text.h"
 

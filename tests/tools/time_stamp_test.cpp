@@ -1,6 +1,6 @@
-#include "base/der.h"
-#include "base/object_ids.h"
 #include "cms_signed_data.h"
+#include "common/der_reader.h"
+#include "common/object_ids.h"
 #include "failure.h"
 #include "support/scratch_folder.h"
 #include "test_signatures.h"

@@ -1,4 +1,4 @@
-#include "base/dll_imports.h"
+#include "common/dll_imports.h"
 
 #include <windows.h>
 
@@ -13,8 +13,6 @@ namespace {
 // More than any DLL has; a file may claim that all of its bytes are one name, thousands of times.
 constexpr std::size_t mostImports = 1000;
 constexpr std::size_t longestName = 260;
-
-constexpr std::string_view microsoftRuntimes[] = {"VCRUNTIME", "MSVCP", "UCRTBASE", "API-MS-WIN-CRT-"};
 
 // A record wherever it stands in the file.
 template <class Record>
@@ -80,13 +78,6 @@ std::optional<std::vector<std::string>> importsOf(ByteView file)
         names.push_back(*name);
     }
     return names;
-}
-
-bool isMicrosoftRuntime(std::string_view import)
-{
-    return std::ranges::any_of(microsoftRuntimes, [&](std::string_view prefix) {
-        return import.size() >= prefix.size() && _strnicmp(import.data(), prefix.data(), prefix.size()) == 0;
-    });
 }
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-#include "base/files.h"
+#include "common/files.h"
 
 #include <algorithm>
 

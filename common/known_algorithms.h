@@ -1,31 +1,12 @@
-// Object identifiers, in the dotted form, with the digests, ciphers and curves that they name. Names of algorithms are those that
-// bcrypt.dll and CryptoAPI (ALG_ID) go by; sizes are in bytes.
+// Digests, ciphers and curves: the names that bcrypt.dll and CryptoAPI (ALG_ID) give them, and their object identifiers in the
+// dotted form. Sizes are in bytes.
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string_view>
 
 namespace quelta {
-
-namespace oid {
-constexpr std::string_view rsaEncryption = "1.2.840.113549.1.1.1";
-constexpr std::string_view rsaOaep = "1.2.840.113549.1.1.7";
-constexpr std::string_view sha256WithRsa = "1.2.840.113549.1.1.11";
-constexpr std::string_view ecPublicKey = "1.2.840.10045.2.1";
-constexpr std::string_view commonName = "2.5.4.3";
-// Content types and attributes of CMS (RFC 5652).
-constexpr std::string_view data = "1.2.840.113549.1.7.1";
-constexpr std::string_view signedData = "1.2.840.113549.1.7.2";
-constexpr std::string_view envelopedData = "1.2.840.113549.1.7.3";
-constexpr std::string_view encryptedData = "1.2.840.113549.1.7.6";
-constexpr std::string_view contentType = "1.2.840.113549.1.9.3";
-constexpr std::string_view messageDigest = "1.2.840.113549.1.9.4";
-constexpr std::string_view signingTime = "1.2.840.113549.1.9.5";
-// Time stamps (RFC 3161): the attribute that has one, its content, and what its signer's certificate is for.
-constexpr std::string_view timeStampToken = "1.2.840.113549.1.9.16.2.14";
-constexpr std::string_view timeStampInfo = "1.2.840.113549.1.9.16.1.4";
-constexpr std::string_view timeStamping = "1.3.6.1.5.5.7.3.8";
-} // namespace oid
 
 struct KnownDigest {
     std::string_view name;
