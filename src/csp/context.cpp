@@ -20,6 +20,7 @@ constexpr PinTexts pinTexts = {
     .askingForPin = "Password not validated or empty -- ask for PIN",
     .clockMismatch = "System time mismatch, Kidly login to Token Manager",
     .cancelled = "User cancelled password dialog",
+    .longestPin = 63,
 };
 
 Answer refusalOf(OpeningFailure failure)
@@ -77,7 +78,8 @@ BOOL WINAPI CPAcquireContext(HCRYPTPROV* phProv, LPCSTR szContainer, DWORD dwFla
         // Whatever the flags ask for, a context on the connected token is what there is; silence does not keep the PIN dialog
         // away.
         logDebug("CPAcquireContext - dwFlags : ", dwFlags);
-        auto context = std::make_unique<CspContext>();
+        auto context = makeRecordOrNull<CspContext>();
+        if (!context) return fail(NTE_NO_MEMORY);
         auto deviceId = openFirstToken(context->libContext, openingTexts);
         if (!deviceId) return refusalOf(deviceId.error());
         context->serialNumber = *std::move(deviceId);

@@ -25,6 +25,7 @@ constexpr PinTexts pinTexts = {
     .askingForPin = "KSP: Password not validated, checking SSO",
     .clockMismatch = "System time mismatch, Kindly login to Token Manager",
     .cancelled = "KSP: User cancelled password dialog",
+    .longestPin = std::string::npos,
 };
 
 constexpr DWORD implementationType = NCRYPT_IMPL_HARDWARE_FLAG | NCRYPT_IMPL_REMOVABLE_FLAG;
@@ -73,11 +74,6 @@ KspProvider* providerOf(NCRYPT_PROV_HANDLE handle)
 {
     auto* provider = recordOf<KspProvider>(handle);
     return provider && provider->isOpen ? provider : nullptr;
-}
-
-std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider)
-{
-    return kspEnsurePin(provider, tokenState().pinCache.pinIfValidated());
 }
 
 std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider, Pin cached)

@@ -25,10 +25,10 @@ struct KspProvider {
 // Null for a null handle and for one that is not open.
 KspProvider* providerOf(NCRYPT_PROV_HANDLE handle);
 
-// The PIN to use; a refusal becomes NTE_FAIL.
-std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider);
-// With the cached PIN that the caller has taken already; null where there was none.
-std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider, Pin cached);
+// The PIN to use; a refusal becomes NTE_FAIL. `cached` is the cached PIN, null if there is none: a caller that has acted on it
+// hands it in.
+std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider,
+                                                 Pin cached = tokenState().pinCache.pinIfValidated());
 
 // "SmartCardPin" of a provider and of a key: an 8-bit text whatever its length argument says, so that of a wide PIN the token
 // sees the first character only.

@@ -1,11 +1,13 @@
 #include "token/pin_dialog.h"
 
+#include "base/wipe.h"
 #include "log/log_writer.h"
 #include "resources/resource_ids.h"
-#include "token/pin_field.h"
 #include "token/token_state.h"
 
 #include <windows.h>
+
+#include <array>
 
 namespace quelta {
 
@@ -14,11 +16,13 @@ namespace {
 constexpr int loginButton = IDOK;
 constexpr int cancelButton = IDCANCEL;
 
-// Of one run of the dialog, so that two threads that ask at once do not read each other's.
-struct Run {
-    std::string& pin;
-    PinField field;
-};
+using TextBuffer = std::array<char, 256>;
+
+// Each run of the dialog has its own PIN: two threads that ask at once do not read each other's. Null before WM_INITDIALOG.
+std::string* pinOf(HWND dialog)
+{
+    return reinterpret_cast<std::string*>(GetWindowLongPtrA(dialog, DWLP_USER));
+}
 
 void allowLogin(HWND dialog, bool allowed)
 {
@@ -30,22 +34,24 @@ bool isPinLength(int length)
     return static_cast<unsigned>(length) - 4U < 60U;
 }
 
-// Null before the dialog is initialised, when others may have sent it something already.
-Run* runOf(HWND dialog)
+// `pin` has room for the text, so nothing is allocated inside the dialog procedure.
+void readText(HWND dialog, std::string& pin)
 {
-    return reinterpret_cast<Run*>(GetWindowLongPtrW(dialog, GWLP_USERDATA));
+    Wiped<TextBuffer> text;
+    GetDlgItemTextA(dialog, IDC_USER_PIN, text->data(), static_cast<int>(text->size()));
+    pin = text->data();
 }
 
 void onCommand(HWND dialog, int id, int notification)
 {
-    Run* const run = runOf(dialog);
-    if (!run) return;
+    std::string* const pin = pinOf(dialog);
+    if (!pin) return;
     switch (id) {
     case IDC_USER_PIN:
-        if (notification == EN_CHANGE) allowLogin(dialog, isPinLength(run->field.length()));
+        if (notification == EN_CHANGE) allowLogin(dialog, isPinLength(GetWindowTextLengthA(GetDlgItem(dialog, IDC_USER_PIN))));
         return;
-    case loginButton: run->field.read(run->pin); break;
-    case cancelButton: run->pin.clear(); break;
+    case loginButton: readText(dialog, *pin); break;
+    case cancelButton: pin->clear(); break;
     default: break;
     }
     EndDialog(dialog, 0);
@@ -55,8 +61,7 @@ INT_PTR CALLBACK onDialogMessage(HWND dialog, UINT message, WPARAM wParam, LPARA
 {
     switch (message) {
     case WM_INITDIALOG:
-        SetWindowLongPtrW(dialog, GWLP_USERDATA, lParam);
-        runOf(dialog)->field.takeOver(GetDlgItem(dialog, IDC_USER_PIN));
+        SetWindowLongPtrA(dialog, DWLP_USER, lParam);
         allowLogin(dialog, false);
         return TRUE;
     case WM_COMMAND: onCommand(dialog, LOWORD(wParam), HIWORD(wParam)); return TRUE;
@@ -71,14 +76,11 @@ int showPasswordDialog(std::string& dialogPin)
 {
     logDebug("Password dialog show window");
     dialogPin.clear();
-    // Nothing is to be allocated while Windows waits for the dialog procedure.
-    dialogPin.reserve(PinField::longestText);
-    Run run{dialogPin, {}};
+    dialogPin.reserve(std::tuple_size_v<TextBuffer>);
     logDebug("Password dialog show window before");
     const auto module = static_cast<HINSTANCE>(tokenState().moduleHandle.load());
-    // Unicode: an ANSI control has no place for the field's stand-ins.
     const INT_PTR result =
-        DialogBoxParamW(module, MAKEINTRESOURCEW(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&run));
+        DialogBoxParamA(module, MAKEINTRESOURCEA(IDD_PASSWORD), nullptr, onDialogMessage, reinterpret_cast<LPARAM>(&dialogPin));
     logDebug("Password dialog show window after");
     if (result != 0) logError("Password dialog creation failed : ", result);
     return 0;

@@ -18,26 +18,37 @@ std::string refusalText(int result, int remaining, const PinTexts& texts)
     return "Invalid user pin. Remaining attempts(" + std::to_string(remaining) + ")";
 }
 
-bool askForText(Wiped<std::string>& text)
+bool askForText(PinText& text)
 {
-    text.clear();
     showPasswordDialog(*text);
     return !text->empty();
 }
 
-void copyBounded(const std::string& text, PinBuffer& buffer)
+// The accepted PIN, an empty one under single sign-on, or null if the dialog was cancelled or no attempt is left. Empties the
+// cache before it shows the dialog.
+Pin promptForPin(const Token& token, const PinTexts& texts)
 {
-    const std::size_t length = std::min(text.size(), buffer.size() - 1);
-    std::copy_n(text.begin(), length, buffer.begin());
-    buffer[length] = '\0';
+    // Nothing is allocated once the token has accepted the PIN.
+    const auto typed = std::make_shared<PinText>();
+    if (token.singleSignOnOpen()) return typed;
+    tokenState().pinCache.clear();
+    while (askForText(*typed)) {
+        int remaining = 0;
+        const int result = token.validatePassword((*typed)->c_str(), remaining);
+        if (result == 0) {
+            (*typed)->resize(std::min((*typed)->size(), texts.longestPin));
+            return typed;
+        }
+        // The refused PIN does not stay in memory while the message is shown.
+        typed->clear();
+        MessageBoxA(nullptr, refusalText(result, remaining, texts).c_str(), "Quelta", MB_OK);
+        if (remaining == 0) return nullptr;
+    }
+    logDebug(texts.cancelled);
+    return nullptr;
 }
 
 } // namespace
-
-std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts)
-{
-    return ensurePin(token, texts, tokenState().pinCache.pinIfValidated());
-}
 
 std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cached)
 {
@@ -46,41 +57,19 @@ std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cach
         return cached;
     }
     logDebug(texts.askingForPin);
-    Wiped<PinBuffer> buffer;
-    if (promptForPin(token, texts, *buffer) == 0) return std::nullopt;
-    Pin accepted = std::make_shared<const PinText>(buffer->data());
+    Pin accepted = promptForPin(token, texts);
+    if (!accepted) return std::nullopt;
     tokenState().pinCache.setValidated(accepted);
     return accepted;
 }
 
-int promptForPin(const Token& token, const PinTexts& texts, PinBuffer& buffer)
-{
-    buffer.fill('\0');
-    if (token.singleSignOnOpen()) return 1;
-    tokenState().pinCache.clear();
-    // On its way from the dialog to the token.
-    Wiped<std::string> typed;
-    while (askForText(typed)) {
-        int remaining = 0;
-        const int result = token.validatePassword(typed->c_str(), remaining);
-        if (result == 0) {
-            copyBounded(*typed, buffer);
-            return 1;
-        }
-        // The box may stand for long.
-        typed.clear();
-        MessageBoxA(nullptr, refusalText(result, remaining, texts).c_str(), "Quelta", MB_OK);
-        if (remaining == 0) return 0;
-    }
-    logDebug(texts.cancelled);
-    return 0;
-}
-
 int validateGivenPin(const Token& token, const char* pin)
 {
+    // One copy is both checked and cached: another thread of the application may change its text meanwhile.
+    const auto copy = std::make_shared<const PinText>(pin);
     int remaining = 0;
-    const int result = token.validatePassword(pin, remaining);
-    if (result == 0) tokenState().pinCache.setValidated(std::make_shared<const PinText>(pin));
+    const int result = token.validatePassword((*copy)->c_str(), remaining);
+    if (result == 0) tokenState().pinCache.setValidated(copy);
     return result;
 }
 
