@@ -78,8 +78,7 @@ Chain issuerChain(CertificateSet& certificates, std::size_t leaf)
     return chain;
 }
 
-CertificateChainMap collectChains(CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs,
-                                  const std::string& wanted)
+CertificateChainMap collectChains(CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs)
 {
     CertificateChainMap chains;
     for (std::size_t i = 0; i < certificates.size(); ++i) {
@@ -89,8 +88,6 @@ CertificateChainMap collectChains(CertificateSet& certificates, const std::vecto
             if (!sameBytes(publicKeyOf(pair), *publicKey)) continue;
             const std::string container = keyName(pair);
             logDebug("Public key match found; container=", container);
-            // Only the log hears of the others' chains.
-            if (container != wanted && getLogLevel() < logLevelDebug) continue;
             const Chain chain = issuerChain(certificates, i);
             auto& collected = chains[container];
             collected.insert(collected.end(), chain.begin(), chain.end());
@@ -150,6 +147,7 @@ Answer putMessage(HCRYPTMSG message, Output out)
     if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, nullptr, &size)) return fail(GetLastError());
     Bytes content(size);
     if (!CryptMsgGetParam(message, CMSG_CONTENT_PARAM, 0, content.data(), &size)) return fail(GetLastError());
+    content.resize(size);
     return putOrMoreData(out, content);
 }
 
@@ -187,7 +185,7 @@ Answer exportCertificateChain(const CspContext& context, Output out)
 {
     const auto pairs = context.token().keyPairs();
     CertificateSet certificates(context.token().certificates());
-    const auto chains = collectChains(certificates, pairs, context.containerName);
+    const auto chains = collectChains(certificates, pairs);
     const auto found = chains.find(context.containerName);
     if (found == chains.end()) {
         *out.length = 0;

@@ -36,6 +36,14 @@ Answer encryptInto(Output out, const CspContext& context, const KeyContext& key,
     return answer;
 }
 
+// The plaintext is never longer than the input, so it fits. The length goes first: a caller may use one variable for both.
+Answer putPlainText(Output out, ByteView plain)
+{
+    *out.length = static_cast<DWORD>(plain.size());
+    std::ranges::copy(plain, out.data);
+    return done();
+}
+
 Answer decryptWithKeyPair(Output out, const CspContext& context, const KeyContext& key, Pin pin)
 {
     const ByteView data(out.data, out.room);
@@ -50,12 +58,12 @@ Answer decryptWithKeyPair(Output out, const CspContext& context, const KeyContex
                                           [&] { return ensurePinValidated(context); });
     if (!outcome) return outcome.error();
     logDebug("After decrypting data");
-    const auto& plain = *outcome;
+    const auto plain = checkedBytes(*outcome, cipher.size());
     if (!plain) {
         logError("Decrypt data failed : ", plain.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
     }
-    return putOrRefuse(out, plain->view());
+    return putPlainText(out, *plain);
 }
 
 Answer decryptWithSymmetricKey(Output out, const CspContext& context, const KeyContext& key)
@@ -66,14 +74,14 @@ Answer decryptWithSymmetricKey(Output out, const CspContext& context, const KeyC
     const ByteView value = key.symmetricKey->view();
     logDebug("CPDecrypt input iv : ", hex(*iv));
     logDebug("CPDecrypt input key : ", hex(value));
-    const auto plain = context.token().withoutContext().decryptSymmetric(data, *work, *iv, value);
+    const auto plain = Token(context.serialNumber, nullptr).decryptSymmetric(data, *work, *iv, value);
     if (!plain) {
         logError("Symetric decryption failed : ", plain.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
     }
     const ByteView decrypted = ByteView(*work).first(*plain);
     logDebug("CPDecrypt - decrypted data : ", hex(decrypted));
-    return putOrRefuse(out, decrypted);
+    return putPlainText(out, decrypted);
 }
 
 } // namespace

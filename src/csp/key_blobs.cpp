@@ -119,7 +119,7 @@ ImportedKey importWrappedKey(const Import& import)
 DeviceResult<DeviceBuffer> decryptOnce(const Import& import, const PinText& pin, ByteView encrypted)
 {
     auto clear = import.context.token().decrypt(import.importKey->keyId, pin, encrypted, import.importKey->keyPairFlag != 0);
-    if (!clear) logError("SIMPLEBLOB decryption failed");
+    if (!checkedBytes(clear, encrypted.size())) logError("SIMPLEBLOB decryption failed");
     return clear;
 }
 
@@ -129,11 +129,11 @@ Outcome<DeviceBuffer> decryptSimpleBlob(const Import& import)
     const Pin pin = tokenState().pinCache.pin();
     const ByteView given = keyOfCapiBlob(import.blob);
     auto clear = decryptOnce(import, *pin, Bytes(given.rbegin(), given.rend()));
-    if (!clear && clear.error() != 0) {
+    if (!clear) {
         clear = decryptOnce(import, *pin, given);
-        if (!clear && clear.error() != 0) return std::unexpected(failKeepingLastError());
+        if (!clear) return std::unexpected(failKeepingLastError());
     }
-    if (!clear) return refuse(NTE_PROVIDER_DLL_FAIL);
+    if (!checkedBytes(clear, given.size())) return refuse(NTE_PROVIDER_DLL_FAIL);
     return *std::move(clear);
 }
 
@@ -152,7 +152,8 @@ ImportedKey importSimpleKey(const Import& import)
         return refuse(NTE_BAD_ALGID);
     }
     auto key = std::make_unique<KeyContext>();
-    if (clear->view().empty() || !key->symmetricKey->assign(clear->view())) return refuse(NTE_BAD_DATA);
+    const ByteView value = *clear->upTo(import.blob.size());
+    if (value.empty() || !key->symmetricKey->assign(value)) return refuse(NTE_BAD_DATA);
     key->algorithm = algorithm->encryptionType;
     logDebug("Output key id : ", hex(key->keyId));
     logDebug("SIMPLEBLOB imported successfully (AES)");
@@ -183,8 +184,8 @@ Answer refuseType(std::uint8_t type)
 
 Answer importBlob(const CspContext& context, ByteView blob, HCRYPTKEY importKey, HCRYPTKEY* imported)
 {
+    if (blob.size() < capiKeyBlobHeaderSize) return fail(NTE_BAD_DATA);
     const auto header = readCapiBlobHeader(blob);
-    if (!header || blob.size() < capiKeyBlobHeaderSize) return fail(NTE_BAD_DATA);
     logDebug("CPImportKey - input type : ", header->type);
     logDebug("CPImportKey - input version : ", header->version);
     logDebug("CPImportKey - input alg : ", header->algorithm);
@@ -209,11 +210,16 @@ Answer exportPublicKey(const CspContext& context, const KeyContext& key, Output 
     // Keys of 2048 bits only.
     if (!pair || pair->algorithm != algorithmRsa2048) return fail(NTE_BAD_KEY);
     const Bytes blob = writeCapiPublicBlob(key.algorithm, publicKeyOf(*pair));
-    if (out.holds(blob.size())) logDebug("key usage : ", key.algorithm);
-    const Answer answer = putEnumerated(out, blob);
-    if (out.isQuery()) logDebug("Emport public key more data required");
-    // Written: the last error says so, too.
-    return answer.lastError ? answer : Answer{TRUE, DWORD{ERROR_SUCCESS}};
+    // The length goes first: a caller may use one variable for both.
+    *out.length = static_cast<DWORD>(blob.size());
+    if (out.isQuery()) {
+        logDebug("Emport public key more data required");
+        return moreDataButTrue();
+    }
+    if (!out.holds(blob.size())) return moreDataAndFalse();
+    logDebug("key usage : ", key.algorithm);
+    std::ranges::copy(blob, out.data);
+    return {TRUE, DWORD{ERROR_SUCCESS}};
 }
 
 Answer exportBlob(const CspContext& context, const KeyContext& key, DWORD type, Output out)

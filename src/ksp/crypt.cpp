@@ -42,7 +42,7 @@ SECURITY_STATUS encryptTo(KspOutput out, const KspProvider& provider, const KspK
         logError("KSP: Encrypt failed: ", encrypted.error());
         return NTE_INTERNAL_ERROR;
     }
-    const SECURITY_STATUS status = putProperty(out, ByteView(*work).first(*encrypted));
+    const SECURITY_STATUS status = putResult(out, ByteView(*work).first(*encrypted));
     if (status == statusDone) logDebug("KSP: Encrypt success");
     return status;
 }
@@ -55,12 +55,12 @@ SECURITY_STATUS decryptWithKeyPair(KspOutput out, const KspProvider& provider, c
     const auto outcome = callWithFreshPin(std::move(pin), "KSP: Decrypt SSO expired, re-prompting for PIN", decrypt,
                                           [&] { return kspEnsurePin(provider); });
     if (!outcome) return outcome.error();
-    const auto& plain = *outcome;
+    const auto plain = checkedBytes(*outcome, input.size());
     if (!plain) {
         logError("KSP: Decrypt failed: ", plain.error());
         return NTE_INTERNAL_ERROR;
     }
-    const SECURITY_STATUS status = putProperty(out, plain->view());
+    const SECURITY_STATUS status = putResult(out, *plain);
     if (status == statusDone) logDebug("KSP: Decrypt success");
     return status;
 }
@@ -86,7 +86,7 @@ SECURITY_STATUS decryptWithSymmetricKey(KspOutput out, const KspProvider& provid
         return *answer;
     }
     logDebug("KSP: Symmetric decrypt success, length: ", *plain);
-    return putProperty(out, ByteView(*work).first(*plain));
+    return putResult(out, ByteView(*work).first(*plain));
 }
 
 SECURITY_STATUS signInto(KspOutput out, const KspProvider& provider, const KspKey& key, Pin pin, ByteView hash)

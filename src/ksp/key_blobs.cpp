@@ -144,8 +144,7 @@ std::expected<DeviceBuffer, SECURITY_STATUS> decryptTransport(const Import& impo
 {
     const Pin pin = tokenState().pinCache.pin();
     const auto decrypt = [&](ByteView encrypted) {
-        return import.provider.token().decryptUnchecked(import.importKey->keyId, *pin, encrypted,
-                                                        import.importKey->keyPairFlag != 0);
+        return import.provider.token().decrypt(import.importKey->keyId, *pin, encrypted, import.importKey->keyPairFlag != 0);
     };
     auto clear = decrypt(Bytes(import.blob.rbegin(), import.blob.rend()));
     if (clear) return *std::move(clear);
@@ -167,9 +166,10 @@ ImportedKey importEncryptedKey(const Import& import)
         logError("KSP: Unsupported decrypted key length: ", length);
         return refuse(NTE_NOT_SUPPORTED);
     }
-    if (!*clear) return refuse(NTE_BAD_DATA);
+    const auto value = clear->upTo(code->keySize);
+    if (!value) return refuse(NTE_BAD_DATA);
     auto key = newFinalizedKey();
-    key->symmetricKey->assign(clear->accept());
+    key->symmetricKey->assign(*value);
     key->algorithm = code->encryptionType;
     logDebug("KSP: Encrypted key imported successfully");
     return key;

@@ -16,6 +16,14 @@ std::optional<SECURITY_STATUS> answerWithoutRoom(KspOutput out, std::size_t size
 SECURITY_STATUS putProperty(KspOutput out, ByteView value)
 {
     if (const auto answer = answerWithoutRoom(out, value.size())) return *answer;
+    tellLength(out, value.size());
+    std::ranges::copy(value, out.data);
+    return statusDone;
+}
+
+SECURITY_STATUS putResult(KspOutput out, ByteView value)
+{
+    if (const auto answer = answerWithoutRoom(out, value.size())) return *answer;
     std::ranges::copy(value, out.data);
     return tellLength(out, value.size());
 }

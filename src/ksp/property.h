@@ -26,8 +26,12 @@ inline SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_ST
 // NTE_BUFFER_TOO_SMALL. Nothing for one that does.
 std::optional<SECURITY_STATUS> answerWithoutRoom(KspOutput out, std::size_t size);
 
-// The length is told first; a null buffer asks for no more, a short one is NTE_BUFFER_TOO_SMALL.
+// For properties and exported keys. Writes the length, then the value: a caller who uses one variable for both gets the value.
+// A null buffer gets the length alone, a short one NTE_BUFFER_TOO_SMALL.
 SECURITY_STATUS putProperty(KspOutput out, ByteView value);
+
+// The same for results of cryptography, which are written before their length.
+SECURITY_STATUS putResult(KspOutput out, ByteView value);
 
 // A null input has a null pointer and no length.
 inline ByteView propertyInput(const BYTE* data, DWORD length)

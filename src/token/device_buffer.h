@@ -7,42 +7,61 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <memory>
+#include <optional>
+#include <utility>
 
 namespace quelta {
 
-// A buffer that the device library returned through an unsigned char**, with the length it reported. It comes from the C
-// runtime's heap and is released as such; what it holds is a secret, and wiped: all that the heap gave, whatever was reported.
+// A buffer that the device library allocates and returns through an unsigned char**, with the length that it reports. The buffer
+// comes from the C runtime's heap. It holds a secret, so the whole heap block is wiped before it is freed.
 class DeviceBuffer {
 public:
-    DeviceBuffer(unsigned char* memory, int reportedLength) : memory_(memory), reportedLength_(reportedLength) {}
-
-    // False where the library gave none, whatever length it reported.
-    explicit operator bool() const { return memory_ != nullptr; }
-    // The library's word, which may be anything.
-    int reportedLength() const { return reportedLength_; }
-
-    // Believes the reported length, which the caller has checked, as far as the heap gave so much.
-    ByteView accept()
+    DeviceBuffer() = default;
+    DeviceBuffer(DeviceBuffer&& other) noexcept
+        : memory_(std::exchange(other.memory_, nullptr)), length_(std::exchange(other.length_, 0))
+    {}
+    DeviceBuffer& operator=(DeviceBuffer&& other) noexcept
     {
-        accepted_ = std::min(static_cast<std::size_t>(reportedLength_), memory_ ? _msize(memory_.get()) : 0);
-        return view();
+        std::swap(memory_, other.memory_);
+        std::swap(length_, other.length_);
+        return *this;
     }
-    // Empty until the length is believed.
-    ByteView view() const { return {memory_.get(), accepted_}; }
+    ~DeviceBuffer()
+    {
+        if (!memory_) return;
+        wipe(memory_, blockSize().value_or(length_ < 0 ? 0 : static_cast<std::size_t>(length_)));
+        std::free(memory_);
+    }
+
+    // Where the library puts the buffer and its length. The buffer is owned even if the library throws after that.
+    unsigned char** place() { return &memory_; }
+    int* lengthPlace() { return &length_; }
+
+    // False if the library returned no buffer, whatever length it reported.
+    explicit operator bool() const { return memory_ != nullptr; }
+    // The length as the library reported it, unchecked.
+    int reportedLength() const { return length_; }
+
+    // The bytes. Nullopt for no buffer, a negative length, a length above `most` and a length above the heap block.
+    std::optional<ByteView> upTo(std::size_t most) const
+    {
+        if (!memory_ || length_ < 0) return std::nullopt;
+        const auto length = static_cast<std::size_t>(length_);
+        if (length > std::min(most, blockSize().value_or(most))) return std::nullopt;
+        return ByteView(memory_, length);
+    }
 
 private:
-    struct WipeAndFree {
-        void operator()(unsigned char* memory) const
-        {
-            wipe(memory, _msize(memory));
-            std::free(memory);
-        }
-    };
+    // Nullopt if the heap does not know the block.
+    std::optional<std::size_t> blockSize() const
+    {
+        const std::size_t size = _msize(memory_);
+        if (size == static_cast<std::size_t>(-1)) return std::nullopt;
+        return size;
+    }
 
-    std::unique_ptr<unsigned char, WipeAndFree> memory_;
-    int reportedLength_;
-    std::size_t accepted_ = 0;
+    unsigned char* memory_ = nullptr;
+    int length_ = 0;
 };
 
 } // namespace quelta

@@ -16,10 +16,15 @@ namespace quelta {
 
 class DeviceLibrary {
 public:
+    // Starts the library. Always called with 0 and 2; what they select is not known.
     virtual int init(int first, int second) = 0;
+    // Opens the token. The flag is false when a provider is opened and true before a certificate look-up; what it selects is not
+    // known.
     virtual int initDevice(const char* deviceId, bool flag, void* libContext) = 0;
+    // The identifiers of the connected tokens. The flag is always false.
     virtual std::vector<std::string> getConnectedDeviceList(bool flag, void* libContext) = 0;
     virtual TokenInfo getTokenInfo(const char* deviceId, void* libContext) = 0;
+    // `mode` is always 1. A refusal writes the number of attempts left; some refusals write nothing.
     virtual int validatePassword(const char* deviceId, const char* pin, int mode, int* remaining, void* libContext) = 0;
 
     virtual std::vector<QueltaKeyPair>& getKeyPairList(const char* deviceId, void* libContext) = 0;
@@ -33,25 +38,32 @@ public:
     virtual int importCertificate(const char* deviceId, const char* pin, QueltaCertificate* inOut, void* libContext) = 0;
     virtual int importAesKey(const char* deviceId, const char* pin, QueltaSymmetricKey* inOut, void* libContext) = 0;
 
+    // In: the size of `signature`. Out: the length of what was written. The flag is always false.
     virtual int signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash,
                          int hashLength, unsigned char* signature, int* signatureLength, bool flag, void* libContext) = 0;
     virtual int verifySignatureHash(unsigned int algorithm, const char* deviceId, const unsigned char* hash, int hashLength,
                                     const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
                                     int signatureLength, void* libContext) = 0;
+    // The library allocates `*plain` with malloc, even for some failures.
     virtual int decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
                         int cipherLength, unsigned char** plain, int* plainLength, bool hardware, void* libContext) = 0;
+    // `*outLength` is 0 on the way in: the library is not told the size of `out`.
     virtual int encrypt(EncryptionType type, PaddingMode padding, const unsigned char* data, int length, unsigned char* out,
                         int* outLength, const unsigned char* publicKey, int publicKeyLength, void* libContext) = 0;
+    // Decrypts with an AES key of the token. The flag is the key record's flag byte. Allocates like decrypt.
     virtual int decryptAes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength,
                            const unsigned char* data, int length, unsigned char** plain, int* plainLength, bool flag,
                            const unsigned char* iv, int ivLength, void* libContext) = 0;
+    // Decrypts with the given key. `out` is as long as the data; the library is not told its size.
     virtual int decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
                                 const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength,
                                 void* libContext) = 0;
 
     virtual int initHash(const char* deviceId, int algorithm, void** hash, void* libContext) = 0;
     virtual int updateHash(void* hash, const unsigned char* data, int length, void* libContext) = 0;
+    // In: the capacity of `out`, at most 128. Out: the length of the digest.
     virtual int finalHash(void* hash, unsigned char* out, int* length, void* libContext) = 0;
+    // Fills `length` bytes. The flag is true while the hardware generator is switched off (PP_USE_HARDWARE_RNG is 0).
     virtual int generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool flag, void* libContext) = 0;
 
 protected:

@@ -27,10 +27,12 @@ std::expected<UnwrappedKey, UnwrapFailure> UnwrapWithAnyKek(const Token& token, 
         auto unwrapped = token.decryptAes(candidate, wrapped);
         if (!unwrapped) continue;
         logDebug(unwrappedText, hex(keyIdOf(candidate)));
-        if (!*unwrapped || unwrapped->reportedLength() < 0) return std::unexpected(UnwrapFailure::noKeyRecovered);
-        if (std::cmp_greater(unwrapped->reportedLength(), importedKeyRoom)) return std::unexpected(UnwrapFailure::keyTooLong);
-        const ByteView value = unwrapped->accept();
-        const auto stored = importSymmetricKey(token, pin, value, sizeCodeOf(value.size()));
+        const auto value = unwrapped->upTo(importedKeyRoom);
+        if (!value) {
+            const bool tooLong = *unwrapped && std::cmp_greater(unwrapped->reportedLength(), importedKeyRoom);
+            return std::unexpected(tooLong ? UnwrapFailure::keyTooLong : UnwrapFailure::noKeyRecovered);
+        }
+        const auto stored = importSymmetricKey(token, pin, *value, sizeCodeOf(value->size()));
         if (!stored) return std::unexpected(UnwrapFailure::importRefused);
         UnwrappedKey result{*stored, {}};
         std::ranges::copy(candidate.keyId, result.keyEncryptionKeyId.begin());

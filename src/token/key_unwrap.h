@@ -12,9 +12,9 @@ namespace quelta {
 
 enum class UnwrapFailure {
     noKeyFits,
-    // A key fitted, but the token gave no buffer or a negative length,
+    // A key fitted, but the token gave no buffer, a negative length or a length above the buffer's.
     noKeyRecovered,
-    // or more than an import request holds.
+    // A key fitted, but the token reported more bytes than an import request holds.
     keyTooLong,
     importRefused,
 };

@@ -19,21 +19,8 @@ int lengthOf(std::size_t size)
 DeviceResult<std::size_t> checkedLength(int result, int length, std::size_t room)
 {
     if (result != 0) return std::unexpected(result);
-    if (length < 0 || static_cast<std::size_t>(length) > room) return std::unexpected(0);
+    if (length < 0 || static_cast<std::size_t>(length) > room) return std::unexpected(brokenAnswer);
     return static_cast<std::size_t>(length);
-}
-
-// What `call` puts where it is told is owned even where the library throws after that.
-template <class Call>
-std::expected<DeviceBuffer, int> bufferGivenBy(Call call)
-{
-    struct Place {
-        unsigned char* memory = nullptr;
-        ~Place() { const DeviceBuffer unclaimed(memory, 0); }
-    } place;
-    int length = 0;
-    if (const int result = call(&place.memory, &length)) return std::unexpected(result);
-    return DeviceBuffer(std::exchange(place.memory, nullptr), length);
 }
 
 } // namespace
@@ -107,19 +94,11 @@ int Token::verifySignatureHash(std::uint32_t algorithm, ByteView hash, ByteView 
 
 DeviceResult<DeviceBuffer> Token::decrypt(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const
 {
-    auto plain = decryptUnchecked(keyId, pin, cipher, hardware);
-    if (!plain) return plain;
-    if (!*plain || !checkedLength(0, plain->reportedLength(), cipher.size())) return std::unexpected(0);
-    plain->accept();
+    DeviceBuffer plain;
+    const int result = deviceLibrary().decrypt(deviceId_, keyId.data(), pin->c_str(), cipher.data(), lengthOf(cipher.size()),
+                                               plain.place(), plain.lengthPlace(), hardware, libContext_);
+    if (result != 0) return std::unexpected(result);
     return plain;
-}
-
-std::expected<DeviceBuffer, int> Token::decryptUnchecked(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const
-{
-    return bufferGivenBy([&](unsigned char** plain, int* length) {
-        return deviceLibrary().decrypt(deviceId_, keyId.data(), pin->c_str(), cipher.data(), lengthOf(cipher.size()), plain,
-                                       length, hardware, libContext_);
-    });
 }
 
 DeviceResult<std::size_t> Token::encrypt(EncryptionType type, PaddingMode padding, ByteView data,
@@ -140,13 +119,15 @@ DeviceResult<std::size_t> Token::decryptSymmetric(ByteView data, std::span<unsig
     return checkedLength(result, length, out.size());
 }
 
-std::expected<DeviceBuffer, int> Token::decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const
+DeviceResult<DeviceBuffer> Token::decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const
 {
     const ByteView reference = keyReferenceOf(key);
-    return bufferGivenBy([&](unsigned char** plain, int* length) {
-        return deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(),
-                                          lengthOf(wrapped.size()), plain, length, key.flag != 0, nullptr, 0, libContext_);
-    });
+    DeviceBuffer plain;
+    const int result = deviceLibrary().decryptAes(deviceId_, reference.data(), lengthOf(reference.size()), wrapped.data(),
+                                                  lengthOf(wrapped.size()), plain.place(), plain.lengthPlace(), key.flag != 0,
+                                                  nullptr, 0, libContext_);
+    if (result != 0) return std::unexpected(result);
+    return plain;
 }
 
 int Token::initHash(int mechanism, void*& hash) const
@@ -177,7 +158,15 @@ int Token::random(std::span<unsigned char> out, bool flag) const
     return deviceLibrary().generateRamdomNumber(deviceId_, lengthOf(out.size()), out.data(), flag, libContext_);
 }
 
-std::expected<Bytes, int> publicKeyOfCertificate(ByteView der)
+DeviceResult<ByteView> checkedBytes(const DeviceResult<DeviceBuffer>& buffer, std::size_t most)
+{
+    if (!buffer) return std::unexpected(buffer.error());
+    const auto bytes = buffer->upTo(most);
+    if (!bytes) return std::unexpected(brokenAnswer);
+    return *bytes;
+}
+
+DeviceResult<Bytes> publicKeyOfCertificate(ByteView der)
 {
     CertificateDetails details;
     if (const int result = deviceLibrary().getCertificateDetails(der.data(), lengthOf(der.size()), details, nullptr)) {

@@ -13,10 +13,12 @@
 
 namespace quelta {
 
-// The value, or the library's non-zero result; 0 in its place where the library reported success with a length out of bounds or
-// without a buffer.
+// The value, or the library's non-zero result, or `brokenAnswer`.
 template <class T>
 using DeviceResult = std::expected<T, int>;
+
+// The library reported success, but without a buffer or with a length out of bounds. The log shows it as the result 0.
+constexpr int brokenAnswer = 0;
 
 // The largest length that the library's signed int carries; anything longer is refused before it gets here.
 constexpr std::uint32_t longestDeviceLength = 0x7FFFFFFF;
@@ -35,16 +37,19 @@ class Token {
 public:
     Token(const std::string& deviceId, void* libContext) : deviceId_(deviceId.c_str()), libContext_(libContext) {}
 
-    // The same token, for the calls that pass no context whatever the record holds.
-    Token withoutContext() const { return {deviceId_, nullptr}; }
+    // Every int is the library's result, 0 for success.
 
+    // Opens the token. Opening a provider passes false; a certificate look-up passes true. The library's documentation of the
+    // flag is not known.
     int initDevice(bool flag) const;
+    // True if the token reports an open single sign-on session: then no PIN is needed.
     bool singleSignOnOpen() const;
+    // `remaining` receives the number of attempts left if the PIN is refused; some refusals leave it unchanged.
     int validatePassword(const char* pin, int& remaining) const;
 
     std::vector<QueltaKeyPair> keyPairs() const;
     std::vector<QueltaCertificate> certificates() const;
-    // They may come with their values.
+    // The records may hold key values.
     Wiped<std::vector<QueltaSymmetricKey>> aesKeys() const;
 
     int generateKeyPair(const PinText& pin, QueltaKeyPair& inOut) const;
@@ -52,34 +57,38 @@ public:
     int importCertificate(const PinText& pin, QueltaCertificate& inOut) const;
     int importAesKey(const PinText& pin, QueltaSymmetricKey& inOut) const;
 
+    // The length of the signature in `signature`. The library is told the size of `signature` and must not exceed it.
     DeviceResult<std::size_t> signHash(ByteView keyId, const PinText& pin, ByteView hash,
                                        std::span<unsigned char> signature) const;
     // 0 when the signature is right.
     int verifySignatureHash(std::uint32_t algorithm, ByteView hash, ByteView publicKey, ByteView signature) const;
+    // The library allocates the buffer. Its length is unchecked: see checkedBytes().
     DeviceResult<DeviceBuffer> decrypt(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const;
-    // The same for callers with a rule of their own: the buffer as it was reported.
-    std::expected<DeviceBuffer, int> decryptUnchecked(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const;
+    // The length of the ciphertext in `out`. The library is not told the size of `out`.
     DeviceResult<std::size_t> encrypt(EncryptionType type, PaddingMode padding, ByteView data,
                                       std::span<unsigned char, encryptionRoom> out, ByteView publicKey) const;
+    // The length of the plaintext in `out`, which must be as long as `data`. The library is not told the size of `out`.
     DeviceResult<std::size_t> decryptSymmetric(ByteView data, std::span<unsigned char> out, ByteView iv, ByteView key) const;
 
-    // Unwraps with the token's own AES key; the buffer as it was reported.
-    std::expected<DeviceBuffer, int> decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const;
+    // Unwraps with the token's own AES key. The length of the buffer is unchecked.
+    DeviceResult<DeviceBuffer> decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const;
 
     int initHash(int mechanism, void*& hash) const;
     int updateHash(void* hash, ByteView data) const;
-    // `preset` is what the library is told as room; it must not exceed what `digest` holds.
+    // The length of the digest. `preset` is the capacity that the library is told; it must not exceed the size of `digest`.
     DeviceResult<std::size_t> finalHash(void* hash, std::span<unsigned char, digestRoom> digest, std::size_t preset) const;
+    // Fills `out`. `flag` is true while PP_USE_HARDWARE_RNG is off.
     int random(std::span<unsigned char> out, bool flag) const;
 
 private:
-    Token(const char* deviceId, void* libContext) : deviceId_(deviceId), libContext_(libContext) {}
-
     const char* deviceId_;
     void* libContext_;
 };
 
-// The certificate's public key as the token gives a key pair's; nothing if the library can't read the certificate.
-std::expected<Bytes, int> publicKeyOfCertificate(ByteView der);
+// The bytes of a buffer of at most `most` bytes, or why there are none.
+DeviceResult<ByteView> checkedBytes(const DeviceResult<DeviceBuffer>& buffer, std::size_t most);
+
+// The certificate's public key in the encoding of a key pair's, or the library's result.
+DeviceResult<Bytes> publicKeyOfCertificate(ByteView der);
 
 } // namespace quelta

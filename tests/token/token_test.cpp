@@ -88,12 +88,33 @@ TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)
     }
 }
 
-TEST(DeviceBuffer, IsBelievedAsFarAsTheHeapGaveSoMuch)
+TEST(DeviceBuffer, GivesNothingForALengthOutOfBounds)
 {
-    for (const int reported : {0, 16, 17, INT_MAX}) {
-        DeviceBuffer buffer(static_cast<unsigned char*>(std::malloc(16)), reported);
-        EXPECT_EQ(buffer.accept().size(), std::min(reported, 16));
+    struct Row {
+        int reported;
+        std::size_t most;
+        std::optional<std::size_t> size;
+    };
+    constexpr std::size_t block = 16;
+    constexpr Row rows[] = {
+        {0, 0, 0},
+        {16, 16, 16},
+        {16, 99, 16},
+        {-1, 99, std::nullopt},
+        {16, 15, std::nullopt},
+        {17, 99, std::nullopt},
+        {INT_MAX, INT_MAX, std::nullopt},
+    };
+    for (const Row& row : rows) {
+        DeviceBuffer buffer;
+        *buffer.place() = static_cast<unsigned char*>(std::malloc(block));
+        *buffer.lengthPlace() = row.reported;
+        const auto bytes = buffer.upTo(row.most);
+        EXPECT_EQ(bytes.transform([](ByteView view) { return view.size(); }), row.size) << row.reported << " of " << row.most;
     }
+    DeviceBuffer none;
+    *none.lengthPlace() = 1;
+    EXPECT_FALSE(none.upTo(99));
 }
 
 } // namespace quelta::test
