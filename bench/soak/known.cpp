@@ -1,6 +1,6 @@
 #include "soak/known.h"
 
-#include "base/hex.h"
+#include "common/hex.h"
 #include "crypto/bcrypt_objects.h"
 #include "crypto/big_number.h"
 #include "crypto/key_encoding.h"

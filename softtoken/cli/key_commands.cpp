@@ -1,6 +1,6 @@
-#include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
+#include "common/hex.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "formats/certificate.h"

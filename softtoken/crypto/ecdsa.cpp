@@ -1,6 +1,6 @@
 #include "crypto/ecdsa.h"
 
-#include "base/hex.h"
+#include "common/hex.h"
 #include "crypto/big_number.h"
 #include "crypto/primitives.h"
 #include "token/device_records.h"

@@ -1,6 +1,6 @@
 #include "store/token_state.h"
 
-#include "base/hex.h"
+#include "common/hex.h"
 #include "crypto/primitives.h"
 
 #include <nlohmann/json.hpp>

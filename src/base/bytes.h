@@ -39,6 +39,11 @@ inline Bytes toBytes(std::string_view text)
     return {text.begin(), text.end()};
 }
 
+inline Bytes reversed(ByteView bytes)
+{
+    return {bytes.rbegin(), bytes.rend()};
+}
+
 inline std::string toText(ByteView bytes)
 {
     return {bytes.begin(), bytes.end()};

@@ -78,11 +78,6 @@ Bytes null()
     return element(tagNull, {});
 }
 
-Bytes boolean(bool value)
-{
-    return {tagBoolean, 1, static_cast<unsigned char>(value ? 0xFF : 0)};
-}
-
 Bytes smallInteger(unsigned char value)
 {
     return unsignedInteger({&value, 1});

@@ -7,7 +7,6 @@
 
 namespace quelta::der {
 
-constexpr unsigned char tagBoolean = 0x01;
 constexpr unsigned char tagInteger = 0x02;
 constexpr unsigned char tagBitString = 0x03;
 constexpr unsigned char tagOctetString = 0x04;
@@ -42,7 +41,6 @@ Bytes setOf(std::vector<Bytes> elements, unsigned char tag = tagSet);
 // Of a well-formed dotted text: at least two numbers, without signs.
 Bytes oid(std::string_view dotted);
 Bytes null();
-Bytes boolean(bool value);
 Bytes smallInteger(unsigned char value);
 // Of a magnitude, most significant byte first, of any length and whether or not zeros lead.
 Bytes unsignedInteger(ByteView magnitude);

@@ -12,7 +12,4 @@ std::string toHex(ByteView bytes);
 // The value of a digit of either case.
 std::optional<unsigned char> hexDigit(char character);
 
-// Nothing for a text that is not all pairs of digits.
-std::optional<Bytes> fromHex(std::string_view text);
-
 } // namespace quelta

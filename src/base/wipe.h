@@ -26,7 +26,6 @@ public:
              !(... || std::is_same_v<std::remove_cvref_t<Arguments>, Wiped>)) explicit Wiped(Arguments&&... arguments)
         : value_(std::forward<Arguments>(arguments)...)
     {}
-    Wiped(const Wiped&) = default;
     Wiped(Wiped&& other) noexcept : value_(std::move(other.value_)) { other.clear(); }
     Wiped& operator=(Wiped other) noexcept
     {

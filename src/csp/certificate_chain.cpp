@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <map>
 #include <optional>
+#include <string_view>
 
 namespace quelta {
 
@@ -16,48 +17,51 @@ namespace {
 using Chain = std::vector<std::size_t>;
 using CertificateChainMap = std::map<std::string, Chain>;
 
-// The token's certificates, each parsed at most once.
+// A certificate's subject or issuer as it is encoded. Two names are the same if their bytes are.
+using EncodedName = std::string_view;
+
+EncodedName encoded(const CERT_NAME_BLOB& name)
+{
+    return {reinterpret_cast<const char*>(name.pbData), name.cbData};
+}
+
+// The token's certificates, each parsed once. Issuers are found by an index: a search through the list for each step of each
+// chain would cost the square of the number of certificates.
 class CertificateSet {
 public:
-    explicit CertificateSet(std::vector<QueltaCertificate> records) : records_(std::move(records)), parsed_(records_.size()) {}
+    explicit CertificateSet(std::vector<QueltaCertificate> records) : records_(std::move(records))
+    {
+        for (std::size_t i = 0; i < records_.size(); ++i) {
+            const ByteView bytes = der(i);
+            parsed_.emplace_back(
+                CertCreateCertificateContext(certificateEncoding, bytes.data(), static_cast<DWORD>(bytes.size())));
+            if (parsed_[i]) bySubject_[encoded(parsed_[i]->pCertInfo->Subject)].push_back(i);
+        }
+    }
 
     std::size_t size() const { return records_.size(); }
     ByteView der(std::size_t position) const { return certificateOf(records_[position]); }
-
     // Null if it does not parse.
-    PCCERT_CONTEXT parsed(std::size_t position)
+    PCCERT_CONTEXT parsed(std::size_t position) const { return parsed_[position].get(); }
+
+    // The first certificate with this subject, other than the one at `leaf`.
+    std::optional<std::size_t> findBySubject(EncodedName subject, std::size_t leaf) const
     {
-        auto& entry = parsed_[position];
-        if (!entry) {
-            const ByteView bytes = der(position);
-            entry = CertificateContext(
-                CertCreateCertificateContext(certificateEncoding, bytes.data(), static_cast<DWORD>(bytes.size())));
+        const auto found = bySubject_.find(subject);
+        if (found == bySubject_.end()) return std::nullopt;
+        for (const std::size_t position : found->second) {
+            if (position != leaf) return position;
         }
-        return entry->get();
+        return std::nullopt;
     }
 
 private:
     std::vector<QueltaCertificate> records_;
-    std::vector<std::optional<CertificateContext>> parsed_;
+    std::vector<CertificateContext> parsed_;
+    std::map<EncodedName, std::vector<std::size_t>> bySubject_;
 };
 
-bool sameName(const CERT_NAME_BLOB& left, const CERT_NAME_BLOB& right)
-{
-    // The function only reads, whatever its parameters' type says.
-    return CertCompareCertificateName(X509_ASN_ENCODING, const_cast<CERT_NAME_BLOB*>(&left), const_cast<CERT_NAME_BLOB*>(&right));
-}
-
-std::optional<std::size_t> findIssuer(CertificateSet& certificates, std::size_t leaf, PCCERT_CONTEXT current)
-{
-    for (std::size_t i = 0; i < certificates.size(); ++i) {
-        if (i == leaf) continue;
-        const PCCERT_CONTEXT candidate = certificates.parsed(i);
-        if (candidate && sameName(candidate->pCertInfo->Subject, current->pCertInfo->Issuer)) return i;
-    }
-    return std::nullopt;
-}
-
-Chain issuerChain(CertificateSet& certificates, std::size_t leaf)
+Chain issuerChain(const CertificateSet& certificates, std::size_t leaf)
 {
     Chain chain = {leaf};
     PCCERT_CONTEXT current = certificates.parsed(leaf);
@@ -65,12 +69,12 @@ Chain issuerChain(CertificateSet& certificates, std::size_t leaf)
         logDebug("[ERROR] Cannot parse leaf cert");
         return chain;
     }
-    while (const auto issuer = findIssuer(certificates, leaf, current)) {
+    while (const auto issuer = certificates.findBySubject(encoded(current->pCertInfo->Issuer), leaf)) {
         // Issuers that form a ring would be walked for ever.
         if (std::ranges::find(chain, *issuer) != chain.end()) break;
         chain.push_back(*issuer);
         current = certificates.parsed(*issuer);
-        if (sameName(current->pCertInfo->Subject, current->pCertInfo->Issuer)) {
+        if (encoded(current->pCertInfo->Subject) == encoded(current->pCertInfo->Issuer)) {
             logDebug("[ROOT] Self-signed root detected.");
             break;
         }
@@ -78,7 +82,7 @@ Chain issuerChain(CertificateSet& certificates, std::size_t leaf)
     return chain;
 }
 
-CertificateChainMap collectChains(CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs)
+CertificateChainMap collectChains(const CertificateSet& certificates, const std::vector<QueltaKeyPair>& pairs)
 {
     CertificateChainMap chains;
     for (std::size_t i = 0; i < certificates.size(); ++i) {
@@ -96,7 +100,7 @@ CertificateChainMap collectChains(CertificateSet& certificates, const std::vecto
     return chains;
 }
 
-CertificateStore storeOf(CertificateSet& certificates, const Chain& chain)
+CertificateStore storeOf(const CertificateSet& certificates, const Chain& chain)
 {
     CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
     if (!store) return store;
@@ -151,7 +155,7 @@ Answer putMessage(HCRYPTMSG message, Output out)
     return putOrMoreData(out, content);
 }
 
-Answer encodeChain(CertificateSet& certificates, const Chain& chain, Output out)
+Answer encodeChain(const CertificateSet& certificates, const Chain& chain, Output out)
 {
     if (chain.empty()) {
         logError("Certificate Is Empty");
@@ -184,7 +188,7 @@ Answer encodeChain(CertificateSet& certificates, const Chain& chain, Output out)
 Answer exportCertificateChain(const CspContext& context, Output out)
 {
     const auto pairs = context.token().keyPairs();
-    CertificateSet certificates(context.token().certificates());
+    const CertificateSet certificates(context.token().certificates());
     const auto chains = collectChains(certificates, pairs);
     const auto found = chains.find(context.containerName);
     if (found == chains.end()) {

@@ -46,9 +46,8 @@ Answer putPlainText(Output out, ByteView plain)
 
 Answer decryptWithKeyPair(Output out, const CspContext& context, const KeyContext& key, Pin pin)
 {
-    const ByteView data(out.data, out.room);
     logDebug("Before reversing encrypted data");
-    const Bytes cipher(data.rbegin(), data.rend());
+    const Bytes cipher = reversed({out.data, out.room});
     logDebug("After reversing encrypted data");
     logDebug("Before decrypting data");
     const auto decrypt = [&](const PinText& text) {
@@ -101,7 +100,9 @@ BOOL WINAPI CPEncrypt(HCRYPTPROV hProv, HCRYPTKEY hKey, HCRYPTHASH, BOOL, DWORD 
         if (!key) return fail(NTE_BAD_KEY);
         const DWORD inputLength = *pdwDataLen;
         const Output out(pbData, dwBufLen, pdwDataLen);
-        if (const auto refusal = refusalWithoutRoom(out, key->bitLength / 8)) return *refusal;
+        const std::size_t size = key->bitLength / 8;
+        if (out.isQuery()) return tellLength(out, size);
+        if (!out.holds(size)) return tellLength(out, size, moreDataAndFalse());
         if (inputLength > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         if (inputLength == 0 || inputLength > dwBufLen) {
             logError("Invalid data length for encrypt: ", inputLength);

@@ -1,4 +1,3 @@
-#include "base/hex.h"
 #include "base/table.h"
 #include "csp/context.h"
 #include "csp/entry_points.h"
@@ -71,27 +70,28 @@ Answer startDeviceHash(const CspContext& context, HashContext& hash)
     return done();
 }
 
-// A buffer without room is answered before it shows whether there is anything to read.
-template <class Member>
-Answer putNumber(const HashContext& hash, Output out, Member ReadableHash::*member, const char* line)
+// The buffer is checked before the algorithm. A size query succeeds for any algorithm.
+Answer getAlgorithm(const HashContext& hash, Output out)
 {
-    if (const auto refusal = refusalWithoutRoom(out, sizeof(Member))) return *refusal;
+    if (out.isQuery()) return tellLength(out, sizeof(ALG_ID));
+    if (!out.holds(sizeof(ALG_ID))) return tellLength(out, sizeof(ALG_ID), moreDataAndFalse());
     const auto* row = readable(hash);
     if (!row) return fail(NTE_BAD_ALGID);
-    if (line) logDebug(line, row->*member);
-    const Answer answer = putOrRefuse(out, bytesOf(row->*member));
+    const Answer answer = putOrRefuse(out, bytesOf(row->id));
     logDebug("Get hash param success");
     return answer;
 }
 
-Answer getAlgorithm(const CspContext&, HashContext& hash, Output out)
+Answer getSize(const HashContext& hash, Output out)
 {
-    return putNumber(hash, out, &ReadableHash::id, nullptr);
-}
-
-Answer getSize(const CspContext&, HashContext& hash, Output out)
-{
-    return putNumber(hash, out, &ReadableHash::size, "Get hash param hashSize : ");
+    if (out.isQuery()) return tellLength(out, sizeof(DWORD));
+    if (!out.holds(sizeof(DWORD))) return tellLength(out, sizeof(DWORD), moreDataAndFalse());
+    const auto* row = readable(hash);
+    if (!row) return fail(NTE_BAD_ALGID);
+    logDebug("Get hash param hashSize : ", row->size);
+    const Answer answer = putOrRefuse(out, bytesOf(row->size));
+    logDebug("Get hash param success");
+    return answer;
 }
 
 Answer getValue(const CspContext& context, HashContext& hash, Output out)
@@ -101,7 +101,7 @@ Answer getValue(const CspContext& context, HashContext& hash, Output out)
         logError("Unsupported Algorithm : ", hash.mechanism);
         return fail(NTE_BAD_ALGID);
     }
-    if (const auto size = out.isQuery() ? refusalWithoutRoom(out, row->size) : std::nullopt) return *size;
+    if (out.isQuery()) return tellLength(out, row->size);
     // A buffer that turns out too small still finishes the hash; the next call reads the kept digest.
     if (!hash.finished) {
         if (!finaliseDigest(context.token(), hash, row->size)) return fail(NTE_FAIL);
@@ -110,7 +110,7 @@ Answer getValue(const CspContext& context, HashContext& hash, Output out)
     return putOrRefuse(out, hash.digest());
 }
 
-Answer getHmacInfo(const CspContext&, HashContext& hash, Output out)
+Answer getHmacInfo(const HashContext& hash, Output out)
 {
     if (!hash.hmacSet) return fail(NTE_BAD_TYPE);
     const Answer answer = putOrRefuse(out, bytesOf(hash.hmacInfo));
@@ -118,19 +118,7 @@ Answer getHmacInfo(const CspContext&, HashContext& hash, Output out)
     return answer;
 }
 
-struct ReadableParameter {
-    DWORD id;
-    Answer (*answer)(const CspContext& context, HashContext& hash, Output out);
-};
-
-constexpr ReadableParameter readableParameters[] = {
-    {HP_ALGID, getAlgorithm},
-    {HP_HASHVAL, getValue},
-    {HP_HASHSIZE, getSize},
-    {HP_HMAC_INFO, getHmacInfo},
-};
-
-Answer setValue(const CspContext&, HashContext& hash, const BYTE* data)
+Answer setValue(HashContext& hash, const BYTE* data)
 {
     std::copy_n(data, hash.hashSize, hash.hashValue.begin());
     hash.hashLength = hash.hashSize;
@@ -145,16 +133,6 @@ Answer setHmacInfo(const CspContext& context, HashContext& hash, const BYTE* dat
     return startDeviceHash(context, hash);
 }
 
-struct SettableParameter {
-    DWORD id;
-    Answer (*set)(const CspContext& context, HashContext& hash, const BYTE* data);
-};
-
-constexpr SettableParameter settableParameters[] = {
-    {HP_HASHVAL, setValue},
-    {HP_HMAC_INFO, setHmacInfo},
-};
-
 // The source's running state on the token is neither shared nor cloned: what was hashed so far is not part of the duplicate,
 // unless the source was finished.
 std::unique_ptr<HashContext> copyOf(const HashContext& source)
@@ -165,11 +143,12 @@ std::unique_ptr<HashContext> copyOf(const HashContext& source)
     return copy;
 }
 
-std::string addressText(const void* address)
+// Most significant byte first.
+std::array<unsigned char, sizeof(void*)> addressBytes(const void* address)
 {
     auto bytes = std::bit_cast<std::array<unsigned char, sizeof address>>(address);
     std::ranges::reverse(bytes);
-    return "0x" + toHex(bytes);
+    return bytes;
 }
 
 } // namespace
@@ -222,8 +201,14 @@ BOOL WINAPI CPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BY
         if (!context || !hash->inUse) return fail(NTE_BAD_HASH);
         logDebug("CPGetHashParam dwParam : ", dwParam);
         logDebug("CPGetHashParam mechanism : ", hash->mechanism);
-        const auto* parameter = findRow(readableParameters, &ReadableParameter::id, dwParam);
-        return parameter ? parameter->answer(*context, *hash, Output(pbData, pdwDataLen)) : fail(NTE_BAD_TYPE);
+        const Output out(pbData, pdwDataLen);
+        switch (dwParam) {
+        case HP_ALGID: return getAlgorithm(*hash, out);
+        case HP_HASHSIZE: return getSize(*hash, out);
+        case HP_HASHVAL: return getValue(*context, *hash, out);
+        case HP_HMAC_INFO: return getHmacInfo(*hash, out);
+        default: return fail(NTE_BAD_TYPE);
+        }
     });
 }
 
@@ -237,8 +222,11 @@ BOOL WINAPI CPSetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, co
         if (!context || !hash->inUse) return fail(NTE_BAD_HASH);
         logDebug("Set hash param dwParam : ", dwParam);
         logDebug("Set hash param dwFlags : ", dwFlags);
-        const auto* parameter = findRow(settableParameters, &SettableParameter::id, dwParam);
-        return parameter ? parameter->set(*context, *hash, pbData) : fail(NTE_BAD_TYPE);
+        switch (dwParam) {
+        case HP_HASHVAL: return setValue(*hash, pbData);
+        case HP_HMAC_INFO: return setHmacInfo(*context, *hash, pbData);
+        default: return fail(NTE_BAD_TYPE);
+        }
     });
 }
 
@@ -254,11 +242,9 @@ BOOL WINAPI CPDuplicateHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD*, DWORD dw
         auto copy = copyOf(*source);
         const Answer started = startDeviceHash(*context, *copy);
         if (!started.value) return started;
-        // Put into words while a failure can still take the copy back.
-        const std::string sourceText = addressText(source);
-        const std::string copyText = addressText(copy.get());
+        const HashContext* const duplicate = copy.get();
         *phHash = handOut(std::move(copy));
-        logDebug("CPDuplicateHash - source: ", sourceText, " duplicate: ", copyText);
+        logDebug("CPDuplicateHash - source: 0x", hex(addressBytes(source)), " duplicate: 0x", hex(addressBytes(duplicate)));
         return done();
     });
 }

@@ -10,6 +10,9 @@
 #include "token/key_unwrap.h"
 #include "token/record_fields.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace quelta {
 
 namespace {
@@ -71,7 +74,8 @@ ImportedKey importPlainTextKey(const Import& import)
     }
     const ByteView value = keyOfCapiBlob(import.blob);
     if (value.size() > importedKeyRoom) return refuse(NTE_BAD_DATA);
-    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    // Allocate first. If memory ran out after the import, the key would exist on the token while the caller is told that it
+    // failed.
     auto key = std::make_unique<KeyContext>();
     const auto stored =
         importSymmetricKey(import.context.token(), *tokenState().pinCache.pin(), value, algorithm->encryptionType);
@@ -85,32 +89,38 @@ ImportedKey importPlainTextKey(const Import& import)
     return key;
 }
 
-std::unexpected<Answer> refuse(UnwrapFailure failure)
+// The unwrapped key's bytes. The token alone has judged whether they are a key.
+Outcome<ByteView> unwrappedBytes(const DeviceBuffer& key)
 {
-    switch (failure) {
-    case UnwrapFailure::noKeyFits:
-        logError("Failed to unwrap SYMMETRICWRAPKEYBLOB with any available KEK");
-        return refuse(NTE_BAD_KEY);
-    case UnwrapFailure::importRefused: logError("Import of unwrapped AES key failed"); return refuse(NTE_BAD_TYPE);
-    case UnwrapFailure::noKeyRecovered: return refuse(NTE_PROVIDER_DLL_FAIL);
-    case UnwrapFailure::keyTooLong: break;
-    }
-    return refuse(NTE_BAD_DATA);
+    if (const auto bytes = key.upTo(importedKeyRoom)) return *bytes;
+    const bool tooLong = key && std::cmp_greater(key.reportedLength(), importedKeyRoom);
+    if (tooLong) return refuse(NTE_BAD_DATA);
+    return refuse(NTE_PROVIDER_DLL_FAIL);
 }
 
 ImportedKey importWrappedKey(const Import& import)
 {
     const ByteView wrapped = wrappedKeyOfCapiBlob(import.blob);
     logDebug("SYMMETRICWRAPKEYBLOB: wrapped key length = ", wrapped.size());
-    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    // Allocate first. If memory ran out after the import, the key would exist on the token while the caller is told that it
+    // failed.
     auto key = std::make_unique<KeyContext>();
+    const auto unwrapped = UnwrapWithAnyKek(import.context.token(), wrapped);
+    if (!unwrapped) {
+        logError("Failed to unwrap SYMMETRICWRAPKEYBLOB with any available KEK");
+        return refuse(NTE_BAD_KEY);
+    }
+    logDebug("Successfully unwrapped key with KEK: ", hex(unwrapped->keyEncryptionKeyId));
+    const auto value = unwrappedBytes(unwrapped->key);
+    if (!value) return std::unexpected(value.error());
     const std::uint32_t sizeCode = import.header.algorithm == CALG_AES_128 ? encryptionAes128 : encryptionAes256;
-    const auto unwrapped = UnwrapWithAnyKek(
-        import.context.token(), wrapped, *tokenState().pinCache.pin(), [=](std::size_t) { return sizeCode; },
-        "Successfully unwrapped key with KEK: ");
-    if (!unwrapped) return refuse(unwrapped.error());
-    copyIdentity(unwrapped->stored, *key);
-    // The blob's own, not the token's code for it.
+    const auto stored = importSymmetricKey(import.context.token(), *tokenState().pinCache.pin(), *value, sizeCode);
+    if (!stored) {
+        logError("Import of unwrapped AES key failed");
+        return refuse(NTE_BAD_TYPE);
+    }
+    copyIdentity(*stored, *key);
+    // The blob's own algorithm identifier, not the token's code for it.
     key->algorithm = import.header.algorithm;
     logDebug("SYMMETRICWRAPKEYBLOB imported successfully");
     return key;
@@ -128,7 +138,7 @@ Outcome<DeviceBuffer> decryptSimpleBlob(const Import& import)
 {
     const Pin pin = tokenState().pinCache.pin();
     const ByteView given = keyOfCapiBlob(import.blob);
-    auto clear = decryptOnce(import, *pin, Bytes(given.rbegin(), given.rend()));
+    auto clear = decryptOnce(import, *pin, reversed(given));
     if (!clear) {
         clear = decryptOnce(import, *pin, given);
         if (!clear) return std::unexpected(failKeepingLastError());

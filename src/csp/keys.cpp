@@ -9,7 +9,6 @@
 #include "token/record_fields.h"
 
 #include <algorithm>
-#include <cstring>
 #include <optional>
 
 namespace quelta {
@@ -117,10 +116,15 @@ struct KeyParameter {
     Answer (*answer)(const CspContext& context, const KeyContext& key, Output out);
 };
 
+// clang-format off
 constexpr KeyParameter keyParameters[] = {
-    {KP_PERMISSIONS, getPermissions}, {KP_ALGID, getAlgorithm},         {KP_BLOCKLEN, getBitLength},
-    {KP_KEYLEN, getBitLength},        {KP_CERTIFICATE, getCertificate},
+    {KP_PERMISSIONS, getPermissions},
+    {KP_ALGID, getAlgorithm},
+    {KP_BLOCKLEN, getBitLength},
+    {KP_KEYLEN, getBitLength},
+    {KP_CERTIFICATE, getCertificate},
 };
+// clang-format on
 
 // How much of a vector this key's algorithm takes; 0 for a key that takes none, AES-128 included.
 std::size_t ivLengthOf(const KeyContext& key)
@@ -140,9 +144,7 @@ Answer setIv(const KeyContext& key, const BYTE* data)
 
 Answer acceptOtherParameter(const BYTE* data)
 {
-    DWORD value = 0;
-    if (data) std::memcpy(&value, data, sizeof value);
-    logDebug("Set key param default input value : ", value);
+    logDebug("Set key param default input value : ", data ? valueOf<DWORD>(data) : 0);
     return done();
 }
 

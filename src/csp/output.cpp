@@ -7,17 +7,11 @@ namespace quelta {
 
 namespace {
 
-Answer tell(Output out, std::size_t size, Answer answer)
-{
-    *out.length = static_cast<DWORD>(size);
-    return answer;
-}
-
-// What is known to fit.
+// For a value that is known to fit.
 Answer put(Output out, ByteView value)
 {
     std::ranges::copy(value, out.data);
-    return tell(out, value.size(), done());
+    return tellLength(out, value.size());
 }
 
 } // namespace
@@ -27,47 +21,54 @@ ByteView bytesWithZero(const std::string& text)
     return {reinterpret_cast<const unsigned char*>(text.c_str()), text.size() + 1};
 }
 
+Answer tellLength(Output out, std::size_t length, Answer answer)
+{
+    *out.length = static_cast<DWORD>(length);
+    return answer;
+}
+
 Answer putQuietly(Output out, ByteView value)
 {
-    return out.holds(value.size()) ? put(out, value) : tell(out, value.size(), done());
+    if (!out.holds(value.size())) return tellLength(out, value.size());
+    return put(out, value);
 }
 
 Answer putTextQuietly(Output out, const std::string& text)
 {
     const ByteView value = bytesWithZero(text);
-    const Answer answer = putQuietly(out, value);
-    return out.holds(value.size()) ? tell(out, text.size(), answer) : answer;
+    if (!out.holds(value.size())) return tellLength(out, value.size());
+    put(out, value);
+    return tellLength(out, text.size());
 }
 
 Answer putOrMoreData(Output out, ByteView value)
 {
-    if (!out.holds(value.size())) return tell(out, value.size(), moreDataButTrue());
+    if (!out.holds(value.size())) return tellLength(out, value.size(), moreDataButTrue());
     return put(out, value);
 }
 
 Answer putEnumerated(Output out, ByteView value)
 {
-    if (out.isQuery()) return tell(out, value.size(), moreDataButTrue());
-    return putOrRefuse(out, value);
-}
-
-std::optional<Answer> refusalWithoutRoom(Output out, std::size_t size)
-{
-    if (out.holds(size)) return std::nullopt;
-    return tell(out, size, out.isQuery() ? done() : moreDataAndFalse());
+    if (out.isQuery()) return tellLength(out, value.size(), moreDataButTrue());
+    if (!out.holds(value.size())) return tellLength(out, value.size(), moreDataAndFalse());
+    return put(out, value);
 }
 
 Answer putOrRefuse(Output out, ByteView value)
 {
-    const auto refusal = refusalWithoutRoom(out, value.size());
-    return refusal ? *refusal : put(out, value);
+    if (out.isQuery()) return tellLength(out, value.size());
+    if (!out.holds(value.size())) return tellLength(out, value.size(), moreDataAndFalse());
+    return put(out, value);
 }
 
 Answer putKeyParameter(Output out, ByteView value, const char* shortText)
 {
-    if (out.isQuery() || out.room == 0) return tell(out, value.size(), done());
-    if (!out.holds(value.size())) logError(shortText, value.size());
-    return putOrRefuse(out, value);
+    if (out.isQuery() || out.room == 0) return tellLength(out, value.size());
+    if (!out.holds(value.size())) {
+        logError(shortText, value.size());
+        return tellLength(out, value.size(), moreDataAndFalse());
+    }
+    return put(out, value);
 }
 
 } // namespace quelta

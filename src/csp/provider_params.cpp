@@ -9,7 +9,6 @@
 #include "token/key_match.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace quelta {
 
@@ -199,8 +198,7 @@ constexpr ProviderParameter providerParameters[] = {
 
 Answer setOwnerWindow(CspContext& context, const BYTE* data)
 {
-    context.ownerWindow = nullptr;
-    if (data) std::memcpy(&context.ownerWindow, data, sizeof context.ownerWindow);
+    context.ownerWindow = data ? valueOf<void*>(data) : nullptr;
     return done();
 }
 
@@ -225,9 +223,7 @@ Answer setHardwareRng(CspContext&, const BYTE* data)
         logDebug("CPSetProvParam: NULL data for PP_USE_HARDWARE_RNG");
         return fail(ERROR_INVALID_PARAMETER);
     }
-    DWORD wanted = 0;
-    std::memcpy(&wanted, data, sizeof wanted);
-    const std::uint8_t value = wanted != 0 ? 1 : 0;
+    const std::uint8_t value = valueOf<DWORD>(data) != 0 ? 1 : 0;
     tokenState().hardwareRngFlag = value;
     logDebug("CPSetProvParam: PP_USE_HARDWARE_RNG set to ", DWORD{value});
     return done();

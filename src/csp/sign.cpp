@@ -177,8 +177,7 @@ BOOL WINAPI CPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pb
         const auto publicKey = verificationKey(*context, keyOf(hPubKey));
         if (!publicKey) return publicKey.error();
         // The caller's buffer is not changed: CryptoAPI's last byte first goes to the token as a copy the other way round.
-        Bytes signature(pbSignature, pbSignature + cbSigLen);
-        std::ranges::reverse(signature);
+        const Bytes signature = reversed({pbSignature, cbSigLen});
         // Whatever the key, this side names the algorithm by the same number.
         constexpr std::uint32_t algorithm = 2;
         const int result = context->token().verifySignatureHash(algorithm, hash->digest(), *publicKey, signature);

@@ -47,7 +47,7 @@ std::optional<CapiPublicKey> parseCapiPublicBlob(ByteView blob)
 
 Bytes capiPublicKeyToDer(const CapiPublicKey& key)
 {
-    return rsaPublicKeyToDer(Bytes(key.modulus.rbegin(), key.modulus.rend()), key.exponent);
+    return rsaPublicKeyToDer(reversed(key.modulus), key.exponent);
 }
 
 Bytes writeCapiPublicBlob(std::uint32_t algorithm, ByteView publicKey)

@@ -1,7 +1,7 @@
 #include "encoding/rsa_public_key.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
-#include "ksp/property.h"
+#include "ksp/output.h"
 #include "ksp/provider.h"
 #include "token/expired_session.h"
 #include "token/key_algorithms.h"
@@ -35,14 +35,14 @@ Bytes publicKeyOf(const KspKey& key)
 SECURITY_STATUS encryptTo(KspOutput out, const KspProvider& provider, const KspKey& key, ByteView input, DWORD flags)
 {
     const Bytes publicKey = publicKeyOf(key);
-    Wiped<std::array<unsigned char, encryptionRoom>> work;
+    std::array<unsigned char, encryptionRoom> work{};
     const auto padding = flags & NCRYPT_PAD_OAEP_FLAG ? paddingOaep : paddingPkcs1;
-    const auto encrypted = provider.token().encrypt(encryptionTypeOfSize(key.bitLength), padding, input, *work, publicKey);
+    const auto encrypted = provider.token().encrypt(encryptionTypeOfSize(key.bitLength), padding, input, work, publicKey);
     if (!encrypted) {
         logError("KSP: Encrypt failed: ", encrypted.error());
         return NTE_INTERNAL_ERROR;
     }
-    const SECURITY_STATUS status = putResult(out, ByteView(*work).first(*encrypted));
+    const SECURITY_STATUS status = putResult(out, ByteView(work).first(*encrypted));
     if (status == statusDone) logDebug("KSP: Encrypt success");
     return status;
 }
@@ -80,10 +80,10 @@ SECURITY_STATUS decryptWithSymmetricKey(KspOutput out, const KspProvider& provid
         logError("KSP: Symmetric decryption failed: ", plain.error());
         return NTE_INTERNAL_ERROR;
     }
-    if (const auto answer = answerWithoutRoom(out, *plain)) {
+    if (!out.holds(*plain)) {
         // The same line for a buffer that is only too short.
         logDebug("pbOutput == NULL ");
-        return *answer;
+        return tellLength(out, *plain, out.isQuery() ? statusDone : NTE_BUFFER_TOO_SMALL);
     }
     logDebug("KSP: Symmetric decrypt success, length: ", *plain);
     return putResult(out, ByteView(*work).first(*plain));
@@ -117,7 +117,9 @@ SECURITY_STATUS WINAPI KSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDL
         const auto* key = kspKeyOf(hKey);
         if (!key || !pcbResult) return NTE_INVALID_PARAMETER;
         const KspOutput out{pbOutput, cbOutput, pcbResult};
-        if (const auto answer = answerWithoutRoom(out, key->bitLength / 8)) return *answer;
+        const std::uint32_t size = key->bitLength / 8;
+        if (!pbOutput) return tellLength(out, size);
+        if (cbOutput < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
         if (!isInput(pbInput, cbInput)) return NTE_INVALID_PARAMETER;
         if (const auto pin = pinFor(*provider, dwFlags); !pin) return pin.error();
         return encryptTo(out, *provider, *key, {pbInput, cbInput}, dwFlags);
@@ -158,7 +160,7 @@ SECURITY_STATUS WINAPI KSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAND
             return tellLength(out, size);
         }
         if (!isInput(pbHashValue, cbHashValue) || cbSignature > longestDeviceLength) return NTE_INVALID_PARAMETER;
-        if (const auto answer = answerWithoutRoom(out, size)) return *answer;
+        if (cbSignature < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
         auto pin = pinFor(*provider, dwFlags);
         if (!pin) return pin.error();
         // Only now: the user is asked for the PIN even for a request that is then refused.

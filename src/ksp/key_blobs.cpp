@@ -3,7 +3,7 @@
 #include "encoding/cng_blobs.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
-#include "ksp/property.h"
+#include "ksp/output.h"
 #include "ksp/provider.h"
 #include "token/handles.h"
 #include "token/key_algorithms.h"
@@ -100,7 +100,8 @@ ImportedKey importKeyData(const Import& import)
         logError("KSP: Unsupported key size for BCRYPT_KEY_DATA_BLOB: ", value->size());
         return refuse(NTE_NOT_SUPPORTED);
     }
-    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    // Allocate first. If memory ran out after the import, the key would exist on the token while the caller is told that it
+    // failed.
     auto key = newFinalizedKey();
     const auto stored = importSymmetricKey(import.provider.token(), *tokenState().pinCache.pin(), *value, code->encryptionType);
     if (!stored) {
@@ -112,29 +113,28 @@ ImportedKey importKeyData(const Import& import)
     return key;
 }
 
-std::unexpected<SECURITY_STATUS> refuse(UnwrapFailure failure)
-{
-    switch (failure) {
-    case UnwrapFailure::noKeyFits:
-        logError("KSP: Failed to unwrap BCRYPT_OPAQUE_KEY_BLOB with any available KEK");
-        return refuse(NTE_BAD_KEY);
-    case UnwrapFailure::importRefused: logError("KSP: Import of unwrapped AES key failed"); return refuse(NTE_BAD_TYPE);
-    case UnwrapFailure::noKeyRecovered:
-    case UnwrapFailure::keyTooLong: break;
-    }
-    return refuse(NTE_BAD_DATA);
-}
-
 ImportedKey importWrappedKey(const Import& import)
 {
     logDebug("KSP: BCRYPT_OPAQUE_KEY_BLOB: wrapped key length = ", import.blob.size());
-    // Before the token is asked: a key that it then holds must not be one that the caller is told is not there.
+    // Allocate first. If memory ran out after the import, the key would exist on the token while the caller is told that it
+    // failed.
     auto key = newFinalizedKey();
-    const auto sizeCodeOf = [](std::size_t keySize) { return keySize == 16 ? encryptionAes128 : encryptionAes256; };
-    const auto unwrapped = UnwrapWithAnyKek(import.provider.token(), import.blob, *tokenState().pinCache.pin(), sizeCodeOf,
-                                            "KSP: Successfully unwrapped key with KEK: ");
-    if (!unwrapped) return refuse(unwrapped.error());
-    takeStored(unwrapped->stored, *key);
+    const Token token = import.provider.token();
+    const auto unwrapped = UnwrapWithAnyKek(token, import.blob);
+    if (!unwrapped) {
+        logError("KSP: Failed to unwrap BCRYPT_OPAQUE_KEY_BLOB with any available KEK");
+        return refuse(NTE_BAD_KEY);
+    }
+    logDebug("KSP: Successfully unwrapped key with KEK: ", hex(unwrapped->keyEncryptionKeyId));
+    const auto value = unwrapped->key.upTo(importedKeyRoom);
+    if (!value) return refuse(NTE_BAD_DATA);
+    const std::uint32_t sizeCode = value->size() == 16 ? encryptionAes128 : encryptionAes256;
+    const auto stored = importSymmetricKey(token, *tokenState().pinCache.pin(), *value, sizeCode);
+    if (!stored) {
+        logError("KSP: Import of unwrapped AES key failed");
+        return refuse(NTE_BAD_TYPE);
+    }
+    takeStored(*stored, *key);
     logDebug("KSP: BCRYPT_OPAQUE_KEY_BLOB imported successfully");
     return key;
 }
@@ -146,7 +146,7 @@ std::expected<DeviceBuffer, SECURITY_STATUS> decryptTransport(const Import& impo
     const auto decrypt = [&](ByteView encrypted) {
         return import.provider.token().decrypt(import.importKey->keyId, *pin, encrypted, import.importKey->keyPairFlag != 0);
     };
-    auto clear = decrypt(Bytes(import.blob.rbegin(), import.blob.rend()));
+    auto clear = decrypt(reversed(import.blob));
     if (clear) return *std::move(clear);
     logError("KSP: Decryption with reversed data failed, trying original");
     clear = decrypt(import.blob);
@@ -195,11 +195,17 @@ struct ImportType {
     ImportedKey (*import)(const Import& import);
 };
 
+// clang-format off
 constexpr ImportType importTypes[] = {
-    {L"RSAPUBLICBLOB", importPublicKey},    {L"PUBLICBLOB", importPublicKey},           {L"OpaqueKeyBlob", importWrappedKey},
-    {L"KeyDataBlob", importKeyData},        {L"CAPIPUBLICBLOB", importLegacyPublicKey}, {L"OpaqueTransport", importTransport},
+    {L"RSAPUBLICBLOB", importPublicKey},
+    {L"PUBLICBLOB", importPublicKey},
+    {L"OpaqueKeyBlob", importWrappedKey},
+    {L"KeyDataBlob", importKeyData},
+    {L"CAPIPUBLICBLOB", importLegacyPublicKey},
+    {L"OpaqueTransport", importTransport},
     {L"PKCS8_PRIVATEKEY", importTransport},
 };
+// clang-format on
 
 Bytes legacyExport(ByteView publicKey)
 {

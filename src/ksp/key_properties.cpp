@@ -1,14 +1,12 @@
 #include "base/table.h"
 #include "ksp/function_table.h"
 #include "ksp/key.h"
-#include "ksp/property.h"
+#include "ksp/output.h"
 #include "ksp/provider.h"
 #include "token/key_match.h"
 #include "token/record_fields.h"
 
 #include <algorithm>
-#include <cstring>
-#include <expected>
 
 namespace quelta {
 
@@ -20,8 +18,6 @@ struct KeyQuery {
     const KspKey& key;
 };
 
-using PropertyValue = std::expected<Bytes, SECURITY_STATUS>;
-
 constexpr std::wstring_view chainingModeNames[] = {L"ChainingModeCBC", L"ChainingModeECB"};
 
 // The same for every key, those of an elliptic curve included.
@@ -31,14 +27,6 @@ constexpr NCRYPT_SUPPORTED_LENGTHS supportedLengths = {
     .dwIncrement = 1024,
     .dwDefaultLength = 2048,
 };
-
-template <class Value>
-Bytes plainValue(const Value& value)
-{
-    Bytes bytes(sizeof value);
-    std::memcpy(bytes.data(), &value, sizeof value);
-    return bytes;
-}
 
 DWORD allowedUsage(std::uint32_t usage)
 {
@@ -87,13 +75,13 @@ constexpr KeyProperty keyProperties[] = {
     {L"Algorithm Name", [](const KeyQuery& query) -> PropertyValue { return wideValue(algorithmNameOf(query.key.algorithm)); }},
     {L"Algorithm Group", [](const KeyQuery& query) -> PropertyValue { return wideValue(algorithmGroupOf(query.key.algorithm)); }},
     {L"Length", [](const KeyQuery& query) -> PropertyValue { return dwordValue(query.key.bitLength); }},
-    {L"Lengths", [](const KeyQuery&) -> PropertyValue { return plainValue(supportedLengths); }},
+    {L"Lengths", [](const KeyQuery&) -> PropertyValue { return toBytes(bytesOf(supportedLengths)); }},
     {L"Key Usage", [](const KeyQuery& query) -> PropertyValue { return dwordValue(allowedUsage(query.key.keyUsage)); }},
     {L"Export Policy", [](const KeyQuery&) -> PropertyValue { return dwordValue(NCRYPT_ALLOW_EXPORT_FLAG); }},
     {L"Block Length", [](const KeyQuery& query) -> PropertyValue { return dwordValue(query.key.bitLength / 8); }},
     {L"Key Type", [](const KeyQuery&) -> PropertyValue { return dwordValue(0); }},
     {L"Unique Name", nameOf},
-    {L"Provider Handle", [](const KeyQuery& query) -> PropertyValue { return plainValue(query.providerHandle); }},
+    {L"Provider Handle", [](const KeyQuery& query) -> PropertyValue { return toBytes(bytesOf(query.providerHandle)); }},
     {L"SmartCardKeyCertificate", certificateOfKey},
     {L"ChainingMode",
      [](const KeyQuery& query) -> PropertyValue {
@@ -110,10 +98,8 @@ struct KeySetting {
 
 std::optional<DWORD> dwordOf(ByteView input)
 {
-    DWORD value = 0;
-    if (input.size() < sizeof value) return std::nullopt;
-    std::memcpy(&value, input.data(), sizeof value);
-    return value;
+    if (input.size() < sizeof(DWORD)) return std::nullopt;
+    return valueOf<DWORD>(input.data());
 }
 
 SECURITY_STATUS setCertificate(const KeySetting& setting)
@@ -170,14 +156,12 @@ SECURITY_STATUS setUsage(const KeySetting& setting)
 
 constexpr std::size_t longestChainingModeName = std::ranges::max(chainingModeNames, {}, &std::wstring_view::size).size();
 
-// Up to its zero or to the end of the input, whichever comes first, or as far as shows that it is none of the names; the input
-// need not be aligned.
+// The text up to its zero or to the end of the input. No more is read than shows that it is none of the names.
 std::wstring chainingModeTextOf(ByteView input)
 {
     std::wstring text;
     for (; input.size() >= sizeof(wchar_t) && text.size() <= longestChainingModeName; input = input.subspan(sizeof(wchar_t))) {
-        wchar_t unit = 0;
-        std::memcpy(&unit, input.data(), sizeof unit);
+        const auto unit = valueOf<wchar_t>(input.data());
         if (unit == 0) break;
         text += unit;
     }

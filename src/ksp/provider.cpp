@@ -3,12 +3,11 @@
 #include "base/provider_name.h"
 #include "base/table.h"
 #include "ksp/function_table.h"
-#include "ksp/property.h"
+#include "ksp/output.h"
 #include "token/handles.h"
 #include "token/token_connection.h"
 
 #include <cstdlib>
-#include <cstring>
 
 namespace quelta {
 
@@ -25,24 +24,27 @@ constexpr PinTexts pinTexts = {
     .askingForPin = "KSP: Password not validated, checking SSO",
     .clockMismatch = "System time mismatch, Kindly login to Token Manager",
     .cancelled = "KSP: User cancelled password dialog",
-    .longestPin = std::string::npos,
 };
 
 constexpr DWORD implementationType = NCRYPT_IMPL_HARDWARE_FLAG | NCRYPT_IMPL_REMOVABLE_FLAG;
 
 struct ProviderProperty {
     std::wstring_view name;
-    Bytes (*value)();
+    PropertyValue (*value)();
 };
 
+// clang-format off
 constexpr ProviderProperty providerProperties[] = {
-    {L"Name", [] { return wideValue(wideProviderName); }}, {L"Impl Type", [] { return dwordValue(implementationType); }},
-    {L"Version", [] { return dwordValue(0x100); }},        {L"Algorithm Name", [] { return wideValue(L"RSA"); }},
-    {L"Max Name Length", [] { return dwordValue(256); }},  {L"Security Descr Support", [] { return dwordValue(0); }},
+    {L"Name", []() -> PropertyValue { return wideValue(wideProviderName); }},
+    {L"Impl Type", []() -> PropertyValue { return dwordValue(implementationType); }},
+    {L"Version", []() -> PropertyValue { return dwordValue(0x100); }},
+    {L"Algorithm Name", []() -> PropertyValue { return wideValue(L"RSA"); }},
+    {L"Max Name Length", []() -> PropertyValue { return dwordValue(256); }},
+    {L"Security Descr Support", []() -> PropertyValue { return dwordValue(0); }},
+    // Known and refused, so that it is not logged as unknown.
+    {L"Use Count", []() -> PropertyValue { return std::unexpected(NTE_NOT_SUPPORTED); }},
 };
-
-// Known and refused, so that it is not reported as unknown.
-constexpr std::wstring_view useCount = L"Use Count";
+// clang-format on
 
 SECURITY_STATUS setWindow(KspProvider& provider, ByteView input)
 {
@@ -94,10 +96,8 @@ SECURITY_STATUS setPinProperty(const KspProvider& provider, const BYTE* input)
 
 std::optional<std::uint64_t> windowHandleOf(ByteView input)
 {
-    std::uint64_t window = 0;
-    if (!input.data() || input.size() < sizeof window) return std::nullopt;
-    std::memcpy(&window, input.data(), sizeof window);
-    return window;
+    if (input.size() < sizeof(std::uint64_t)) return std::nullopt;
+    return valueOf<std::uint64_t>(input.data());
 }
 
 SECURITY_STATUS WINAPI KSPOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR, DWORD)
@@ -130,11 +130,13 @@ SECURITY_STATUS WINAPI KSPGetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCW
     return slot("KSPGetProviderProperty", [&]() -> SECURITY_STATUS {
         if (!providerOf(hProvider)) return NTE_INVALID_HANDLE;
         if (!pszProperty || !pcbResult) return NTE_INVALID_PARAMETER;
-        if (const auto* property = findRow(providerProperties, &ProviderProperty::name, pszProperty)) {
-            return putProperty({pbOutput, cbOutput, pcbResult}, property->value());
+        const auto* property = findRow(providerProperties, &ProviderProperty::name, pszProperty);
+        if (!property) {
+            logDebug("KSP: Unsupported provider property");
+            return NTE_NOT_SUPPORTED;
         }
-        if (pszProperty != useCount) logDebug("KSP: Unsupported provider property");
-        return NTE_NOT_SUPPORTED;
+        const auto value = property->value();
+        return value ? putProperty({pbOutput, cbOutput, pcbResult}, *value) : value.error();
     });
 }
 

@@ -10,10 +10,17 @@ struct AlgorithmBits {
     std::uint32_t algorithm;
     std::uint32_t bits;
 };
+// clang-format off
 constexpr AlgorithmBits algorithmBits[] = {
-    {algorithmRsa1024, 1024}, {algorithmRsa2048, 2048}, {algorithmRsa3072, 3072}, {algorithmRsa4096, 4096},
-    {algorithmP256, 256},     {algorithmP384, 384},     {algorithmP521, 521},
+    {algorithmRsa1024, 1024},
+    {algorithmRsa2048, 2048},
+    {algorithmRsa3072, 3072},
+    {algorithmRsa4096, 4096},
+    {algorithmP256, 256},
+    {algorithmP384, 384},
+    {algorithmP521, 521},
 };
+// clang-format on
 
 struct EncryptionSize {
     std::size_t size;

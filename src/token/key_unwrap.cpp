@@ -1,10 +1,6 @@
 #include "token/key_unwrap.h"
 
-#include "log/log_writer.h"
-#include "token/record_fields.h"
-
 #include <algorithm>
-#include <utility>
 
 namespace quelta {
 
@@ -17,32 +13,20 @@ bool canUnwrap(const QueltaSymmetricKey& key)
 
 } // namespace
 
-std::expected<UnwrappedKey, UnwrapFailure> UnwrapWithAnyKek(const Token& token, ByteView wrapped, const PinText& pin,
-                                                            const std::function<std::uint32_t(std::size_t)>& sizeCodeOf,
-                                                            const char* unwrappedText)
+std::optional<UnwrappedKey> UnwrapWithAnyKek(const Token& token, ByteView wrapped)
 {
     const auto candidates = token.aesKeys();
     for (const auto& candidate : *candidates) {
         if (!canUnwrap(candidate)) continue;
-        auto unwrapped = token.decryptAes(candidate, wrapped);
-        if (!unwrapped) continue;
-        logDebug(unwrappedText, hex(keyIdOf(candidate)));
-        const auto value = unwrapped->upTo(importedKeyRoom);
-        if (!value) {
-            const bool tooLong = *unwrapped && std::cmp_greater(unwrapped->reportedLength(), importedKeyRoom);
-            return std::unexpected(tooLong ? UnwrapFailure::keyTooLong : UnwrapFailure::noKeyRecovered);
+        if (auto key = token.decryptAes(candidate, wrapped)) {
+            return UnwrappedKey{*std::move(key), std::to_array(candidate.keyId)};
         }
-        const auto stored = importSymmetricKey(token, pin, *value, sizeCodeOf(value->size()));
-        if (!stored) return std::unexpected(UnwrapFailure::importRefused);
-        UnwrappedKey result{*stored, {}};
-        std::ranges::copy(candidate.keyId, result.keyEncryptionKeyId.begin());
-        return result;
     }
-    return std::unexpected(UnwrapFailure::noKeyFits);
+    return std::nullopt;
 }
 
-std::expected<QueltaSymmetricKey, int> importSymmetricKey(const Token& token, const PinText& pin, ByteView value,
-                                                          std::uint32_t encryptionType)
+DeviceResult<QueltaSymmetricKey> importSymmetricKey(const Token& token, const PinText& pin, ByteView value,
+                                                    std::uint32_t encryptionType)
 {
     Wiped<QueltaSymmetricKey> request;
     std::ranges::copy(value, request->keyValue);

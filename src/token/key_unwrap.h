@@ -1,39 +1,26 @@
-// Finds, among the token's AES keys, the one that a symmetric key was wrapped under, and stores the recovered key on the token.
-// The token alone decides whether a key fits; the first that it accepts, in its own order, is taken.
+// Symmetric keys that are wrapped under an AES key of the token.
 #pragma once
 
 #include "token/token.h"
 
 #include <array>
-#include <expected>
-#include <functional>
+#include <optional>
 
 namespace quelta {
 
-enum class UnwrapFailure {
-    noKeyFits,
-    // A key fitted, but the token gave no buffer, a negative length or a length above the buffer's.
-    noKeyRecovered,
-    // A key fitted, but the token reported more bytes than an import request holds.
-    keyTooLong,
-    importRefused,
-};
-
 struct UnwrappedKey {
-    // As the token stored it; the key's value is wiped.
-    QueltaSymmetricKey stored;
+    // As the library returned it; the length is unchecked.
+    DeviceBuffer key;
     std::array<unsigned char, keyIdSize> keyEncryptionKeyId;
 };
 
-// `sizeCodeOf` gives the encryption-type code under which a recovered key of this length is imported. Logs only `unwrappedText`
-// with the identifier of the key that fitted, before the import.
-std::expected<UnwrappedKey, UnwrapFailure> UnwrapWithAnyKek(const Token& token, ByteView wrapped, const PinText& pin,
-                                                            const std::function<std::uint32_t(std::size_t)>& sizeCodeOf,
-                                                            const char* unwrappedText);
+// Tries the token's AES keys in the token's order. The first one with which the token decrypts wins; the bytes are not checked.
+// Nullopt if there is none. Logs nothing.
+std::optional<UnwrappedKey> UnwrapWithAnyKek(const Token& token, ByteView wrapped);
 
-// Stores a symmetric key of at most `importedKeyRoom` bytes on the token; the library's result if it refuses. The value is wiped
-// from the record that comes back.
-std::expected<QueltaSymmetricKey, int> importSymmetricKey(const Token& token, const PinText& pin, ByteView value,
-                                                          std::uint32_t encryptionType);
+// Stores a symmetric key of at most `importedKeyRoom` bytes on the token. The record as the token filled it, with the key's value
+// wiped, or the library's result.
+DeviceResult<QueltaSymmetricKey> importSymmetricKey(const Token& token, const PinText& pin, ByteView value,
+                                                    std::uint32_t encryptionType);
 
 } // namespace quelta

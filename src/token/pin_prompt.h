@@ -16,7 +16,7 @@ struct PinTexts {
     const char* clockMismatch;
     const char* cancelled;
     // In bytes. The token always gets the whole PIN.
-    std::size_t longestPin;
+    std::size_t longestPin = std::string::npos;
 };
 
 // The PIN to use, which is now cached as validated; it is empty under single sign-on. Nullopt if the PIN was refused or the

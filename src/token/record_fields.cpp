@@ -15,11 +15,6 @@ ByteView field(const unsigned char (&bytes)[Room], std::int32_t length)
 
 } // namespace
 
-ByteView keyIdOf(const QueltaKeyPair& pair)
-{
-    return pair.keyId;
-}
-
 ByteView publicKeyOf(const QueltaKeyPair& pair)
 {
     return field(pair.publicKey, pair.publicKeyLength);
@@ -48,11 +43,6 @@ ByteView keyReferenceOf(const QueltaCertificate& record)
 std::string_view labelOf(const QueltaCertificate& record)
 {
     return textOf(record.label);
-}
-
-ByteView keyIdOf(const QueltaSymmetricKey& key)
-{
-    return key.keyId;
 }
 
 ByteView keyReferenceOf(const QueltaSymmetricKey& key)

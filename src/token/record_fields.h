@@ -6,7 +6,6 @@
 
 namespace quelta {
 
-ByteView keyIdOf(const QueltaKeyPair& pair);
 ByteView publicKeyOf(const QueltaKeyPair& pair);
 ByteView keyReferenceOf(const QueltaKeyPair& pair);
 std::string_view labelOf(const QueltaKeyPair& pair);
@@ -15,7 +14,6 @@ ByteView certificateOf(const QueltaCertificate& record);
 ByteView keyReferenceOf(const QueltaCertificate& record);
 std::string_view labelOf(const QueltaCertificate& record);
 
-ByteView keyIdOf(const QueltaSymmetricKey& key);
 ByteView keyReferenceOf(const QueltaSymmetricKey& key);
 std::string_view labelOf(const QueltaSymmetricKey& key);
 

@@ -15,8 +15,6 @@ namespace quelta {
 template <class Unit, std::size_t Room>
 class Bounded {
 public:
-    static constexpr std::size_t room = Room;
-
     std::span<const Unit> view() const { return std::span<const Unit>(data_).first(length_); }
     std::size_t size() const { return length_; }
     bool empty() const { return length_ == 0; }

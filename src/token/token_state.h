@@ -26,9 +26,8 @@ public:
         Pin pin = content_.load();
         return pin ? pin : none_;
     }
-    // The same in one look with validated(): null when none was.
+    // Null while the validated flag is clear.
     Pin pinIfValidated() const { return content_.load(); }
-    bool validated() const { return content_.load() != nullptr; }
     void setValidated(Pin pin) { content_.store(std::move(pin)); }
     // Empties the cache and takes the validated flag back.
     void clear() { content_.store(nullptr); }

@@ -1,5 +1,5 @@
-#include "base/hex.h"
 #include "base/wipe.h"
+#include "common/hex.h"
 
 #include <gmock/gmock.h>
 

@@ -1,3 +1,4 @@
+#include "common/hex.h"
 #include "end_to_end/token_test.h"
 #include "support/child_process.h"
 #include "support/machine_registry.h"

@@ -82,7 +82,7 @@ private:
     // Given by the caller or typed, read at the start of an operation, dropped when the sign-on has expired.
     void usePin(int number, int round)
     {
-        if (!state_.pinCache.validated() || round % 5 == 0)
+        if (!state_.pinCache.pinIfValidated() || round % 5 == 0)
             state_.pinCache.setValidated(std::make_shared<const PinText>(pinOf(number)));
         const Pin pin = state_.pinCache.pin();
         if (round % 7 == number) state_.pinCache.clear();

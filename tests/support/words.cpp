@@ -1,5 +1,6 @@
 #include "support/words.h"
 
+#include "common/hex.h"
 #include "log/utils.h"
 #include "support/test_bytes.h"
 

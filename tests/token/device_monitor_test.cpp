@@ -23,10 +23,10 @@ protected:
     {
         for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
     }
-    static bool openingIsKnown() { return tokenState().libraryInitialised && tokenState().pinCache.validated(); }
+    static bool openingIsKnown() { return tokenState().libraryInitialised && tokenState().pinCache.pinIfValidated(); }
     static bool openingIsForgotten()
     {
-        return !tokenState().libraryInitialised && !tokenState().pinCache.validated() && cachedPin().empty();
+        return !tokenState().libraryInitialised && !tokenState().pinCache.pinIfValidated() && cachedPin().empty();
     }
 
     int pollsDuring(DWORD milliseconds)

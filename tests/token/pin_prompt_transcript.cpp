@@ -13,7 +13,7 @@ protected:
     {
         recorder.recordInner(name, "", [&] {
             const std::string answer = pinOrRefusal();
-            return answer + ", cache " + (tokenState().pinCache.validated() ? quoted(cachedPin().c_str()) : "empty");
+            return answer + ", cache " + (tokenState().pinCache.pinIfValidated() ? quoted(cachedPin().c_str()) : "empty");
         });
     }
     void cspAsks()
@@ -114,7 +114,7 @@ TEST_F(PinPromptTranscript, WhoGivesUpIsNotCheckedAndLeavesNoPIN)
         cachePin("");
         user.meetsPinDialog(
             [](PinDialog dialog) {
-                EXPECT_FALSE(tokenState().pinCache.validated()) << "gone while the user is asked";
+                EXPECT_FALSE(tokenState().pinCache.pinIfValidated()) << "gone while the user is asked";
                 dialog.type("1234");
                 dialog.pressCancel();
             },

@@ -57,18 +57,18 @@ TEST_F(TokenCalls, LibraryContextGoesWhereverThereIsRoomForIt)
                                                "initDevice(TOKEN-1, false, with a context)"));
 }
 
-TEST_F(TokenCalls, LongestUnwrappedKeyIsTakenWholeAndNotKeptInItsRecord)
+TEST_F(TokenCalls, KeyReferenceOutOfItsFieldIsEmptyAndTheLongestKeyIsImportedWholeAndWipedFromItsRecord)
 {
     token.withAesKey(encryptionAes256).keyReferenceLength = 129;
     token.unwrapped.bytes = counting(128);
-    const auto sizeCode = [](std::size_t) { return encryptionAes128; };
-    const auto key = UnwrapWithAnyKek(device, {}, PinText("1234"), sizeCode, "");
+    const auto unwrapped = UnwrapWithAnyKek(device, {});
+    ASSERT_TRUE(unwrapped);
+    const auto stored =
+        importSymmetricKey(device, PinText("1234"), unwrapped->key.upTo(importedKeyRoom).value(), encryptionAes128);
     EXPECT_THAT(token.takeCalls(), ElementsAre(_, "decryptAes(TOKEN-1, empty, null, false, null)",
                                                "importAesKey(TOKEN-1, 1234, " + toHex(counting(128)) + ", 8)"));
-    ASSERT_TRUE(key);
-    EXPECT_THAT(key->stored.keyValue, Each(0));
-    token.unwrapped.bytes = counting(129);
-    EXPECT_EQ(UnwrapWithAnyKek(device, {}, PinText("1234"), sizeCode, "").error(), UnwrapFailure::keyTooLong);
+    ASSERT_TRUE(stored);
+    EXPECT_THAT(stored->keyValue, Each(0));
 }
 
 TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)

@@ -1,9 +1,11 @@
+// How a slot hands out data, and how it takes property values.
 #pragma once
 
 #include "base/bytes.h"
+#include "base/plain_values.h"
 #include "ksp/entry.h"
 
-#include <optional>
+#include <expected>
 #include <string_view>
 
 namespace quelta {
@@ -13,24 +15,20 @@ struct KspOutput {
     DWORD room;
     // Never null.
     DWORD* result;
+
+    bool isQuery() const { return !data; }
+    bool holds(std::size_t size) const { return data && room >= size; }
 };
 
-// Tells the length of what is not to be written.
-inline SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS status = statusDone)
-{
-    *out.result = static_cast<DWORD>(length);
-    return status;
-}
-
-// What a buffer that does not hold this many bytes is answered, with the length told: a null one asked for that, a short one is
-// NTE_BUFFER_TOO_SMALL. Nothing for one that does.
-std::optional<SECURITY_STATUS> answerWithoutRoom(KspOutput out, std::size_t size);
+// Writes the length alone.
+SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS status = statusDone);
 
 // For properties and exported keys. Writes the length, then the value: a caller who uses one variable for both gets the value.
 // A null buffer gets the length alone, a short one NTE_BUFFER_TOO_SMALL.
 SECURITY_STATUS putProperty(KspOutput out, ByteView value);
 
-// The same for results of cryptography, which are written before their length.
+// For results of cryptography. Writes the value, then the length. A null or short buffer gets the length and
+// NTE_BUFFER_TOO_SMALL.
 SECURITY_STATUS putResult(KspOutput out, ByteView value);
 
 // A null input has a null pointer and no length.
@@ -38,6 +36,9 @@ inline ByteView propertyInput(const BYTE* data, DWORD length)
 {
     return data ? ByteView(data, length) : ByteView();
 }
+
+// The value of a property, or the status with which reading it is refused.
+using PropertyValue = std::expected<Bytes, SECURITY_STATUS>;
 
 Bytes dwordValue(DWORD value);
 // With its terminating zero.

@@ -1,4 +1,4 @@
-#include "ksp/property.h"
+#include "ksp/output.h"
 
 #include "encoding/little_endian.h"
 
@@ -6,24 +6,24 @@
 
 namespace quelta {
 
-std::optional<SECURITY_STATUS> answerWithoutRoom(KspOutput out, std::size_t size)
+SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS status)
 {
-    if (!out.data) return tellLength(out, size);
-    if (out.room < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
-    return std::nullopt;
+    *out.result = static_cast<DWORD>(length);
+    return status;
 }
 
 SECURITY_STATUS putProperty(KspOutput out, ByteView value)
 {
-    if (const auto answer = answerWithoutRoom(out, value.size())) return *answer;
     tellLength(out, value.size());
+    if (out.isQuery()) return statusDone;
+    if (!out.holds(value.size())) return NTE_BUFFER_TOO_SMALL;
     std::ranges::copy(value, out.data);
     return statusDone;
 }
 
 SECURITY_STATUS putResult(KspOutput out, ByteView value)
 {
-    if (const auto answer = answerWithoutRoom(out, value.size())) return *answer;
+    if (!out.holds(value.size())) return tellLength(out, value.size(), NTE_BUFFER_TOO_SMALL);
     std::ranges::copy(value, out.data);
     return tellLength(out, value.size());
 }
