@@ -17,7 +17,8 @@ namespace {
 using Chain = std::vector<std::size_t>;
 using CertificateChainMap = std::map<std::string, Chain>;
 
-// A certificate's subject or issuer as it is encoded. Two names are the same if their bytes are.
+// A certificate's subject or issuer as it is encoded. Two names are the same if their bytes are: CertCompareCertificateName
+// compares nothing else either.
 using EncodedName = std::string_view;
 
 EncodedName encoded(const CERT_NAME_BLOB& name)
@@ -31,6 +32,7 @@ class CertificateSet {
 public:
     explicit CertificateSet(std::vector<QueltaCertificate> records) : records_(std::move(records))
     {
+        parsed_.reserve(records_.size());
         for (std::size_t i = 0; i < records_.size(); ++i) {
             const ByteView bytes = der(i);
             parsed_.emplace_back(
@@ -70,7 +72,7 @@ Chain issuerChain(const CertificateSet& certificates, std::size_t leaf)
         return chain;
     }
     while (const auto issuer = certificates.findBySubject(encoded(current->pCertInfo->Issuer), leaf)) {
-        // Issuers that form a ring would be walked for ever.
+        // A ring of issuers would never end.
         if (std::ranges::find(chain, *issuer) != chain.end()) break;
         chain.push_back(*issuer);
         current = certificates.parsed(*issuer);

@@ -201,12 +201,11 @@ BOOL WINAPI CPGetHashParam(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD dwParam, BY
         if (!context || !hash->inUse) return fail(NTE_BAD_HASH);
         logDebug("CPGetHashParam dwParam : ", dwParam);
         logDebug("CPGetHashParam mechanism : ", hash->mechanism);
-        const Output out(pbData, pdwDataLen);
         switch (dwParam) {
-        case HP_ALGID: return getAlgorithm(*hash, out);
-        case HP_HASHSIZE: return getSize(*hash, out);
-        case HP_HASHVAL: return getValue(*context, *hash, out);
-        case HP_HMAC_INFO: return getHmacInfo(*hash, out);
+        case HP_ALGID: return getAlgorithm(*hash, {pbData, pdwDataLen});
+        case HP_HASHSIZE: return getSize(*hash, {pbData, pdwDataLen});
+        case HP_HASHVAL: return getValue(*context, *hash, {pbData, pdwDataLen});
+        case HP_HMAC_INFO: return getHmacInfo(*hash, {pbData, pdwDataLen});
         default: return fail(NTE_BAD_TYPE);
         }
     });

@@ -105,7 +105,8 @@ ImportedKey importWrappedKey(const Import& import)
     // Allocate first. If memory ran out after the import, the key would exist on the token while the caller is told that it
     // failed.
     auto key = std::make_unique<KeyContext>();
-    const auto unwrapped = UnwrapWithAnyKek(import.context.token(), wrapped);
+    const Pin pin = tokenState().pinCache.pin();
+    auto unwrapped = UnwrapWithAnyKek(import.context.token(), wrapped);
     if (!unwrapped) {
         logError("Failed to unwrap SYMMETRICWRAPKEYBLOB with any available KEK");
         return refuse(NTE_BAD_KEY);
@@ -114,7 +115,9 @@ ImportedKey importWrappedKey(const Import& import)
     const auto value = unwrappedBytes(unwrapped->key);
     if (!value) return std::unexpected(value.error());
     const std::uint32_t sizeCode = import.header.algorithm == CALG_AES_128 ? encryptionAes128 : encryptionAes256;
-    const auto stored = importSymmetricKey(import.context.token(), *tokenState().pinCache.pin(), *value, sizeCode);
+    const auto stored = importSymmetricKey(import.context.token(), *pin, *value, sizeCode);
+    // The clear key is wiped before anything else is done.
+    unwrapped->key = DeviceBuffer();
     if (!stored) {
         logError("Import of unwrapped AES key failed");
         return refuse(NTE_BAD_TYPE);
@@ -162,8 +165,8 @@ ImportedKey importSimpleKey(const Import& import)
         return refuse(NTE_BAD_ALGID);
     }
     auto key = std::make_unique<KeyContext>();
-    const ByteView value = *clear->upTo(import.blob.size());
-    if (value.empty() || !key->symmetricKey->assign(value)) return refuse(NTE_BAD_DATA);
+    const auto value = clear->upTo(import.blob.size());
+    if (!value || value->empty() || !key->symmetricKey->assign(*value)) return refuse(NTE_BAD_DATA);
     key->algorithm = algorithm->encryptionType;
     logDebug("Output key id : ", hex(key->keyId));
     logDebug("SIMPLEBLOB imported successfully (AES)");
@@ -195,19 +198,19 @@ Answer refuseType(std::uint8_t type)
 Answer importBlob(const CspContext& context, ByteView blob, HCRYPTKEY importKey, HCRYPTKEY* imported)
 {
     if (blob.size() < capiKeyBlobHeaderSize) return fail(NTE_BAD_DATA);
-    const auto header = readCapiBlobHeader(blob);
-    logDebug("CPImportKey - input type : ", header->type);
-    logDebug("CPImportKey - input version : ", header->version);
-    logDebug("CPImportKey - input alg : ", header->algorithm);
+    const CapiBlobHeader header = readCapiBlobHeader(blob);
+    logDebug("CPImportKey - input type : ", header.type);
+    logDebug("CPImportKey - input version : ", header.version);
+    logDebug("CPImportKey - input alg : ", header.algorithm);
     logDebug("CPImportKey - input data length : ", blob.size() - capiKeyBlobHeaderSize);
     if (blob.size() == capiKeyBlobHeaderSize) {
         logError("CPImportKey - Input data to import is empty");
         return fail(NTE_INVALID_PARAMETER);
     }
-    const auto* type = findRow(blobTypes, &BlobType::type, header->type);
-    if (!type) return refuseType(header->type);
+    const auto* type = findRow(blobTypes, &BlobType::type, header.type);
+    if (!type) return refuseType(header.type);
     if (!imported) return fail(ERROR_INVALID_PARAMETER);
-    auto key = type->import({context, blob, *header, keyOf(importKey)});
+    auto key = type->import({context, blob, header, keyOf(importKey)});
     if (!key) return key.error();
     *imported = handOut(*std::move(key));
     return done();

@@ -16,10 +16,9 @@ constexpr std::uint8_t blobVersion = 2;
 
 } // namespace
 
-std::optional<CapiBlobHeader> readCapiBlobHeader(ByteView blob)
+CapiBlobHeader readCapiBlobHeader(ByteView blob)
 {
-    if (blob.size() < capiBlobHeaderSize) return std::nullopt;
-    return CapiBlobHeader{blob[0], blob[1], readU32(blob, 4)};
+    return {blob[0], blob[1], readU32(blob, 4)};
 }
 
 ByteView keyOfCapiBlob(ByteView blob)

@@ -28,19 +28,19 @@ struct CapiBlobHeader {
     std::uint32_t algorithm;
 };
 
-// Nothing if the blob is shorter than the header.
-std::optional<CapiBlobHeader> readCapiBlobHeader(ByteView blob);
+// The blob must have at least the 8 bytes of the header.
+CapiBlobHeader readCapiBlobHeader(ByteView blob);
 
-// The key of a blob of at least 12 bytes: what follows those.
+// The key begins at byte 12 and ends with the blob, which must have at least 12 bytes.
 ByteView keyOfCapiBlob(ByteView blob);
 
-// The wrapped key of a blob of at least 12 bytes: it begins right after the 8-byte header, yet is as long as the blob less 12, so
-// that the last four bytes are left out. Callers write four bytes more behind the key.
+// The wrapped key begins right after the 8-byte header, yet its length is the blob's less 12: callers write four bytes more
+// behind the key. The blob must have at least 12 bytes.
 ByteView wrappedKeyOfCapiBlob(ByteView blob);
 
 struct CapiPublicKey {
     std::uint32_t bitLength;
-    // Least significant byte first, where it stands in the blob: a size that nobody takes is never copied.
+    // Least significant byte first. A view into the blob, so that a modulus of an unsupported size is not copied.
     ByteView modulus;
     // Most significant byte first; a fourth byte of the blob's exponent is dropped.
     std::array<unsigned char, 3> exponent;

@@ -39,7 +39,7 @@ struct SymmetricCode {
     std::uint32_t encryptionType;
 };
 
-// 24 bytes go by the code of triple DES, an AES key of that length too.
+// A key of 24 bytes gets the code of triple DES, even if it is an AES key.
 constexpr SymmetricCode symmetricCodes[] = {
     {16, encryptionAes128},
     {24, encryptionTripleDes},
@@ -120,7 +120,8 @@ ImportedKey importWrappedKey(const Import& import)
     // failed.
     auto key = newFinalizedKey();
     const Token token = import.provider.token();
-    const auto unwrapped = UnwrapWithAnyKek(token, import.blob);
+    const Pin pin = tokenState().pinCache.pin();
+    auto unwrapped = UnwrapWithAnyKek(token, import.blob);
     if (!unwrapped) {
         logError("KSP: Failed to unwrap BCRYPT_OPAQUE_KEY_BLOB with any available KEK");
         return refuse(NTE_BAD_KEY);
@@ -129,7 +130,9 @@ ImportedKey importWrappedKey(const Import& import)
     const auto value = unwrapped->key.upTo(importedKeyRoom);
     if (!value) return refuse(NTE_BAD_DATA);
     const std::uint32_t sizeCode = value->size() == 16 ? encryptionAes128 : encryptionAes256;
-    const auto stored = importSymmetricKey(token, *tokenState().pinCache.pin(), *value, sizeCode);
+    const auto stored = importSymmetricKey(token, *pin, *value, sizeCode);
+    // The clear key is wiped before anything else is done.
+    unwrapped->key = DeviceBuffer();
     if (!stored) {
         logError("KSP: Import of unwrapped AES key failed");
         return refuse(NTE_BAD_TYPE);
@@ -214,7 +217,7 @@ Bytes legacyExport(ByteView publicKey)
 
 struct ExportType {
     std::wstring_view name;
-    // Null: refused without a word.
+    // Null: the export is refused, and nothing is logged.
     Bytes (*write)(ByteView publicKey);
     bool logged;
 };

@@ -27,8 +27,8 @@ SECURITY_STATUS tellLength(KspOutput out, std::size_t length, SECURITY_STATUS st
 // A null buffer gets the length alone, a short one NTE_BUFFER_TOO_SMALL.
 SECURITY_STATUS putProperty(KspOutput out, ByteView value);
 
-// For results of cryptography. Writes the value, then the length. A null or short buffer gets the length and
-// NTE_BUFFER_TOO_SMALL.
+// For results of cryptography, with a buffer that is not null. Writes the value, then the length. A short buffer gets the length
+// and NTE_BUFFER_TOO_SMALL.
 SECURITY_STATUS putResult(KspOutput out, ByteView value);
 
 // A null input has a null pointer and no length.

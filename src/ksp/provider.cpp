@@ -104,7 +104,8 @@ SECURITY_STATUS WINAPI KSPOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR, 
 {
     return slot("KSPOpenProvider", [&]() -> SECURITY_STATUS {
         if (!phProvider) return NTE_INVALID_PARAMETER;
-        auto provider = std::make_unique<KspProvider>();
+        auto provider = makeRecordOrNull<KspProvider>();
+        if (!provider) return NTE_NO_MEMORY;
         auto deviceId = openFirstToken(provider->libraryContext, openingTexts);
         if (!deviceId) return deviceId.error() == OpeningFailure::noToken ? NTE_DEVICE_NOT_FOUND : NTE_PROVIDER_DLL_FAIL;
         provider->deviceId = *std::move(deviceId);

@@ -27,25 +27,25 @@ HRESULT asResult(NTSTATUS status)
 
 class LoadedLibrary {
 public:
-    explicit LoadedLibrary(CngLibrary& library) : library_(library), loaded_(library.load()) {}
+    explicit LoadedLibrary(const CngLibrary& cng) : cng_(cng), library_(cng.load()) {}
     ~LoadedLibrary()
     {
-        if (loaded_) library_.free();
+        if (library_) cng_.free(library_);
     }
     LoadedLibrary(const LoadedLibrary&) = delete;
     LoadedLibrary& operator=(const LoadedLibrary&) = delete;
 
-    explicit operator bool() const { return loaded_; }
+    explicit operator bool() const { return library_ != nullptr; }
 
     template <class Function>
     Function find(const char* name) const
     {
-        return reinterpret_cast<Function>(reinterpret_cast<void*>(library_.find(name)));
+        return reinterpret_cast<Function>(reinterpret_cast<void*>(cng_.find(library_, name)));
     }
 
 private:
-    CngLibrary& library_;
-    bool loaded_;
+    const CngLibrary& cng_;
+    HMODULE library_;
 };
 
 NTSTATUS callRegister(RegisterProvider registerFunction)
@@ -101,37 +101,19 @@ HRESULT registerWith(const LoadedLibrary& library)
 
 class SystemCngLibrary final : public CngLibrary {
 public:
-    bool load() override
-    {
-        module_ = LoadLibraryW(L"bcrypt.dll");
-        return module_ != nullptr;
-    }
-    FARPROC find(const char* function) override { return GetProcAddress(module_, function); }
-    void free() override { FreeLibrary(module_); }
-
-private:
-    HMODULE module_ = nullptr;
+    HMODULE load() const override { return LoadLibraryW(L"bcrypt.dll"); }
+    FARPROC find(HMODULE library, const char* function) const override { return GetProcAddress(library, function); }
+    void free(HMODULE library) const override { FreeLibrary(library); }
 };
-
-template <class Work>
-HRESULT guarded(Work work) noexcept
-{
-    try {
-        SystemCngLibrary library;
-        return work(library);
-    } catch (...) {
-        return E_FAIL;
-    }
-}
 
 } // namespace
 
-HRESULT registerProvider(CngLibrary& library)
+HRESULT registerProvider(const CngLibrary& cng) noexcept
 {
     logDebug("DllRegisterServer: Registering KSP via CNG API");
     HRESULT result = E_FAIL;
     {
-        const LoadedLibrary loaded(library);
+        const LoadedLibrary loaded(cng);
         if (!loaded) {
             logError("Failed to load bcrypt.dll");
             return E_FAIL;
@@ -142,11 +124,11 @@ HRESULT registerProvider(CngLibrary& library)
     return result;
 }
 
-HRESULT unregisterProvider(CngLibrary& library)
+HRESULT unregisterProvider(const CngLibrary& cng) noexcept
 {
     logDebug("DllUnregisterServer: Unregistering KSP via CNG API");
     {
-        const LoadedLibrary loaded(library);
+        const LoadedLibrary loaded(cng);
         if (!loaded) return E_FAIL;
         const auto unregister = loaded.find<UnregisterProvider>("BCryptUnregisterProvider");
         removeFromTable(loaded.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
@@ -162,10 +144,10 @@ using namespace quelta;
 
 HRESULT WINAPI DllRegisterServer()
 {
-    return guarded([](CngLibrary& library) { return registerProvider(library); });
+    return registerProvider(SystemCngLibrary());
 }
 
 HRESULT WINAPI DllUnregisterServer()
 {
-    return guarded([](CngLibrary& library) { return unregisterProvider(library); });
+    return unregisterProvider(SystemCngLibrary());
 }

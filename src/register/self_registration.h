@@ -1,5 +1,5 @@
-// Registers the key storage provider with CNG, and takes it back. Needs administrative rights, which are not checked for.
-// CryptoAPI's side is registered in the registry by whoever installs the module.
+// Registers the key storage provider with CNG, and removes the registration. This needs administrative rights, which are not
+// checked for. Whoever installs the module registers CryptoAPI's side in the registry.
 #pragma once
 
 #include <windows.h>
@@ -8,18 +8,21 @@
 
 namespace quelta {
 
-// bcrypt.dll as the registration finds it: its registration functions are looked up at run time.
+// How bcrypt.dll is reached; the tests have their own. Nothing here throws.
 class CngLibrary {
 public:
-    virtual ~CngLibrary() = default;
-    virtual bool load() = 0;
+    // Null if the library can't be loaded.
+    virtual HMODULE load() const = 0;
     // Null if the library lacks the function.
-    virtual FARPROC find(const char* function) = 0;
-    virtual void free() = 0;
+    virtual FARPROC find(HMODULE library, const char* function) const = 0;
+    virtual void free(HMODULE library) const = 0;
+
+protected:
+    ~CngLibrary() = default;
 };
 
-HRESULT registerProvider(CngLibrary& library);
-HRESULT unregisterProvider(CngLibrary& library);
+HRESULT registerProvider(const CngLibrary& cng) noexcept;
+HRESULT unregisterProvider(const CngLibrary& cng) noexcept;
 
 } // namespace quelta
 

@@ -8,7 +8,7 @@
 
 namespace quelta {
 
-// For the entry points whose answer to exhausted memory differs from the usual one.
+// For the entry points whose answer to exhausted memory differs from the usual one, or comes without a log line.
 template <class Record>
 std::unique_ptr<Record> makeRecordOrNull()
 {

@@ -29,7 +29,7 @@ bool askForText(PinText& text)
 Pin promptForPin(const Token& token, const PinTexts& texts)
 {
     // Nothing is allocated once the token has accepted the PIN.
-    const auto typed = std::make_shared<PinText>();
+    auto typed = std::make_shared<PinText>();
     if (token.singleSignOnOpen()) return typed;
     tokenState().pinCache.clear();
     while (askForText(*typed)) {

@@ -1,5 +1,5 @@
-// A connected token as both providers use it: the calls of the device library with this token's identifier filled in, lengths
-// converted, and what comes back checked against the room that was given.
+// A connected token as both providers use it. Its members call the device library: they fill in the token's identifier, convert
+// lengths, and check returned lengths against the room. Buffers that the library allocates are checked by checkedBytes().
 #pragma once
 
 #include "base/bytes.h"
@@ -39,8 +39,7 @@ public:
 
     // Every int is the library's result, 0 for success.
 
-    // Opens the token. Opening a provider passes false; a certificate look-up passes true. The library's documentation of the
-    // flag is not known.
+    // Opens the token. Opening a provider passes false; a certificate look-up passes true. What the flag selects is not known.
     int initDevice(bool flag) const;
     // True if the token reports an open single sign-on session: then no PIN is needed.
     bool singleSignOnOpen() const;
@@ -87,6 +86,8 @@ private:
 
 // The bytes of a buffer of at most `most` bytes, or why there are none.
 DeviceResult<ByteView> checkedBytes(const DeviceResult<DeviceBuffer>& buffer, std::size_t most);
+// The view refers to the buffer.
+DeviceResult<ByteView> checkedBytes(DeviceResult<DeviceBuffer>&& buffer, std::size_t most) = delete;
 
 // The certificate's public key in the encoding of a key pair's, or the library's result.
 DeviceResult<Bytes> publicKeyOfCertificate(ByteView der);

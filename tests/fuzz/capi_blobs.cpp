@@ -26,7 +26,7 @@ void parsePublicKey(ByteView blob)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     const ByteView blob(data, size);
-    fuzz::check(readCapiBlobHeader(blob).has_value() == (size >= capiBlobHeaderSize));
+    if (size >= capiBlobHeaderSize) fuzz::check(readCapiBlobHeader(blob).type == blob[0]);
     parsePublicKey(blob);
     if (size >= capiKeyBlobHeaderSize) {
         fuzz::checkWithin(blob, keyOfCapiBlob(blob));

@@ -23,23 +23,28 @@ public:
         answers = {};
     }
 
-    bool load() override
+    HMODULE load() const override
     {
         recorder->writeDown(loads ? "bcrypt.dll is loaded" : "bcrypt.dll can't be loaded");
-        return loads;
+        return loads ? handle : nullptr;
     }
-    FARPROC find(const char* function) override
+    FARPROC find(HMODULE library, const char* function) const override
     {
         void* const addresses[] = {reinterpret_cast<void*>(&answer<cngRegister, LPCWSTR, ULONG, CRYPT_PROVIDER_REG*>),
                                    reinterpret_cast<void*>(&answer<cngUnregister, LPCWSTR>),
                                    reinterpret_cast<void*>(&answer<cngAdd, ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR, ULONG>),
                                    reinterpret_cast<void*>(&answer<cngRemove, ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR>)};
+        EXPECT_EQ(library, handle);
         const auto* const known = std::ranges::find(cngNames, std::string_view(function));
         if (known != std::end(cngNames) && missing != function) return reinterpret_cast<FARPROC>(addresses[known - cngNames]);
         recorder->writeDown("it has no " + std::string(function));
         return nullptr;
     }
-    void free() override { recorder->writeDown("bcrypt.dll is freed"); }
+    void free(HMODULE library) const override
+    {
+        EXPECT_EQ(library, handle);
+        recorder->writeDown("bcrypt.dll is freed");
+    }
 
     bool loads = true;
     std::string missing;
@@ -49,6 +54,8 @@ public:
     static inline std::array<NTSTATUS, std::size(cngNames)> answers;
 
 private:
+    static inline const HMODULE handle = GetModuleHandleA(nullptr);
+
     static std::string text(LPCWSTR argument) { return quoted(argument); }
     static std::string text(ULONG argument) { return std::to_string(argument); }
     static std::string text(const CRYPT_PROVIDER_REG* record)
@@ -76,7 +83,7 @@ constexpr NTSTATUS accessDenied = static_cast<NTSTATUS>(0xC0000022);
 
 class SelfRegistrationTranscript : public Scenario {
 protected:
-    void record(const char* name, HRESULT (*call)(CngLibrary&), const char* missing)
+    void record(const char* name, HRESULT (*call)(const CngLibrary&), const char* missing)
     {
         cng.missing = missing;
         recorder.recordInner(name, "", [&] {

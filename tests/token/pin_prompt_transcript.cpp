@@ -70,6 +70,20 @@ TEST_F(PinPromptTranscript, LongestPINArrivesWhole)
     cspAsks();
 }
 
+TEST_F(PinPromptTranscript, LongerPINIsSentWholeAndCryptoAPIKeeps63Bytes)
+{
+    errorsAlone();
+    token.pin = std::string(62, 'p') + "abc";
+    eachAsks([this] {
+        user.meetsPinDialog(
+            [this](PinDialog dialog) {
+                dialog.type(token.pin);
+                PostMessageA(dialog.window(), WM_COMMAND, IDOK, 0);
+            },
+            token.pin + ", Login although it is disabled");
+    });
+}
+
 TEST_F(PinPromptTranscript, SingleSignOnShowsNothingCachesNothingAndIsAskedForEachTime)
 {
     token.openSingleSignOn();
