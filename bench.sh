@@ -5,7 +5,7 @@ set -euo pipefail
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 # The device library that each is measured above.
-sections=(overhead:instant growth:instant chains:instant ratio:softtoken threads:softtoken platform:softtoken)
+sections=(overhead:instant growth:instant chains:instant ratio:softtoken)
 
 usage() {
     say "Usage: ./bench.sh [--json] [SECTION]..."
@@ -49,18 +49,18 @@ make_token() {
 }
 
 # Where a call and Wine's server run on two cores, each waits for the other's to wake up, which takes longer than what is measured.
-cores_for() {
-    local all
-    all=$(taskset -cp $$ | sed 's/.*: //')
-    if [[ $1 == threads ]]; then say "$all"; else say "${all%%[-,]*}"; fi
+share_one_core() {
+    local cores process
+    cores=$(taskset -cp $$ | sed 's/.*: //')
+    for process in "$server_pid" $$; do
+        taskset -acp "${cores%%[-,]*}" "$process" >/dev/null
+    done
 }
 
 measure() {
-    local name=$1 folder=$2 cores
-    cores=$(cores_for "$name")
-    taskset -acp "$cores" "$server_pid" >/dev/null
+    local name=$1 folder=$2
     WINEPATH=$(windows_path "$build/mingw-release/$folder") \
-        quietly "bench-$name.log" taskset -c "$cores" wine "$bin/quelta-bench.exe" "$name" --pin "$pin" "${json[@]}" ||
+        quietly "bench-$name.log" wine "$bin/quelta-bench.exe" "$name" --pin "$pin" "${json[@]}" ||
         die "$name could not be measured: see build/logs/bench-$name.log"
     tr -d '\r' <"$logs/bench-$name.log"
 }
@@ -72,6 +72,7 @@ prepare_prefix
 build_preset mingw-release all quelta-bench >&2
 use_build mingw-release
 make_token
+share_one_core
 for section in "${sections[@]}"; do
     name=${section%%:*}
     [[ ${#wanted[@]} -gt 0 && " ${wanted[*]} " != *" $name "* ]] || measure "$name" "${section#*:}"

@@ -18,8 +18,7 @@ struct Operation {
     std::function<void()> bare;
 };
 
-// The module with a context, a provider and a key pair open on both sides, and the PIN given. One for each thread: nothing in it
-// is shared.
+// The module with a context, a provider and a key pair open on both sides, and the PIN given.
 class OpenModule {
 public:
     explicit OpenModule(const std::string& pin);
@@ -36,13 +35,12 @@ public:
     HCRYPTPROV acquire() const;
     NCRYPT_KEY_HANDLE openKey() const;
 
-    void digest(ByteView data);
-
     // They refer to this object.
     std::vector<Operation> operations();
 
 private:
     HCRYPTHASH hashOf(ByteView data) const;
+    void digest(ByteView data);
     void hashAndSign();
     void hashAndVerify();
     void bareHash(ByteView data);

@@ -20,8 +20,6 @@ constexpr Section sections[] = {
     {"ratio", "each call against those of the library that it needs (software token)", measureRatio},
     {"growth", "with 1 to 1000 keys on the token (instant library)", measureGrowth},
     {"chains", "with chains of 1 to 10 certificates (instant library)", measureChains},
-    {"threads", "with 1 to 16 callers at once (software token)", measureThreads},
-    {"platform", "beside the system's own provider (software token)", measurePlatform},
 };
 
 std::string textOf(const nlohmann::ordered_json& value, int decimals)

@@ -1,11 +1,8 @@
 #include "measure.h"
 
 #include <algorithm>
-#include <atomic>
 #include <chrono>
 #include <cmath>
-#include <exception>
-#include <thread>
 
 namespace quelta::bench {
 
@@ -16,7 +13,6 @@ using Microseconds = std::chrono::duration<double, std::micro>;
 
 constexpr Microseconds batchTime{20'000};
 constexpr int batches = 11;
-constexpr std::chrono::milliseconds threadsTime{1500};
 
 Microseconds timeOf(const std::function<void()>& call, long count)
 {
@@ -51,32 +47,6 @@ std::vector<double> sideBySide(const std::vector<std::function<void()>>& calls)
         medians.push_back(of[batches / 2]);
     }
     return medians;
-}
-
-double callsPerSecond(unsigned threads, const std::function<std::function<void()>(unsigned)>& callOf)
-{
-    std::atomic<bool> stop = false;
-    std::atomic<long> calls = 0;
-    std::vector<std::exception_ptr> failures(threads);
-    const auto begin = Clock::now();
-    {
-        std::vector<std::jthread> running;
-        for (unsigned i = 0; i < threads; ++i) {
-            running.emplace_back([&, i, call = callOf(i)] {
-                try {
-                    for (; !stop; ++calls) call();
-                } catch (...) {
-                    failures[i] = std::current_exception();
-                }
-            });
-        }
-        std::this_thread::sleep_for(threadsTime);
-        stop = true;
-    }
-    const std::chrono::duration<double> taken = Clock::now() - begin;
-    for (const auto& failure : failures)
-        if (failure) std::rethrow_exception(failure);
-    return static_cast<double>(calls) / taken.count();
 }
 
 double fittedExponent(const std::vector<double>& sizes, const std::vector<double>& values)

@@ -14,9 +14,6 @@ inline double microsecondsOf(const std::function<void()>& call)
     return sideBySide({call}).front();
 }
 
-// Calls a second of so many threads at once, each with a call of its own.
-double callsPerSecond(unsigned threads, const std::function<std::function<void()>(unsigned thread)>& callOf);
-
 // The slope of a straight line through the logarithms: 1 for what grows with n, 2 for what grows with its square.
 double fittedExponent(const std::vector<double>& sizes, const std::vector<double>& values);
 

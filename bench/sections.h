@@ -12,9 +12,5 @@ Figures measureRatio(const std::string& pin);
 // Above the instant library: more and more keys on the token, and longer and longer chains.
 Figures measureGrowth(const std::string& pin);
 Figures measureChains(const std::string& pin);
-// Above the software token: so many callers at once, against so many of the library alone.
-Figures measureThreads(const std::string& pin);
-// Beside the system's own provider.
-Figures measurePlatform(const std::string& pin);
 
 } // namespace quelta::bench
