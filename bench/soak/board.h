@@ -1,113 +1,85 @@
-// What the driver and the working processes share: the weather, and what became of the calls. In shared memory, so that the
-// driver still reads it when a process hangs or dies.
+// What the driver and its workers share. It lies in shared memory: the driver reads it when a worker hangs or has died.
 #pragma once
 
-#include "base/windows_objects.h"
 #include "soak/calls.h"
-#include "soak/holdings.h"
+#include "store/token_state.h"
 
 #include <atomic>
 #include <cstdint>
-#include <memory>
-#include <stdexcept>
 #include <string>
 
 namespace quelta::soak {
 
-constexpr std::size_t workingProcesses = 3;
-constexpr std::size_t threadsEach = 4;
-// A process has two more.
-constexpr std::size_t mainThread = threadsEach;
-constexpr std::size_t userThread = threadsEach + 1;
+// A state of the token, while the workers work.
+struct State {
+    const char* name;
+    Needs offers;
+    // Takes a token that is plugged in, unlocked and signed on.
+    void (*change)(softtoken::TokenState& token);
+    // In tenths of a second.
+    unsigned shortest, longest;
+};
 
-// In the last process nobody keeps the module loaded, and there are pauses: it is loaded and unloaded again and again.
-constexpr bool keepsModule(std::size_t process)
+inline void signOff(softtoken::TokenState& token)
 {
-    return process + 1 < workingProcesses;
+    token.singleSignOnEnabled = token.singleSignOnOpen = false;
 }
 
-struct Outcomes {
-    std::uint64_t done;
-    std::uint64_t refused[mostRefusals];
+// They come up one after the other. The module looks for the token once a second, and forgets the PIN if it is gone: only after a
+// long absence it must have done so.
+constexpr State states[] = {
+    {"changing", nothing, nullptr, 0, 0},
+    {"signed on", session, [](auto&) {}, 15, 40},
+    {"signed off", pin, signOff, 5, 20},
+    {"expired", pin, [](auto& token) { token.singleSignOnOpen = false; }, 5, 20},
+    {"locked", Needs::token, [](auto& token) { signOff(token), token.pin.remaining = 0; }, 5, 15},
+    {"pulled", nothing, [](auto& token) { token.plugged = false; }, 2, 15},
+    {"pulled for long", nothing, [](auto& token) { token.plugged = false; }, 60, 70},
+    {"given another PIN", pin, signOff, 10, 20},
+};
+enum StateRow : unsigned { changing, signedOn, signedOff, expired, locked, pulled, pulledForLong, givenAnotherPin };
+
+// The token has one of these in turn.
+constexpr const char* pins[] = {"24680", "135790"};
+constexpr const char wrongPin[] = "13579";
+
+constexpr std::size_t workers = 3, threadsEach = 4;
+
+enum class Stage { start, firstRound, firstRest, secondRound, secondRest, quiet };
+
+// The call that a thread is in, and since when; 0 for no call.
+struct ThreadLine {
+    std::atomic<std::size_t> call;
+    std::atomic<std::uint64_t> since;
 };
 
-// Something wrong, in words, and how often.
-struct Finding {
-    char text[240];
-    std::uint64_t times;
-};
-
-// Written by one thread. What is not atomic is read when that has ended.
-struct ThreadBoard {
-    std::atomic<bool> working;
-    std::atomic<DWORD> thread;
-    std::atomic<int> call;
-    // When the call began.
-    std::atomic<std::uint32_t> weather;
-    // Grows as long as there is progress.
-    std::atomic<std::uint64_t> count;
-    Outcomes outcomes[std::size(calls)];
-    Finding findings[16];
-    std::uint64_t signatures, decryptions, dialogs, unloadings;
-    // The driver's: when it saw progress, and which.
-    std::uint64_t seenAt, seenCount;
-};
-
-struct ProcessBoard {
-    ThreadBoard threads[threadsEach + 2];
-    // At the end of each half, with the module still loaded, where it is kept, and unloaded.
-    bench::Holdings loaded[2], unloaded[2];
-    std::atomic<int> stepsDone;
-};
-
-// After each half a pause; after both the last act.
-enum class Stage {
-    start,
-    firstHalf,
-    firstPause,
-    secondHalf,
-    secondPause,
-    fresh,
-    wrong,
-    locked,
-    given,
-    stale,
-    pulled,
-    plugged,
-    over
+struct WorkerLine {
+    // The last line is the main thread's.
+    ThreadLine threads[threadsEach + 1];
+    std::atomic<Stage> finished;
 };
 
 struct Board {
     std::uint32_t seed;
+    double minutes;
     std::atomic<Stage> stage;
-    // Of each change of the weather, so that it tells whether it has changed since.
-    std::atomic<std::uint32_t> weatherNumber;
-    std::atomic<std::size_t> weatherRow;
-    // Who may be about to enter a wrong PIN, and who was and has the token's answer; and the wrong PINs, counted before they are
-    // entered.
-    std::atomic<std::uint32_t> wrongBegun, wrongDone, wrongEntered;
-    ProcessBoard processes[workingProcesses];
-    ThreadBoard driver;
+    // The number of changes times 16, plus the row of the state. It is equal before and after a call if the token did not change.
+    std::atomic<std::uint32_t> moment;
+    std::atomic<unsigned> pin;
+    std::atomic<unsigned> changes[std::size(states)];
+    std::atomic<std::uint64_t> done[std::size(calls)], refused[std::size(calls)];
+    std::atomic<std::uint64_t> signatures, decryptions, windows, unloadings;
+    // Counted before they are entered.
+    std::atomic<std::uint64_t> wrongPins;
+    WorkerLine workers[soak::workers];
 };
 
-class SharedBoard {
-public:
-    // The driver makes it, the others open it.
-    SharedBoard(const std::wstring& name, bool make)
-        : mapping_(CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Board), name.c_str())),
-          board_(static_cast<Board*>(MapViewOfFile(mapping_.get(), FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Board))))
-    {
-        if (!board_) throw std::runtime_error("no shared memory: Windows error " + std::to_string(GetLastError()));
-        if (make) std::construct_at(board_.get());
-    }
-    Board& operator*() const { return *board_; }
-    Board* operator->() const { return board_.get(); }
+inline const State& stateAt(std::uint32_t moment)
+{
+    return states[moment % 16];
+}
 
-private:
-    static void unmap(const Board* board) { UnmapViewOfFile(board); }
-
-    File mapping_;
-    WindowsObject<Board*, unmap> board_;
-};
+// Stays until the process ends. A new one is all zeros.
+Board& sharedBoard(const std::wstring& name);
 
 } // namespace quelta::soak

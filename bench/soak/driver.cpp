@@ -1,276 +1,201 @@
-#include "soak/report.h"
+#include "base/windows_objects.h"
 #include "soak/soak.h"
-#include "soak/weather.h"
+#include "store/pin.h"
+#include "store/token_store.h"
 
-#include <cstdio>
-#include <functional>
-#include <limits>
+#include <process.h>
+
+#include <cstdlib>
+#include <random>
+#include <stdexcept>
+#include <thread>
 
 namespace quelta::soak {
 
+using namespace softtoken;
+
 namespace {
 
-constexpr ULONGLONG patience = 60'000;
-constexpr ULONGLONG progressEvery = 10'000;
-// In shorter runs chance may leave something out.
-constexpr double minutesForAll = 1;
+constexpr ULONGLONG patience = 30'000;
+// So many that no number of wrong PINs locks the token unasked.
+constexpr int attempts = 1000;
+constexpr DWORD tick = 100;
 
-// Whatever is in it ends with this process, however that ends.
-File jobOfOwn()
-{
-    File job(CreateJobObjectW(nullptr, nullptr));
-    JOBOBJECT_EXTENDED_LIMIT_INFORMATION limits{};
-    limits.BasicLimitInformation.LimitFlags = JOB_OBJECT_LIMIT_KILL_ON_JOB_CLOSE;
-    if (!SetInformationJobObject(job.get(), JobObjectExtendedLimitInformation, &limits, sizeof limits))
-        throw std::runtime_error("no job for the processes: Windows error " + std::to_string(GetLastError()));
-    return job;
-}
-
-File startProcess(const File& job, std::wstring commandLine, const std::filesystem::path& outputPath)
-{
-    // The module prints where it can't write its log.
-    SECURITY_ATTRIBUTES inherited{sizeof inherited, nullptr, TRUE};
-    const File output = fileOf(CreateFileW(outputPath.c_str(), GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, &inherited,
-                                           CREATE_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
-    STARTUPINFOW startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdOutput = startup.hStdError = output.get();
-    PROCESS_INFORMATION started{};
-    if (!CreateProcessW(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
-        throw std::runtime_error("A process can't be started: Windows error " + std::to_string(GetLastError()));
-    CloseHandle(started.hThread);
-    File process(started.hProcess);
-    if (!AssignProcessToJobObject(job.get(), process.get()))
-        throw std::runtime_error("A process can't be put into the job: Windows error " + std::to_string(GetLastError()));
-    return process;
-}
-
-std::optional<DWORD> exitCode(const File& process)
+// STILL_ACTIVE while it runs.
+DWORD exitCode(const File& process)
 {
     DWORD code = 0;
-    const bool ended = WaitForSingleObject(process.get(), 0) == WAIT_OBJECT_0 && GetExitCodeProcess(process.get(), &code);
-    return ended ? std::optional(code) : std::nullopt;
+    GetExitCodeProcess(process.get(), &code);
+    return code;
 }
 
 class Driver {
 public:
-    explicit Driver(const Options& options)
-        : options_(options),
-          boardName_(L"quelta-soak-" + std::to_wstring(GetCurrentProcessId())),
-          board_(boardName_, true),
-          weather_(*board_, options.seed, options.folder / "Oskvar")
+    Driver(std::filesystem::path folder, double minutes, std::uint32_t seed) : folder_(std::move(folder)), random_(seed)
     {
-        board_->seed = options.seed;
+        board_.minutes = minutes;
+        board_.seed = seed;
+        wchar_t self[MAX_PATH + 1]{};
+        GetModuleFileNameW(nullptr, self, MAX_PATH);
+        for (std::size_t i = 0; i < workers; ++i) {
+            const auto process =
+                _wspawnl(_P_NOWAIT, self, L"quelta-soak", boardName_.c_str(), std::to_wstring(i).c_str(), nullptr);
+            if (process == -1) throw std::runtime_error("a worker can't be started");
+            processes_.emplace_back(reinterpret_cast<HANDLE>(process));
+        }
     }
 
     int run()
     {
-        wchar_t self[MAX_PATH + 1]{};
-        GetModuleFileNameW(nullptr, self, MAX_PATH);
-        for (std::size_t i = 0; i < workingProcesses; ++i)
-            processes_.push_back(
-                startProcess(job_, L"\"" + std::wstring(self) + L"\" --board " + boardName_ + L" --process " + std::to_wstring(i),
-                             options_.folder / ("process-" + std::to_string(i + 1) + ".txt")));
-        const bool played = half(Stage::firstHalf) && half(Stage::secondHalf) && lastAct() && weatherTurns(Season::cleared);
-        board_->stage = Stage::over;
-        if (played && goesOnUntil([&] { return std::ranges::all_of(processes_, &Driver::hasEnded); })) judgeProcesses();
-        // Whoever hangs lets go of the token with that, if of nothing else.
-        for (const File& process : processes_) TerminateProcess(process.get(), 1);
-        weather_.stop();
-        if (played && options_.minutes >= minutesForAll) judgeCoverage();
-        const auto found = summary(*board_, options_, weather_.disturbances(), findings_);
-        std::printf("%s", options_.json ? (found.dump(2) + "\n").c_str() : table(found).c_str());
-        return found["held"] ? 0 : 1;
+        std::jthread watchdog([this](const std::stop_token& stop) { watch(stop); });
+        round(Stage::firstRound, Stage::firstRest);
+        round(Stage::secondRound, Stage::secondRest);
+        countWrongPins();
+        awaitEach([&](std::size_t i) { return exitCode(processes_[i]) != STILL_ACTIVE; });
+        watchdog = {};
+        return report(board_, folder_, findings_);
     }
 
 private:
-    static bool hasEnded(const File& process) { return exitCode(process).has_value(); }
-
-    bool half(Stage stage)
+    void round(Stage work, Stage rest)
     {
-        if (!weatherTurns(Season::cleared)) return false;
-        board_->stage = stage;
-        weather_.want(Season::changing);
-        const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(options_.minutes * 30'000);
-        if (!goesOnUntil([&] { return GetTickCount64() >= end; })) return false;
-        board_->stage = static_cast<Stage>(static_cast<int>(stage) + 1);
-        return weatherTurns(Season::resting) && stepIsDone();
-    }
-
-    // The first step is to come to life.
-    bool stepIsDone()
-    {
-        ++steps_;
-        return goesOnUntil([&] {
-            return std::ranges::all_of(board_->processes,
-                                       [&](const ProcessBoard& process) { return process.stepsDone > steps_; });
-        });
-    }
-
-    bool weatherTurns(Season season)
-    {
-        weather_.want(season);
-        return goesOnUntil([&] { return weather_.has(season); });
-    }
-
-    bool lastAct()
-    {
-        constexpr std::pair<Season, Stage> scenes[] = {
-            {Season::resting, Stage::fresh},     {Season::wrongPinsAlone, Stage::wrong}, {Season::lastAttempts, Stage::locked},
-            {Season::signedOff, Stage::given},   {Season::anotherPin, Stage::stale},     {Season::pulled, Stage::pulled},
-            {Season::signedOff, Stage::plugged},
-        };
-        return std::ranges::all_of(scenes, [&](const auto& scene) {
-            if (!weatherTurns(scene.first)) return false;
-            board_->stage = scene.second;
-            return stepIsDone();
-        });
-    }
-
-    bool goesOnUntil(const std::function<bool()>& isEnd)
-    {
-        while (!isEnd()) {
-            Sleep(100);
-            tellProgress();
-            if (somethingHangs() || somethingDied()) return false;
+        change(signedOn, true);
+        board_.stage = work;
+        const ULONGLONG end = GetTickCount64() + static_cast<ULONGLONG>(board_.minutes * 30'000);
+        while (GetTickCount64() < end) {
+            const auto row = static_cast<StateRow>(next_++ % givenAnotherPin + signedOn);
+            change(row);
+            disturbLog();
+            // Counts sleeps: if the machine stood still, the module could not look at the token either.
+            for (auto left = states[row].shortest + below(states[row].longest - states[row].shortest); left > 0; --left)
+                Sleep(tick);
         }
-        return true;
+        board_.stage = rest;
+        change(signedOn);
+        awaitAll(work);
     }
 
-    // One that stands still is the cause of others, or their victim: all of them are told.
-    bool somethingHangs()
+    // Through the token's own functions: a start of quelta-token would take longer than some states last.
+    void change(StateRow row, bool nobodyWorks = false)
     {
-        ULONGLONG longest = 0;
-        forEachThread([&](const std::string&, ThreadBoard& thread, bool watched) {
-            longest = std::max(longest, stillFor(thread, watched));
+        board_.moment = ++moments_ * 16 + changing;
+        if (row == givenAnotherPin) board_.pin = 1 - board_.pin;
+        changeToken(tokenFolder(), [&](TokenState& token) {
+            token.plugged = token.singleSignOnEnabled = token.singleSignOnOpen = true;
+            token.pin = pins_[board_.pin];
+            removeLeftovers(token, nobodyWorks);
+            states[row].change(token);
+            return true;
         });
-        if (longest < patience) return false;
-        forEachThread([&](const std::string& who, ThreadBoard& thread, bool watched) {
-            if (stillFor(thread, watched) > patience / 2)
-                find(callOf(thread) + " (token: " + weatherNow(*board_).name + ") hangs in " + who +
-                     ": repeat it, and look at all threads with winedbg");
-        });
-        return true;
+        board_.moment = ++moments_ * 16 + row;
+        ++board_.changes[row];
     }
 
-    // A main thread is watched from the start of its process to its end, the others while they work.
-    template <class Function>
-    void forEachThread(Function function)
+    // Imported keys and those of CryptGenKey are not used again. Keys of key storage are deleted by their makers, if the token is
+    // there.
+    static void removeLeftovers(TokenState& token, bool nobodyWorks)
     {
-        function("the soak's own process", board_->driver, board_->driver.working);
-        for (std::size_t process = 0; process < workingProcesses; ++process) {
-            for (std::size_t number = 0; number <= mainThread; ++number) {
-                ThreadBoard& thread = board_->processes[process].threads[number];
-                function("thread " + std::to_string(number + 1) + " of process " + std::to_string(process + 1), thread,
-                         number == mainThread ? !hasEnded(processes_[process]) : thread.working.load());
+        std::erase_if(token.aesKeys, [](const auto& key) { return key.label != "wrapping"; });
+        std::erase_if(token.keyPairs, [&](const auto& pair) {
+            return pair.label != "rsa" && (nobodyWorks || pair.algorithm == algorithmRsa2048);
+        });
+    }
+
+    void disturbLog()
+    {
+        constexpr DWORD levels[] = {0, 2, 3};
+        const DWORD level = levels[below(std::size(levels))];
+        RegSetKeyValueA(HKEY_LOCAL_MACHINE, "Software\\Oskvar\\Quelta", "logLevel", REG_DWORD, &level, sizeof level);
+        std::error_code ignored;
+        if (below(3) == 0) std::filesystem::remove_all(folder_ / "Oskvar", ignored);
+    }
+
+    void countWrongPins()
+    {
+        change(signedOff, true);
+        const auto tokenHas = [] { return readToken(tokenFolder()).value()->wrongPins; };
+        const std::uint64_t before = board_.wrongPins - tokenHas();
+        board_.stage = Stage::quiet;
+        awaitAll(Stage::quiet);
+        if (board_.wrongPins - tokenHas() != before)
+            findings_.emplace_back("While nobody else called, the token got another number of wrong PINs than were entered: look "
+                                   "at who calls quelta_validatePassword, and with which PIN");
+    }
+
+    void awaitAll(Stage stage)
+    {
+        awaitEach([&](std::size_t i) { return board_.workers[i].finished >= stage; });
+    }
+
+    // A worker may need a minute to compare what it holds.
+    template <class Predicate>
+    void awaitEach(Predicate isDone)
+    {
+        constexpr ULONGLONG most = 300'000;
+        const ULONGLONG end = GetTickCount64() + most;
+        for (std::size_t i = 0; i < workers; ++i)
+            for (; !isDone(i); Sleep(tick))
+                if (GetTickCount64() > end) giveUp("Worker " + std::to_string(i + 1) + " does not come to an end");
+    }
+
+    // Runs on a thread of its own: a call that hangs may have the token's lock, and then the driver waits for it.
+    void watch(const std::stop_token& stop)
+    {
+        for (; !stop.stop_requested(); Sleep(tick)) {
+            for (std::size_t i = 0; i < workers; ++i) {
+                const DWORD code = exitCode(processes_[i]);
+                if (code != STILL_ACTIVE && (code != 0 || board_.workers[i].finished != Stage::quiet))
+                    giveUp("Worker " + std::to_string(i + 1) + " ended with exit code " + std::to_string(code));
+                for (const ThreadLine& thread : board_.workers[i].threads)
+                    if (const ULONGLONG since = thread.since; since != 0 && since + patience < GetTickCount64())
+                        giveUp(std::string(calls[thread.call].name) + " hangs in worker " + std::to_string(i + 1));
             }
         }
     }
 
-    static ULONGLONG stillFor(ThreadBoard& thread, bool watched)
+    // Names all calls: one that hangs may be the victim of another.
+    [[noreturn]] void giveUp(std::string what)
     {
-        const ULONGLONG now = GetTickCount64();
-        if (!watched || thread.seenAt == 0 || thread.seenCount != thread.count) {
-            thread.seenAt = now;
-            thread.seenCount = thread.count;
-        }
-        return now - thread.seenAt;
+        what.append(" (token: ").append(stateAt(board_.moment).name).append("); the calls at that time: ");
+        for (std::size_t i = 0; i < workers; ++i)
+            for (const ThreadLine& thread : board_.workers[i].threads)
+                if (const ULONGLONG since = thread.since)
+                    what += std::string(calls[thread.call].name) + " in worker " + std::to_string(i + 1) + " for " +
+                            std::to_string(GetTickCount64() - since) + " ms, ";
+        what += "see build/soak/worker-*.txt, and repeat it under winedbg";
+        for (const File& process : processes_) TerminateProcess(process.get(), 1);
+        findings_.push_back(what);
+        std::_Exit(report(board_, folder_, findings_));
     }
 
-    bool somethingDied()
-    {
-        bool found = false;
-        for (std::size_t i = 0; i < workingProcesses; ++i) {
-            const auto code = exitCode(processes_[i]);
-            if (!code || (*code == 0 && board_->stage == Stage::over)) continue;
-            const std::string name = std::to_string(i + 1);
-            std::string what = "Process " + name + " ended with " + nameOfCode(static_cast<Code>(*code)) + ", its threads in";
-            for (std::size_t thread = 0; thread < threadsEach; ++thread) {
-                what += thread == 0 ? " " : ", ";
-                what += callOf(board_->processes[i].threads[thread]);
-            }
-            find(what.append(": see build/soak/process-").append(name).append(".txt, and repeat it under winedbg"));
-            found = true;
-        }
-        return found;
-    }
+    std::size_t below(std::size_t limit) { return random_() % limit; }
 
-    void judgeProcesses()
-    {
-        const auto& threads = board_->processes[workingProcesses - 1].threads;
-        if (std::ranges::all_of(threads, [](const ThreadBoard& thread) { return thread.unloadings == 0; }))
-            find("The module was never unloaded: soak for longer, or look who keeps it");
-        // Each of the soak's own threads and locks gets an event, and keeps it, when it is fought over for the first time; the
-        // heaps' last few kilobytes are the system's.
-        constexpr bench::Holdings oursAndSystems{0, threadsEach + 2, 0, 8};
-        // Loaded, the heap is the module's to use; a thread of it is the monitor, with what it brings along.
-        constexpr std::ptrdiff_t anyNumber = std::numeric_limits<std::ptrdiff_t>::max();
-        constexpr bench::Holdings loaded{0, threadsEach + 2, 0, anyNumber}, modules{1, 6, 0, anyNumber};
-        for (std::size_t i = 0; i < workingProcesses; ++i) {
-            const ProcessBoard& process = board_->processes[i];
-            judgeHoldings(i, process.unloaded[1], process.unloaded[0], oursAndSystems,
-                          "after the second half than after the first");
-            if (!keepsModule(i)) continue;
-            judgeHoldings(i, process.loaded[1], process.loaded[0], loaded, "after the second half, with the module still loaded");
-            judgeHoldings(i, process.loaded[1], process.unloaded[1], modules, "with the module loaded than without");
-        }
-    }
-
-    void judgeHoldings(std::size_t process, const bench::Holdings& now, const bench::Holdings& then,
-                       const bench::Holdings& tolerated, const char* when)
-    {
-        for (std::size_t kind = 0; kind < now.size(); ++kind)
-            if (const auto more = now[kind] - then[kind]; more > tolerated[kind])
-                find("Process " + std::to_string(process + 1) + " holds " + std::to_string(more) + " more " +
-                     bench::holdingNames[kind] + " " + when + ": look for what is not released");
-    }
-
-    void judgeCoverage()
-    {
-        const Disturbances& done = weather_.disturbances();
-        for (std::size_t row = 1; row < std::size(calls); ++row)
-            if (timesDone(*board_, row) == 0)
-                find(std::string(calls[row].name) + " was never done: soak for longer, or look why");
-        for (std::size_t row = 1; row < allWeathers().size(); ++row)
-            if (done.weathers[row] == 0)
-                find(std::string("The token was never ") + allWeathers()[row].name + ": soak for longer");
-        if (done.deletions == 0) find("The log's folder was never deleted: soak for longer, or look who keeps it");
-        if (done.levels == 0) find("The log's level was never changed: soak for longer");
-    }
-
-    void tellProgress()
-    {
-        const ULONGLONG now = GetTickCount64();
-        if (!options_.progress || now - lastProgress_ < progressEvery) return;
-        lastProgress_ = now;
-        std::fprintf(stderr, "%llu s: %llu calls, the token is %s\n", (now - begin_) / 1000, callsOn(*board_),
-                     weatherNow(*board_).name);
-    }
-
-    static std::string callOf(const ThreadBoard& thread) { return std::string(calls[thread.call].name); }
-    void find(const std::string& what) { findings_.push_back(what); }
-
-    const Options& options_;
-    const std::wstring boardName_;
-    const SharedBoard board_;
-    WeatherMaker weather_;
-    const File job_ = jobOfOwn();
+    const std::filesystem::path folder_;
+    const std::wstring boardName_ = L"quelta-soak-" + std::to_wstring(GetCurrentProcessId());
+    Board& board_ = sharedBoard(boardName_);
+    std::mt19937 random_;
+    const StoredPin pins_[2] = {newPin(pins[0], attempts), newPin(pins[1], attempts)};
     std::vector<File> processes_;
-    int steps_ = 0;
+    std::uint32_t moments_ = 0;
+    unsigned next_ = 0;
     std::vector<std::string> findings_;
-    const ULONGLONG begin_ = GetTickCount64();
-    ULONGLONG lastProgress_ = begin_;
 };
 
 } // namespace
 
-int drive(const Options& options)
+Board& sharedBoard(const std::wstring& name)
 {
-    // The working processes inherit it: their logs are in a folder of the soak's own, which is deleted under them.
-    for (const wchar_t* name : {L"TMP", L"TEMP"}) SetEnvironmentVariableW(name, options.folder.c_str());
-    std::fprintf(stderr, "seed %lu\n", static_cast<unsigned long>(options.seed));
-    return Driver(options).run();
+    const HANDLE mapping = CreateFileMappingW(INVALID_HANDLE_VALUE, nullptr, PAGE_READWRITE, 0, sizeof(Board), name.c_str());
+    void* const board = MapViewOfFile(mapping, FILE_MAP_ALL_ACCESS, 0, 0, sizeof(Board));
+    if (!board) throw std::runtime_error("no shared memory: Windows error " + std::to_string(GetLastError()));
+    return *static_cast<Board*>(board);
+}
+
+int drive(const std::filesystem::path& folder, double minutes, std::uint32_t seed)
+{
+    // The workers inherit it: their logs are in a folder of the soak's own, which is deleted under them.
+    for (const wchar_t* name : {L"TMP", L"TEMP"}) SetEnvironmentVariableW(name, folder.c_str());
+    return Driver(folder, minutes, seed).run();
 }
 
 } // namespace quelta::soak

@@ -1,124 +1,56 @@
-#include "soak/report.h"
+#include "soak/soak.h"
 
-#include "soak/thread.h"
-#include "soak/weather.h"
-
-#include <iomanip>
+#include <cstdio>
+#include <fstream>
 #include <map>
-#include <sstream>
+#include <numeric>
 
 namespace quelta::soak {
 
-using Json = nlohmann::ordered_json;
-
 namespace {
 
-std::vector<const ThreadBoard*> threadsOn(const Board& board)
+void addWhatWasNeverDone(const Board& board, std::vector<std::string>& findings)
 {
-    std::vector<const ThreadBoard*> all{&board.driver};
-    for (const auto& process : board.processes)
-        for (const auto& thread : process.threads) all.push_back(&thread);
-    return all;
+    const auto require = [&](bool happened, std::string_view what) {
+        if (!happened) findings.push_back(std::string(what) + ": never in this run. Soak for longer, or look why");
+    };
+    for (std::size_t row = 0; row < std::size(calls); ++row)
+        require(board.done[row] != 0 || calls[row].least == more, calls[row].name);
+    for (std::size_t row = signedOn; row < std::size(states); ++row) require(board.changes[row] != 0, states[row].name);
+    require(board.unloadings != 0, "The module unloaded");
 }
 
-template <class Value>
-std::uint64_t sum(const Board& board, Value value)
+void addWorkersFindings(const std::filesystem::path& folder, std::vector<std::string>& findings)
 {
-    std::uint64_t total = 0;
-    for (const ThreadBoard* thread : threadsOn(board)) total += value(*thread);
-    return total;
-}
-
-Json outcomesOf(const Board& board, std::size_t row)
-{
-    Json refused = Json::object();
-    for (std::size_t i = 0; i < mostRefusals; ++i) {
-        const auto times = sum(board, [=](const auto& thread) { return thread.outcomes[row].refused[i]; });
-        if (times > 0) refused[nameOfCode(calls[row].refusals[i].code)] = times;
+    constexpr std::string_view mark = "WRONG: ";
+    for (std::size_t worker = 1; worker <= workers; ++worker) {
+        std::ifstream output(folder / ("worker-" + std::to_string(worker) + ".txt"));
+        for (std::string line; std::getline(output, line);)
+            if (line.starts_with(mark)) findings.push_back(line.substr(mark.size()));
     }
-    return {{"done", timesDone(board, row)}, {"refused", refused}};
-}
-
-Json halves(const bench::Holdings (&holdings)[2])
-{
-    Json all;
-    for (std::size_t kind = 0; kind < holdings[0].size(); ++kind)
-        all[bench::holdingNames[kind]] = {holdings[0][kind], holdings[1][kind]};
-    return all;
-}
-
-Json findingsOn(const Board& board, const std::vector<std::string>& own)
-{
-    std::map<std::string, std::uint64_t> times;
-    for (const auto& finding : own) ++times[finding];
-    for (const ThreadBoard* thread : threadsOn(board))
-        for (const Finding& finding : thread->findings)
-            if (finding.times > 0) times[finding.text] += finding.times;
-    Json findings = Json::array();
-    for (const auto& [text, count] : times) findings.push_back({{"what", text}, {"times", count}});
-    return findings;
 }
 
 } // namespace
 
-Json summary(const Board& board, const Options& options, const Disturbances& disturbances,
-             const std::vector<std::string>& findings)
+int report(const Board& board, const std::filesystem::path& folder, std::vector<std::string> findings)
 {
-    Json all{{"minutes", options.minutes}, {"seed", options.seed}};
-    for (std::size_t row = 1; row < std::size(calls); ++row) all["calls"][std::string(calls[row].name)] = outcomesOf(board, row);
-    all["signatures"] = sum(board, [](const auto& thread) { return thread.signatures; });
-    all["decryptions"] = sum(board, [](const auto& thread) { return thread.decryptions; });
-    all["windows"] = sum(board, [](const auto& thread) { return thread.dialogs; });
-    all["unloadings"] = sum(board, [](const auto& thread) { return thread.unloadings; });
-    all["log"] = {{"folder deleted", disturbances.deletions}, {"level changed", disturbances.levels}};
-    for (std::size_t row = 1; row < allWeathers().size(); ++row)
-        all["token"][allWeathers()[row].name] = disturbances.weathers[row];
-    for (const auto& process : board.processes) {
-        all["holdings"].push_back(halves(process.unloaded));
-        all["with the module"].push_back(halves(process.loaded));
-    }
-    all["findings"] = findingsOn(board, findings);
-    all["held"] = all["findings"].empty();
-    return all;
-}
-
-std::string table(const Json& all)
-{
-    constexpr int nameWidth = 40, countWidth = 9;
-    std::ostringstream text;
-    for (const auto& [name, outcomes] : all["calls"].items()) {
-        text << std::left << std::setw(nameWidth) << name << std::right << std::setw(countWidth) << outcomes["done"].dump();
-        for (const auto& [code, times] : outcomes["refused"].items()) text << "  " << code << " " << times;
-        text << "\n";
-    }
-    text << "\nsignatures " << all["signatures"] << ", each verified by bcrypt; decrypted " << all["decryptions"] << "; windows "
-         << all["windows"] << "; module unloaded " << all["unloadings"] << " times\nthe token was";
-    for (const auto& [name, times] : all["token"].items()) text << " " << name << " " << times << ";";
-    for (const auto& [what, times] : all["log"].items()) text << " log " << what << " " << times << ";";
-    text << "\neach process held after the first half and the second (TLS slots: those free, below zero), at last with the "
-            "module:\n";
-    for (const char* when : {"holdings", "with the module"}) {
-        for (const auto& process : all[when]) {
-            if (process["threads"][0] == 0) continue;
-            for (const auto& [kind, halves] : process.items()) text << "  " << kind << " " << halves[0] << " " << halves[1];
-            text << "\n";
-        }
-    }
-    const std::string again = "./soak.sh " + all["minutes"].dump() + " --seed " + all["seed"].dump();
-    for (const auto& finding : all["findings"])
-        text << "WRONG, " << finding["times"] << " times: " << finding["what"].get<std::string>() << "; again: " << again << "\n";
-    text << (all["held"] ? "everything held; the same again: " : "not everything held; again: ") << again << "\n";
-    return text.str();
-}
-
-std::uint64_t timesDone(const Board& board, std::size_t call)
-{
-    return sum(board, [=](const auto& thread) { return thread.outcomes[call].done; });
-}
-
-unsigned long long callsOn(const Board& board)
-{
-    return sum(board, [](const auto& thread) { return thread.count.load(); });
+    // In a shorter run chance may leave something out.
+    if (board.minutes >= 1 && findings.empty()) addWhatWasNeverDone(board, findings);
+    addWorkersFindings(folder, findings);
+    const auto sum = [](const auto& counts) { return std::accumulate(std::begin(counts), std::end(counts), 0ULL); };
+    std::printf("%llu calls done, %llu refused; %llu signatures verified, %llu texts compared, %llu windows worked, the module "
+                "unloaded %llu times\nThe token was",
+                sum(board.done), sum(board.refused), board.signatures.load(), board.decryptions.load(), board.windows.load(),
+                board.unloadings.load());
+    for (std::size_t row = signedOn; row < std::size(states); ++row)
+        std::printf(" %s %u times%s", states[row].name, board.changes[row].load(), row + 1 < std::size(states) ? "," : "\n");
+    std::map<std::string, unsigned> times;
+    for (const auto& finding : findings) ++times[finding];
+    for (const auto& [finding, count] : times) std::printf("WRONG, %u times: %s\n", count, finding.c_str());
+    std::printf("%s; again: ./soak.sh %g --seed %lu\n", times.empty() ? "Everything held" : "Not everything held", board.minutes,
+                static_cast<unsigned long>(board.seed));
+    std::fflush(stdout);
+    return times.empty() ? 0 : 1;
 }
 
 } // namespace quelta::soak

@@ -1,112 +1,139 @@
-#include "soak/dialogs.h"
-#include "soak/jobs.h"
+#include "soak/session.h"
 #include "soak/soak.h"
-#include "soak/soak_user.h"
+#include "support/holdings.h"
 
 #include <cstdio>
+#include <functional>
 
 namespace quelta::soak {
 
+using test::Holdings;
+
 namespace {
+
+constexpr const char moduleName[] = "QueltaCSP.dll";
 
 bool moduleIsLoaded()
 {
     return GetModuleHandleA(moduleName) != nullptr;
 }
 
-void workThrough(Thread& thread, Stage half, const Known& known, bool moduleStays)
-try {
-    constexpr ULONGLONG lifetime = 1500;
-    const ULONGLONG end = GetTickCount64() + lifetime;
-    while (thread.board.stage == half && GetTickCount64() < end) {
-        thread.oneIn(2) ? useCryptoApi(thread, known) : useKeyStorage(thread, known);
-        Sleep(static_cast<DWORD>(thread.below(moduleStays ? 20 : 200)));
-        if (!moduleIsLoaded()) ++thread.own.unloadings;
-    }
-} catch (const std::exception& error) {
-    thread.find(std::string("A thread of the soak's own ended: ") + error.what());
+// Otherwise Wine would start a debugger and show a window, and the process would wait for both.
+LONG WINAPI endAtCrash(EXCEPTION_POINTERS* crash)
+{
+    const EXCEPTION_RECORD& record = *crash->ExceptionRecord;
+    std::printf("exception %08lX at %p; the module stands at %p\n", record.ExceptionCode, record.ExceptionAddress,
+                static_cast<void*>(GetModuleHandleA(moduleName)));
+    std::fflush(stdout);
+    TerminateProcess(GetCurrentProcess(), record.ExceptionCode);
+    return EXCEPTION_CONTINUE_SEARCH;
 }
 
-// Between two of these nothing may take the watchdog's patience.
-void rest(Thread& thread)
+// Looks until no more than `most` is held, at most `tries` times. Idle threads of the process's pool end by themselves after some
+// seconds.
+Holdings leastHoldings(const Holdings& most, int tries)
 {
-    Sleep(20);
-    ++thread.own.count;
-}
-
-// One thread after the other, so that what each leaves behind adds up.
-void workInTurns(Board& board, std::size_t process, std::size_t row, Stage half, const Known& known)
-{
-    auto number = (static_cast<std::size_t>(half) * workingProcesses + process) * threadsEach + row;
-    for (; board.stage == half; number += 1000) {
-        const std::jthread next([&] {
-            Thread thread(board, board.processes[process].threads[row], static_cast<std::uint32_t>(board.seed + number));
-            workThrough(thread, half, known, keepsModule(process));
-        });
-    }
-}
-
-// Idle threads of the process's pool leave by themselves after some seconds, and take along what is theirs.
-bench::Holdings settledHoldings()
-{
-    bench::Holdings least = bench::holdings();
-    for (int tries = 0; tries < 14; ++tries) {
+    Holdings least = test::holdings();
+    for (; tries > 0 && !test::nothingMore(least, most); --tries) {
         Sleep(500);
-        std::ranges::transform(least, bench::holdings(), least.begin(), [](auto a, auto b) { return std::min(a, b); });
+        std::ranges::transform(least, test::holdings(), least.begin(), [](auto a, auto b) { return std::min(a, b); });
     }
     return least;
 }
 
-void workHalf(Thread& main, std::size_t process, Stage half, const Known& known)
+// The first time it only keeps in `before` what is held.
+void compareHoldings(Holdings& before, const Holdings& tolerated, const std::string& when)
 {
-    Board& board = main.board;
-    ProcessBoard& own = board.processes[process];
-    const int count = half == Stage::firstHalf ? 0 : 1;
-    const HMODULE kept = keepsModule(process) ? LoadLibraryA(moduleName) : nullptr;
-    std::vector<std::jthread> threads;
-    for (std::size_t row = 0; row < (kept ? threadsEach : threadsEach / 2); ++row)
-        threads.emplace_back([&, row] { workInTurns(board, process, row, half, known); });
-    while (board.stage == half) rest(main);
-    threads.clear();
-    if (kept) {
-        own.loaded[count] = settledHoldings();
-        main.ask("FreeLibrary", [&] { return FreeLibrary(kept); });
+    const bool first = before == Holdings{};
+    Holdings most{};
+    std::ranges::transform(before, tolerated, most.begin(), std::plus());
+    const Holdings now = leastHoldings(most, first ? 14 : 60);
+    for (std::size_t kind = 0; kind < now.size(); ++kind) {
+        const std::string held = std::to_string(now[kind]) + " " + test::holdingNames[kind] + " " + when;
+        std::printf("%s\n", held.c_str());
+        if (!first && now[kind] > most[kind])
+            find("A worker holds " + held + " after the second round, " + std::to_string(before[kind]) +
+                 " after the first: look for what is not released");
     }
-    if (moduleIsLoaded()) main.find("The module stays loaded although everything was released");
-    own.unloaded[count] = settledHoldings();
+    before = now;
 }
 
-// In place of a debugger or a window, for which the process would wait.
-LONG WINAPI endAtCrash(EXCEPTION_POINTERS* crash)
-{
-    const auto& [code, flags, inner, address, count, details] = *crash->ExceptionRecord;
-    std::fprintf(stderr, "exception %08lX at %p; the module stands at %p\n", code, address,
-                 static_cast<void*>(GetModuleHandleA(moduleName)));
-    std::fflush(stderr);
-    TerminateProcess(GetCurrentProcess(), code);
-    return EXCEPTION_CONTINUE_SEARCH;
-}
+class Worker {
+public:
+    Worker(Board& board, std::size_t number) : board_(board), line_(board.workers[number]), number_(number) {}
+
+    void run()
+    {
+        for (const Stage round : {Stage::firstRound, Stage::secondRound}) {
+            await(round);
+            workRound(round);
+            line_.finished = round;
+        }
+        await(Stage::quiet);
+        Caller caller(board_, line_.threads[threadsEach], board_.seed);
+        enterWrongPins(caller);
+        line_.finished = Stage::quiet;
+    }
+
+private:
+    void await(Stage stage) const
+    {
+        while (board_.stage < stage) Sleep(20);
+    }
+
+    void workRound(Stage round)
+    {
+        // In the last process nobody keeps the module: it is loaded and unloaded again and again.
+        const HMODULE kept = number_ + 1 < workers ? LoadLibraryA(moduleName) : nullptr;
+        std::vector<std::jthread> threads;
+        for (std::size_t i = 0; i < (kept ? threadsEach : threadsEach / 2); ++i)
+            threads.emplace_back([this, round, i, kept] { workInSessions(round, i, kept ? 20 : 200); });
+        threads.clear();
+        // A few handles are events of the soak's own locks. A few kilobytes are the system's, more are the loaded module's.
+        if (kept) {
+            compareHoldings(loaded_, {0, 8, 0, 64}, "with the module loaded");
+            Caller(board_, line_.threads[threadsEach], 0).ask("FreeLibrary", [&] { return FreeLibrary(kept); });
+        }
+        if (moduleIsLoaded()) find("The module stays loaded although everything was released");
+        compareHoldings(unloaded_, {0, 8, 0, 16}, "with the module unloaded");
+    }
+
+    // Each session has a thread of its own, so that what a thread leaves behind adds up.
+    void workInSessions(Stage round, std::size_t row, DWORD longestPause)
+    {
+        std::mt19937 random(static_cast<unsigned>(board_.seed + 1000 * number_ + 10 * row) + static_cast<unsigned>(round));
+        while (board_.stage == round) {
+            std::jthread([&, seed = random()] { workOnce(row, seed); }).join();
+            Sleep(random() % longestPause);
+            if (!moduleIsLoaded()) ++board_.unloadings;
+        }
+    }
+
+    void workOnce(std::size_t row, std::uint32_t seed)
+    try {
+        Caller caller(board_, line_.threads[row], seed);
+        useInterface(caller);
+    } catch (const std::exception& error) {
+        find(std::string("A thread of the soak's own ended: ") + error.what());
+    }
+
+    Board& board_;
+    WorkerLine& line_;
+    const std::size_t number_;
+    Holdings loaded_{}, unloaded_{};
+};
 
 } // namespace
 
-void work(const std::wstring& name, std::size_t process)
+void work(const std::wstring& name, std::size_t number)
 {
     SetUnhandledExceptionFilter(endAtCrash);
-    const SharedBoard board(name, false);
-    ProcessBoard& own = board->processes[process];
-    Thread thread(*board, own.threads[mainThread], board->seed);
-    const Known known = readKnown();
-    const SoakUser user(*board, process);
-    const auto reach = [&](Stage stage) {
-        ++own.stepsDone;
-        while (board->stage < stage) rest(thread);
-    };
-    for (const Stage half : {Stage::firstHalf, Stage::secondHalf}) {
-        reach(half);
-        workHalf(thread, process, half, known);
-    }
-    playLastAct(thread, known, process, reach);
-    reach(Stage::over);
+    const std::filesystem::path folder = _wgetenv(L"TMP");
+    _wfreopen((folder / ("worker-" + std::to_string(number + 1) + ".txt")).c_str(), L"w", stdout);
+    readToken();
+    Board& board = sharedBoard(name);
+    const std::jthread user = startUser(board);
+    Worker(board, number).run();
 }
 
 } // namespace quelta::soak

@@ -4,6 +4,7 @@
 #include "support/child_process.h"
 #include "support/test_bytes.h"
 
+#include <cstdlib>
 #include <stdexcept>
 
 namespace quelta::test {
@@ -37,20 +38,22 @@ CryptoApi::CryptoApi(const std::string& label)
 CryptHash CryptoApi::hash(ALG_ID algorithm, ByteView data) const
 {
     CryptHash hash = made<CryptHash>(CryptCreateHash, get(), algorithm, 0, 0);
-    CryptHashData(hash.get(), data.data(), sizeOf(data), 0);
+    if (!hash || !CryptHashData(hash.get(), data.data(), sizeOf(data), 0)) return {};
     return hash;
 }
 
 Bytes CryptoApi::sign(ALG_ID algorithm, ByteView data) const
 {
     const CryptHash made = hash(algorithm, data);
+    if (!made) return {};
     return filled([&](BYTE* into, DWORD* size) { return CryptSignHashA(made.get(), AT_SIGNATURE, nullptr, 0, into, size); });
 }
 
 DWORD CryptoApi::verify(ALG_ID algorithm, ByteView data, ByteView signature, const CryptKey& key) const
 {
     const CryptHash made = hash(algorithm, data);
-    return CryptVerifySignatureA(made.get(), signature.data(), sizeOf(signature), key.get(), nullptr, 0) ? 0 : GetLastError();
+    return made && CryptVerifySignatureA(made.get(), signature.data(), sizeOf(signature), key.get(), nullptr, 0) ? 0
+                                                                                                                 : GetLastError();
 }
 
 Bytes CryptoApi::encrypt(const CryptKey& key, ByteView plain, DWORD flags)
@@ -97,12 +100,19 @@ StoredKey KeyStorage::import(const wchar_t* blobType, ByteView blob, NCRYPT_KEY_
     return {*this, key, status};
 }
 
+// FreeBuffer releases a block, and not what it points to: names come from the C runtime, and so does the list that follows the
+// index in the state. They are released here, so that a process can be asked what it holds.
 std::vector<std::wstring> KeyStorage::names() const
 {
     std::vector<std::wstring> found;
     NCryptKeyName* name = nullptr;
     PVOID state = nullptr;
-    for (; !table_->EnumKeys(provider_, nullptr, &name, &state, 0); table_->FreeBuffer(name)) found.emplace_back(name->pszName);
+    for (; !table_->EnumKeys(provider_, nullptr, &name, &state, 0); table_->FreeBuffer(name)) {
+        found.emplace_back(name->pszName);
+        std::free(name->pszName);
+        std::free(name->pszAlgid);
+    }
+    if (state) std::free(static_cast<void**>(state)[1]);
     table_->FreeBuffer(state);
     return found;
 }

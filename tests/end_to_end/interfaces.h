@@ -1,5 +1,5 @@
 // Both interfaces as an application calls them: CryptoAPI through advapi32, key storage through the module's table. What is
-// refused leaves an empty value, and a status or last error.
+// refused leaves an empty value, and a status or last error: of key storage's outputs the status is the last error, too.
 #pragma once
 
 #include "base/bytes.h"
@@ -80,6 +80,9 @@ class KeyStorage;
 class StoredKey {
 public:
     StoredKey(const KeyStorage& storage, NCRYPT_KEY_HANDLE handle, SECURITY_STATUS status);
+    StoredKey(StoredKey&& other) noexcept
+        : table_(other.table_), provider_(other.provider_), handle_(std::exchange(other.handle_, 0)), status_(other.status_)
+    {}
     StoredKey(const StoredKey&) = delete;
     StoredKey& operator=(const StoredKey&) = delete;
     ~StoredKey() { call(&Table::FreeKey); }
@@ -99,9 +102,9 @@ public:
         return call(&Table::SetKeyProperty, name, dataOf(value), sizeOf(value), 0);
     }
     Bytes exported(const wchar_t* type) const { return output(&Table::ExportKey, 0, 0, type, nullptr); }
-    Bytes sign(ByteView hash) const
+    Bytes sign(ByteView hash, DWORD flags = 0) const
     {
-        return output(&Table::SignHash, NCRYPT_PAD_PKCS1_FLAG, nullptr, dataOf(hash), sizeOf(hash));
+        return output(&Table::SignHash, flags | NCRYPT_PAD_PKCS1_FLAG, nullptr, dataOf(hash), sizeOf(hash));
     }
     SECURITY_STATUS verify(ByteView hash, ByteView signature) const
     {
@@ -121,7 +124,11 @@ private:
     template <class Slot, class... Arguments>
     Bytes output(Slot slot, DWORD flags, Arguments... arguments) const
     {
-        return filled([&](BYTE* into, DWORD* size) { return !call(slot, arguments..., into, *size, size, flags); });
+        return filled([&](BYTE* into, DWORD* size) {
+            const SECURITY_STATUS status = call(slot, arguments..., into, *size, size, flags);
+            if (status) SetLastError(static_cast<DWORD>(status));
+            return !status;
+        });
     }
 
     const Table& table_;

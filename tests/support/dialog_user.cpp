@@ -6,8 +6,6 @@
 
 namespace quelta::test {
 
-using namespace bench;
-
 // Asleep by turns in place of waiting: a condition variable of this runtime was seen to miss its wake-up under Wine.
 DialogUser::DialogUser()
     : thread_([this](const std::stop_token& stop) {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "soak/dialogs.h"
+#include "support/dialogs.h"
 
 #include <atomic>
 #include <deque>
@@ -12,9 +12,6 @@
 #include <vector>
 
 namespace quelta::test {
-
-using bench::PinDialog;
-using bench::visiblePinDialogs;
 
 // Sits before the screen while a test runs: meets the windows of this process in the order that it was told, and with what it was
 // told. A window that it was not told of, a message with another text and a window that never came are failures of the test.

@@ -1,6 +1,6 @@
 #include "end_to_end/interfaces.h"
-#include "soak/holdings.h"
 #include "support/child_process.h"
+#include "support/holdings.h"
 #include "support/log_folder.h"
 #include "support/machine_registry.h"
 #include "support/test_bytes.h"
@@ -10,8 +10,6 @@
 #include <cstdlib>
 
 namespace quelta::test {
-
-using namespace bench;
 
 // Each in a process of its own.
 class Unloading : public ::testing::TestWithParam<const char*> {};

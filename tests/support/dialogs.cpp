@@ -1,11 +1,11 @@
-#include "soak/dialogs.h"
+#include "support/dialogs.h"
 
 #include "resources/resource_ids.h"
 
 #include <array>
 #include <string_view>
 
-namespace quelta::bench {
+namespace quelta::test {
 
 namespace {
 
@@ -106,4 +106,4 @@ std::vector<PinDialog> visiblePinDialogs()
     return dialogs;
 }
 
-} // namespace quelta::bench
+} // namespace quelta::test

@@ -1,4 +1,4 @@
-#include "soak/holdings.h"
+#include "support/holdings.h"
 
 #include "base/windows_objects.h"
 
@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <vector>
 
-namespace quelta::bench {
+namespace quelta::test {
 
 namespace {
 
@@ -83,4 +83,4 @@ Holdings holdings()
     return {threadsOfProcess(), handlesOfProcess(), -freeTlsSlots(), heapBytesOfProcess() / 1024};
 }
 
-} // namespace quelta::bench
+} // namespace quelta::test

@@ -1,10 +1,10 @@
-// What a process holds, and would lose to a module that leaves something behind: for the soak and for tests.
+// What a process holds, and would lose to a module that leaves something behind: for tests and for the soak.
 #pragma once
 
 #include <array>
 #include <cstddef>
 
-namespace quelta::bench {
+namespace quelta::test {
 
 // Of TLS slots, those that are still free, below zero.
 using Holdings = std::array<std::ptrdiff_t, 4>;
@@ -20,4 +20,4 @@ inline bool nothingMore(const Holdings& now, const Holdings& before)
     return true;
 }
 
-} // namespace quelta::bench
+} // namespace quelta::test

@@ -1,4 +1,4 @@
-// The dialogs of this process as a user sees and works them, from within the process: for the soak and for tests.
+// The dialogs of this process as a user sees and works them, from within the process: for tests and for the soak.
 #pragma once
 
 #include <windows.h>
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace quelta::bench {
+namespace quelta::test {
 
 inline constexpr const char pinCaption[] = "Verify User Pin";
 inline constexpr const char messageCaption[] = "Quelta";
@@ -50,4 +50,4 @@ private:
 // Those that are on the screen now.
 std::vector<PinDialog> visiblePinDialogs();
 
-} // namespace quelta::bench
+} // namespace quelta::test
