@@ -1,4 +1,4 @@
-#include "base/hex.h"
+#include "common/hex.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "crypto/rsa.h"
