@@ -9,10 +9,6 @@ namespace quelta::test {
 
 // `count` bytes that count up from `first`.
 Bytes counting(std::size_t count, unsigned char first = 1);
-inline Bytes reversed(ByteView bytes)
-{
-    return {bytes.rbegin(), bytes.rend()};
-}
 Bytes littleEndian(std::initializer_list<std::uint32_t> words);
 // With the terminating zero.
 Bytes bytesOfText(std::string_view text);
