@@ -179,8 +179,9 @@ make_prefix() {
 
 choose_prefix() {
     export WINEPREFIX=$prefix WINEARCH=win64 WINEDEBUG=-all
-    # Neither .NET nor a browser engine, and no menu entries in the user's desktop.
-    export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d"
+    # Neither .NET nor a browser engine, and no menu entries in the user's desktop. No debugger either: Wine starts one for a program
+    # that crashes, and it waits, so that the crash looks like a hang.
+    export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d"
 }
 
 prepare_prefix() {
