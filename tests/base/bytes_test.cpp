@@ -1,5 +1,6 @@
 #include "base/wipe.h"
 #include "common/hex.h"
+#include "common/text.h"
 
 #include <gmock/gmock.h>
 
@@ -19,6 +20,13 @@ TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
         EXPECT_EQ(fromHex(text), std::nullopt) << text;
 }
 
+// The PIN of one user must not be taken for the PIN of another.
+TEST(CodePage, GivesNoSimilarLetterForOneThatItLacks)
+{
+    EXPECT_EQ(toCodePage(L"A1"), "A1");
+    EXPECT_EQ(toCodePage(L"\u0100"), std::nullopt) << "which has a macron in place of A";
+}
+
 TEST(Wiped, LeavesZerosWhenItGoes)
 {
     using Record = std::array<unsigned char, 8>;
@@ -28,13 +36,16 @@ TEST(Wiped, LeavesZerosWhenItGoes)
 }
 
 // A text this short is kept in the string itself, which a move copies.
-TEST(Wiped, LeavesNothingBehindWhenItIsMoved)
+TEST(Wiped, LeavesNothingBehindWhenItIsMovedOrAssigned)
 {
     Wiped<std::string> pin("24680");
     const char* const before = pin->data();
-    const Wiped<std::string> moved(std::move(pin));
+    Wiped<std::string> moved(std::move(pin));
     EXPECT_EQ(*moved, "24680");
     EXPECT_THAT(std::span(before, 5), Each('\0'));
+    moved = Wiped<std::string>("1");
+    EXPECT_EQ(*moved, "1");
+    EXPECT_THAT(std::span(moved->data() + 1, 4), Each('\0'));
 }
 
 TEST(Wiped, WipesTheEndOfALongerValueToo)

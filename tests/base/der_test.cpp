@@ -31,6 +31,8 @@ TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
     const Bytes signature{0x30, 11, 2, 2, 5, 0, 2, 5, 0, 0xFF, 1, 2, 3};
     EXPECT_EQ(ecdsaSignature(halves), signature);
     EXPECT_EQ(ecdsaHalves(signature, 4), halves);
+    EXPECT_FALSE(ecdsaHalves(concat({signature, null()}), 4)) << "with bytes behind it";
+    EXPECT_FALSE(ecdsaHalves(sequence({smallInteger(1), smallInteger(2), null()}), 4)) << "or behind its numbers";
 }
 
 // What it refuses, and that it never leaves its bytes, the fuzzer sees with its seeds.
