@@ -3,6 +3,7 @@
 #include "support/log_folder.h"
 #include "support/machine_registry.h"
 
+#include "base/windows_objects.h"
 #include "log/log_writer.h"
 #include "log/utils.h"
 
@@ -74,6 +75,18 @@ TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
     EXPECT_THAT(path, ::testing::Each('\0'));
 }
 
+// Others may do with it what they like, if they share it.
+TEST_F(LogWriter, LineIsWrittenWhileOthersHaveTheFileOpen)
+{
+    constexpr DWORD everything = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
+    File others = fileOf(CreateFileW(log.file().c_str(), GENERIC_READ | GENERIC_WRITE | DELETE, everything, nullptr, CREATE_NEW,
+                                     FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(others);
+    logDebug("of both");
+    others.reset();
+    EXPECT_THAT(log.takeLines(), ElementsAre(debug("of both")));
+}
+
 // One allocation after the other is refused.
 TEST_F(LogWriter, LineThatFindsNoMemoryIsOnlyLost)
 {
@@ -91,6 +104,8 @@ TEST_F(LogWriter, LineThatFindsNoMemoryIsOnlyLost)
     EXPECT_THAT(printed,
                 ElementsAre("", "Exception in Create Log Folder: std::bad_alloc\n",
                             "Exception in getProcessName(): std::bad_alloc\n", "Exception in write log : std::bad_alloc\n"));
+    EXPECT_TRUE(std::filesystem::exists(log / "Oskvar" / "QueltaKey Interface" / log.file().filename()))
+        << "where a line goes whose process has no name";
     log.forget();
     logDebug("next");
     EXPECT_THAT(log.takeLines(), ElementsAre(debug("next")));
