@@ -6,6 +6,18 @@
 
 namespace quelta::test {
 
+namespace {
+
+int visibleButtons(HWND box)
+{
+    int count = 0;
+    for (HWND button = nullptr; (button = FindWindowExA(box, button, "Button", nullptr)) != nullptr;)
+        count += IsWindowVisible(button) ? 1 : 0;
+    return count;
+}
+
+} // namespace
+
 // Asleep by turns in place of waiting: a condition variable of this runtime was seen to miss its wake-up under Wine.
 DialogUser::DialogUser()
     : thread_([this](const std::stop_token& stop) {
@@ -43,6 +55,8 @@ void DialogUser::acknowledges(std::optional<std::string> text)
     expect({messageCaption, "OK", [this, text = std::move(text)](HWND window) {
                 const std::string shown = messageOf(window);
                 if (text && shown != *text) note("The message box says \"" + shown + "\" in place of \"" + *text + "\"");
+                // The only kind with one button is the one with OK.
+                if (visibleButtons(window) != 1) note("The message box \"" + shown + "\" has other buttons than OK");
                 PostMessageA(window, WM_COMMAND, IDOK, 0);
             }});
 }

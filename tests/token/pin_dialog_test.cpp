@@ -1,3 +1,4 @@
+#include "support/heap.h"
 #include "support/module_test.h"
 
 #include "csp/context.h"
@@ -26,6 +27,25 @@ PinDialog otherDialogThan(PinDialog known)
     ADD_FAILURE() << "there is no second dialog";
     return known;
 }
+
+using Edges = std::array<LONG, 4>;
+
+Edges edgesOf(const RECT& rectangle)
+{
+    return {rectangle.left, rectangle.top, rectangle.right, rectangle.bottom};
+}
+
+// Left, top, width and height in dialog units.
+struct Place {
+    LONG left, top, width, height;
+
+    Edges inPixels(HWND dialog) const
+    {
+        RECT each{left, top, width, height};
+        MapDialogRect(dialog, &each);
+        return {each.left, each.top, each.left + each.right, each.top + each.bottom};
+    }
+};
 
 std::string givenPin()
 {
@@ -83,6 +103,19 @@ TEST_F(PinDialogWindow, OnlyLoginGivesTheText)
     }
 }
 
+TEST_F(PinDialogWindow, LoginNeedsNoMemory)
+{
+    heap();
+    const std::string pin = "longer than what a string keeps inside itself";
+    EXPECT_EQ(textAfter([&pin](PinDialog dialog) {
+                  dialog.type(pin);
+                  heap().left = 0;
+                  dialog.pressLogin();
+              }),
+              pin);
+    EXPECT_TRUE(heap().refused) << "the line of the log that follows has found none";
+}
+
 TEST_F(PinDialogWindow, EnterIsNothingBeforeLoginIsAllowed)
 {
     EXPECT_EQ(textAfter([](PinDialog dialog) {
@@ -99,26 +132,35 @@ TEST_F(PinDialogWindow, EnterIsNothingBeforeLoginIsAllowed)
 TEST_F(PinDialogWindow, LooksAsDesigned)
 {
     textAfter([](PinDialog dialog) {
-        std::string texts;
-        for (HWND child = GetWindow(dialog.window(), GW_CHILD); child; child = GetWindow(child, GW_HWNDNEXT)) {
-            std::array<char, 64> text{};
-            GetWindowTextA(child, text.data(), static_cast<int>(text.size()));
-            texts += text.data() + std::string("|");
-        }
-        EXPECT_EQ(texts, "Please enter user pin to verify,|User Pin :||Login|Cancel|");
-        for (auto& [control, place] : {std::pair<HWND, RECT>{dialog.edit(), {65, 27, 65 + 111, 27 + 14}},
-                                       {dialog.loginButton(), {64, 50, 64 + 50, 50 + 14}},
-                                       {dialog.cancelButton(), {127, 50, 127 + 50, 50 + 14}}}) {
-            RECT expected = place;
-            MapDialogRect(dialog.window(), &expected);
+        const HWND window = dialog.window();
+        RECT screen{}, outside{}, inside{};
+        SystemParametersInfoA(SPI_GETWORKAREA, 0, &screen, 0);
+        GetWindowRect(window, &outside);
+        GetClientRect(window, &inside);
+        EXPECT_EQ(edgesOf(inside), (Place{0, 0, 200, 78}.inPixels(window)));
+        EXPECT_NEAR(outside.left + outside.right, screen.left + screen.right, 1);
+        EXPECT_NEAR(outside.top + outside.bottom, screen.top + screen.bottom, 1);
+        constexpr LONG_PTR style = WS_POPUP | WS_CAPTION | WS_SYSMENU;
+        EXPECT_EQ(GetWindowLongPtrA(window, GWL_STYLE) & style, style);
+        EXPECT_NE(GetWindowLongPtrA(window, GWL_EXSTYLE) & WS_EX_TOPMOST, 0) << "it must not be hidden";
+        EXPECT_EQ(GetWindow(window, GW_OWNER), nullptr);
+
+        HWND control = GetWindow(window, GW_CHILD);
+        for (const auto& [text, place] : {std::pair<std::string, Place>{"Please enter user pin to verify,", {12, 6, 163, 13}},
+                                          {"User Pin :", {12, 30, 42, 12}},
+                                          {"", {65, 27, 111, 14}},
+                                          {"Login", {64, 50, 50, 14}},
+                                          {"Cancel", {127, 50, 50, 14}}}) {
+            EXPECT_EQ(bench::textOf(control), text);
             RECT actual{};
             GetWindowRect(control, &actual);
-            MapWindowPoints(nullptr, dialog.window(), reinterpret_cast<POINT*>(&actual), 2);
-            EXPECT_TRUE(EqualRect(&expected, &actual)) << place.left << ", " << place.top;
+            MapWindowPoints(nullptr, window, reinterpret_cast<POINT*>(&actual), 2);
+            EXPECT_EQ(edgesOf(actual), place.inPixels(window)) << text;
+            control = GetWindow(control, GW_HWNDNEXT);
         }
-        EXPECT_NE(GetWindowLongPtrA(dialog.edit(), GWL_STYLE) & ES_PASSWORD, 0) << "the PIN must not be readable";
-        EXPECT_NE(GetWindowLongPtrA(dialog.window(), GWL_EXSTYLE) & WS_EX_TOPMOST, 0) << "nor the dialog be hidden";
-        EXPECT_EQ(GetWindow(dialog.window(), GW_OWNER), nullptr);
+        EXPECT_EQ(control, nullptr);
+        constexpr LONG_PTR hidden = ES_PASSWORD | ES_AUTOHSCROLL | WS_TABSTOP;
+        EXPECT_EQ(GetWindowLongPtrA(dialog.edit(), GWL_STYLE) & hidden, hidden);
         dialog.pressCancel();
     });
 }
