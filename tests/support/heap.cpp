@@ -2,8 +2,10 @@
 
 #include <malloc.h>
 
+#include <algorithm>
 #include <atomic>
 #include <stdexcept>
+#include <utility>
 
 // Where the addresses of the runtime's functions stand, through which all code of this executable calls them.
 extern "C" {
@@ -37,6 +39,11 @@ auto counted(std::size_t size, Make make) -> decltype(make())
     if (refuse) return nullptr;
     auto* const made = make();
     if (made) ++ofTest.live;
+    // What the watch makes itself is not watched.
+    if (auto* const watch = made ? std::exchange(ofTest.watch, nullptr) : nullptr) {
+        watch->made(made);
+        ofTest.watch = watch;
+    }
     return made;
 }
 
@@ -85,12 +92,28 @@ Heap& heap()
     return ofTest;
 }
 
+bool FreedMemory::beginsWithSecret(ByteView block) const
+{
+    const auto found = std::ranges::search(block, secret_);
+    return !found.empty() && found.begin() - block.begin() <= 1;
+}
+
+std::ptrdiff_t FreedMemory::heldFirst() const
+{
+    return std::ranges::count_if(live_, [this](ByteView block) { return beginsWithSecret(block); });
+}
+
+void FreedMemory::made(const void* block)
+{
+    live_.emplace_back(static_cast<const unsigned char*>(block), _msize(const_cast<void*>(block)));
+}
+
 void FreedMemory::look(ByteView block)
 {
     ++blocks;
-    const auto found = std::ranges::search(block, secret_);
-    if (!found.empty()) ++withSecret;
-    if (!found.empty() && found.begin() - block.begin() <= 1) ++withSecretFirst;
+    if (!std::ranges::search(block, secret_).empty()) ++withSecret;
+    if (beginsWithSecret(block)) ++withSecretFirst;
+    std::erase_if(live_, [&](ByteView known) { return known.data() == block.data(); });
 }
 
 } // namespace quelta::test

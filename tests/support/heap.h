@@ -4,6 +4,9 @@
 
 #include <windows.h>
 
+#include <cstddef>
+#include <vector>
+
 namespace quelta::test {
 
 class FreedMemory;
@@ -39,7 +42,7 @@ private:
     Heap& heap_ = heap();
 };
 
-// While it lives, every block that is freed is looked at first.
+// While it lives, every block that is freed is looked at first, and those that are made are known.
 class FreedMemory {
 public:
     explicit FreedMemory(ByteView secret) : secret_(secret) { heap_.watch = this; }
@@ -52,11 +55,18 @@ public:
     int withSecretFirst = 0;
     int withSecret = 0;
 
+    // How many blocks that were made meanwhile and still live hold the secret at their begin.
+    std::ptrdiff_t heldFirst() const;
+
+    void made(const void* block);
     void look(ByteView block);
 
 private:
+    bool beginsWithSecret(ByteView block) const;
+
     Heap& heap_ = heap();
     ByteView secret_;
+    std::vector<ByteView> live_;
 };
 
 } // namespace quelta::test

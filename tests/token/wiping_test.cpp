@@ -34,15 +34,33 @@ TEST_F(Wiping, PinGoesWithItsLastReader)
     }
 }
 
-// In the middle of its own texts the library keeps it.
-TEST_F(Wiping, TypedPinGoesWithThePrompt)
+// Typed into the dialog's control, whose own memory is the system's. The module's is searched: the blocks that its code has made on
+// the heap, and the thread's stack, both as bytes. The library keeps the PIN too, in the middle of its own texts.
+TEST_F(Wiping, TypedPinIsHeldOnceWhileItIsKeptAndNowhereBeforeAndAfter)
 {
-    token.pin = "24681357";
+    token.pin = "a PIN with more characters than a string keeps inside itself";
+    const ByteView secret = charactersOf(token.pin);
+    user.entersPin(token.pin + "7");
+    user.acknowledges();
     user.entersPin(token.pin);
-    const FreedMemory freed(charactersOf(token.pin));
+    const auto* const thread = reinterpret_cast<const NT_TIB*>(NtCurrentTeb());
+    const auto stackHoldsIt = [=] {
+        const ByteView stack(static_cast<const unsigned char*>(thread->StackLimit),
+                             static_cast<const unsigned char*>(thread->StackBase));
+        return !std::ranges::search(stack, secret).empty();
+    };
+    const FreedMemory memory(secret);
+    user.onWindow([&](const std::string& window) {
+        if (!window.starts_with("message")) return;
+        EXPECT_EQ(memory.heldFirst(), 0) << "it was refused";
+        EXPECT_FALSE(stackHoldsIt());
+    });
     EXPECT_TRUE(ensurePin(device, {.alreadyValidated = "", .askingForPin = "", .clockMismatch = "", .cancelled = ""}));
-    EXPECT_GT(freed.blocks, 0);
-    EXPECT_EQ(freed.withSecretFirst, 0);
+    EXPECT_EQ(memory.heldFirst(), 1);
+    EXPECT_FALSE(stackHoldsIt());
+    tokenState().pinCache.clear();
+    EXPECT_EQ(memory.heldFirst(), 0);
+    EXPECT_EQ(memory.withSecretFirst, 0);
 }
 
 } // namespace quelta::test
