@@ -69,11 +69,17 @@ openssl_verifies() {
     openssl cms -verify -binary -cades -inform DER -purpose any -CAfile "$shared/$1.root.pem" -in "$2" "${@:3}" 2>errors
 }
 
+# As openssl shows the algorithms of the signers: "sha384", "ecdsa-with-SHA384".
+hashes_named_in() {
+    openssl cms -cmsout -print -inform DER -in "$1" | sed -n '/signerInfos:/,$s/.*lgorithm: .*\(sha[0-9]*\).*/\L\1/Ip' | sort -u
+}
+
 # sign_and_verify PROVIDER KEY HASH
 sign_and_verify() {
     rm -f signature
     tool sign data -o signature --provider "$1" --key "$(id_of "$2")" --pin "$pin" --hash "$3"
     openssl_verifies "$2" signature -content data -out back || fail "openssl refuses the signature of $*: $(<errors)"
+    [[ $(hashes_named_in signature) == "$3" ]] || fail "the signature of $* names another hash"
     ! openssl_verifies "$2" signature -content changed -out back || fail "openssl accepts a changed file: $*"
     tool verify signature data --root "$shared/$2.root.pem"
     refuses verify signature changed --root "$shared/$2.root.pem"
@@ -101,7 +107,7 @@ refuses verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
 sign_and_verify csp rsa4096 sha512
 sign_and_verify ksp rsa2048 sha1
 sign_and_verify ksp rsa4096 sha384
-sign_and_verify ksp p256 sha256
+sign_and_verify ksp p256 sha384
 refuses sign data -o wrong-pin --key rsa2048 --pin 000000
 says "log says: .* failed"
 [[ ! -e wrong-pin ]] || fail "a refused signature leaves a file"
@@ -148,7 +154,7 @@ refuses decrypt damaged -o none --pin "$pin"
 [[ ! -e none ]] || fail "a refused message leaves a file"
 # A certificate that the key had before the one that is on the token.
 openssl req -x509 -key "$shared/rsa2048.pem" -subj "/CN=Formerly" -days 2 -out former.pem
-openssl cms -encrypt -binary -aes256 -in data -outform DER -out message -recip former.pem
+openssl cms -encrypt -binary -aes128 -in data -outform DER -out message -recip former.pem
 tool decrypt message -o back --pin "$pin"
 cmp back data
 
