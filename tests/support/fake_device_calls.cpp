@@ -22,12 +22,13 @@ const std::vector<std::string>& callNames()
     return names;
 }
 
-std::string asText(const char* text)
+// No copy: nothing of this library's begins with a PIN.
+std::string_view asText(const char* text)
 {
     if (!text) return "null";
     return *text ? text : "\"\"";
 }
-std::string asText(const std::string& text)
+std::string_view asText(const std::string& text)
 {
     return asText(text.c_str());
 }
@@ -55,7 +56,7 @@ template <class... Arguments>
 std::string callText(Call call, const void* context, const Arguments&... arguments)
 {
     std::string all;
-    ((all += (all.empty() ? "" : ", ") + asText(arguments)), ...);
+    ((all += all.empty() ? "" : ", ", all += asText(arguments)), ...);
     if (context) all += ", with a context";
     return callNames().at(static_cast<std::size_t>(call)) + "(" + all + ")";
 }

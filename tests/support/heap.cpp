@@ -3,9 +3,8 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <atomic>
+#include <array>
 #include <stdexcept>
-#include <utility>
 
 // Where the addresses of the runtime's functions stand, through which all code of this executable calls them.
 extern "C" {
@@ -28,6 +27,17 @@ const auto realFree = __imp_free;
 std::atomic<DWORD> countedThread = 0;
 Heap ofTest;
 
+// Those that the test's thread has made under a watch and that no thread has freed.
+std::array<std::atomic<const void*>, 1024> liveBlocks;
+
+void replaceBlock(const void* known, const void* other)
+{
+    for (auto& place : liveBlocks) {
+        const void* expected = known;
+        if (place.compare_exchange_strong(expected, other)) return;
+    }
+}
+
 template <class Make>
 auto counted(std::size_t size, Make make) -> decltype(make())
 {
@@ -39,11 +49,7 @@ auto counted(std::size_t size, Make make) -> decltype(make())
     if (refuse) return nullptr;
     auto* const made = make();
     if (made) ++ofTest.live;
-    // What the watch makes itself is not watched.
-    if (auto* const watch = made ? std::exchange(ofTest.watch, nullptr) : nullptr) {
-        watch->made(made);
-        ofTest.watch = watch;
-    }
+    if (made && ofTest.watch) replaceBlock(nullptr, made);
     return made;
 }
 
@@ -62,9 +68,10 @@ wchar_t* countedCopy(const wchar_t* text)
 
 void countedFree(void* block)
 {
+    if (block && ofTest.watch) replaceBlock(block, nullptr);
     if (block && GetCurrentThreadId() == countedThread) {
         --ofTest.live;
-        if (ofTest.watch) ofTest.watch->look({static_cast<const unsigned char*>(block), _msize(block)});
+        if (auto* const watch = ofTest.watch.load()) watch->look({static_cast<const unsigned char*>(block), _msize(block)});
     }
     realFree(block);
 }
@@ -98,14 +105,17 @@ bool FreedMemory::beginsWithSecret(ByteView block) const
     return !found.empty() && found.begin() - block.begin() <= 1;
 }
 
-std::ptrdiff_t FreedMemory::heldFirst() const
+FreedMemory::FreedMemory(ByteView secret) : secret_(secret)
 {
-    return std::ranges::count_if(live_, [this](ByteView block) { return beginsWithSecret(block); });
+    std::ranges::fill(liveBlocks, nullptr);
+    heap_.watch = this;
 }
 
-void FreedMemory::made(const void* block)
+std::ptrdiff_t FreedMemory::heldFirst() const
 {
-    live_.emplace_back(static_cast<const unsigned char*>(block), _msize(const_cast<void*>(block)));
+    return std::ranges::count_if(liveBlocks, [this](const void* block) {
+        return block && beginsWithSecret({static_cast<const unsigned char*>(block), _msize(const_cast<void*>(block))});
+    });
 }
 
 void FreedMemory::look(ByteView block)
@@ -113,7 +123,6 @@ void FreedMemory::look(ByteView block)
     ++blocks;
     if (!std::ranges::search(block, secret_).empty()) ++withSecret;
     if (beginsWithSecret(block)) ++withSecretFirst;
-    std::erase_if(live_, [&](ByteView known) { return known.data() == block.data(); });
 }
 
 } // namespace quelta::test

@@ -4,8 +4,8 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <cstddef>
-#include <vector>
 
 namespace quelta::test {
 
@@ -21,7 +21,7 @@ struct Heap {
     // How many more are made; the one after that is refused, and then they are made again.
     int left = all;
     bool refused = false;
-    FreedMemory* watch = nullptr;
+    std::atomic<FreedMemory*> watch = nullptr;
 };
 // Counts from its first call on, which is the test's.
 Heap& heap();
@@ -45,7 +45,7 @@ private:
 // While it lives, every block that is freed is looked at first, and those that are made are known.
 class FreedMemory {
 public:
-    explicit FreedMemory(ByteView secret) : secret_(secret) { heap_.watch = this; }
+    explicit FreedMemory(ByteView secret);
     ~FreedMemory() { heap_.watch = nullptr; }
     FreedMemory(const FreedMemory&) = delete;
     FreedMemory& operator=(const FreedMemory&) = delete;
@@ -58,7 +58,6 @@ public:
     // How many blocks that were made meanwhile and still live hold the secret at their begin.
     std::ptrdiff_t heldFirst() const;
 
-    void made(const void* block);
     void look(ByteView block);
 
 private:
@@ -66,7 +65,6 @@ private:
 
     Heap& heap_ = heap();
     ByteView secret_;
-    std::vector<ByteView> live_;
 };
 
 } // namespace quelta::test
