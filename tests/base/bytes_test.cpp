@@ -20,7 +20,7 @@ TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
         EXPECT_EQ(fromHex(text), std::nullopt) << text;
 }
 
-// The PIN of one user must not be taken for the PIN of another.
+// A PIN with such a letter would reach the token as another PIN.
 TEST(CodePage, GivesNoSimilarLetterForOneThatItLacks)
 {
     EXPECT_EQ(toCodePage(L"A1"), "A1");

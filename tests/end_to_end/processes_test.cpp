@@ -1,42 +1,8 @@
 #include "end_to_end/token_test.h"
-#include "support/child_process.h"
-
-#include <gmock/gmock.h>
 
 #include <cstdlib>
 
 namespace quelta::test {
-
-namespace {
-
-constexpr std::size_t keysEach = 6;
-
-} // namespace
-
-class TwoProcesses : public EndToEndTest {};
-
-TEST_F(TwoProcesses, UseOneTokenAtOnce)
-{
-    const std::size_t before = storage.names().size();
-    std::optional<DWORD> codes[2];
-    for (std::vector<std::jthread> threads; auto& code : codes)
-        threads.emplace_back([&code] { code = runDisabledTest(ownExecutable(), "OneProcess.DISABLED_SignsAndMakesKeys"); });
-    EXPECT_THAT(codes, ::testing::Each(::testing::Optional(0U)));
-    EXPECT_EQ(storage.names().size(), before + 2 * keysEach);
-}
-
-TEST(OneProcess, DISABLED_SignsAndMakesKeys)
-{
-    registerBuiltModule();
-    const KeyStorage storage;
-    storage.usePin();
-    const CryptoApi csp("rsa2048");
-    const Bytes text = counting(9);
-    for (std::size_t i = 0; i < keysEach; ++i) {
-        ASSERT_EQ(storage.create(L"ECDSA_P256").call(&Table::FinalizeKey, 0), 0);
-        EXPECT_EQ(csp.verify(CALG_SHA_256, text, csp.sign(CALG_SHA_256, text), csp.userKey()), 0U);
-    }
-}
 
 // For survives_kill.sh, which ends it: writes a line for each key that the token has acknowledged.
 TEST(OneProcess, DISABLED_StoresKeysUntilKilled)

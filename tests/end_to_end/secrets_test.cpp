@@ -120,8 +120,8 @@ protected:
     const KeyStorage storage;
 };
 
-// Given by a parameter and by a property, so that each copy is one of the module's, wherever it is. Of a PIN that the user types the
-// system's control keeps copies too: tests/token/wiping_test.cpp looks for the module's.
+// A parameter and a property give the PIN, so that each copy is the module's, and the whole process is searched. The system's
+// control keeps copies of a PIN that the user types: tests/token/wiping_test.cpp searches the module's own memory for that one.
 TEST_F(SecretsProcess, DISABLED_Pin)
 {
     // From the middle, so that parts are found, and what the heap has written its own into.

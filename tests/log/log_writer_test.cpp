@@ -75,7 +75,7 @@ TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
     EXPECT_THAT(path, ::testing::Each('\0'));
 }
 
-// Others may do with it what they like, if they share it.
+// Other programs read, write or delete the file meanwhile, and share it.
 TEST_F(LogWriter, LineIsWrittenWhileOthersHaveTheFileOpen)
 {
     constexpr DWORD everything = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

@@ -2,12 +2,14 @@
 
 #include "base/hex.h"
 #include "base/windows_objects.h"
+#include "store/files.h"
 #include "store/pin.h"
 #include "store/token_store.h"
 #include "token/device_functions.h"
 
 #include <gmock/gmock.h>
 
+#include <atomic>
 #include <functional>
 #include <thread>
 
@@ -160,6 +162,19 @@ TEST_F(Device, FailsWhereAttemptsCannotBeCounted)
         std::filesystem::remove(folder / name);
     }
     EXPECT_THAT(validate("0000"), Pair(4, attempts - 1));
+}
+
+TEST_F(Device, WaitsWhileAnotherProcessChangesTheToken)
+{
+    File changing = lockFile(folder / "token.lock", LockKind::exclusive);
+    std::atomic<bool> answered = false;
+    std::jthread caller([&] {
+        validate("0000");
+        answered = true;
+    });
+    Sleep(200);
+    EXPECT_FALSE(answered);
+    changing.reset();
 }
 
 TEST_F(Device, FailsIfItsStateIsDamaged)

@@ -80,10 +80,9 @@ TEST_F(TokenCalls, PassTheirArgumentsAndTheLibraryContextWhereverThereIsRoomForI
                             "verifySignatureHash(4, TOKEN-1, 01, 0202, 030303)",
                             "decrypt(TOKEN-1, " + idText + ", 1234, 01, true, with a context)",
                             "encrypt(9, 4, 01, 0202, with a context)",
-                            "decryptSymetric(TOKEN-1, 01, 0202, 030303, with a context)",
-                            "initHash(TOKEN-1, 7, with a context)", "updateHash(1, 01, with a context)",
-                            "finalHash(1, room 5, with a context)", "generateRamdomNumber(TOKEN-1, 6, true, with a context)",
-                            "getCertificateDetails(01)"));
+                            "decryptSymetric(TOKEN-1, 01, 0202, 030303, with a context)", "initHash(TOKEN-1, 7, with a context)",
+                            "updateHash(1, 01, with a context)", "finalHash(1, room 5, with a context)",
+                            "generateRamdomNumber(TOKEN-1, 6, true, with a context)", "getCertificateDetails(01)"));
 }
 
 TEST_F(TokenCalls, KeyReferenceOutOfItsFieldIsEmptyAndTheLongestKeyIsImportedWholeAndWipedFromItsRecord)

@@ -14,7 +14,7 @@ namespace quelta::test {
 
 namespace {
 
-// An argument that no other place of the call has; but for flags, which are all `flag`.
+// Each place has a value of its own. Flags have two values only, so all of them get `flag`.
 template <class Argument>
 Argument nextArgument(std::size_t& place, bool flag)
 {
@@ -53,8 +53,8 @@ protected:
     }
 
     const Library library{LoadLibraryA("QueltaDSCLibrary.dll")};
-    RecordingLibrary& recording =
-        reinterpret_cast<decltype(&recordingLibrary)>(reinterpret_cast<void*>(GetProcAddress(library.get(), "recordingLibrary")))();
+    RecordingLibrary& recording = reinterpret_cast<decltype(&recordingLibrary)>(
+        reinterpret_cast<void*>(GetProcAddress(library.get(), "recordingLibrary")))();
 };
 
 TEST_F(LibraryCalls, ArriveWithEachArgumentInItsPlace)

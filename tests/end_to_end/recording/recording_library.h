@@ -1,5 +1,5 @@
-// A QueltaDSCLibrary.dll that writes down the arguments of each call and succeeds. Its token "DEVICE" has one RSA-2048 key pair for
-// all uses, whose hardware flag is set.
+// A QueltaDSCLibrary.dll that writes down the arguments of each call and succeeds. Its token "DEVICE" has one RSA-2048 key pair
+// for all uses, whose hardware flag is set.
 #pragma once
 
 #include "token/device_library.h"
