@@ -53,7 +53,7 @@ protected:
     }
 
     const Library library{LoadLibraryA("QueltaDSCLibrary.dll")};
-    RecordingLibrary& recording = reinterpret_cast<decltype(&recordingLibrary)>(
+    RecordingLibrary& recording = *reinterpret_cast<decltype(&recordingLibrary)>(
         reinterpret_cast<void*>(GetProcAddress(library.get(), "recordingLibrary")))();
 };
 

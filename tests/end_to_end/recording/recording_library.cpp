@@ -18,7 +18,7 @@ template <class... Arguments>
 int record(const char* function, const Arguments&... arguments)
 {
     const std::string call = callText(function, arguments...);
-    auto& calls = recordingLibrary().calls;
+    auto& calls = recordingLibrary()->calls;
     const std::lock_guard lock(callsMutex);
     if (std::ranges::find(calls, call) == calls.end()) calls.push_back(call);
     return 0;
@@ -52,10 +52,10 @@ std::vector<QueltaSymmetricKey> aesKeys;
 
 extern "C" {
 
-__declspec(dllexport) RecordingLibrary& recordingLibrary()
+RecordingLibrary* recordingLibrary()
 {
     static RecordingLibrary library{{}, deviceLibrary()};
-    return library;
+    return &library;
 }
 
 int quelta_init(int first, int second)

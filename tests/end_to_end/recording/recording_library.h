@@ -52,4 +52,4 @@ struct RecordingLibrary {
 } // namespace quelta::test
 
 // Exported beside the library's own functions.
-extern "C" quelta::test::RecordingLibrary& recordingLibrary();
+extern "C" __declspec(dllexport) quelta::test::RecordingLibrary* recordingLibrary();
