@@ -9,53 +9,55 @@ protected:
     {
         token.withCertificateOf(pair, counting(300));
         openContainerOf(pair);
-        errorsAlone();
+        key = userKey();
+        hash = finishedHash();
+        const Bytes rsa = concat({littleEndian({0x31415352, 2048, 65537}), reversed(publicKeyOf(pair))});
+        recorder.call(keyBlob(PUBLICKEYBLOB, CALG_RSA_SIGN, rsa), "the whole key");
     }
-    void handOut(const std::string& what, DWORD size, const std::function<BOOL(BYTE* data, DWORD* length)>& call)
+    // A call for each output, with places of its size.
+    void handOutEach(const std::function<std::vector<Place>(DWORD size)>& places)
     {
-        const Recorder::Pause pause(recorder);
-        Answers answers;
-        for (const Place& place : {query(), query(size + 9), room(0), room(1), room(size - 1), room(size), room(size + 3)}) {
-            HandedBuffer buffer(place);
-            const auto called = callWithLastError([&] { return call(buffer.data(), buffer.length()); });
-            answers.emplace_back(words(place), CspCalls::answerText(called) + buffer.outcome());
+        const std::pair<DWORD, DWORD> ofProvider[] = {
+            {PP_ENUMALGS, 32},       {PP_ENUMALGS_EX, 88},       {PP_NAME, 34},
+            {PP_ENUMCONTAINERS, 33}, {PP_CONTAINER, 33},         {PP_VERSION, 4},
+            {PP_KEYSTORAGE, 4},      {PP_ADMIN_PIN, 4},          {PP_USE_HARDWARE_RNG, 4},
+            {PP_KEYSPEC, 4},         {PP_ENUMEX_SIGNING_PROT, 4}};
+        const std::pair<DWORD, DWORD> ofKey[] = {
+            {KP_PERMISSIONS, 4}, {KP_ALGID, 4}, {KP_BLOCKLEN, 4}, {KP_KEYLEN, 4}, {KP_CERTIFICATE, 300}};
+        for (const auto& [parameter, size] : ofProvider) {
+            for (const Place& place : places(size)) csp.getProvParam(parameter, place, CRYPT_FIRST);
         }
-        noteAnswers(what, answers);
+        for (const auto& [parameter, size] : ofKey) {
+            for (const Place& place : places(size)) csp.getKeyParam(key, parameter, place);
+        }
+        for (const auto& [parameter, size] : {std::pair<DWORD, DWORD>{HP_ALGID, 4}, {HP_HASHSIZE, 4}, {HP_HASHVAL, 32}}) {
+            for (const Place& place : places(size)) csp.getHashParam(hash, parameter, place);
+        }
+        for (const Place& place : places(276)) csp.exportKey(key, PUBLICKEYBLOB, place);
     }
 
     QueltaKeyPair& pair = token.withKeyPair(usageBoth, algorithmRsa2048);
+    HCRYPTKEY key = 0;
+    HCRYPTHASH hash = 0;
 };
 
-TEST_F(BuffersTranscript, OfProviderParameters)
+TEST_F(BuffersTranscript, EachOutputTellsItsSizeAndIsWrittenWhereItFits)
 {
-    using Row = std::tuple<const char*, DWORD, DWORD>;
-    for (const auto& [name, parameter, size] :
-         {Row{"PP_ENUMALGS", PP_ENUMALGS, 32}, Row{"PP_ENUMALGS_EX", PP_ENUMALGS_EX, 88}, Row{"PP_NAME", PP_NAME, 34},
-          Row{"PP_ENUMCONTAINERS", PP_ENUMCONTAINERS, 33}, Row{"PP_CONTAINER", PP_CONTAINER, 33},
-          Row{"PP_VERSION", PP_VERSION, 4}, Row{"PP_KEYSTORAGE", PP_KEYSTORAGE, 4}, Row{"PP_ADMIN_PIN", PP_ADMIN_PIN, 4},
-          Row{"PP_USE_HARDWARE_RNG", PP_USE_HARDWARE_RNG, 4}, Row{"PP_KEYSPEC", PP_KEYSPEC, 4},
-          Row{"PP_ENUMEX_SIGNING_PROT", PP_ENUMEX_SIGNING_PROT, 4}}) {
-        const DWORD id = parameter;
-        handOut(name, size, [&](auto data, auto length) { return CPGetProvParam(csp.context, id, data, length, CRYPT_FIRST); });
-    }
+    handOutEach(
+        [](DWORD size) { return std::vector{query(size + 9), room(0), room(1), room(size - 1), room(size), room(size + 3)}; });
 }
 
-TEST_F(BuffersTranscript, OfKeysAndHashes)
+TEST_F(BuffersTranscript, OneVariableIsTheLengthAndTheBuffer)
 {
-    const HCRYPTKEY key = userKey();
-    const HCRYPTHASH hash = finishedHash();
-    for (const DWORD id : {KP_PERMISSIONS, KP_ALGID, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE}) {
-        handOut(keyParameterName(id), id == KP_CERTIFICATE ? 300 : 4,
-                [&](auto data, auto length) { return CPGetKeyParam(csp.context, key, id, data, length, 0); });
-    }
-    for (const DWORD id : {HP_ALGID, HP_HASHSIZE, HP_HASHVAL}) {
-        handOut(hashParameterName(id), id == HP_HASHVAL ? 32 : 4,
-                [&](auto data, auto length) { return CPGetHashParam(csp.context, hash, id, data, length, 0); });
-    }
-    const Bytes rsa = concat({littleEndian({0x31415352, 2048, 65537}), reversed(publicKeyOf(pair))});
-    recorder.call(keyBlob(PUBLICKEYBLOB, CALG_RSA_SIGN, rsa), "the whole key");
-    handOut("CPExportKey", 276,
-            [&](auto data, auto length) { return CPExportKey(csp.context, key, 0, PUBLICKEYBLOB, 0, data, length); });
+    errorsAlone();
+    handOutEach([](DWORD size) { return std::vector{oneVariable(size)}; });
+    recorder.note("of a digest that is not finished");
+    csp.getHashParam(newHash(), HP_HASHVAL, oneVariable(32));
+    cachePin();
+    csp.signHash(hash, oneVariable(256));
+    csp("CPEncrypt", {key, 0, oneVariable(256)});
+    token.symmetricPlain.bytes = counting(20);
+    for (const HCRYPTKEY with : {key, sessionKey(CALG_AES_256, counting(32))}) csp("CPDecrypt", {with, 0, oneVariable(32)});
 }
 
 } // namespace quelta::test

@@ -53,7 +53,7 @@ protected:
 
 TEST_F(ChainTranscript, HoldsTheIssuersUpToTheRootAndNoStrangers)
 {
-    token.withCertificate(make("Stranger", "Root"));
+    token.withCertificateOf(token.withKeyPair(usageSigning, algorithmRsa1024), make("Stranger", "Root"));
     token.withCertificate(Bytes(40, 0x30));
     token.withCertificate(make("Issuing", "Root"));
     token.withCertificateOf(pair, make("Leaf", "Issuing"));

@@ -6,40 +6,42 @@ namespace quelta::test {
 
 namespace {
 
-std::string enumerationText(DWORD flags)
+template <class Address>
+Function entryPoint(const char* name, const char* arguments, Address address)
 {
-    if (flags == CRYPT_FIRST) return ", CRYPT_FIRST";
-    return flags == CRYPT_NEXT ? ", CRYPT_NEXT" : flagsText(flags);
-}
-
-// The records that two enumerations hand out, field by field; nothing for other values.
-std::optional<std::string> recordText(DWORD parameter, ByteView value)
-{
-    const auto named = [](const char* name, DWORD length) { return ", \"" + std::string(name) + "\" " + std::to_string(length); };
-    if (parameter == PP_ENUMALGS && value.size() == sizeof(PROV_ENUMALGS)) {
-        const auto& record = *reinterpret_cast<const PROV_ENUMALGS*>(value.data());
-        return algorithmName(record.aiAlgid) + " " + std::to_string(record.dwBitLen) + named(record.szName, record.dwNameLen);
-    }
-    if (parameter == PP_ENUMALGS_EX && value.size() == sizeof(PROV_ENUMALGS_EX)) {
-        const auto& record = *reinterpret_cast<const PROV_ENUMALGS_EX*>(value.data());
-        std::string text = algorithmName(record.aiAlgid);
-        for (const DWORD number : {record.dwDefaultLen, record.dwMinLen, record.dwMaxLen, record.dwProtocols})
-            text += " " + std::to_string(number);
-        return text + named(record.szName, record.dwNameLen) + named(record.szLongName, record.dwLongNameLen);
-    }
-    return std::nullopt;
-}
-
-// "SIMPLEBLOB CALG_AES_128 128 bytes of 00" for what can be read as a blob.
-std::string blobText(const Input& blob)
-{
-    if (!blob || blob->size() < sizeof(BLOBHEADER)) return inputWords(blob);
-    const auto& header = *reinterpret_cast<const BLOBHEADER*>(blob->data());
-    return blobTypeName(header.bType) + " " + algorithmName(header.aiKeyAlg) + " " +
-           words(ByteView(*blob).subspan(sizeof header));
+    return {name, arguments, reinterpret_cast<decltype(Function::address)>(reinterpret_cast<void*>(address))};
 }
 
 } // namespace
+
+const std::vector<Function>& entryPoints()
+{
+    static const std::vector<Function> all = {entryPoint("CPAcquireContext", "HtfX", CPAcquireContext),
+                                              entryPoint("CPReleaseContext", "Pf", CPReleaseContext),
+                                              entryPoint("CPGetProvParam", "PvBCq", CPGetProvParam),
+                                              entryPoint("CPSetProvParam", "PwDg", CPSetProvParam),
+                                              entryPoint("CPGenKey", "PafH", CPGenKey),
+                                              entryPoint("CPGetUserKey", "PsH", CPGetUserKey),
+                                              entryPoint("CPGetKeyParam", "PKyBCg", CPGetKeyParam),
+                                              entryPoint("CPSetKeyParam", "PKyDf", CPSetKeyParam),
+                                              entryPoint("CPDestroyKey", "PK", CPDestroyKey),
+                                              entryPoint("CPImportKey", "PDLkfH", CPImportKey),
+                                              entryPoint("CPExportKey", "PKxbfBC", CPExportKey),
+                                              entryPoint("CPCreateHash", "PaxfH", CPCreateHash),
+                                              entryPoint("CPHashData", "PKDlg", CPHashData),
+                                              entryPoint("CPGetHashParam", "PKhBCf", CPGetHashParam),
+                                              entryPoint("CPSetHashParam", "PKhDf", CPSetHashParam),
+                                              entryPoint("CPDuplicateHash", "PKxfH", CPDuplicateHash),
+                                              entryPoint("CPDestroyHash", "PK", CPDestroyHash),
+                                              entryPoint("CPHashSessionKey", "xxxx", CPHashSessionKey),
+                                              entryPoint("CPSignHash", "PKsxfBC", CPSignHash),
+                                              entryPoint("CPVerifySignature", "PKDLkxg", CPVerifySignature),
+                                              entryPoint("CPEncrypt", "PKxxfBCR", CPEncrypt),
+                                              entryPoint("CPDecrypt", "PKxxfBC", CPDecrypt),
+                                              entryPoint("CPGenRandom", "PRB", CPGenRandom),
+                                              entryPoint("CPDeriveKey", "xxxxx", CPDeriveKey)};
+    return all;
+}
 
 std::string CspCalls::answerText(const Called<BOOL>& called)
 {
@@ -52,96 +54,57 @@ CspCalls::~CspCalls()
 {
     CspContext ready;
     ready.valid = true;
+    const auto prov = addressOf(&ready);
     const Recorder::Pause pause(recorder_);
-    for (const auto& [made, free] : made_) free(reinterpret_cast<HCRYPTPROV>(&ready), made);
+    for (const auto& [made, kind] : made_) {
+        if (kind == "context") CPReleaseContext(made, 0);
+        if (kind == "key") CPDestroyKey(prov, made);
+        if (kind == "hash") CPDestroyHash(prov, made);
+    }
 }
 
-std::string CspCalls::arguments(const Words& words, DWORD flags) const
+BOOL CspCalls::recorded(const char* name, const std::string& arguments, const std::function<BOOL()>& call)
 {
-    std::string text = handle(context);
-    for (const auto& word : words) text += ", " + word;
-    return text + flagsText(flags);
+    Called<BOOL> called{};
+    recorder_.record(name, handle(context) + ", " + arguments, [&] { return answerText(called = callWithLastError(call)); });
+    return called.result;
 }
 
-BOOL CspCalls::fill(HandedBuffer& buffer, const char* name, const std::string& arguments, const HandOut& call,
-                    const std::function<std::optional<std::string>()>& valueText)
+std::pair<LONG, std::string> CspCalls::call(const Function& function, const Function::Values& values) const
 {
-    BOOL result = FALSE;
-    recorder_.record(name, arguments, [&] {
-        const auto called = callWithLastError([&] { return call(buffer.data(), buffer.length()); });
-        result = called.result;
-        return answerText(called) + buffer.outcome(valueText());
-    });
-    return result;
+    const auto called = callWithLastError([&] { return BOOL{function(values)}; });
+    return {called.result, answerText(called)};
 }
 
-BOOL CspCalls::call(const char* name, const std::string& arguments, const std::function<BOOL()>& call)
+const char* CspCalls::kindOf(const Function& function) const
 {
-    HandedBuffer none{Place{}};
-    return fill(none, name, arguments, [&](BYTE*, DWORD*) { return call(); });
+    return function.name == "CPAcquireContext" ? "context" : function.name.ends_with("Hash") ? "hash" : "key";
 }
 
-BOOL CspCalls::get(const char* name, const std::string& object, const Place& place, DWORD flags, const HandOut& call)
+std::string CspCalls::inputText(const Function& function, const Input& input) const
 {
-    HandedBuffer buffer(place);
-    return fill(buffer, name, arguments({object, words(place)}, flags), call);
+    if (function.name != "CPImportKey" || !input || input->size() < sizeof(BLOBHEADER)) return inputWords(input);
+    const auto& header = *reinterpret_cast<const BLOBHEADER*>(input->data());
+    return blobTypeName(header.bType) + " " + algorithmName(header.aiKeyAlg) + " " +
+           words(ByteView(*input).subspan(sizeof header));
 }
 
-BOOL CspCalls::set(const char* name, const Words& words, const Input& data, DWORD flags,
-                   const std::function<BOOL(BYTE*, DWORD)>& call)
+std::optional<std::string> CspCalls::valueText(const Function& function, const Function::Values& values, ByteView value) const
 {
-    HandedInput input(data);
-    return this->call(name, arguments(words, flags), [&] { return call(input.data(), input.size()); });
-}
-
-CspCalls::Handle CspCalls::make(const char* name, const std::string& arguments, Destroy free,
-                                const std::function<BOOL(Handle*)>& call)
-{
-    const char* const kind = free == CPDestroyKey ? "key" : free == CPDestroyHash ? "hash" : "context";
-    const Handle made =
-        handsOut(name, arguments, kind, [&](Handle* out) { return answerText(callWithLastError([&] { return call(out); })); });
-    if (made != 0) made_[made] = free;
-    return made;
-}
-
-BOOL CspCalls::destroy(const char* name, const std::string& arguments, Handle made, const std::function<BOOL()>& call)
-{
-    const BOOL destroyed = this->call(name, arguments, call);
-    if (destroyed) made_.erase(made);
-    return destroyed;
-}
-
-BOOL CspCalls::getProvParam(DWORD parameter, const Place& place, DWORD flags)
-{
-    HandedBuffer buffer(place);
-    const std::string name = parameter == PP_ENUMALGS ? "PP_ENUMALGS" : providerParameterName(parameter);
-    const auto valueText = [&] { return recordText(parameter, buffer.written()); };
-    return fill(
-        buffer, "CPGetProvParam", arguments({name, words(place)}) + enumerationText(flags),
-        [&](BYTE* data, DWORD* length) { return CPGetProvParam(context, parameter, data, length, flags); }, valueText);
-}
-
-HCRYPTKEY CspCalls::importKey(const Input& blob, HCRYPTKEY with, DWORD flags)
-{
-    HandedInput input(blob);
-    return make("CPImportKey", arguments({blobText(blob), handle(with)}, flags), CPDestroyKey,
-                [&](Handle* key) { return CPImportKey(context, input.data(), input.size(), with, flags, key); });
-}
-
-BOOL CspCalls::encrypt(HCRYPTKEY key, const Bytes& data, DWORD bufferSize, DWORD flags)
-{
-    Bytes content = data;
-    content.resize(bufferSize, GuardedBuffer::untouched);
-    HandedBuffer buffer(content, static_cast<DWORD>(data.size()));
-    return fill(buffer, "CPEncrypt", arguments({handle(key), inputWords(data), "room " + std::to_string(bufferSize)}, flags),
-                [&](BYTE* bytes, DWORD* length) { return CPEncrypt(context, key, 0, TRUE, flags, bytes, length, bufferSize); });
-}
-
-BOOL CspCalls::decrypt(HCRYPTKEY key, const Bytes& data, DWORD flags)
-{
-    HandedBuffer buffer(data, static_cast<DWORD>(data.size()));
-    return fill(buffer, "CPDecrypt", arguments({handle(key), inputWords(data)}, flags),
-                [&](BYTE* bytes, DWORD* length) { return CPDecrypt(context, key, 0, TRUE, flags, bytes, length); });
+    const auto named = [](const char* name, DWORD length) { return ", \"" + std::string(name) + "\" " + std::to_string(length); };
+    if (function.name != "CPGetProvParam") return std::nullopt;
+    if (values[1] == PP_ENUMALGS && value.size() == sizeof(PROV_ENUMALGS)) {
+        const auto& record = *reinterpret_cast<const PROV_ENUMALGS*>(value.data());
+        return algorithmName(record.aiAlgid) + " " + std::to_string(record.dwBitLen) + named(record.szName, record.dwNameLen);
+    }
+    if (values[1] == PP_ENUMALGS_EX && value.size() == sizeof(PROV_ENUMALGS_EX)) {
+        const auto& record = *reinterpret_cast<const PROV_ENUMALGS_EX*>(value.data());
+        std::string text = algorithmName(record.aiAlgid);
+        for (const DWORD number : {record.dwDefaultLen, record.dwMinLen, record.dwMaxLen, record.dwProtocols})
+            text += " " + std::to_string(number);
+        return text + named(record.szName, record.dwNameLen) + named(record.szLongName, record.dwLongNameLen);
+    }
+    return std::nullopt;
 }
 
 } // namespace quelta::test

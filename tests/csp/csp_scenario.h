@@ -15,10 +15,10 @@ Bytes unsignedCertificate(const std::string& subject, const std::string& issuer)
 
 class CspScenario : public Scenario {
 protected:
-    // Silent, and required to succeed.
+    // Silent, and required to succeed. No flag matters.
     void open(const char* container = nullptr)
     {
-        silently([&] { return csp.acquire(container); });
+        silently([&] { return csp.acquire(container, CRYPT_DELETEKEYSET); });
     }
     void openContainerOf(const QueltaKeyPair& pair) { open(keyName(pair).c_str()); }
     HCRYPTKEY userKey(DWORD keySpec = AT_SIGNATURE)
@@ -36,7 +36,6 @@ protected:
 
     // What its record holds, which no call tells in full.
     void noteKey(HCRYPTKEY key);
-    void noteAnswers(const std::string& what, const Answers& answers) { recorder.note(what + ": " + answersText(answers)); }
 
     CspCalls csp{recorder};
 

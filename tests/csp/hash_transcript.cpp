@@ -24,7 +24,7 @@ TEST_F(HashTranscript, AlgorithmsAndTheirMechanisms)
 
 TEST_F(HashTranscript, DigestIsFinishedWhenItIsFirstReadAndThenKept)
 {
-    for (const Bytes& data : {Bytes{1, 2, 3}, Bytes()}) csp.hashData(hash, data, 7);
+    for (const Bytes& data : {Bytes{1, 2, 3}, Bytes()}) csp.hashData(hash, data);
     for (const Place& place : {query(), room(4)}) csp.getHashParam(hash, HP_HASHVAL, place);
     errorsAlone();
     csp.hashData(hash, Bytes{4});
@@ -99,7 +99,7 @@ TEST_F(HashTranscript, DataThatTheTokensLengthsCanNotSayGoesInPieces)
     data[size - 1] = 0xEE;
     for (const int answer : {0, 9}) {
         token.willAnswer(Call::updateHash, answer);
-        csp.call("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, size, 0); });
+        csp.recorded("CPHashData", "2147483653 bytes", [&] { return CPHashData(csp.context, hash, data, size, 0); });
         token.willAnswer(Call::updateHash, 0);
     }
 }
@@ -113,7 +113,6 @@ TEST_F(HashTranscript, Refusals)
     csp.getHashParam(hash, HP_HASHVAL, nowhere());
     csp.setHashParam(hash, HP_HASHVAL, CspCalls::null, 1);
     csp.setHashParam(hash, HP_HASHVAL, Bytes(32), 1);
-    csp.call("CPHashData", "1 byte and no address", [&] { return CPHashData(csp.context, hash, nullptr, 1, 0); });
     token.digest.reportedLength = 20;
     csp.getHashParam(hash, HP_HASHVAL, room(32));
 }

@@ -101,10 +101,7 @@ TEST_F(KeyBlobsTranscript, BlobsOfOtherTypesAndWithoutContentAreRefused)
     csp.importKey(CspCalls::null, 0, CRYPT_EXPORTABLE);
     errorsAlone();
     for (const BYTE type : Bytes{0, 9, PUBLICKEYBLOBEX, 12}) import(symmetricBlob(type, CALG_AES_128, 16));
-    const Bytes empty = symmetricBlob(12, CALG_AES_128, 0), blob = symmetricBlob(PLAINTEXTKEYBLOB, CALG_AES_128, 16);
-    import(empty);
-    csp.call("CPImportKey", "nowhere to put the key", [&] { return CPImportKey(csp.context, blob.data(), 28, 0, 0, nullptr); });
-    csp.call("CPImportKey", "2147483648 bytes", [&] { return CPImportKey(csp.context, blob.data(), 0x80000000, 0, 0, &with); });
+    import(symmetricBlob(12, CALG_AES_128, 0));
 }
 
 TEST_F(KeyBlobsTranscript, BlobsOfEveryTypeAndLengthAreReadNoFurtherThanTheyGo)
@@ -122,7 +119,7 @@ TEST_F(KeyBlobsTranscript, BlobsOfEveryTypeAndLengthAreReadNoFurtherThanTheyGo)
             if (key != 0) CPDestroyKey(csp.context, key);
             answers.emplace_back(std::to_string(size), CspCalls::answerText(called) + (key != 0 ? ", a key" : ""));
         }
-        noteAnswers("type " + std::to_string(type), answers);
+        for (const auto& line : answerLines(answers)) recorder.note("type " + std::to_string(type) + ", size " + line);
     }
 }
 

@@ -1,5 +1,8 @@
 #include "csp/csp_scenario.h"
 
+#include "csp/context.h"
+#include "csp/output.h"
+
 namespace quelta::test {
 
 class ProviderParamsTranscript : public CspScenario {
@@ -85,8 +88,10 @@ TEST_F(ProviderParamsTranscript, WindowAndRandomNumberSwitchAreTakenAndAllElseIs
     for (const DWORD parameter : {7, PP_CONTAINER}) csp.getProvParam(parameter, nowhere());
     errorsAlone();
     for (const DWORD parameter : {0, 35, 41}) csp.getProvParam(parameter, room(4));
-    csp.setProvParam(PP_CLIENT_HWND, littleEndian({0x11223344, 0}));
-    csp.setProvParam(PP_CLIENT_HWND, CspCalls::null);
+    for (const Input& window : {Input(littleEndian({0x11223344, 0x55667788})), Input()}) {
+        csp.setProvParam(PP_CLIENT_HWND, window);
+        recorder.note("the window is " + toHex(bytesOf(contextOf(csp.context)->ownerWindow)));
+    }
     csp.setProvParam(PP_ADMIN_PIN, bytesOfText("1234"));
     csp.setProvParam(PP_NAME, CspCalls::null);
 }

@@ -4,88 +4,70 @@
 
 namespace quelta::test {
 
-// In which order arguments are looked at shows where all of them are wrong.
 class RefusalsTranscript : public CspScenario {
 protected:
     RefusalsTranscript()
     {
-        token.withKeyPair(usageBoth, algorithmRsa2048);
+        token.withCertificateOf(token.withKeyPair(usageBoth, algorithmRsa2048), counting(9));
         open();
+        cachePin();
     }
-    void withKeyAndHash(HCRYPTKEY key, HCRYPTHASH hash)
+    // Arguments with which each entry point succeeds.
+    CspCalls::Rows rows()
     {
-        csp.getKeyParam(key, KP_ALGID, room(4));
-        csp.setKeyParam(key, KP_PADDING, Bytes(4));
-        csp.destroyKey(key);
-        csp.exportKey(key, PUBLICKEYBLOB, room(300));
-        csp.hashData(hash, Bytes{1});
-        csp.getHashParam(hash, HP_HASHVAL, room(32));
-        csp.setHashParam(hash, HP_HASHVAL, Bytes(32));
-        csp.duplicateHash(hash);
-        csp.destroyHash(hash);
-        csp.signHash(hash);
-        csp.verifySignature(hash, Bytes(256), key);
-        csp.encrypt(key, Bytes{1});
-        csp.decrypt(key);
+        const HCRYPTKEY key = userKey();
+        const HCRYPTHASH hash = finishedHash();
+        const Bytes blob = concat({Bytes{PLAINTEXTKEYBLOB, 2, 0, 0}, littleEndian({CALG_AES_128, 16}), counting(16)});
+        return {{"CPAcquireContext", {"a name"}},
+                {"CPReleaseContext", {}},
+                {"CPGetProvParam", {PP_VERSION, room(4)}},
+                {"CPSetProvParam", {PP_SIGNATURE_PIN, bytesOfText("1234")}},
+                {"CPGenKey", {CALG_RSA_SIGN}},
+                {"CPGetUserKey", {AT_SIGNATURE}},
+                {"CPGetKeyParam", {key, KP_CERTIFICATE, room(9)}},
+                {"CPSetKeyParam", {key, KP_PADDING, Bytes(4)}},
+                {"CPDestroyKey", {key}},
+                {"CPImportKey", {blob, key}},
+                {"CPExportKey", {key, PUBLICKEYBLOB, 0, room(276)}},
+                {"CPCreateHash", {CALG_SHA1}},
+                {"CPHashData", {hash, Bytes{1}}},
+                {"CPGetHashParam", {hash, HP_HASHVAL, room(32)}},
+                {"CPSetHashParam", {hash, HP_HASHVAL, Bytes(32)}},
+                {"CPDuplicateHash", {hash}},
+                {"CPDestroyHash", {hash}},
+                {"CPSignHash", {hash, AT_SIGNATURE, 0, room(256)}},
+                {"CPVerifySignature", {hash, Bytes(256), key}},
+                {"CPEncrypt", {key, 0, InPlace{Bytes{1}, 256}}},
+                {"CPDecrypt", {key, 0, InPlace{counting(256), 0}}},
+                {"CPGenRandom", {room(8)}}};
     }
 };
 
-TEST_F(RefusalsTranscript, WithAContextThatWasNeverMadeReadyAndWithNoneAndWithoutAKeyOrAHash)
+TEST_F(RefusalsTranscript, OneArgumentIsMissing)
 {
-    CspContext unready;
-    const HCRYPTKEY key = userKey();
-    const HCRYPTHASH hash = newHash();
-    const HCRYPTPROV opened = std::exchange(csp.context, reinterpret_cast<HCRYPTPROV>(&unready));
-    recorder.introduce("unready", csp.context);
-    csp.release();
-    csp.getProvParam(PP_VERSION, room(4));
-    csp.setProvParam(PP_SIGNATURE_PIN, bytesOfText("1234"));
-    csp.genKey(CALG_RSA_SIGN);
-    csp.getUserKey(AT_SIGNATURE);
-    csp.importKey(keyBlob(PLAINTEXTKEYBLOB, CALG_AES_128, Bytes(20)));
-    csp.createHash(CALG_SHA1);
-    csp.genRandom(room(8));
-    withKeyAndHash(key, hash);
-    csp.context = 0;
-    csp.release();
-    csp.getUserKey(AT_SIGNATURE);
-    csp.createHash(CALG_SHA1);
-    csp.getHashParam(hash, HP_HASHVAL, room(32));
-    csp.setHashParam(hash, HP_HASHVAL, Bytes(32));
-    csp.duplicateHash(hash);
-    csp.context = opened;
-    errorsAlone();
-    withKeyAndHash(0, 0);
+    csp.leaveOutEach(rows());
 }
 
-TEST_F(RefusalsTranscript, WithEverythingWrongAtOnce)
+TEST_F(RefusalsTranscript, NothingButFlags)
 {
-    const std::pair<const char*, std::function<BOOL()>> calls[] = {
-        {"CPAcquireContext", [] { return CPAcquireContext(nullptr, nullptr, 0xFFFF, nullptr); }},
-        {"CPReleaseContext", [] { return CPReleaseContext(0, 1); }},
-        {"CPGetProvParam", [] { return CPGetProvParam(0, 99, nullptr, nullptr, 9); }},
-        {"CPSetProvParam", [] { return CPSetProvParam(0, 99, nullptr, 9); }},
-        {"CPGenKey", [] { return CPGenKey(0, 99, 9, nullptr); }},
-        {"CPGetUserKey", [] { return CPGetUserKey(0, 99, nullptr); }},
-        {"CPGetKeyParam", [] { return CPGetKeyParam(0, 0, 99, nullptr, nullptr, 9); }},
-        {"CPSetKeyParam", [] { return CPSetKeyParam(0, 0, 99, nullptr, 9); }},
-        {"CPDestroyKey", [] { return CPDestroyKey(0, 0); }},
-        {"CPImportKey", [] { return CPImportKey(0, nullptr, 0xFFFFFFFF, 0, 9, nullptr); }},
-        {"CPExportKey", [] { return CPExportKey(0, 0, 0, 99, 9, nullptr, nullptr); }},
-        {"CPCreateHash", [] { return CPCreateHash(0, 99, 0, 9, nullptr); }},
-        {"CPHashData", [] { return CPHashData(0, 0, nullptr, 9, 9); }},
-        {"CPGetHashParam", [] { return CPGetHashParam(0, 0, 99, nullptr, nullptr, 9); }},
-        {"CPSetHashParam", [] { return CPSetHashParam(0, 0, 99, nullptr, 9); }},
-        {"CPDuplicateHash", [] { return CPDuplicateHash(0, 0, nullptr, 9, nullptr); }},
-        {"CPDestroyHash", [] { return CPDestroyHash(0, 0); }},
-        {"CPHashSessionKey", [] { return CPHashSessionKey(0, 0, 0, 9); }},
-        {"CPSignHash", [] { return CPSignHash(0, 0, 99, nullptr, 9, nullptr, nullptr); }},
-        {"CPVerifySignature", [] { return CPVerifySignature(0, 0, nullptr, 9, 0, nullptr, 9); }},
-        {"CPEncrypt", [] { return CPEncrypt(0, 0, 0, FALSE, 9, nullptr, nullptr, 0); }},
-        {"CPDecrypt", [] { return CPDecrypt(0, 0, 0, FALSE, 9, nullptr, nullptr); }},
-        {"CPGenRandom", [] { return CPGenRandom(0, 0, nullptr); }},
-        {"CPDeriveKey", [] { return CPDeriveKey(0, 99, 0, 9, nullptr); }}};
-    for (const auto& [name, call] : calls) csp.call(name, "all wrong", call);
+    csp.callEach("nothing but flags", ".*", {});
+    csp.callEach("a context and flags", "P.*[A-Z].*", {csp.context});
+}
+
+TEST_F(RefusalsTranscript, ContextWasNeverMadeReady)
+{
+    CspContext unready;
+    const auto all = rows();
+    const HCRYPTPROV ready = std::exchange(csp.context, addressOf(&unready));
+    recorder.introduce("unready", csp.context);
+    for (const auto& [name, stated] : all) csp(name, stated);
+    csp.context = ready;
+}
+
+TEST_F(RefusalsTranscript, EachFlagByItself)
+{
+    errorsAlone();
+    csp.trySingleFlags(rows());
 }
 
 } // namespace quelta::test

@@ -61,16 +61,4 @@ TEST_F(VerifyTranscript, OpenDigestIsReadAsACallerWouldReadIt)
     csp.verifySignature(renamed, Bytes{1});
 }
 
-TEST_F(VerifyTranscript, SignaturesThatCanNotBe)
-{
-    errorsAlone();
-    const HCRYPTHASH hash = newHash();
-    const auto verify = [&](const char* what, const BYTE* signature, DWORD size) {
-        csp.call("CPVerifySignature", what, [&] { return CPVerifySignature(csp.context, hash, signature, size, 0, nullptr, 0); });
-    };
-    const BYTE byte = 0;
-    verify("1 byte and no address", nullptr, 1);
-    verify("2147483648 bytes", &byte, 0x80000000);
-}
-
 } // namespace quelta::test

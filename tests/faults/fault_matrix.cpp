@@ -110,19 +110,25 @@ void FaultMatrix::expect(const Row& row)
     ASSERT_TRUE(well.outcome.succeeded);
     if (calls.empty()) quiet_ += (quiet_.empty() ? " " : ", ") + row.name;
     for (const auto& call : calls) {
-        std::string line = row.name + ", " + call;
+        lines_.push_back(row.name + ", " + call);
+        std::string everyLine;
         for (const auto& [kind, faults] : faultsOf(callNamed(call))) {
             Answers answers;
             for (const Fault& fault : faults) {
                 const auto [outcome, logged, refused] = run(row, fault);
+                if (!outcome.succeeded && everyLine.empty()) {
+                    setLogLevel(3);
+                    everyLine = "  all lines, " + kind + fault.label + ":" + withShortHex(run(row, fault).logged);
+                    setLogLevel(2);
+                }
                 const std::string name = outcome.code == sentinelError ? "" : errorName(outcome.code);
                 EXPECT_TRUE(name.empty() || name.front() > '9') << name << " is no error with a name";
                 const char* const result = outcome.succeeded ? "ok" : name.empty() ? "FALSE" : "";
                 answers.emplace_back(fault.label, result + name + logged);
             }
-            line += " | " + kind + answersText(answers);
+            for (const auto& line : answerLines(answers)) lines_.push_back("  " + kind + line);
         }
-        lines_.push_back(line);
+        if (!everyLine.empty()) lines_.push_back(everyLine);
     }
     refuseMemory(row, !well.logged.empty());
 }

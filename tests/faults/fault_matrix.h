@@ -3,7 +3,7 @@
 // block that it asks the heap for is refused. Whatever comes of it, nothing may be left behind, handed out by halves, written
 // beyond its room or changed on the token unknown to the caller, and the same call must succeed when all is well again. What
 // becomes of it stands in the text beside the rows, with the error lines of the log: "!" for one that tells of an exception, "N"
-// for the number that was reported.
+// for the number that was reported. The first failure of each row is run once more at level 3, and all its lines stand there.
 #pragma once
 
 #include "support/call_with_last_error.h"

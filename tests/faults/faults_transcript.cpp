@@ -20,7 +20,7 @@ protected:
         setText(pair.label, label);
         token.withCertificateOf(pair, unsignedCertificate("leaf", "root"));
         token.withCertificate(unsignedCertificate("root", "root"));
-        token.withAesKey(encryptionAes128);
+        std::ranges::copy(secret, token.withAesKey(encryptionAes128).keyValue);
         token.onImportAesKey = [=](QueltaSymmetricKey& stored) { setText(stored.label, label); };
         token.onGenerate = [=](QueltaKeyPair& generated) { setText(generated.label, label); };
     }
@@ -117,7 +117,7 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
     const Bytes pin = bytesOfText("1234"), bytes(256), iv(16);
     const ULONG_PTR place = addressOf(&out), data = addressOf(buffer.data()), result = addressOf(&length),
                     input = addressOf(bytes.data());
-    const auto call = [](const char* slot, const KspSlot::Values& values) { requireStatus(kspSlot(slot)(values), slot); };
+    const auto call = [](const char* slot, const Function::Values& values) { requireStatus(kspSlot(slot)(values), slot); };
     call("KSPOpenProvider", {addressOf(&provider)});
     for (ULONG_PTR* opened : {&key, &bare}) call("KSPOpenKey", {provider, addressOf(opened), addressOf(name.c_str())});
     call("KSPImportKey", {provider, key, addressOf(L"OpaqueTransport"), 0, addressOf(&session), input, 256});
@@ -128,9 +128,9 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
         records.push_back({reinterpret_cast<const unsigned char*>(opened), sizeof(KspKey)});
 
     const auto expectSlot = [&](
-                                const std::string& row, const KspSlot::Values& values, const Step& undo = [] {},
+                                const std::string& row, const Function::Values& values, const Step& undo = [] {},
                                 const Step& prepare = [] {}, int keptBlocks = 0) {
-        const auto function = kspSlot(row.substr(0, row.find(' '))).function;
+        const auto function = kspSlot(row.substr(0, row.find(' '))).address;
         const auto invoke = [=] {
             const SECURITY_STATUS status = std::apply(function, values);
             return Outcome{status == 0, status == 0 ? sentinelError : static_cast<DWORD>(status)};
@@ -141,7 +141,7 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
     const Step freeProvider = [&] { kspSlot("KSPFreeProvider")({out}); };
     const auto freeBuffer = [](ULONG_PTR block) { kspSlot("KSPFreeBuffer")({block}); };
     const auto expectFree = [&](const char* row, const Step& prepare) {
-        const KspSlot& slot = kspSlot(row);
+        const Function& slot = kspSlot(row);
         const auto free = [&] { return slot({slot.arguments == "pk" ? provider : made, made}); };
         expect({row, [=] { return Outcome{free() == 0, sentinelError}; }, [] {}, prepare});
     };
@@ -202,7 +202,7 @@ TEST_F(FaultsTranscript, SlotsOfKeyStorage)
     expectSlot("KSPVerifySignature", {provider, key, 0, input, 32, data, 256});
     expectSlot("KSPPromptUser", {provider}, nothing, forgetPin);
     expectSlot("KSPFreeSecret", {});
-    for (const KspSlot& slot : kspSlots()) EXPECT_TRUE(names.contains(slot.name) || slot({}) == NTE_NOT_SUPPORTED) << slot.name;
+    for (const Function& slot : kspSlots()) EXPECT_TRUE(names.contains(slot.name) || slot({}) == NTE_NOT_SUPPORTED) << slot.name;
 
     for (const ULONG_PTR opened : {key, bare, unfinished, session}) call("KSPFreeKey", {provider, opened});
     call("KSPFreeProvider", {provider});
@@ -213,7 +213,7 @@ TEST_F(FaultsTranscript, InputThatIsRefusedIsNotCopied)
     constexpr DWORD most = 1 << 20;
     ULONG_PTR prov = 0, provider = 0, key = 0;
     BYTE table = 0;
-    const auto call = [](const char* slot, const KspSlot::Values& values) { return kspSlot(slot)(values); };
+    const auto call = [](const char* slot, const Function::Values& values) { return kspSlot(slot)(values); };
     require(CPAcquireContext(&prov, "", 0, &table), "CPAcquireContext");
     requireStatus(call("KSPOpenProvider", {addressOf(&provider)}), "KSPOpenProvider");
     requireStatus(call("KSPCreatePersistedKey", {provider, addressOf(&key), addressOf(L"RSA")}), "KSPCreatePersistedKey");

@@ -31,6 +31,7 @@ TEST_F(KspCryptTranscript, DataIsEncryptedWithTheKeyInDER)
     encrypt(withKey(algorithmRsa3072), 384, NCRYPT_PAD_OAEP_FLAG | NCRYPT_PAD_PKCS1_FLAG);
     encrypt(withKey(algorithmRsa4096), 512, BCRYPT_PAD_PSS);
     recorder.note("a cipher that is longer than the key has no room");
+    everyLine();
     token.cipher.bytes = counting(1024);
     encrypt(key, 300);
 }
@@ -77,10 +78,13 @@ TEST_F(KspCryptTranscript, SilentCallNeedsAValidatedPINAndPSSIsRefusedOnlyAfterT
     ksp("KSPDecrypt", {key, KspCalls::null, query()});
     ksp("KSPDecrypt", {symmetric, KspCalls::null, query()});
     ksp("KSPEncrypt", {key, KspCalls::null, room(127)});
-    recorder.note("an open sign-on does not count");
+    recorder.note("an open sign-on does not count until another call has found it");
     token.openSingleSignOn();
     useEach(key, symmetric, NCRYPT_SILENT_FLAG | BCRYPT_PAD_PSS);
     errorsAlone();
+    ksp("KSPPromptUser");
+    sign(key, 128, NCRYPT_SILENT_FLAG);
+    tokenState().pinCache.clear();
     token.info.singleSignOnOpen = 0;
     user.entersPin("1234");
     for (const DWORD flags : {BCRYPT_PAD_PSS, BCRYPT_PAD_PSS | BCRYPT_PAD_PKCS1}) sign(key, 128, flags);

@@ -65,7 +65,7 @@ TEST_F(KspProviderTranscript, PINIsReadAsNarrowTextAndKeptOnlyIfItIsRightAndElse
         ksp("KSPSetProviderProperty", {L"SmartCardPin", pin});
         ksp("KSPSetKeyProperty", {key, L"SmartCardPin", pin});
     }
-    ksp("KSPPromptUser", {0, L"an operation", 64});
+    ksp("KSPPromptUser", {64});
     recorder.note("cached is " + cachedPin());
     errorsAlone();
     tokenState().pinCache.clear();

@@ -24,6 +24,12 @@ protected:
     static Place room(DWORD size) { return {size, size}; }
     static Place query(DWORD stated = 0) { return {std::nullopt, stated}; }
     static Place nowhere() { return {}; }
+    // For the length and the buffer; as large as a number needs it.
+    static Place oneVariable(DWORD size)
+    {
+        const DWORD aligned = (size + 3) / 4 * 4;
+        return {aligned, aligned, true};
+    }
 
     Recorder recorder{token, log, user};
 };

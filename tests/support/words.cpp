@@ -120,15 +120,19 @@ std::string flagsText(DWORD flags)
     return flags == 0 ? "" : ", flags " + std::to_string(flags);
 }
 
-std::string answersText(const Answers& answers)
+std::vector<std::string> answerLines(const Answers& answers)
 {
+    std::vector<std::string> lines;
     std::string text;
     for (std::size_t i = 0; i < answers.size(); ++i) {
-        const bool last = i + 1 == answers.size();
-        const bool same = !last && answers[i].second == answers[i + 1].second;
-        text += answers[i].first + (same ? ", " : " -> " + answers[i].second + (last ? "" : "; "));
+        text += answers[i].first;
+        if (i + 1 < answers.size() && answers[i].second == answers[i + 1].second) {
+            text += ", ";
+        } else {
+            lines.push_back(std::exchange(text, "") + " -> " + answers[i].second);
+        }
     }
-    return text;
+    return lines;
 }
 
 Names::Names(std::string_view names, std::initializer_list<DWORD> values)
@@ -163,9 +167,13 @@ const Names blobTypeName =
     QUELTA_NAMES(SIMPLEBLOB, PUBLICKEYBLOB, PRIVATEKEYBLOB, PLAINTEXTKEYBLOB, PUBLICKEYBLOBEX, SYMMETRICWRAPKEYBLOB);
 
 const Names providerParameterName =
-    QUELTA_NAMES(PP_CLIENT_HWND, PP_ENUMALGS, PP_ENUMCONTAINERS, PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_CERTCHAIN,
-                 PP_PROVTYPE, PP_KEYSTORAGE, PP_ENUMALGS_EX, PP_KEYSET_TYPE, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN,
-                 PP_KEYSPEC, PP_USE_HARDWARE_RNG, PP_ENUMEX_SIGNING_PROT, PP_UNIQUE_CONTAINER);
+    QUELTA_NAMES(PP_ENUMALGS, PP_ENUMCONTAINERS, PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_CERTCHAIN, PP_PROVTYPE,
+                 PP_KEYSTORAGE, PP_ENUMALGS_EX, PP_KEYSET_TYPE, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN, PP_KEYSPEC,
+                 PP_USE_HARDWARE_RNG, PP_ENUMEX_SIGNING_PROT, PP_UNIQUE_CONTAINER);
+
+// Where 1 is not an enumeration.
+const Names settableParameterName =
+    QUELTA_NAMES(PP_CLIENT_HWND, PP_NAME, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN, PP_USE_HARDWARE_RNG);
 
 const Names keyParameterName =
     QUELTA_NAMES(KP_IV, KP_PADDING, KP_MODE, KP_PERMISSIONS, KP_ALGID, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE);

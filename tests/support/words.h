@@ -21,9 +21,9 @@ std::string quoted(const wchar_t* text);
 // Nothing for none, else ", flags 5".
 std::string flagsText(DWORD flags);
 
-// How answers depend on something, as sizes: "room 1, room 3 -> FALSE; room 4 -> TRUE".
+// How answers depend on something, as sizes: "room 1, room 3 -> FALSE" is a line, "room 4 -> TRUE" the next.
 using Answers = std::vector<std::pair<std::string, std::string>>;
-std::string answersText(const Answers& answers);
+std::vector<std::string> answerLines(const Answers& answers);
 
 // Gives a value its published name; one without is written as the number that it is.
 class Names {
@@ -41,6 +41,6 @@ private:
 };
 
 extern const Names errorName, algorithmName, keySpecName, blobTypeName;
-extern const Names providerParameterName, keyParameterName, hashParameterName;
+extern const Names providerParameterName, settableParameterName, keyParameterName, hashParameterName;
 
 } // namespace quelta::test
