@@ -78,6 +78,7 @@ TEST_F(KeysTranscript, GeneratedKeyIsWhatTheTokenMadeAndTheSizeIsOnlyWrittenDown
         made.usage = usageBoth;
         made.hardware = 1;
         setReference(made, counting(128));
+        setPublicKey(made, counting(256, 0xC1));
         std::ranges::fill(made.label, 'L');
     };
     noteKey(csp.genKey(CALG_RSA_SIGN));
