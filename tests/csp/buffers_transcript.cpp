@@ -41,13 +41,13 @@ protected:
     HCRYPTHASH hash = 0;
 };
 
-TEST_F(BuffersTranscript, EachOutputTellsItsSizeAndIsWrittenWhereItFits)
+TRANSCRIPT(BuffersTranscript, "each output tells its size, and is written if it fits")
 {
     handOutEach(
         [](DWORD size) { return std::vector{query(size + 9), room(0), room(1), room(size - 1), room(size), room(size + 3)}; });
 }
 
-TEST_F(BuffersTranscript, OneVariableIsTheLengthAndTheBuffer)
+TRANSCRIPT(BuffersTranscript, "one variable is the length and the buffer")
 {
     errorsAlone();
     handOutEach([](DWORD size) { return std::vector{oneVariable(size)}; });

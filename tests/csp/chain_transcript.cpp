@@ -51,7 +51,7 @@ protected:
     QueltaKeyPair& pair;
 };
 
-TEST_F(ChainTranscript, HoldsTheIssuersUpToTheRootAndNoStrangers)
+TRANSCRIPT(ChainTranscript, "the chain holds the issuers up to the root and no other certificate")
 {
     token.withCertificateOf(token.withKeyPair(usageSigning, algorithmRsa1024), make("Stranger", "Root"));
     token.withCertificate(Bytes(40, 0x30));
@@ -61,7 +61,7 @@ TEST_F(ChainTranscript, HoldsTheIssuersUpToTheRootAndNoStrangers)
     ask();
 }
 
-TEST_F(ChainTranscript, EndsAtAnUnknownIssuerAndInACircle)
+TRANSCRIPT(ChainTranscript, "the chain ends at an unknown issuer and in a circle")
 {
     errorsAlone();
     token.withCertificateOf(pair, make("Leaf", "Issuing"));
@@ -72,7 +72,7 @@ TEST_F(ChainTranscript, EndsAtAnUnknownIssuerAndInACircle)
     ask();
 }
 
-TEST_F(ChainTranscript, OfTwoIssuersWithOneNameTheFirstIsTaken)
+TRANSCRIPT(ChainTranscript, "the first of two issuers with the same name is taken")
 {
     errorsAlone();
     token.withCertificateOf(pair, make("Leaf", "Issuing"));
@@ -83,7 +83,7 @@ TEST_F(ChainTranscript, OfTwoIssuersWithOneNameTheFirstIsTaken)
     ask();
 }
 
-TEST_F(ChainTranscript, OfTwoCertificatesOfTheKeyTheFirstLeads)
+TRANSCRIPT(ChainTranscript, "the first of two certificates of the key leads the chain")
 {
     for (const char* subject : {"First", "Second"}) token.withCertificateOf(pair, make(subject, "Root"));
     token.withCertificate(make("Root", "Root"));
@@ -91,7 +91,7 @@ TEST_F(ChainTranscript, OfTwoCertificatesOfTheKeyTheFirstLeads)
     ask();
 }
 
-TEST_F(ChainTranscript, CertificateBelongsToEveryKeyPairWithItsPublicKeyAndToNoOther)
+TRANSCRIPT(ChainTranscript, "a certificate belongs to every key pair with its public key and to no other")
 {
     const Bytes leaf = make("Leaf", "Leaf");
     token.withCertificateOf(pair, leaf);
@@ -111,7 +111,7 @@ TEST_F(ChainTranscript, CertificateBelongsToEveryKeyPairWithItsPublicKeyAndToNoO
     ask(query(77));
 }
 
-TEST_F(ChainTranscript, LeafThatCanNotBeReadIsABadKey)
+TRANSCRIPT(ChainTranscript, "a leaf that can't be parsed is a bad key")
 {
     auto& record = token.withCertificateOf(pair, Bytes(40, 0x30));
     ask(room(100));

@@ -4,7 +4,7 @@ namespace quelta::test {
 
 using ContextTranscript = CspScenario;
 
-TEST_F(ContextTranscript, FirstOpeningStartsTheLibraryAndTheMonitorLaterOnesFindThemRunning)
+TRANSCRIPT(ContextTranscript, "the first opening starts the library and the monitor")
 {
     token.connect({"TOKEN-1", "TOKEN-2"});
     token.withKeyPair(usageSigning, algorithmRsa2048);
@@ -16,7 +16,7 @@ TEST_F(ContextTranscript, FirstOpeningStartsTheLibraryAndTheMonitorLaterOnesFind
     csp.release();
 }
 
-TEST_F(ContextTranscript, WithoutATokenOrWithOneThatDoesNotOpenTheLibraryIsStartedAgainEachTime)
+TRANSCRIPT(ContextTranscript, "the library is started again until a token was opened")
 {
     token.unplug();
     csp.acquire(nullptr, CRYPT_VERIFYCONTEXT);

@@ -18,7 +18,7 @@ protected:
     HCRYPTKEY key = 0;
 };
 
-TEST_F(CryptTranscript, EncryptedDataIsTurnedAndTheTypeGoesByTheBytesOfThePublicKeyItsFormByTheFirst)
+TRANSCRIPT(CryptTranscript, "the cipher is reversed, and the number of public key bytes decides the type")
 {
     csp.encrypt(key, counting(20, 0x40));
     setPublicKey(pair, Bytes{0x30, 1, 2});
@@ -32,7 +32,7 @@ TEST_F(CryptTranscript, EncryptedDataIsTurnedAndTheTypeGoesByTheBytesOfThePublic
     }
 }
 
-TEST_F(CryptTranscript, EncryptionIsRefusedForItsSizesBeforeThePIN)
+TRANSCRIPT(CryptTranscript, "wrong sizes are refused before the PIN is asked for")
 {
     errorsAlone();
     BYTE byte = 0;
@@ -46,7 +46,7 @@ TEST_F(CryptTranscript, EncryptionIsRefusedForItsSizesBeforeThePIN)
     csp.encrypt(key, Bytes{1});
 }
 
-TEST_F(CryptTranscript, KeyPairDecryptsTurnedDataAndTheUserGivesThePINAlsoWhenTheSignOnHasExpired)
+TRANSCRIPT(CryptTranscript, "a key pair decrypts reversed data, and the user gives the PIN")
 {
     tokenState().pinCache.clear();
     user.entersPin("1234");
@@ -65,14 +65,14 @@ TEST_F(CryptTranscript, KeyPairDecryptsTurnedDataAndTheUserGivesThePINAlsoWhenTh
     csp.decrypt(key);
 }
 
-TEST_F(CryptTranscript, DecryptionNeedsDataThatTheTokenCanCount)
+TRANSCRIPT(CryptTranscript, "there is no data to decrypt, or more than the token can count")
 {
     errorsAlone();
     csp("CPDecrypt", {key, 0, Place{1, 0x80000000}});
     csp.decrypt(key, {});
 }
 
-TEST_F(CryptTranscript, SymmetricKeyDecryptsWithTheVectorThatIsSetAtTheTime)
+TRANSCRIPT(CryptTranscript, "a symmetric key decrypts with the vector that is set at the time")
 {
     const HCRYPTKEY symmetric = sessionKey(CALG_AES_256, counting(32, 0x70));
     csp.decrypt(symmetric, Bytes(32, 0xAA));
@@ -85,7 +85,7 @@ TEST_F(CryptTranscript, SymmetricKeyDecryptsWithTheVectorThatIsSetAtTheTime)
     csp.decrypt(symmetric, Bytes(32, 0xAA));
 }
 
-TEST_F(CryptTranscript, RandomBytesAndTheHardwareSwitchTurnedRound)
+TRANSCRIPT(CryptTranscript, "random bytes, with the hardware switch on and off")
 {
     csp.genRandom(room(9));
     errorsAlone();

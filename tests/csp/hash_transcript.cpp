@@ -15,14 +15,14 @@ protected:
     HCRYPTHASH hash;
 };
 
-TEST_F(HashTranscript, AlgorithmsAndTheirMechanisms)
+TRANSCRIPT(HashTranscript, "the algorithms and their mechanisms")
 {
     for (const ALG_ID algorithm : {CALG_SHA1, CALG_SHA_256, CALG_SHA_384, CALG_SHA_512, CALG_MD5}) csp.createHash(algorithm);
     errorsAlone();
     csp.createHash(CALG_MD5, 1);
 }
 
-TEST_F(HashTranscript, DigestIsFinishedWhenItIsFirstReadAndThenKept)
+TRANSCRIPT(HashTranscript, "the digest is finished when it is first read, and then kept")
 {
     for (const Bytes& data : {Bytes{1, 2, 3}, Bytes()}) csp.hashData(hash, data);
     for (const Place& place : {query(), room(4)}) csp.getHashParam(hash, HP_HASHVAL, place);
@@ -32,7 +32,7 @@ TEST_F(HashTranscript, DigestIsFinishedWhenItIsFirstReadAndThenKept)
     csp.destroyHash(hash);
 }
 
-TEST_F(HashTranscript, SizeAndAlgorithmAreReadBackUnlessTheDigestIsLong)
+TRANSCRIPT(HashTranscript, "size and algorithm are read back unless the digest is long")
 {
     const auto readAll = [this](HCRYPTHASH of) {
         for (const DWORD parameter : {HP_ALGID, HP_HASHSIZE}) csp.getHashParam(of, parameter, room(4));
@@ -48,7 +48,7 @@ TEST_F(HashTranscript, SizeAndAlgorithmAreReadBackUnlessTheDigestIsLong)
     readAll(hash);
 }
 
-TEST_F(HashTranscript, StructureForHMACRestartsThePlainHashAndIsNotReadBackAndADigestIsSetAsItIs)
+TRANSCRIPT(HashTranscript, "the HMAC structure restarts the plain hash and is not read back")
 {
     hash = newHash(CALG_SHA1);
     const auto setHmac = [&] { csp.setHashParam(hash, HP_HMAC_INFO, counting(sizeof(HMAC_INFO))); };
@@ -62,7 +62,7 @@ TEST_F(HashTranscript, StructureForHMACRestartsThePlainHashAndIsNotReadBackAndAD
     csp.hashData(hash, Bytes{3});
 }
 
-TEST_F(HashTranscript, DuplicateStartsAfreshUnlessTheDigestIsFinished)
+TRANSCRIPT(HashTranscript, "a duplicate starts afresh unless the digest is finished")
 {
     csp.hashData(hash, Bytes{1});
     HCRYPTHASH copy = csp.duplicateHash(hash);
@@ -88,7 +88,7 @@ TEST_F(HashTranscript, DuplicateStartsAfreshUnlessTheDigestIsFinished)
     csp.getHashParam(hash, HP_HASHVAL, room(32));
 }
 
-TEST_F(HashTranscript, DataThatTheTokensLengthsCanNotSayGoesInPieces)
+TRANSCRIPT(HashTranscript, "data that is longer than the token can count goes in pieces")
 {
     constexpr DWORD size = 0x80000005, readable = 0x10000;
     // The token's stand-in looks at short pieces only.
@@ -104,7 +104,7 @@ TEST_F(HashTranscript, DataThatTheTokensLengthsCanNotSayGoesInPieces)
     }
 }
 
-TEST_F(HashTranscript, Refusals)
+TRANSCRIPT(HashTranscript, "refused parameters")
 {
     csp.getHashParam(hash, 99, query(4));
     csp.setHashParam(hash, HP_ALGID, Bytes(4));

@@ -43,7 +43,7 @@ protected:
     HCRYPTKEY with;
 };
 
-TEST_F(KeyBlobsTranscript, PublicKeyBecomesDERAndNeedsNoToken)
+TRANSCRIPT(KeyBlobsTranscript, "a public key becomes DER and needs no token")
 {
     import(publicBlob(2048));
     import(publicBlob(1536));
@@ -56,7 +56,7 @@ TEST_F(KeyBlobsTranscript, PublicKeyBecomesDERAndNeedsNoToken)
     import(tooShort);
 }
 
-TEST_F(KeyBlobsTranscript, PlainKeyIsStoredOnTheToken)
+TRANSCRIPT(KeyBlobsTranscript, "a plain key is stored on the token")
 {
     import(symmetricBlob(PLAINTEXTKEYBLOB, CALG_AES_128, 16));
     errorsAlone();
@@ -64,7 +64,7 @@ TEST_F(KeyBlobsTranscript, PlainKeyIsStoredOnTheToken)
     import(symmetricBlob(PLAINTEXTKEYBLOB, CALG_AES_192, 24));
 }
 
-TEST_F(KeyBlobsTranscript, WrappedKeyIsTriedWithEachAESKeyInTurn)
+TRANSCRIPT(KeyBlobsTranscript, "a wrapped key is tried with each AES key in turn")
 {
     const Bytes blob = keyBlob(wrapBlob, CALG_AES_128, counting(28));
     token.withAesKey(encryptionTripleDes);
@@ -78,7 +78,7 @@ TEST_F(KeyBlobsTranscript, WrappedKeyIsTriedWithEachAESKeyInTurn)
     import(keyBlob(wrapBlob, CALG_3DES, counting(5)));
 }
 
-TEST_F(KeyBlobsTranscript, EncryptedKeyIsTriedTurnedAndThenAsItIsAndJudgedOnceItIsClear)
+TRANSCRIPT(KeyBlobsTranscript, "an encrypted key is tried reversed, then as it is")
 {
     const auto blob = [](ALG_ID algorithm) { return symmetricBlob(SIMPLEBLOB, algorithm, 128); };
     token.plain.bytes = counting(24, 0x70);
@@ -95,7 +95,7 @@ TEST_F(KeyBlobsTranscript, EncryptedKeyIsTriedTurnedAndThenAsItIsAndJudgedOnceIt
     import(blob(CALG_AES_192));
 }
 
-TEST_F(KeyBlobsTranscript, BlobsOfOtherTypesAndWithoutContentAreRefused)
+TRANSCRIPT(KeyBlobsTranscript, "blobs of other types and without content are refused")
 {
     import(symmetricBlob(PRIVATEKEYBLOB, CALG_AES_128, 16));
     csp.importKey(CspCalls::null, 0, CRYPT_EXPORTABLE);
@@ -104,7 +104,7 @@ TEST_F(KeyBlobsTranscript, BlobsOfOtherTypesAndWithoutContentAreRefused)
     import(symmetricBlob(12, CALG_AES_128, 0));
 }
 
-TEST_F(KeyBlobsTranscript, BlobsOfEveryTypeAndLengthAreReadNoFurtherThanTheyGo)
+TRANSCRIPT(KeyBlobsTranscript, "blobs of every type and length are not read beyond their end")
 {
     token.plain.bytes = Bytes{1};
     for (const BYTE type : Bytes{0, 1, 2, 5, 6, 7, 8, 9, 10, wrapBlob, 12, 255}) {
@@ -123,7 +123,7 @@ TEST_F(KeyBlobsTranscript, BlobsOfEveryTypeAndLengthAreReadNoFurtherThanTheyGo)
     }
 }
 
-TEST_F(KeyBlobsTranscript, PublicKeyOfAKeyPairIsExported)
+TRANSCRIPT(KeyBlobsTranscript, "the public key of a key pair is exported")
 {
     for (const Place& place : {query(7), room(275), room(276)}) csp.exportKey(with, PUBLICKEYBLOB, place, 5);
     for (const DWORD type : {PRIVATEKEYBLOB, SIMPLEBLOB}) csp.exportKey(with, type, room(276));

@@ -4,7 +4,7 @@ namespace quelta::test {
 
 using KeysTranscript = CspScenario;
 
-TEST_F(KeysTranscript, KeySpecMustSuitTheUsageUntilTheContainersNameIsAskedFor)
+TRANSCRIPT(KeysTranscript, "the key spec must suit the usage until the container's name is asked for")
 {
     auto& pair = token.withKeyPair(usageSigning, algorithmRsa2048);
     openContainerOf(pair);
@@ -23,7 +23,7 @@ TEST_F(KeysTranscript, KeySpecMustSuitTheUsageUntilTheContainersNameIsAskedFor)
     ask(4, AT_KEYEXCHANGE);
 }
 
-TEST_F(KeysTranscript, WithoutAContainerTheFirstThatSuitsIsTaken)
+TRANSCRIPT(KeysTranscript, "without a container the first key that suits is taken")
 {
     open();
     csp.getUserKey(AT_SIGNATURE);
@@ -51,7 +51,7 @@ TEST_F(KeysTranscript, WithoutAContainerTheFirstThatSuitsIsTaken)
     }
 }
 
-TEST_F(KeysTranscript, CertificateIsFoundByLabelThenByReferenceAndShortBuffersAreErrors)
+TRANSCRIPT(KeysTranscript, "the certificate is found by label, then by reference")
 {
     auto& pair = token.withKeyPair(usageSigning, algorithmRsa2048);
     setText(pair.label, "my key");
@@ -70,7 +70,7 @@ TEST_F(KeysTranscript, CertificateIsFoundByLabelThenByReferenceAndShortBuffersAr
     for (const DWORD id : {KP_PERMISSIONS, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE, KP_MODE}) csp.getKeyParam(key, id, room(2));
 }
 
-TEST_F(KeysTranscript, GeneratedKeyIsWhatTheTokenMadeAndTheSizeIsOnlyWrittenDown)
+TRANSCRIPT(KeysTranscript, "a generated key is what the token made, and its size is what was asked for")
 {
     open();
     cachePin();
@@ -91,7 +91,7 @@ TEST_F(KeysTranscript, GeneratedKeyIsWhatTheTokenMadeAndTheSizeIsOnlyWrittenDown
     csp.genKey(CALG_RSA_SIGN);
 }
 
-TEST_F(KeysTranscript, VectorIsTakenFromKeysThatHaveOneAndAllElseIsAcceptedAndDropped)
+TRANSCRIPT(KeysTranscript, "only some keys take a vector, and all else is accepted and dropped")
 {
     token.withKeyPair(usageBoth, algorithmRsa2048);
     open();

@@ -16,7 +16,7 @@ protected:
     QueltaKeyPair& own = token.withKeyPair(usageBoth, algorithmRsa2048);
 };
 
-TEST_F(ProviderParamsTranscript, EachIsAnsweredWhereThereIsRoomAndTellsItsSizeWhereThereIsNone)
+TRANSCRIPT(ProviderParamsTranscript, "each parameter is written if there is room, else its size is told")
 {
     for (const DWORD parameter :
          {PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_UNIQUE_CONTAINER, PP_PROVTYPE, PP_KEYSTORAGE, PP_KEYSET_TYPE,
@@ -29,7 +29,7 @@ TEST_F(ProviderParamsTranscript, EachIsAnsweredWhereThereIsRoomAndTellsItsSizeWh
     }
 }
 
-TEST_F(ProviderParamsTranscript, AlgorithmsAreEnumeratedWithOnePositionForBothForms)
+TRANSCRIPT(ProviderParamsTranscript, "both forms of the algorithm enumeration share one position")
 {
     csp.getProvParam(PP_ENUMALGS, room(32));
     csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_FIRST | CRYPT_NEXT);
@@ -51,7 +51,7 @@ TEST_F(ProviderParamsTranscript, AlgorithmsAreEnumeratedWithOnePositionForBothFo
     csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_NEXT);
 }
 
-TEST_F(ProviderParamsTranscript, ContainersAreThoseOfTheOpeningAndTheirKeySpecComesFromTheUsage)
+TRANSCRIPT(ProviderParamsTranscript, "the containers are those of the opening, and the usage decides the key spec")
 {
     token.withKeyPair(usageSigning, algorithmRsa2048);
     csp.getProvParam(PP_ENUMCONTAINERS, room(40), CRYPT_FIRST);
@@ -67,7 +67,7 @@ TEST_F(ProviderParamsTranscript, ContainersAreThoseOfTheOpeningAndTheirKeySpecCo
     csp.getProvParam(PP_KEYSPEC, room(4));
 }
 
-TEST_F(ProviderParamsTranscript, GivenPINIsCheckedAndKeptOnlyIfItIsRight)
+TRANSCRIPT(ProviderParamsTranscript, "a given PIN is checked, and kept only if it is right")
 {
     csp.setProvParam(PP_SIGNATURE_PIN, bytesOfText("1234"));
     token.pin = "123456";
@@ -79,7 +79,7 @@ TEST_F(ProviderParamsTranscript, GivenPINIsCheckedAndKeptOnlyIfItIsRight)
     recorder.note("cached is \"" + cachedPin() + "\"");
 }
 
-TEST_F(ProviderParamsTranscript, WindowAndRandomNumberSwitchAreTakenAndAllElseIsRefused)
+TRANSCRIPT(ProviderParamsTranscript, "only the PIN, the window and the random number switch can be set")
 {
     csp.setProvParam(PP_USE_HARDWARE_RNG, littleEndian({0}));
     csp.getProvParam(PP_USE_HARDWARE_RNG, room(4));

@@ -43,18 +43,18 @@ protected:
     }
 };
 
-TEST_F(RefusalsTranscript, OneArgumentIsMissing)
+TRANSCRIPT(RefusalsTranscript, "one argument is missing")
 {
     csp.leaveOutEach(rows());
 }
 
-TEST_F(RefusalsTranscript, NothingButFlags)
+TRANSCRIPT(RefusalsTranscript, "there is nothing but flags, or a context and flags")
 {
     csp.callEach("nothing but flags", ".*", {});
     csp.callEach("a context and flags", "P.*[A-Z].*", {csp.context});
 }
 
-TEST_F(RefusalsTranscript, ContextWasNeverMadeReady)
+TRANSCRIPT(RefusalsTranscript, "the context was never made ready")
 {
     CspContext unready;
     const auto all = rows();
@@ -64,7 +64,7 @@ TEST_F(RefusalsTranscript, ContextWasNeverMadeReady)
     csp.context = ready;
 }
 
-TEST_F(RefusalsTranscript, EachFlagByItself)
+TRANSCRIPT(RefusalsTranscript, "each flag by itself")
 {
     errorsAlone();
     csp.trySingleFlags(rows());

@@ -15,7 +15,7 @@ protected:
     HCRYPTHASH hash;
 };
 
-TEST_F(SignTranscript, SizeQueryFinishesTheDigestAndSettlesTheKeyForTheSigningThatFollows)
+TRANSCRIPT(SignTranscript, "a size query finishes the digest and chooses the key for the signing")
 {
     const HCRYPTHASH open = newHash();
     csp.signHash(open, query(7), AT_KEYEXCHANGE);
@@ -29,7 +29,7 @@ TEST_F(SignTranscript, SizeQueryFinishesTheDigestAndSettlesTheKeyForTheSigningTh
     }
 }
 
-TEST_F(SignTranscript, SignOnHasExpiredAndTheUserGivesThePIN)
+TRANSCRIPT(SignTranscript, "the sign-on has expired, and the user gives the PIN")
 {
     token.willAnswer(Call::signHash, 49);
     token.signature.bytes = counting(200);
@@ -45,7 +45,7 @@ TEST_F(SignTranscript, SignOnHasExpiredAndTheUserGivesThePIN)
     csp.signHash(hash, room(200));
 }
 
-TEST_F(SignTranscript, SignOnHasExpiredAndTheUserCancelsOrItExpiresASecondTime)
+TRANSCRIPT(SignTranscript, "the sign-on has expired, and the user cancels or it expires a second time")
 {
     errorsAlone();
     for (int i = 0; i < 3; ++i) token.willAnswer(Call::signHash, 49);
@@ -57,7 +57,7 @@ TEST_F(SignTranscript, SignOnHasExpiredAndTheUserCancelsOrItExpiresASecondTime)
     csp.signHash(hash);
 }
 
-TEST_F(SignTranscript, ContainersKeyThatCanNotSignIsReplacedByTheLastOneOfTheTokenThatCan)
+TRANSCRIPT(SignTranscript, "the last signing key of the token replaces a container's key that can't sign")
 {
     pair.usage = usageKeyExchange;
     csp.signHash(hash);
@@ -76,7 +76,7 @@ TEST_F(SignTranscript, ContainersKeyThatCanNotSignIsReplacedByTheLastOneOfTheTok
     csp.signHash(finishedHash());
 }
 
-TEST_F(SignTranscript, RoomThatCanNotBe)
+TRANSCRIPT(SignTranscript, "no length, and more room than the token can count")
 {
     errorsAlone();
     for (const Place& place : {nowhere(), Place{1, 0x80000000}}) csp.signHash(hash, place);
@@ -84,7 +84,7 @@ TEST_F(SignTranscript, RoomThatCanNotBe)
     csp.signHash(newHash(CALG_SHA_512), query(0x80000000));
 }
 
-TEST_F(SignTranscript, LastErrorAndStatedRoomAreTheCallersWhateverIsWrittenThereMeanwhile)
+TRANSCRIPT(SignTranscript, "others change the last error and the length during the call")
 {
     errorsAlone();
     tokenState().pinCache.clear();

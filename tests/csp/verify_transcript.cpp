@@ -12,7 +12,7 @@ protected:
     QueltaKeyPair& pair = token.withKeyPair(usageBoth, algorithmRsa2048);
 };
 
-TEST_F(VerifyTranscript, KeyGoesToTheTokenAsDERAndTheSignatureTurned)
+TRANSCRIPT(VerifyTranscript, "the key goes to the token as DER and the signature reversed")
 {
     const Bytes der = concat({hexToBytes("30820122300D06092A864886F70D01010105000382010F003082010A0282010100"),
                               {publicKeyOf(pair).begin(), publicKeyOf(pair).end()},
@@ -28,7 +28,7 @@ TEST_F(VerifyTranscript, KeyGoesToTheTokenAsDERAndTheSignatureTurned)
     csp.verifySignature(hash, CspCalls::null, userKey());
 }
 
-TEST_F(VerifyTranscript, WithoutAPublicKeyTheContainersServesAndAlwaysAsAModulus)
+TRANSCRIPT(VerifyTranscript, "without a public key the container's is taken, always as a modulus")
 {
     const HCRYPTHASH hash = finishedHash();
     const HCRYPTKEY symmetric = sessionKey(CALG_AES_128, Bytes(16, 1));
@@ -43,7 +43,7 @@ TEST_F(VerifyTranscript, WithoutAPublicKeyTheContainersServesAndAlwaysAsAModulus
     csp.verifySignature(hash, Bytes{1, 2});
 }
 
-TEST_F(VerifyTranscript, OpenDigestIsReadAsACallerWouldReadIt)
+TRANSCRIPT(VerifyTranscript, "an open digest is read as a caller would read it")
 {
     const HCRYPTKEY key = userKey();
     const HCRYPTHASH hash = newHash(), longHash = newHash(CALG_SHA_384), renamed = newHash(CALG_SHA1);

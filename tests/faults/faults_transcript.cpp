@@ -29,7 +29,7 @@ protected:
     GuardedBuffer large{4096};
 };
 
-TEST_F(FaultsTranscript, EntryPointsOfCryptoAPI)
+TRANSCRIPT(FaultsTranscript, "the entry points of CryptoAPI")
 {
     BYTE table = 0;
     HCRYPTPROV prov = 0;
@@ -109,7 +109,7 @@ TEST_F(FaultsTranscript, EntryPointsOfCryptoAPI)
     CPReleaseContext(prov, 0);
 }
 
-TEST_F(FaultsTranscript, SlotsOfKeyStorage)
+TRANSCRIPT(FaultsTranscript, "the slots of key storage")
 {
     ULONG_PTR provider = 0, key = 0, bare = 0, unfinished = 0, session = 0;
     void* state = nullptr;

@@ -38,12 +38,12 @@ protected:
 };
 
 // Each buffer ends at an inaccessible page, or has three bytes to spare.
-TEST_F(KspBuffersTranscript, EachSlotTellsTheSizeAndWritesOnlyWhatFits)
+TRANSCRIPT(KspBuffersTranscript, "each slot tells the size, and writes only what fits")
 {
     handOutEach([](DWORD size) { return std::vector{query(size), room(size - 1), room(size + 3)}; });
 }
 
-TEST_F(KspBuffersTranscript, OneVariableIsTheLengthAndTheBuffer)
+TRANSCRIPT(KspBuffersTranscript, "one variable is the length and the buffer")
 {
     errorsAlone();
     handOutEach([](DWORD size) { return std::vector{oneVariable(size)}; });

@@ -16,7 +16,7 @@ protected:
     }
 };
 
-TEST_F(KspCryptTranscript, DataIsEncryptedWithTheKeyInDER)
+TRANSCRIPT(KspCryptTranscript, "data is encrypted with the key in DER")
 {
     token.openSingleSignOn();
     const auto key = withKey(algorithmRsa2048);
@@ -36,7 +36,7 @@ TEST_F(KspCryptTranscript, DataIsEncryptedWithTheKeyInDER)
     encrypt(key, 300);
 }
 
-TEST_F(KspCryptTranscript, SignatureStaysAsTheTokenGivesItWhateverItsSize)
+TRANSCRIPT(KspCryptTranscript, "the signature stays as the token gives it")
 {
     const auto curve = withKey(algorithmP521, usageSigning);
     ksp("KSPSignHash", {curve, KspCalls::null, query(7)});
@@ -48,7 +48,7 @@ TEST_F(KspCryptTranscript, SignatureStaysAsTheTokenGivesItWhateverItsSize)
     ksp("KSPSignHash", {curve, Bytes{1}, Place{1, 0x80000000}});
 }
 
-TEST_F(KspCryptTranscript, SignatureIsVerifiedWithTheKeysAlgorithmAndItsPublicKeyInDER)
+TRANSCRIPT(KspCryptTranscript, "a signature is verified with the key's algorithm and its public key in DER")
 {
     ksp("KSPVerifySignature", {withKey(algorithmRsa3072), counting(32), counting(384), BCRYPT_PAD_PSS});
     ksp("KSPVerifySignature", {withKey(algorithmP384), counting(48), counting(96)});
@@ -56,7 +56,7 @@ TEST_F(KspCryptTranscript, SignatureIsVerifiedWithTheKeysAlgorithmAndItsPublicKe
     ksp("KSPVerifySignature", {opened(token.keyPairs[0]), Bytes{1}, Bytes{2}});
 }
 
-TEST_F(KspCryptTranscript, SymmetricKeyDecryptsWithTheSharedVectorInCBCOnly)
+TRANSCRIPT(KspCryptTranscript, "a symmetric key decrypts with the shared vector in CBC only")
 {
     const auto key = clearKey(counting(16));
     cachePin();
@@ -72,7 +72,7 @@ TEST_F(KspCryptTranscript, SymmetricKeyDecryptsWithTheSharedVectorInCBCOnly)
     for (const Place& place : {query(), room(10)}) decrypt(stored, place);
 }
 
-TEST_F(KspCryptTranscript, SilentCallNeedsAValidatedPINAndPSSIsRefusedOnlyAfterThat)
+TRANSCRIPT(KspCryptTranscript, "a silent call needs a validated PIN, and PSS is refused only after that")
 {
     const auto key = withKey(algorithmRsa1024), symmetric = clearKey(counting(16));
     ksp("KSPDecrypt", {key, KspCalls::null, query()});
@@ -91,7 +91,7 @@ TEST_F(KspCryptTranscript, SilentCallNeedsAValidatedPINAndPSSIsRefusedOnlyAfterT
     encrypt(key, 256, NCRYPT_SILENT_FLAG);
 }
 
-TEST_F(KspCryptTranscript, ExpiredSignOnIsRenewedOnce)
+TRANSCRIPT(KspCryptTranscript, "an expired sign-on is renewed once")
 {
     token.withKeyPair(usageBoth, algorithmRsa1024).hardware = 1;
     const auto key = opened(token.keyPairs[0]);
@@ -114,7 +114,7 @@ TEST_F(KspCryptTranscript, ExpiredSignOnIsRenewedOnce)
     sign(key, 128, NCRYPT_SILENT_FLAG);
 }
 
-TEST_F(KspCryptTranscript, RefusalsOfTheUserAtLevelTwo)
+TRANSCRIPT(KspCryptTranscript, "the user cancels, at level 2")
 {
     const auto key = withKey(algorithmRsa1024), symmetric = clearKey(counting(16));
     errorsAlone();
@@ -122,7 +122,7 @@ TEST_F(KspCryptTranscript, RefusalsOfTheUserAtLevelTwo)
     useEach(key, symmetric);
 }
 
-TEST_F(KspCryptTranscript, BothInterfacesShareTheTokenThePINAndTheVector)
+TRANSCRIPT(KspCryptTranscript, "both interfaces share the token, the PIN and the vector")
 {
     CspCalls csp(recorder);
     token.withKeyPair(usageBoth, algorithmRsa1024);

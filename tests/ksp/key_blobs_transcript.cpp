@@ -56,7 +56,7 @@ protected:
     }
 };
 
-TEST_F(KspKeyBlobsTranscript, PublicKeyIsKeptAsItStandsAndNeedsNoToken)
+TRANSCRIPT(KspKeyBlobsTranscript, "a public key is kept as it stands and needs no token")
 {
     importEach(L"RSAPUBLICBLOB", {publicBlob(2048, 256), publicBlob(1536, 192)});
     errorsAlone();
@@ -65,7 +65,7 @@ TEST_F(KspKeyBlobsTranscript, PublicKeyIsKeptAsItStandsAndNeedsNoToken)
     importEach(L"PUBLICBLOB", {publicBlob(2048, 3), publicBlob(1024, 513), Bytes(24)});
 }
 
-TEST_F(KspKeyBlobsTranscript, LegacyPublicKeyBecomesDERMostSignificantByteFirstAndIsExportedAsThat)
+TRANSCRIPT(KspKeyBlobsTranscript, "a legacy public key becomes DER and is exported as that")
 {
     const auto nameDer = [this](std::uint32_t size, const char* exponent) {
         const Bytes modulus = reversed(counting(size, 0xC1)), der = rsaPublicKeyToDer(toHex(modulus), exponent);
@@ -84,7 +84,7 @@ TEST_F(KspKeyBlobsTranscript, LegacyPublicKeyBecomesDERMostSignificantByteFirstA
     importEach(L"CAPIPUBLICBLOB", {legacyBlob(4096), legacyBlob(8192), Bytes(20)});
 }
 
-TEST_F(KspKeyBlobsTranscript, ClearKeyIsStoredOnTheTokenByTheCodeOfItsLength)
+TRANSCRIPT(KspKeyBlobsTranscript, "a clear key is stored on the token by the code of its length")
 {
     token.onImportAesKey = [](QueltaSymmetricKey& stored) {
         setReference(stored, Bytes{0xC1, 0xC2});
@@ -101,7 +101,7 @@ TEST_F(KspKeyBlobsTranscript, ClearKeyIsStoredOnTheTokenByTheCodeOfItsLength)
     importEach(L"KeyDataBlob", {keyData(16)});
 }
 
-TEST_F(KspKeyBlobsTranscript, WrappedKeyIsTriedWithEachAESKeyInTurn)
+TRANSCRIPT(KspKeyBlobsTranscript, "a wrapped key is tried with each AES key in turn")
 {
     cachePin();
     token.withAesKey(encryptionTripleDes);
@@ -116,7 +116,7 @@ TEST_F(KspKeyBlobsTranscript, WrappedKeyIsTriedWithEachAESKeyInTurn)
     importEach(L"OpaqueKeyBlob", {Bytes{9}});
 }
 
-TEST_F(KspKeyBlobsTranscript, EncryptedKeyIsTriedReversedAndThenAsItIs)
+TRANSCRIPT(KspKeyBlobsTranscript, "an encrypted key is tried reversed, then as it is")
 {
     token.withKeyPair(usageKeyExchange, algorithmRsa2048).hardware = 1;
     const auto with = opened(token.keyPairs[0]);
@@ -134,7 +134,7 @@ TEST_F(KspKeyBlobsTranscript, EncryptedKeyIsTriedReversedAndThenAsItIs)
     importEach(L"of another kind", {Bytes{9, 8, 7}}, with);
 }
 
-TEST_F(KspKeyBlobsTranscript, KeyBytesAreExportedAsTheyStandAndFetchedOnceIfTheyAreNotThere)
+TRANSCRIPT(KspKeyBlobsTranscript, "key bytes are exported as they stand, and fetched once if there are none")
 {
     for (const auto algorithm : {algorithmRsa2048, algorithmP256}) {
         const auto& pair = token.withKeyPair(usageSigning, algorithm);

@@ -14,7 +14,7 @@ protected:
     void noteVector() { recorder.note("the vector is " + words(*tokenState().sharedIv.bytes())); }
 };
 
-TEST_F(KspKeyPropertiesTranscript, EachIsAnsweredByItsWholeNameAndOneIsRefusedWithoutAWord)
+TRANSCRIPT(KspKeyPropertiesTranscript, "each property is known by its whole name, and one is refused without a line")
 {
     const auto key = withKey(algorithmRsa3072);
     const DWORD low = static_cast<DWORD>(ksp.provider), high = static_cast<DWORD>(ksp.provider >> 32);
@@ -32,7 +32,7 @@ TEST_F(KspKeyPropertiesTranscript, EachIsAnsweredByItsWholeNameAndOneIsRefusedWi
     get(withKey(algorithmP521), {L"Lengths", L"Block Length"});
 }
 
-TEST_F(KspKeyPropertiesTranscript, CertificateIsTheFirstOfTheLabelOrTheReferenceElseOfThePublicKey)
+TRANSCRIPT(KspKeyPropertiesTranscript, "the certificate is found by label or reference, else by public key")
 {
     auto& pair = token.withKeyPair(usageSigning, algorithmRsa1024);
     setText(pair.label, "mine");
@@ -57,7 +57,7 @@ TEST_F(KspKeyPropertiesTranscript, CertificateIsTheFirstOfTheLabelOrTheReference
     getCertificate(opened(pair));
 }
 
-TEST_F(KspKeyPropertiesTranscript, CertificateGoesToTheTokenWithAllThatTellsItsKey)
+TRANSCRIPT(KspKeyPropertiesTranscript, "a certificate goes to the token with all that identifies its key")
 {
     auto& pair = token.withKeyPair(usageSigning, algorithmRsa1024);
     setText(pair.label, std::string(128, 'L'));
@@ -72,7 +72,7 @@ TEST_F(KspKeyPropertiesTranscript, CertificateGoesToTheTokenWithAllThatTellsItsK
     set(key, L"SmartCardKeyCertificate", {Bytes{0x30}});
 }
 
-TEST_F(KspKeyPropertiesTranscript, ShortInputsChangeNothingAndAreNoFailure)
+TRANSCRIPT(KspKeyPropertiesTranscript, "short inputs change nothing and are no failure")
 {
     const auto key = ksp("KSPCreatePersistedKey", {L"RSA", nullptr});
     set(key, L"Length", {littleEndian({123456789}), Bytes(3), KspCalls::null});
@@ -86,7 +86,7 @@ TEST_F(KspKeyPropertiesTranscript, ShortInputsChangeNothingAndAreNoFailure)
     get(key, {L"Key Usage"});
 }
 
-TEST_F(KspKeyPropertiesTranscript, ChainingModeIsReadUpToItsZeroOrItsEnd)
+TRANSCRIPT(KspKeyPropertiesTranscript, "the chaining mode is read up to its zero or its end")
 {
     const auto key = withKey(algorithmRsa1024);
     const auto unended = [this](std::wstring_view text) {
@@ -103,7 +103,7 @@ TEST_F(KspKeyPropertiesTranscript, ChainingModeIsReadUpToItsZeroOrItsEnd)
     get(key, {L"ChainingMode"});
 }
 
-TEST_F(KspKeyPropertiesTranscript, VectorMustFitTheCipherOfTheKeyWhereThatIsKnown)
+TRANSCRIPT(KspKeyPropertiesTranscript, "the vector must fit the key's cipher if that is known")
 {
     const auto aes128 = clearKey(counting(16)), aes256 = clearKey(counting(32)), middle = clearKey(counting(24));
     set(aes128, L"IV", {counting(16), counting(8)});

@@ -6,7 +6,7 @@ namespace quelta::test {
 
 using KspKeysTranscript = KspScenario;
 
-TEST_F(KspKeysTranscript, KeyIsOpenedByItsWholeNameInUpperCaseButAnEarlierOneWithThatLabelIsTaken)
+TRANSCRIPT(KspKeysTranscript, "a key is opened by its whole name, but an earlier key with that label is taken")
 {
     ksp("KSPOpenKey", {L"01"});
     setText(token.withKeyPair(usageSigning, algorithmRsa2048).label, "03030303030303030303030303030303");
@@ -23,7 +23,7 @@ TEST_F(KspKeysTranscript, KeyIsOpenedByItsWholeNameInUpperCaseButAnEarlierOneWit
     ksp("KSPOpenKey", {L"\u4E41BABABABABABABABABABABABABABABAB"});
 }
 
-TEST_F(KspKeysTranscript, KeyIsMadeInTheProcessAndThenOnTheTokenButKeepsItsAlgorithmAndUsage)
+TRANSCRIPT(KspKeysTranscript, "a key is made in the process, then on the token")
 {
     token.onGenerate = [](QueltaKeyPair& pair) {
         setPublicKey(pair, counting(5, 0x31));
@@ -52,7 +52,7 @@ TEST_F(KspKeysTranscript, KeyIsMadeInTheProcessAndThenOnTheTokenButKeepsItsAlgor
     ksp("KSPDeleteKey", {key});
 }
 
-TEST_F(KspKeysTranscript, TokenIsAskedForWhatTheSettingsMean)
+TRANSCRIPT(KspKeysTranscript, "the settings decide what the token is asked for")
 {
     cachePin();
     errorsAlone();
@@ -72,7 +72,7 @@ TEST_F(KspKeysTranscript, TokenIsAskedForWhatTheSettingsMean)
     for (const LPCWSTR algorithm : {L"rsa", L"ECDSA_P256 "}) ksp("KSPCreatePersistedKey", {algorithm, L"a name"});
 }
 
-TEST_F(KspKeysTranscript, DeletedKeyLosesItsName)
+TRANSCRIPT(KspKeysTranscript, "a deleted key loses its name")
 {
     const auto key = withKey(algorithmRsa1024);
     cachePin();
@@ -86,7 +86,7 @@ TEST_F(KspKeysTranscript, DeletedKeyLosesItsName)
     ksp("KSPFreeKey", {key});
 }
 
-TEST_F(KspKeysTranscript, AlgorithmsAreSelectedByAnySharedOperationAndNamedWithoutAProvider)
+TRANSCRIPT(KspKeysTranscript, "algorithms are selected by any shared operation")
 {
     ksp.enumAlgorithms(0);
     ksp.enumAlgorithms(NCRYPT_HASH_OPERATION);
@@ -102,7 +102,7 @@ TEST_F(KspKeysTranscript, AlgorithmsAreSelectedByAnySharedOperationAndNamedWitho
     ksp.provider = provider;
 }
 
-TEST_F(KspKeysTranscript, KeysAreThoseOfTheFirstLook)
+TRANSCRIPT(KspKeysTranscript, "an enumeration gives the keys that the token had at its start")
 {
     void *empty = nullptr, *state = nullptr, *another = nullptr;
     ksp.enumKeys(empty);

@@ -9,7 +9,7 @@ protected:
     KspProviderTranscript() : KspScenario(false) {}
 };
 
-TEST_F(KspProviderTranscript, FirstOpeningStartsTheLibraryAndOpensTheFirstToken)
+TRANSCRIPT(KspProviderTranscript, "the first opening starts the library and opens the first token")
 {
     token.unplug();
     token.willAnswer(Call::init, 3);
@@ -30,7 +30,7 @@ TEST_F(KspProviderTranscript, FirstOpeningStartsTheLibraryAndOpensTheFirstToken)
     ksp("KSPFreeProvider");
 }
 
-TEST_F(KspProviderTranscript, PropertiesAreKnownByTheirWholeNamesAndOneIsRefusedWithoutAWord)
+TRANSCRIPT(KspProviderTranscript, "properties are known by their whole names, and one is refused without a line")
 {
     open();
     for (const LPCWSTR name : {L"Name", L"name", L"Use Count"}) ksp("KSPGetProviderProperty", {name, query(7), 64});
@@ -41,7 +41,7 @@ TEST_F(KspProviderTranscript, PropertiesAreKnownByTheirWholeNamesAndOneIsRefused
     }
 }
 
-TEST_F(KspProviderTranscript, WindowThatIsTooShortToBeOneClearsItExceptThroughAKey)
+TRANSCRIPT(KspProviderTranscript, "a window that is too short clears it, except through a key")
 {
     open();
     const auto key = withKey(algorithmRsa1024);
@@ -55,7 +55,7 @@ TEST_F(KspProviderTranscript, WindowThatIsTooShortToBeOneClearsItExceptThroughAK
     ksp("KSPSetKeyProperty", {key, L"Lengths", Bytes(16)});
 }
 
-TEST_F(KspProviderTranscript, PINIsReadAsNarrowTextAndKeptOnlyIfItIsRightAndElseAskedFor)
+TRANSCRIPT(KspProviderTranscript, "the PIN is read as narrow text, and kept only if it is right")
 {
     open();
     const auto key = withKey(algorithmRsa1024);

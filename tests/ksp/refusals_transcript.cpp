@@ -36,7 +36,7 @@ protected:
     }
 };
 
-TEST_F(KspRefusalsTranscript, TableIsFoundWithoutANameWhateverTheFlags)
+TRANSCRIPT(KspRefusalsTranscript, "the table needs no name and ignores the flags")
 {
     std::array<KeyStorageFunctionTable*, 2> tables{};
     for (auto** place : {&tables[0], &tables[1], static_cast<KeyStorageFunctionTable**>(nullptr)}) {
@@ -48,7 +48,7 @@ TEST_F(KspRefusalsTranscript, TableIsFoundWithoutANameWhateverTheFlags)
                   std::to_string(version.MinorVersion));
 }
 
-TEST_F(KspRefusalsTranscript, EverythingIsMissing)
+TRANSCRIPT(KspRefusalsTranscript, "everything is missing, or all but a provider and a key")
 {
     ksp.callEach("nothing but flags", ".*", {});
     auto closed = std::make_unique<KspProvider>();
@@ -59,7 +59,7 @@ TEST_F(KspRefusalsTranscript, EverythingIsMissing)
     ksp.callEach("a provider and a key", "PK.*[A-Z].*", {ksp.provider, withKey(algorithmRsa1024)});
 }
 
-TEST_F(KspRefusalsTranscript, OneArgumentIsMissingOrLongerThanTheTokenCanCount)
+TRANSCRIPT(KspRefusalsTranscript, "one argument is missing, or longer than the token can count")
 {
     auto all = rows();
     const auto key = withKey(algorithmRsa1024);
@@ -70,7 +70,7 @@ TEST_F(KspRefusalsTranscript, OneArgumentIsMissingOrLongerThanTheTokenCanCount)
     }
 }
 
-TEST_F(KspRefusalsTranscript, EachFlagByItself)
+TRANSCRIPT(KspRefusalsTranscript, "each flag by itself")
 {
     ksp.trySingleFlags(rows());
 }

@@ -64,13 +64,13 @@ protected:
     std::vector<std::string> lines;
 };
 
-TEST_F(LogTranscript, LineIsTimeTagMessageAndOneLineFeed)
+TRANSCRIPT(LogTranscript, "a line is the time, the tag, the message and one line feed")
 {
     for (const int level : {1, 2, 3, 0, -7, 4})
         record("writeLog(" + std::to_string(level) + ", \"one\\r\\ntwo \")", [&] { writeLog(level, "one\r\ntwo "); });
 }
 
-TEST_F(LogTranscript, NumbersAreSpelledByTheirTypeAndBytesInHexadecimal)
+TRANSCRIPT(LogTranscript, "numbers are spelled by their type, and bytes in hexadecimal")
 {
     const unsigned char bytes[] = {0x0A, 0xF0};
     record("numbers", [] {
@@ -82,7 +82,7 @@ TEST_F(LogTranscript, NumbersAreSpelledByTheirTypeAndBytesInHexadecimal)
     });
 }
 
-TEST_F(LogTranscript, FirstByteOfAnyKindOfValueIsTheLevel)
+TRANSCRIPT(LogTranscript, "the first byte of a value of any kind is the level")
 {
     for (const DWORD level : {3, 2, 1, 0, 4, 127, 128, 255, 256, 259}) {
         setLogLevel(level);
@@ -113,7 +113,7 @@ TEST_F(LogTranscript, FirstByteOfAnyKindOfValueIsTheLevel)
     recordLevel("no key");
 }
 
-TEST_F(LogTranscript, FirstLineIsLostWhereNoFolderIsYet)
+TRANSCRIPT(LogTranscript, "the first line is lost if there is no folder yet")
 {
     for (const char* text : {"the first line", "the next, after the folder was deleted"}) {
         std::filesystem::remove_all(log / "Oskvar");
@@ -122,7 +122,7 @@ TEST_F(LogTranscript, FirstLineIsLostWhereNoFolderIsYet)
     }
 }
 
-TEST_F(LogTranscript, EveryLineIsLostWhereAFileStandsInTheFoldersPlace)
+TRANSCRIPT(LogTranscript, "every line is lost if a file stands in the folder's place")
 {
     std::filesystem::remove_all(log / "Oskvar");
     log.write("Oskvar", toBytes("a file"));

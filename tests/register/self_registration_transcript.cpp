@@ -98,14 +98,14 @@ protected:
     FakeCngLibrary cng{recorder};
 };
 
-TEST_F(SelfRegistrationTranscript, EarlierRegistrationIsTakenBackFirstWhateverThatAnswers)
+TRANSCRIPT(SelfRegistrationTranscript, "an earlier registration is taken back first, whatever that answers")
 {
     FakeCngLibrary::answers[cngUnregister] = FakeCngLibrary::answers[cngRemove] = accessDenied;
     registers();
     unregisters();
 }
 
-TEST_F(SelfRegistrationTranscript, MissingFunctionIsFoundBeforeAnythingIsChanged)
+TRANSCRIPT(SelfRegistrationTranscript, "a missing function is found before anything is changed")
 {
     errorsAlone();
     for (const auto function : {cngRegister, cngUnregister, cngAdd}) registers(cngNames[function]);
@@ -114,7 +114,7 @@ TEST_F(SelfRegistrationTranscript, MissingFunctionIsFoundBeforeAnythingIsChanged
     registers(cngNames[cngRemove]);
 }
 
-TEST_F(SelfRegistrationTranscript, FailureComesBackAsAResultAndInDecimalInTheLog)
+TRANSCRIPT(SelfRegistrationTranscript, "a failure comes back as a result, and in decimal in the log")
 {
     errorsAlone();
     FakeCngLibrary::answers[cngRegister] = accessDenied;
@@ -125,7 +125,7 @@ TEST_F(SelfRegistrationTranscript, FailureComesBackAsAResultAndInDecimalInTheLog
     registers();
 }
 
-TEST_F(SelfRegistrationTranscript, LibraryThatCanNotBeLoadedIsNotFreed)
+TRANSCRIPT(SelfRegistrationTranscript, "a library that can't be loaded is not freed")
 {
     cng.loads = false;
     registers();

@@ -6,7 +6,7 @@
 
 namespace quelta::test {
 
-// A test whose calls are recorded and compared with the transcript beside it; see support/transcript.h. Its name is the title.
+// A test whose calls are recorded and compared with the transcript beside it; see support/transcript.h.
 class Scenario : public ModuleTest {
 protected:
     void TearDown() override { expectTranscript(recorder.lines()); }

@@ -1,14 +1,10 @@
 #include "support/transcript.h"
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
-#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <regex>
 
 namespace quelta::test {
 
@@ -18,18 +14,6 @@ using Lines = std::vector<std::string>;
 using Sections = std::map<std::string, Lines>;
 
 constexpr std::string_view titleMark = "== ";
-
-// "ThePINIsAskedForAgain" is "The PIN is asked for again".
-std::string titleOf(const std::string& testName)
-{
-    static const std::regex endOfWord("[a-z](?=[A-Z0-9])|[A-Z0-9](?=[A-Z][^A-Z])");
-    std::string title = std::regex_replace(testName, endOfWord, "$& ");
-    for (std::size_t i = 1; i + 1 < title.size(); ++i) {
-        const bool isAcronym = title[i + 1] >= 'A' && title[i + 1] <= 'Z';
-        if (title[i - 1] == ' ' && !isAcronym) title[i] = static_cast<char>(std::tolower(title[i]));
-    }
-    return title;
-}
 
 // Beside the source of the test that runs.
 std::filesystem::path fileOfTest()
@@ -43,7 +27,7 @@ Lines titlesOfSuite()
 {
     const auto& suite = *::testing::UnitTest::GetInstance()->current_test_suite();
     Lines titles;
-    for (int i = 0; i < suite.total_test_count(); ++i) titles.push_back(titleOf(suite.GetTestInfo(i)->name()));
+    for (int i = 0; i < suite.total_test_count(); ++i) titles.emplace_back(suite.GetTestInfo(i)->name());
     return titles;
 }
 
@@ -80,7 +64,7 @@ void write(const std::filesystem::path& path, const Sections& sections, const Li
 void expectTranscript(const Lines& recorded)
 {
     const auto path = fileOfTest();
-    const std::string title = titleOf(::testing::UnitTest::GetInstance()->current_test_info()->name());
+    const std::string title = ::testing::UnitTest::GetInstance()->current_test_info()->name();
     const Lines titles = titlesOfSuite();
     Sections sections = read(path);
     if (std::getenv("QUELTA_WRITE_TRANSCRIPTS")) {

@@ -2,6 +2,8 @@
 // test compares its own and shows what differs. With QUELTA_WRITE_TRANSCRIPTS set the files are written instead.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <string>
 #include <vector>
 
@@ -9,5 +11,16 @@ namespace quelta::test {
 
 // For the test that runs. Fails it where the section differs, or where the file has sections that no scenario writes.
 void expectTranscript(const std::vector<std::string>& recorded);
+
+// A test of this fixture whose name is a plain sentence, which is the section's title, too.
+#define TRANSCRIPT(fixture, title) QUELTA_TRANSCRIPT_AT(fixture, title, __LINE__)
+#define QUELTA_TRANSCRIPT_AT(fixture, title, line) QUELTA_TRANSCRIPT(fixture, title, line)
+#define QUELTA_TRANSCRIPT(fixture, title, line)                                                                                  \
+    class fixture##line : public fixture {                                                                                       \
+        void TestBody() override;                                                                                                \
+    };                                                                                                                           \
+    [[maybe_unused]] static const auto* const registered##line = ::testing::RegisterTest(                                        \
+        #fixture, title, nullptr, nullptr, __FILE__, line, []() -> fixture* { return new fixture##line; });                      \
+    void fixture##line::TestBody()
 
 } // namespace quelta::test

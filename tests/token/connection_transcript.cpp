@@ -29,7 +29,7 @@ protected:
     KspCalls ksp{recorder};
 };
 
-TEST_F(ConnectionTranscript, FirstOfSeveralTokensIsOpenedOnceForBothProviders)
+TRANSCRIPT(ConnectionTranscript, "the first of several tokens is opened once for both providers")
 {
     token.connect({"FIRST", "SECOND"});
     openBoth();
@@ -38,7 +38,7 @@ TEST_F(ConnectionTranscript, FirstOfSeveralTokensIsOpenedOnceForBothProviders)
     openBoth();
 }
 
-TEST_F(ConnectionTranscript, LibraryIsStartedAgainUntilADeviceWasOpened)
+TRANSCRIPT(ConnectionTranscript, "the library is started again until a device was opened")
 {
     token.unplug();
     openBoth();
@@ -51,7 +51,7 @@ TEST_F(ConnectionTranscript, LibraryIsStartedAgainUntilADeviceWasOpened)
     openBoth();
 }
 
-TEST_F(ConnectionTranscript, TokenThatWasPulledOutIsOpenedAgainAndItsPINAskedForAgain)
+TRANSCRIPT(ConnectionTranscript, "a token that was pulled out is opened again and its PIN is asked for again")
 {
     errorsAlone();
     openBoth();
@@ -66,7 +66,7 @@ TEST_F(ConnectionTranscript, TokenThatWasPulledOutIsOpenedAgainAndItsPINAskedFor
 }
 
 // What the monitor's thread writes itself stands where it comes to it, and is not here.
-TEST_F(ConnectionTranscript, MonitorIsStartedOnceAndStoppedOnce)
+TRANSCRIPT(ConnectionTranscript, "the monitor is started once and stopped once")
 {
     start();
     stop();

@@ -50,7 +50,7 @@ protected:
     KspProvider provider;
 };
 
-TEST_F(PinPromptTranscript, PINIsAskedForOnceAndServesBothProviders)
+TRANSCRIPT(PinPromptTranscript, "the PIN is asked for once and serves both providers")
 {
     user.entersPin("1234");
     cspAsks();
@@ -62,7 +62,7 @@ TEST_F(PinPromptTranscript, PINIsAskedForOnceAndServesBothProviders)
     cspAsks();
 }
 
-TEST_F(PinPromptTranscript, LongestPINArrivesWhole)
+TRANSCRIPT(PinPromptTranscript, "the longest PIN arrives whole")
 {
     errorsAlone();
     token.pin = std::string(63, 'p');
@@ -70,7 +70,7 @@ TEST_F(PinPromptTranscript, LongestPINArrivesWhole)
     cspAsks();
 }
 
-TEST_F(PinPromptTranscript, LongerPINIsSentWholeAndCryptoAPIKeeps63Bytes)
+TRANSCRIPT(PinPromptTranscript, "a longer PIN is sent whole, and CryptoAPI keeps 63 bytes of it")
 {
     errorsAlone();
     token.pin = std::string(62, 'p') + "abc";
@@ -84,7 +84,7 @@ TEST_F(PinPromptTranscript, LongerPINIsSentWholeAndCryptoAPIKeeps63Bytes)
     });
 }
 
-TEST_F(PinPromptTranscript, SingleSignOnShowsNothingCachesNothingAndIsAskedForEachTime)
+TRANSCRIPT(PinPromptTranscript, "single sign-on shows nothing, caches nothing and is asked for each time")
 {
     token.openSingleSignOn();
     cspAsks();
@@ -92,7 +92,7 @@ TEST_F(PinPromptTranscript, SingleSignOnShowsNothingCachesNothingAndIsAskedForEa
     kspAsks();
 }
 
-TEST_F(PinPromptTranscript, WrongPINIsToldAndAskedForAgainUntilItIsLocked)
+TRANSCRIPT(PinPromptTranscript, "a wrong PIN is told and asked for again until it is locked")
 {
     errorsAlone();
     eachAsks([this] {
@@ -105,7 +105,7 @@ TEST_F(PinPromptTranscript, WrongPINIsToldAndAskedForAgainUntilItIsLocked)
     });
 }
 
-TEST_F(PinPromptTranscript, ClockMismatchEndsThePromptUnlessAttemptsAreCounted)
+TRANSCRIPT(PinPromptTranscript, "a clock mismatch ends the prompt unless attempts are counted")
 {
     errorsAlone();
     eachAsks([this] {
@@ -121,7 +121,7 @@ TEST_F(PinPromptTranscript, ClockMismatchEndsThePromptUnlessAttemptsAreCounted)
     });
 }
 
-TEST_F(PinPromptTranscript, WhoGivesUpIsNotCheckedAndLeavesNoPIN)
+TRANSCRIPT(PinPromptTranscript, "a user who cancels leaves no PIN, and nothing is checked")
 {
     eachAsks([this] {
         // As a sign-on leaves it, for which no PIN is cached.
@@ -142,7 +142,7 @@ TEST_F(PinPromptTranscript, WhoGivesUpIsNotCheckedAndLeavesNoPIN)
     });
 }
 
-TEST_F(PinPromptTranscript, DialogThatCanNotBeMadeCountsAsCancelled)
+TRANSCRIPT(PinPromptTranscript, "a dialog that can't be made counts as cancelled")
 {
     tokenState().moduleHandle = GetModuleHandleA("ntdll.dll");
     eachAsks([] {});
