@@ -16,16 +16,12 @@ protected:
     QueltaKeyPair& own = token.withKeyPair(usageBoth, algorithmRsa2048);
 };
 
-TRANSCRIPT(ProviderParamsTranscript, "each parameter is written if there is room, else its size is told")
+TRANSCRIPT(ProviderParamsTranscript, "each parameter is written if there is room")
 {
     for (const DWORD parameter :
          {PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_UNIQUE_CONTAINER, PP_PROVTYPE, PP_KEYSTORAGE, PP_KEYSET_TYPE,
           PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN, PP_USE_HARDWARE_RNG, PP_KEYSPEC, PP_ENUMEX_SIGNING_PROT}) {
         csp.getProvParam(parameter, room(40));
-    }
-    for (const DWORD parameter : {PP_IMPTYPE, PP_NAME, PP_USE_HARDWARE_RNG, PP_KEYSPEC, PP_ENUMEX_SIGNING_PROT, PP_ENUMALGS,
-                                  PP_ENUMALGS_EX, PP_ENUMCONTAINERS}) {
-        csp.getProvParam(parameter, room(3), CRYPT_FIRST);
     }
 }
 

@@ -76,7 +76,14 @@ std::string Recorder::handle(ULONG_PTR handle) const
 
 void Recorder::call(ByteView bytes, const std::string& word)
 {
-    wordsOfHex_.emplace_back(toHex(bytes), word);
+    callText(toHex(bytes), word);
+}
+
+// Longer texts come first: they may hold others.
+void Recorder::callText(const std::string& text, const std::string& word)
+{
+    const auto shorter = std::ranges::find_if(words_, [&](const auto& known) { return known.first.size() < text.size(); });
+    words_.emplace(shorter, text, word);
 }
 
 void Recorder::writeDown(std::string line)
@@ -112,7 +119,7 @@ void Recorder::writeLogLine(const LogLine& line)
 std::string Recorder::inWords(std::string text) const
 {
     for (const auto& [address, word] : handles_) replaceAll(text, addressText(address), word);
-    for (const auto& [hex, word] : wordsOfHex_) replaceAll(text, hex, word);
+    for (const auto& [hex, word] : words_) replaceAll(text, hex, word);
     return withShortHex(text);
 }
 

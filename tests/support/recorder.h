@@ -53,6 +53,8 @@ public:
     std::string handle(ULONG_PTR handle) const;
     // Bytes that differ from run to run, or say little, and what to write in their place.
     void call(ByteView bytes, const std::string& word);
+    // The same for any text.
+    void callText(const std::string& text, const std::string& word);
 
     const std::vector<std::string>& lines() const { return lines_; }
 
@@ -71,7 +73,7 @@ private:
     std::optional<std::string> unnamed_;
     std::map<ULONG_PTR, std::string> handles_;
     std::map<std::string, int> counts_;
-    std::vector<std::pair<std::string, std::string>> wordsOfHex_;
+    std::vector<std::pair<std::string, std::string>> words_;
 };
 
 } // namespace quelta::test
