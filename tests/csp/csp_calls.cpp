@@ -66,7 +66,8 @@ CspCalls::~CspCalls()
 BOOL CspCalls::recorded(const char* name, const std::string& arguments, const std::function<BOOL()>& call)
 {
     Called<BOOL> called{};
-    recorder_.record(name, handle(context) + ", " + arguments, [&] { return answerText(called = callWithLastError(call)); });
+    recorder_.record(name, handle(context) + ", " + arguments,
+                     [&] { return answerText(called = callWithLastError(std::ref(call))); });
     return called.result;
 }
 

@@ -13,6 +13,7 @@ namespace quelta::test {
 void expectTranscript(const std::vector<std::string>& recorded);
 
 // A test of this fixture whose name is a plain sentence, which is the section's title, too.
+// NOLINTBEGIN(bugprone-macro-parentheses): a base class takes none
 #define TRANSCRIPT(fixture, title) QUELTA_TRANSCRIPT_AT(fixture, title, __LINE__)
 #define QUELTA_TRANSCRIPT_AT(fixture, title, line) QUELTA_TRANSCRIPT(fixture, title, line)
 #define QUELTA_TRANSCRIPT(fixture, title, line)                                                                                  \
@@ -22,5 +23,6 @@ void expectTranscript(const std::vector<std::string>& recorded);
     [[maybe_unused]] static const auto* const registered##line = ::testing::RegisterTest(                                        \
         #fixture, title, nullptr, nullptr, __FILE__, line, []() -> fixture* { return new fixture##line; });                      \
     void fixture##line::TestBody()
+// NOLINTEND(bugprone-macro-parentheses)
 
 } // namespace quelta::test
