@@ -1,3 +1,4 @@
+#include "common/hex.h"
 #include "end_to_end/token_test.h"
 
 namespace quelta::test {

@@ -151,7 +151,7 @@ TEST_F(PinDialogWindow, LooksAsDesigned)
                                           {"", {65, 27, 111, 14}},
                                           {"Login", {64, 50, 50, 14}},
                                           {"Cancel", {127, 50, 50, 14}}}) {
-            EXPECT_EQ(bench::textOf(control), text);
+            EXPECT_EQ(textOf(control), text);
             RECT actual{};
             GetWindowRect(control, &actual);
             MapWindowPoints(nullptr, window, reinterpret_cast<POINT*>(&actual), 2);
