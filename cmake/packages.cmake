@@ -5,13 +5,14 @@
 function(quelta_find_package package)
   find_package(${package} CONFIG QUIET)
   if(NOT ${package}_FOUND)
-    message(FATAL_ERROR "${package} is missing: run \"vcpkg install nlohmann-json cli11 gtest --triplet x64-windows-static\" and "
-      "configure with -DVCPKG_TARGET_TRIPLET=x64-windows-static "
+    message(FATAL_ERROR "${package} is missing: run \"vcpkg install nlohmann-json cli11 boost-multiprecision gtest "
+      "--triplet x64-windows-static\" and configure with -DVCPKG_TARGET_TRIPLET=x64-windows-static "
       "-DCMAKE_TOOLCHAIN_FILE=VCPKG/scripts/buildsystems/vcpkg.cmake, or leave out what needs it with the preset windows-msvc")
   endif()
 endfunction()
 
-# Defines the interface target `target` for the package whose main header is <folder/header>.
+# Defines the interface target `target` for the package whose main header is <folder/header>. A fifth argument is the package's own
+# target where that is not PACKAGE::PACKAGE.
 function(quelta_header_only target package folder header)
   if(TARGET ${target})
     return()
@@ -19,12 +20,14 @@ function(quelta_header_only target package folder header)
   add_library(${target} INTERFACE)
   if(NOT CMAKE_CROSSCOMPILING)
     quelta_find_package(${package})
-    target_link_libraries(${target} INTERFACE ${package}::${package})
+    set(candidates ${ARGN} ${package}::${package})
+    list(GET candidates 0 imported)
+    target_link_libraries(${target} INTERFACE ${imported})
     return()
   endif()
   find_path(${target}_ROOT NAMES ${folder}/${header} NO_CMAKE_FIND_ROOT_PATH)
   if(NOT ${target}_ROOT)
-    message(FATAL_ERROR "${folder}/${header} is missing: run \"apt-get install libcli11-dev nlohmann-json3-dev\"")
+    message(FATAL_ERROR "${folder}/${header} is missing: run \"apt-get install libboost-dev libcli11-dev nlohmann-json3-dev\"")
   endif()
   set(links ${CMAKE_BINARY_DIR}/header_only/${target})
   file(MAKE_DIRECTORY ${links})

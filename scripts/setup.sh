@@ -29,7 +29,7 @@ prefix=$build/wine-prefix
 
 # shellcheck disable=SC2034
 build_packages=(wine wine64 xvfb g++-mingw-w64-x86-64-posix mingw-w64-tools cmake ninja-build openssl nlohmann-json3-dev
-    libcli11-dev)
+    libcli11-dev libboost-dev)
 # shellcheck disable=SC2034
 release_packages=(zip unzip osslsigncode wixl msitools)
 # shellcheck disable=SC2034

@@ -2,7 +2,6 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,19 +11,17 @@ using Folder = std::filesystem::path;
 
 struct InitOptions {
     std::string pin;
-    std::string label = "Software token";
     int attempts = 10;
     bool force = false;
 };
 void init(const Folder& folder, const InitOptions& options);
 
 void setPlugged(const Folder& folder, bool plugged);
-// "on", "off", "expire", "status".
+// "on", "off", "expire".
 void singleSignOn(const Folder& folder, const std::string& action);
-// "ok", "mismatch", "status".
+// "ok", "mismatch".
 void clock(const Folder& folder, const std::string& action);
 
-void pinStatus(const Folder& folder);
 void pinChange(const Folder& folder, const std::string& newPin);
 void pinUnlock(const Folder& folder);
 void pinLock(const Folder& folder);
@@ -38,9 +35,7 @@ void keygen(const Folder& folder, const KeygenOptions& options);
 
 struct ImportOptions {
     std::vector<std::string> files;
-    std::optional<std::string> password;
     std::string aes;
-    std::string usage;
     std::string label;
 };
 void importItems(const Folder& folder, const ImportOptions& options);
@@ -48,10 +43,7 @@ void importItems(const Folder& folder, const ImportOptions& options);
 struct CertificateOptions {
     std::string key;
     std::string subject;
-    std::string issuer;
-    std::string root;
-    int days = 365;
-    std::string exported; // "leaf", "issuing", "root", "chain"; empty to make a new one
+    std::string exported; // "leaf", "issuing", "root"; empty to make a new chain
     std::string out;
 };
 void certificate(const Folder& folder, const CertificateOptions& options);

@@ -1,6 +1,8 @@
 #include "cli/commands.h"
 #include "cli/select.h"
+#include "common/bcrypt_calls.h"
 #include "common/hex.h"
+#include "common/pem.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
 #include "formats/certificate.h"
@@ -25,7 +27,7 @@ std::uint32_t usageFor(const PrivateKey& key, const std::string& name)
 void storeAesKey(const Folder& folder, ByteView value, const std::string& label)
 {
     KeyId id{};
-    change(folder, [&](TokenState& state) {
+    change(folder, [&](StoredToken& state) {
         requireFreeLabel(state, label);
         const std::uint32_t type = value.size() == 16 ? encryptionAes128 : encryptionAes256;
         id = addAesKey(state, value, type, aesUsage, label).id;
@@ -39,7 +41,7 @@ KeyFile readFiles(const ImportOptions& options)
     KeyFile all;
     for (const std::string& name : options.files) {
         try {
-            KeyFile file = readKeyFile(readFile(pathFrom(name)), options.password);
+            KeyFile file = readKeyFile(readFile(pathFrom(name)));
             all.keys.insert(all.keys.end(), file.keys.begin(), file.keys.end());
             all.certificates.insert(all.certificates.end(), file.certificates.begin(), file.certificates.end());
         } catch (const TokenError& error) {
@@ -47,27 +49,26 @@ KeyFile readFiles(const ImportOptions& options)
         }
     }
     if (all.keys.empty() && all.certificates.empty())
-        throw TokenError("neither a private key nor a certificate in there: give PEM, PKCS#12 or DER files");
+        throw TokenError("neither a private key nor a certificate in there: give PEM or DER files");
     return all;
 }
 
-const StoredKeyPair* findByPublicKey(const TokenState& state, const Bytes& publicKey)
+const StoredKeyPair* findByPublicKey(const StoredToken& state, const Bytes& publicKey)
 {
     const auto found =
         std::ranges::find_if(state.keyPairs, [&](const StoredKeyPair& pair) { return pair.publicKey == publicKey; });
     return found == state.keyPairs.end() ? nullptr : &*found;
 }
 
-KeyId storeKey(TokenState& state, const KeyOfFile& item, const ImportOptions& options)
+KeyId storeKey(StoredToken& token, const PrivateKey& key, const std::string& label)
 {
-    if (const StoredKeyPair* known = findByPublicKey(state, shownPublicKey(publicOf(item.key)))) return known->id;
-    const std::string& label = options.label.empty() ? item.label : options.label;
-    requireFreeLabel(state, label);
-    return addKeyPair(state, item.key, usageFor(item.key, options.usage), label).id;
+    if (const StoredKeyPair* known = findByPublicKey(token, shownPublicKey(publicOf(key)))) return known->id;
+    requireFreeLabel(token, label);
+    return addKeyPair(token, key, usageFor(key, {}), label).id;
 }
 
 // An issuer's key may be of a kind that the token itself can't hold.
-const StoredKeyPair* pairOfCertificate(const TokenState& state, ByteView der)
+const StoredKeyPair* pairOfCertificate(const StoredToken& state, ByteView der)
 {
     const CertificateFields fields = readCertificate(der);
     try {
@@ -86,10 +87,10 @@ void keygen(const Folder& folder, const KeygenOptions& options)
         storeAesKey(folder, randomBytes(options.type == "aes128" ? 16 : 32), options.label);
         return;
     }
-    const PrivateKey key = generateKey(algorithmNamed(options.type));
+    const PrivateKey key = generateKey(keyAlgorithmNamed(options.type)->code);
     const std::uint32_t usage = usageFor(key, options.usage);
     KeyId id{};
-    change(folder, [&](TokenState& state) {
+    change(folder, [&](StoredToken& state) {
         requireFreeLabel(state, options.label);
         id = addKeyPair(state, key, usage, options.label).id;
     });
@@ -108,8 +109,8 @@ void importItems(const Folder& folder, const ImportOptions& options)
     }
     const KeyFile file = readFiles(options);
     std::vector<KeyId> ids;
-    change(folder, [&](TokenState& state) {
-        for (const KeyOfFile& item : file.keys) ids.push_back(storeKey(state, item, options));
+    change(folder, [&](StoredToken& state) {
+        for (const PrivateKey& key : file.keys) ids.push_back(storeKey(state, key, options.label));
         for (const Bytes& der : file.certificates) {
             if (const StoredKeyPair* pair = pairOfCertificate(state, der))
                 addCertificate(state, *pair, der);
@@ -125,16 +126,17 @@ void publicKey(const Folder& folder, const std::string& key, const std::string& 
 {
     const auto state = requireToken(folder);
     const PrivateKey pair = decodePrivateKey(selectKeyPair(*state, key).privateKey);
-    give(out, pemOf("PUBLIC KEY", encodePublicKey(publicOf(pair))));
+    give(out, pemBlock("PUBLIC KEY", encodePublicKey(publicOf(pair))));
 }
 
 void remove(const Folder& folder, const std::string& name)
 {
-    change(folder, [&](TokenState& state) {
+    change(folder, [&](StoredToken& state) {
         std::size_t removed =
             std::erase_if(state.aesKeys, [&](const StoredAesKey& key) { return isNamed(key.id, key.label, name); });
-        removed += std::erase_if(state.certificates,
-                                 [&](const StoredCertificate& certificate) { return thumbprint(certificate.der) == name; });
+        removed += std::erase_if(state.certificates, [&](const StoredCertificate& certificate) {
+            return toHex(digestOf(sha1, certificate.der)) == name;
+        });
         const auto pair =
             std::ranges::find_if(state.keyPairs, [&](const StoredKeyPair& item) { return isNamed(item.id, item.label, name); });
         if (removed == 0 && pair == state.keyPairs.end())

@@ -1,7 +1,9 @@
 #include "base/hex.h"
 #include "cli/commands.h"
 #include "cli/select.h"
+#include "common/bcrypt_calls.h"
 #include "crypto/asymmetric_key.h"
+#include "crypto/primitives.h"
 #include "formats/certificate.h"
 #include "formats/distinguished_name.h"
 
@@ -29,18 +31,29 @@ const Row certificateColumns{"thumbprint", "subject", "issuer", "notBefore", "no
 const Row certificateColumnsShown{"thumbprint", "subject", "issuer", "notAfter", "keyId"};
 const Row aesKeyColumns{"id", "type", "label"};
 
-std::string certificateOf(const TokenState& state, const StoredKeyPair& pair)
+std::string thumbprint(const StoredCertificate& certificate)
+{
+    return toHex(digestOf(sha1, certificate.der));
+}
+
+std::string typeOf(const StoredKeyPair& pair)
+{
+    const KeyAlgorithm* algorithm = keyAlgorithm(pair.algorithm);
+    return algorithm == nullptr ? "unknown" : std::string(algorithm->name);
+}
+
+std::string certificateOf(const StoredToken& state, const StoredKeyPair& pair)
 {
     for (const StoredCertificate& certificate : state.certificates)
-        if (std::ranges::equal(certificate.keyId, pair.id)) return thumbprint(certificate.der);
+        if (std::ranges::equal(certificate.keyId, pair.id)) return thumbprint(certificate);
     return {};
 }
 
 Row certificateRow(const StoredCertificate& certificate)
 {
     const CertificateFields fields = readCertificate(certificate.der);
-    return {thumbprint(certificate.der), nameText(fields.subject), nameText(fields.issuer), fields.notBefore, fields.notAfter,
-            toHex(fields.serial),        toHex(certificate.keyId)};
+    return {thumbprint(certificate), nameText(fields.subject), nameText(fields.issuer), fields.notBefore,
+            fields.notAfter,         toHex(fields.serial),     toHex(certificate.keyId)};
 }
 
 std::string aesType(const StoredAesKey& key)
@@ -48,12 +61,12 @@ std::string aesType(const StoredAesKey& key)
     return "aes" + std::to_string(key.value.size() * 8);
 }
 
-Listing listingOf(const TokenState& state)
+Listing listingOf(const StoredToken& state)
 {
     Listing listing;
     for (const StoredKeyPair& pair : state.keyPairs)
         listing.keyPairs.push_back(
-            {toHex(pair.id), nameOfAlgorithm(pair.algorithm), nameOfUsage(pair.usage), pair.label, certificateOf(state, pair)});
+            {toHex(pair.id), typeOf(pair), nameOfUsage(pair.usage), pair.label, certificateOf(state, pair)});
     for (const StoredCertificate& certificate : state.certificates) listing.certificates.push_back(certificateRow(certificate));
     for (const StoredAesKey& key : state.aesKeys) listing.aesKeys.push_back({toHex(key.id), aesType(key), key.label});
     return listing;
@@ -70,7 +83,7 @@ Json jsonRows(const Row& columns, const std::vector<Row>& rows)
     return list;
 }
 
-void printJson(const Folder& folder, const TokenState& state, const Listing& listing)
+void printJson(const Folder& folder, const StoredToken& state, const Listing& listing)
 {
     const Json json{{"folder", textOf(folder)},
                     {"serial", state.serial},
@@ -119,7 +132,7 @@ void printTable(const std::string& title, const Row& columns, std::vector<Row> r
     }
 }
 
-void printTables(const Folder& folder, const TokenState& state, const Listing& listing)
+void printTables(const Folder& folder, const StoredToken& state, const Listing& listing)
 {
     const std::string session = !state.singleSignOnEnabled ? "off" : state.singleSignOnOpen ? "open" : "expired";
     std::cout << state.serial << " \"" << state.label << "\" in " << textOf(folder) << "\n"

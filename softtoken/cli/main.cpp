@@ -50,12 +50,11 @@ struct CommandLine {
     cli::InitOptions init;
     cli::KeygenOptions keygen;
     cli::ImportOptions imported;
-    std::string password;
     cli::CertificateOptions certificate;
     std::string name;
     std::string out;
     std::string newPin;
-    std::string action = "status";
+    std::string action;
     bool json = false;
 };
 
@@ -72,11 +71,9 @@ CLI::App* addCommand(CLI::App& app, CommandLine& line, const char* name, const c
 
 void addTokenCommands(CLI::App& app, CommandLine& line)
 {
-    CLI::App* init =
-        addCommand(app, line, "init", "Make a token in the folder; prints its identifier", "init --pin 1234 --label Demo",
-                   [](const CommandLine& given, const cli::Folder& folder) { cli::init(folder, given.init); });
+    CLI::App* init = addCommand(app, line, "init", "Make a token in the folder; prints its identifier", "init --pin 1234",
+                                [](const CommandLine& given, const cli::Folder& folder) { cli::init(folder, given.init); });
     init->add_option("--pin", line.init.pin, "The PIN, 4 to 63 ASCII characters")->required();
-    init->add_option("--label", line.init.label, "The token's label");
     init->add_option("--attempts", line.init.attempts, "Wrong PINs until it locks")
         ->check(CLI::Range(1, 1000))
         ->capture_default_str();
@@ -90,12 +87,12 @@ void addTokenCommands(CLI::App& app, CommandLine& line)
     CLI::App* sso =
         addCommand(app, line, "sso", "Single sign-on: an open session needs no PIN, an expired one answers 49", "sso expire",
                    [](const CommandLine& given, const cli::Folder& folder) { cli::singleSignOn(folder, given.action); });
-    sso->add_option("ACTION", line.action, "on, off, expire or status")->check(CLI::IsMember({"on", "off", "expire", "status"}));
+    sso->add_option("ACTION", line.action, "on, off or expire")->required()->check(CLI::IsMember({"on", "off", "expire"}));
 
     CLI::App* clock =
         addCommand(app, line, "clock", "The token's clock: a mismatch makes the PIN check answer 48", "clock mismatch",
                    [](const CommandLine& given, const cli::Folder& folder) { cli::clock(folder, given.action); });
-    clock->add_option("STATE", line.action, "ok, mismatch or status")->check(CLI::IsMember({"ok", "mismatch", "status"}));
+    clock->add_option("STATE", line.action, "ok or mismatch")->required()->check(CLI::IsMember({"ok", "mismatch"}));
 }
 
 void addPinCommands(CLI::App& app, CommandLine& line)
@@ -103,8 +100,6 @@ void addPinCommands(CLI::App& app, CommandLine& line)
     CLI::App* pin = app.add_subcommand("pin", "The PIN and its attempts");
     pin->require_subcommand(1)->fallthrough();
     pin->footer("Example: quelta-token pin unlock");
-    addCommand(*pin, line, "status", "Show the attempts that are left", "pin status",
-               [](const CommandLine&, const cli::Folder& folder) { cli::pinStatus(folder); });
     CLI::App* change =
         addCommand(*pin, line, "change", "Set another PIN, with all attempts", "pin change --new 5678",
                    [](const CommandLine& given, const cli::Folder& folder) { cli::pinChange(folder, given.newPin); });
@@ -126,16 +121,13 @@ void addKeyCommands(CLI::App& app, CommandLine& line)
         ->check(CLI::IsMember(usageNames));
     keygen->add_option("--label", line.keygen.label, "The key's label");
 
-    CLI::App* importing = addCommand(
-        app, line, "import", "Store keys and certificates; prints the keys' identifiers", "import signer.p12 --password secret",
-        [](const CommandLine& given, const cli::Folder& folder) { cli::importItems(folder, given.imported); });
+    CLI::App* importing =
+        addCommand(app, line, "import", "Store keys and certificates; prints the keys' identifiers",
+                   "import key.pem certificate.pem --label signer",
+                   [](const CommandLine& given, const cli::Folder& folder) { cli::importItems(folder, given.imported); });
     CLI::Option* files =
-        importing->add_option("FILES", line.imported.files, "PEM, PKCS#12 or DER files; issuers' certificates may be among them");
-    importing->add_option("--password", line.password, "Of the PKCS#12 file or the encrypted key")
-        ->each([&line](const std::string& given) { line.imported.password = given; });
+        importing->add_option("FILES", line.imported.files, "PEM or DER files; issuers' certificates may be among them");
     importing->add_option("--aes", line.imported.aes, "An AES key as hexadecimal digits, in place of files")->excludes(files);
-    importing->add_option("--usage", line.imported.usage, "What key pairs are for (RSA: both, else sign)")
-        ->check(CLI::IsMember(usageNames));
     importing->add_option("--label", line.imported.label, "The key's label");
 
     CLI::App* publicKey =
@@ -160,15 +152,9 @@ void addCertificateCommand(CLI::App& app, CommandLine& line)
     command->add_option("KEY", options.key, "The key pair");
     CLI::Option* exported =
         command->add_option("--export", options.exported, "Write this part of the chain instead of making one")
-            ->check(CLI::IsMember({"leaf", "issuing", "root", "chain"}));
+            ->check(CLI::IsMember({"leaf", "issuing", "root"}));
     command->add_option("--out", options.out, "The file to write it to (standard output)")->needs(exported);
     command->add_option("--subject", options.subject, "The holder's name, like 'CN=Ada, O=\"Example, Inc\"'")->excludes(exported);
-    command->add_option("--issuer", options.issuer, "The issuing authority's name")->excludes(exported);
-    command->add_option("--root", options.root, "The root authority's name")->excludes(exported);
-    command->add_option("--days", options.days, "How long it is valid")
-        ->check(CLI::Range(1, 36500))
-        ->capture_default_str()
-        ->excludes(exported);
 }
 
 void addListCommand(CLI::App& app, CommandLine& line)

@@ -22,7 +22,7 @@ constexpr UsageRow usages[] = {{usageSigning, "sign"}, {usageKeyExchange, "excha
 
 } // namespace
 
-std::shared_ptr<const TokenState> requireToken(const std::filesystem::path& folder)
+std::shared_ptr<const StoredToken> requireToken(const std::filesystem::path& folder)
 {
     const Reading reading = readToken(folder);
     if (!reading) throw reading.error();
@@ -32,9 +32,9 @@ std::shared_ptr<const TokenState> requireToken(const std::filesystem::path& fold
     return state;
 }
 
-void change(const std::filesystem::path& folder, const std::function<void(TokenState&)>& work)
+void change(const std::filesystem::path& folder, const std::function<void(StoredToken&)>& work)
 {
-    changeToken(folder, [&](TokenState& state) {
+    changeToken(folder, [&](StoredToken& state) {
         work(state);
         return true;
     });
@@ -48,7 +48,7 @@ bool isNamed(ByteView id, const std::string& label, const std::string& name)
     return name == label || (upper.size() >= shortestPrefix && toHex(id).starts_with(upper));
 }
 
-const StoredKeyPair& selectKeyPair(const TokenState& state, const std::string& name)
+const StoredKeyPair& selectKeyPair(const StoredToken& state, const std::string& name)
 {
     const StoredKeyPair* found = nullptr;
     for (const StoredKeyPair& pair : state.keyPairs) {
@@ -77,7 +77,7 @@ std::string nameOfUsage(std::uint32_t usage)
 }
 
 // Certificates find their key by its label as well.
-void requireFreeLabel(const TokenState& state, const std::string& label)
+void requireFreeLabel(const StoredToken& state, const std::string& label)
 {
     const auto has = [&](const auto& item) { return item.label == label; };
     if (std::ranges::any_of(state.keyPairs, has) || std::ranges::any_of(state.aesKeys, has))

@@ -39,16 +39,18 @@ inline PublicKey publicOf(const PrivateKey& key)
     return std::visit([](const auto& pair) -> PublicKey { return pair.shown; }, key);
 }
 
-// Throws TokenError unless an RSA key's numbers belong together. Slow, so not part of decoding; a scalar can't but fit its point.
-void requireConsistent(const PrivateKey& key);
+struct KeyAlgorithm {
+    std::uint32_t code; // as the device library has it
+    std::string_view name;
+    std::size_t bits;
+    bool rsa;
+};
 
-// The device library's code; throws TokenError for a size that the token does not hold.
+// Throws TokenError for a size that the token does not hold.
 std::uint32_t algorithmOf(const PublicKey& key);
-// "rsa2048", "p256"; and back, 0 if there is no such name.
-std::string nameOfAlgorithm(std::uint32_t algorithm);
-std::uint32_t algorithmNamed(std::string_view name);
-std::size_t bitsOfAlgorithm(std::uint32_t algorithm);
-bool isRsaAlgorithm(std::uint32_t algorithm);
+// By the code, and by a name like "rsa2048" or "p256"; null if there is none.
+const KeyAlgorithm* keyAlgorithm(std::uint32_t code);
+const KeyAlgorithm* keyAlgorithmNamed(std::string_view name);
 
 PrivateKey generateKey(std::uint32_t algorithm);
 

@@ -1,8 +1,8 @@
 #include "crypto/ecdsa.h"
 
-#include "common/hex.h"
+#include "base/table.h"
+#include "common/bcrypt_calls.h"
 #include "crypto/big_number.h"
-#include "crypto/primitives.h"
 #include "token/device_records.h"
 
 #include <optional>
@@ -38,26 +38,24 @@ constexpr Curve curves[] = {
 
 Number constant(std::string_view hex)
 {
-    return numberFrom(fromHex(hex).value_or(Bytes()));
+    return Number("0x" + std::string(hex));
 }
 
-// In Jacobian coordinates, as forms modulo the field's prime; the point at infinity has z = 0.
+// In Jacobian coordinates modulo the field's prime, of either sign; the point at infinity has z = 0.
 struct Point {
     Number x, y, z;
-    bool isInfinity() const { return z.empty(); }
+    bool isInfinity() const { return z == 0; }
 };
 
 class CurveArithmetic {
 public:
     explicit CurveArithmetic(const Curve& curve)
-        : field(constant(curve.prime)),
-          order(constant(curve.order)),
-          coefficientB(field.toForm(constant(curve.coefficientB))),
-          generator{field.toForm(constant(curve.generatorX)), field.toForm(constant(curve.generatorY)), field.one()},
-          curve_(curve)
+        : order(constant(curve.order)),
+          generator{constant(curve.generatorX), constant(curve.generatorY), 1},
+          curve_(curve),
+          prime_(constant(curve.prime))
     {}
 
-    Point twice(const Point& point) const;
     Point add(const Point& left, const Point& right) const;
     Point multiply(const Point& point, const Number& scalar) const;
     Number affineX(const Point& point) const;
@@ -65,61 +63,44 @@ public:
     std::optional<Point> decode(ByteView bytes) const;
     Number numberOfDigest(ByteView digest) const;
 
-    const Modulus field;
-    const Modulus order;
-    const Number coefficientB;
+    const Number order;
     const Point generator;
 
 private:
-    Number square(const Number& number) const { return field.multiply(number, number); }
-    Number timesSmall(const Number& number, int factor) const;
+    Point twice(const Point& point) const;
 
     const Curve& curve_;
+    const Number prime_;
 };
-
-Number CurveArithmetic::timesSmall(const Number& number, int factor) const
-{
-    Number result = number;
-    for (int i = 1; i < factor; ++i) result = field.add(result, number);
-    return result;
-}
 
 // The curves' first coefficient is -3, hence the product of the difference and the sum.
 Point CurveArithmetic::twice(const Point& point) const
 {
-    if (point.isInfinity() || point.y.empty()) return {};
-    const Number delta = square(point.z);
-    const Number gamma = square(point.y);
-    const Number beta = field.multiply(point.x, gamma);
-    const Number alpha = timesSmall(field.multiply(field.subtract(point.x, delta), field.add(point.x, delta)), 3);
-    const Number fourBeta = timesSmall(beta, 4);
-    Point result;
-    result.x = field.subtract(square(alpha), field.add(fourBeta, fourBeta));
-    result.z = timesSmall(field.multiply(point.y, point.z), 2);
-    result.y = field.subtract(field.multiply(alpha, field.subtract(fourBeta, result.x)), timesSmall(square(gamma), 8));
-    return result;
+    const Number delta = point.z * point.z % prime_;
+    const Number gamma = point.y * point.y % prime_;
+    const Number beta = point.x * gamma % prime_;
+    const Number alpha = 3 * (point.x - delta) * (point.x + delta) % prime_;
+    const Number x = (alpha * alpha - 8 * beta) % prime_;
+    return {x, (alpha * (4 * beta - x) - 8 * gamma * gamma) % prime_, 2 * point.y * point.z % prime_};
 }
 
 Point CurveArithmetic::add(const Point& left, const Point& right) const
 {
     if (left.isInfinity()) return right;
     if (right.isInfinity()) return left;
-    const Number leftZ2 = square(left.z);
-    const Number rightZ2 = square(right.z);
-    const Number leftX = field.multiply(left.x, rightZ2);
-    const Number leftY = field.multiply(field.multiply(left.y, right.z), rightZ2);
-    const Number stepX = field.subtract(field.multiply(right.x, leftZ2), leftX);
-    const Number stepY = field.subtract(field.multiply(field.multiply(right.y, left.z), leftZ2), leftY);
-    if (stepX.empty()) return stepY.empty() ? twice(left) : Point{};
+    const Number leftZ2 = left.z * left.z % prime_;
+    const Number rightZ2 = right.z * right.z % prime_;
+    const Number leftX = left.x * rightZ2 % prime_;
+    const Number leftY = left.y * right.z % prime_ * rightZ2 % prime_;
+    const Number stepX = (right.x * leftZ2 - leftX) % prime_;
+    const Number stepY = (right.y * left.z % prime_ * leftZ2 - leftY) % prime_;
+    if (stepX == 0) return stepY == 0 ? twice(left) : Point{};
 
-    const Number stepX2 = square(stepX);
-    const Number stepX3 = field.multiply(stepX, stepX2);
-    const Number middle = field.multiply(leftX, stepX2);
-    Point result;
-    result.x = field.subtract(field.subtract(square(stepY), stepX3), field.add(middle, middle));
-    result.y = field.subtract(field.multiply(stepY, field.subtract(middle, result.x)), field.multiply(leftY, stepX3));
-    result.z = field.multiply(field.multiply(left.z, right.z), stepX);
-    return result;
+    const Number stepX2 = stepX * stepX % prime_;
+    const Number stepX3 = stepX * stepX2 % prime_;
+    const Number middle = leftX * stepX2 % prime_;
+    const Number x = (stepY * stepY - stepX3 - 2 * middle) % prime_;
+    return {x, (stepY * (middle - x) - leftY * stepX3) % prime_, left.z * right.z % prime_ * stepX % prime_};
 }
 
 Point CurveArithmetic::multiply(const Point& point, const Number& scalar) const
@@ -127,24 +108,21 @@ Point CurveArithmetic::multiply(const Point& point, const Number& scalar) const
     Point result;
     for (std::size_t bit = bitLength(scalar); bit-- > 0;) {
         result = twice(result);
-        if (bitAt(scalar, bit)) result = add(result, point);
+        if (bit_test(scalar, static_cast<unsigned>(bit))) result = add(result, point);
     }
     return result;
 }
 
 Number CurveArithmetic::affineX(const Point& point) const
 {
-    const Number inverse = field.toForm(field.inverse(field.fromForm(point.z)));
-    return field.fromForm(field.multiply(point.x, square(inverse)));
+    return reduced(point.x * inverse(point.z * point.z, prime_), prime_);
 }
 
 Bytes CurveArithmetic::encode(const Point& point) const
 {
-    const Number inverse = field.toForm(field.inverse(field.fromForm(point.z)));
-    const Number y = field.multiply(field.multiply(point.y, square(inverse)), inverse);
+    const Number y = reduced(point.y * inverse(point.z * point.z * point.z, prime_), prime_);
     Bytes bytes{0x04};
-    for (const Number& coordinate : {affineX(point), field.fromForm(y)})
-        append(bytes, bigEndian(coordinate, curve_.coordinateSize()));
+    for (const Number& coordinate : {affineX(point), y}) append(bytes, bigEndian(coordinate, curve_.coordinateSize()));
     return bytes;
 }
 
@@ -152,28 +130,24 @@ std::optional<Point> CurveArithmetic::decode(ByteView bytes) const
 {
     const std::size_t size = curve_.coordinateSize();
     if (bytes.size() != 1 + 2 * size || bytes[0] != 0x04) return std::nullopt;
-    const Number plainX = numberFrom(bytes.subspan(1, size));
-    const Number plainY = numberFrom(bytes.subspan(1 + size));
-    if (compare(plainX, field.value()) >= 0 || compare(plainY, field.value()) >= 0) return std::nullopt;
-    Point point{field.toForm(plainX), field.toForm(plainY), field.one()};
-    const Number cube = field.multiply(square(point.x), point.x);
-    const Number right = field.add(field.subtract(cube, timesSmall(point.x, 3)), coefficientB);
-    if (compare(square(point.y), right) != 0) return std::nullopt;
-    return point;
+    const Number x = numberFrom(bytes.subspan(1, size));
+    const Number y = numberFrom(bytes.subspan(1 + size));
+    if (x >= prime_ || y >= prime_) return std::nullopt;
+    if ((y * y - (x * x * x - 3 * x + constant(curve_.coefficientB))) % prime_ != 0) return std::nullopt;
+    return Point{x, y, 1};
 }
 
 // The leftmost bits of the digest, as many as the order has.
 Number CurveArithmetic::numberOfDigest(ByteView digest) const
 {
-    const std::size_t orderBits = bitLength(order.value());
-    const std::size_t surplus = digest.size() * 8 > orderBits ? digest.size() * 8 - orderBits : 0;
-    return remainder(shiftedRight(numberFrom(digest), surplus), order.value());
+    const std::size_t bits = digest.size() * 8;
+    return (numberFrom(digest) >> (bits > curve_.bits ? bits - curve_.bits : 0)) % order;
 }
 
 Number requireScalar(const CurveArithmetic& arithmetic, ByteView scalar)
 {
     Number number = numberFrom(scalar);
-    if (number.empty() || compare(number, arithmetic.order.value()) >= 0)
+    if (number == 0 || number >= arithmetic.order)
         throw TokenError(Result::badData, "the private key is not a number of its curve");
     return number;
 }
@@ -182,24 +156,20 @@ Number requireScalar(const CurveArithmetic& arithmetic, ByteView scalar)
 
 const Curve* curveOfOid(std::string_view oid)
 {
-    for (const Curve& curve : curves)
-        if (curve.oid == oid) return &curve;
-    return nullptr;
+    const auto* row = std::ranges::find(curves, oid, &Curve::oid);
+    return row == std::end(curves) ? nullptr : row;
 }
 
 const Curve* curveOfAlgorithm(std::uint32_t algorithm)
 {
-    for (const Curve& curve : curves)
-        if (curve.algorithm == algorithm) return &curve;
-    return nullptr;
+    return findRow(curves, &Curve::algorithm, algorithm);
 }
 
 // Eight bytes more than the order has, so that the remainder favours no value noticeably.
 Bytes newScalar(const Curve& curve)
 {
-    const Number last = difference(CurveArithmetic(curve).order.value(), Number{1});
-    const Number below = remainder(numberFrom(randomBytes(curve.coordinateSize() + 8)), last);
-    return bigEndian(sum(below, Number{1}), curve.coordinateSize());
+    const Number below = numberFrom(randomBytes(curve.coordinateSize() + 8)) % (constant(curve.order) - 1);
+    return bigEndian(below + 1, curve.coordinateSize());
 }
 
 Bytes pointOfScalar(const Curve& curve, ByteView scalar)
@@ -216,36 +186,33 @@ bool isPointOnCurve(const Curve& curve, ByteView point)
 Bytes ecdsaSign(const Curve& curve, ByteView scalar, ByteView digest)
 {
     const CurveArithmetic arithmetic(curve);
-    const Modulus& order = arithmetic.order;
+    const Number& order = arithmetic.order;
     const Number secret = requireScalar(arithmetic, scalar);
     const Number message = arithmetic.numberOfDigest(digest);
     for (;;) {
         const Number once = numberFrom(newScalar(curve));
-        const Number r = remainder(arithmetic.affineX(arithmetic.multiply(arithmetic.generator, once)), order.value());
-        const Number s = order.times(order.inverse(once), order.add(message, order.times(r, secret)));
-        if (r.empty() || s.empty()) continue;
-        Bytes signature = bigEndian(r, curve.coordinateSize());
-        append(signature, bigEndian(s, curve.coordinateSize()));
-        return signature;
+        const Number r = arithmetic.affineX(arithmetic.multiply(arithmetic.generator, once)) % order;
+        const Number s = inverse(once, order) * (message + r * secret) % order;
+        if (r == 0 || s == 0) continue;
+        return concat({bigEndian(r, curve.coordinateSize()), bigEndian(s, curve.coordinateSize())});
     }
 }
 
 bool ecdsaVerify(const Curve& curve, ByteView encodedPoint, ByteView digest, ByteView signature)
 {
     const CurveArithmetic arithmetic(curve);
-    const Modulus& order = arithmetic.order;
+    const Number& order = arithmetic.order;
     const std::optional<Point> point = arithmetic.decode(encodedPoint);
     if (!point || signature.size() != 2 * curve.coordinateSize()) return false;
     const Number r = numberFrom(signature.first(curve.coordinateSize()));
     const Number s = numberFrom(signature.subspan(curve.coordinateSize()));
-    for (const Number& part : {r, s})
-        if (part.empty() || compare(part, order.value()) >= 0) return false;
+    if (r == 0 || s == 0 || r >= order || s >= order) return false;
 
-    const Number inverse = order.inverse(s);
-    const Point ofMessage = arithmetic.multiply(arithmetic.generator, order.times(arithmetic.numberOfDigest(digest), inverse));
-    const Point ofKey = arithmetic.multiply(*point, order.times(r, inverse));
+    const Number inverseOfS = inverse(s, order);
+    const Point ofMessage = arithmetic.multiply(arithmetic.generator, arithmetic.numberOfDigest(digest) * inverseOfS % order);
+    const Point ofKey = arithmetic.multiply(*point, r * inverseOfS % order);
     const Point both = arithmetic.add(ofMessage, ofKey);
-    return !both.isInfinity() && compare(remainder(arithmetic.affineX(both), order.value()), r) == 0;
+    return !both.isInfinity() && arithmetic.affineX(both) % order == r;
 }
 
 } // namespace quelta::softtoken

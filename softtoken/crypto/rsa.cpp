@@ -1,7 +1,7 @@
 #include "crypto/rsa.h"
 
 #include "base/wipe.h"
-#include "crypto/bcrypt_objects.h"
+#include "common/bcrypt_calls.h"
 #include "crypto/big_number.h"
 #include "crypto/rsa_padding.h"
 #include "token/device_records.h"
@@ -15,55 +15,29 @@ namespace {
 constexpr std::size_t mostModulusBytes = 1024;
 constexpr std::size_t md5AndSha1Size = 36;
 
-ByteView bytesOfHeader(const BCRYPT_RSAKEY_BLOB& header)
-{
-    return {reinterpret_cast<const unsigned char*>(&header), sizeof header};
-}
-
-Bytes publicBlob(const RsaPublic& key)
-{
-    BCRYPT_RSAKEY_BLOB header{};
-    header.Magic = BCRYPT_RSAPUBLIC_MAGIC;
-    header.BitLength = static_cast<ULONG>(bitsOf(key));
-    header.cbPublicExp = lengthOf(key.exponent);
-    header.cbModulus = lengthOf(key.modulus);
-    Bytes blob = toBytes(bytesOfHeader(header));
-    append(blob, key.exponent);
-    append(blob, key.modulus);
-    return blob;
-}
-
-Bytes padded(const Bytes& magnitude, std::size_t size)
-{
-    return bigEndian(numberFrom(magnitude), size);
-}
-
 Bytes privateBlob(const RsaPrivate& key)
 {
     const std::size_t half = std::max(key.prime1.size(), key.prime2.size());
     BCRYPT_RSAKEY_BLOB header{};
     header.Magic = BCRYPT_RSAFULLPRIVATE_MAGIC;
     header.BitLength = static_cast<ULONG>(bitsOf(key.shown));
-    header.cbPublicExp = lengthOf(key.shown.exponent);
-    header.cbModulus = lengthOf(key.shown.modulus);
+    header.cbPublicExp = bcryptSize(key.shown.exponent);
+    header.cbModulus = bcryptSize(key.shown.modulus);
     header.cbPrime1 = static_cast<ULONG>(half);
     header.cbPrime2 = static_cast<ULONG>(half);
-    Bytes blob = toBytes(bytesOfHeader(header));
-    append(blob, key.shown.exponent);
-    append(blob, key.shown.modulus);
+    Bytes blob =
+        concat({{reinterpret_cast<const unsigned char*>(&header), sizeof header}, key.shown.exponent, key.shown.modulus});
     for (const Bytes* field : {&key.prime1, &key.prime2, &key.exponent1, &key.exponent2, &key.coefficient})
-        append(blob, padded(*field, half));
-    append(blob, padded(key.exponent, key.shown.modulus.size()));
+        append(blob, bigEndian(numberFrom(*field), half));
+    append(blob, bigEndian(numberFrom(key.exponent), key.shown.modulus.size()));
     return blob;
 }
 
-BcryptKey imported(const wchar_t* kind, const Bytes& blob)
-{
-    BCRYPT_KEY_HANDLE key = nullptr;
-    requireSuccess(BCryptImportKeyPair(provider(BCRYPT_RSA_ALGORITHM), nullptr, kind, &key, dataOf(blob), lengthOf(blob), 0),
-                   "an RSA key");
-    return BcryptKey(key);
-}
+// A key does not outlive the algorithm that it was opened under.
+struct SystemKey {
+    BcryptAlgorithm algorithm = openAlgorithm(BCRYPT_RSA_ALGORITHM);
+    BcryptKey key;
+};
 
 void requireUsable(const RsaPublic& key)
 {
@@ -98,27 +72,24 @@ RsaPrivate keyOfBlob(ByteView blob)
 
 Bytes publicOperation(const RsaPublic& key, ByteView block)
 {
-    const Modulus modulus(numberFrom(key.modulus));
-    return bigEndian(modulus.power(numberFrom(block), numberFrom(key.exponent)), key.modulus.size());
+    return bigEndian(powm(numberFrom(block), numberFrom(key.exponent), numberFrom(key.modulus)), key.modulus.size());
 }
 
 // Modulo each prime, then put together (RFC 8017, 5.1.2).
 Bytes privateOperation(const RsaPrivate& key, ByteView block)
 {
     const Number input = numberFrom(block);
-    if (compare(input, numberFrom(key.shown.modulus)) >= 0)
-        throw TokenError(Result::badData, "the data is larger than the key's modulus");
-    const Modulus prime1(numberFrom(key.prime1));
-    const Modulus prime2(numberFrom(key.prime2));
-    const Number part1 = prime1.power(remainder(input, prime1.value()), numberFrom(key.exponent1));
-    const Number part2 = prime2.power(remainder(input, prime2.value()), numberFrom(key.exponent2));
-    const Number step = prime1.times(prime1.subtract(part1, remainder(part2, prime1.value())), numberFrom(key.coefficient));
-    return bigEndian(sum(part2, product(step, prime2.value())), key.shown.modulus.size());
+    const Number prime1 = numberFrom(key.prime1);
+    const Number prime2 = numberFrom(key.prime2);
+    const Number part1 = powm(Number(input % prime1), numberFrom(key.exponent1), prime1);
+    const Number part2 = powm(Number(input % prime2), numberFrom(key.exponent2), prime2);
+    const Number step = reduced((part1 - part2) * numberFrom(key.coefficient), prime1);
+    return bigEndian(part2 + step * prime2, key.shown.modulus.size());
 }
 
 const KnownDigest& digestToSign(ByteView digest)
 {
-    const KnownDigest* algorithm = digestOfSize(digest.size());
+    const KnownDigest* algorithm = findRow(knownDigests, &KnownDigest::size, digest.size());
     if (algorithm == nullptr) throw TokenError(Result::badArgument, "no digest has " + std::to_string(digest.size()) + " bytes");
     return *algorithm;
 }
@@ -137,15 +108,15 @@ std::size_t bytesOf(const RsaPublic& key)
 
 RsaPrivate generateRsaKey(std::size_t bits)
 {
+    constexpr const char* step = "making an RSA key";
+    SystemKey made;
     BCRYPT_KEY_HANDLE handle = nullptr;
-    requireSuccess(BCryptGenerateKeyPair(provider(BCRYPT_RSA_ALGORITHM), &handle, static_cast<ULONG>(bits), 0),
-                   "making an RSA key");
-    const BcryptKey key(handle);
-    requireSuccess(BCryptFinalizeKeyPair(key.get(), 0), "making an RSA key");
+    requireSuccess(BCryptGenerateKeyPair(made.algorithm.get(), &handle, static_cast<ULONG>(bits), 0), step);
+    made.key.reset(handle);
+    requireSuccess(BCryptFinalizeKeyPair(handle, 0), step);
     Bytes blob(sizeof(BCRYPT_RSAKEY_BLOB) + bits);
     ULONG size = 0;
-    requireSuccess(BCryptExportKey(key.get(), nullptr, BCRYPT_RSAFULLPRIVATE_BLOB, blob.data(), lengthOf(blob), &size, 0),
-                   "making an RSA key");
+    requireSuccess(BCryptExportKey(handle, nullptr, BCRYPT_RSAFULLPRIVATE_BLOB, blob.data(), bcryptSize(blob), &size, 0), step);
     blob.resize(size);
     return keyOfBlob(blob);
 }
@@ -155,16 +126,13 @@ void requireConsistent(const RsaPrivate& key)
     const Number prime1 = numberFrom(key.prime1);
     const Number prime2 = numberFrom(key.prime2);
     const Number secret = numberFrom(key.exponent);
-    const Number one{1};
     const auto fits = [&](const Number& prime, const Bytes& exponent) {
-        if (compare(prime, Number{3}) < 0 || (prime[0] & 1U) == 0) return false;
-        const Number below = difference(prime, one);
-        return compare(remainder(secret, below), numberFrom(exponent)) == 0 &&
-               compare(remainder(product(secret, numberFrom(key.shown.exponent)), below), one) == 0;
+        return prime >= 3 && secret % (prime - 1) == numberFrom(exponent) &&
+               secret * numberFrom(key.shown.exponent) % (prime - 1) == 1;
     };
-    const bool good = compare(product(prime1, prime2), numberFrom(key.shown.modulus)) == 0 && fits(prime1, key.exponent1) &&
-                      fits(prime2, key.exponent2) && compare(numberFrom(key.coefficient), prime1) < 0 &&
-                      compare(remainder(product(prime2, numberFrom(key.coefficient)), prime1), one) == 0;
+    const bool good = prime1 * prime2 == numberFrom(key.shown.modulus) && fits(prime1, key.exponent1) &&
+                      fits(prime2, key.exponent2) && numberFrom(key.coefficient) < prime1 &&
+                      prime2 * numberFrom(key.coefficient) % prime1 == 1;
     if (!good) throw TokenError(Result::badData, "the numbers of the RSA key do not belong together");
 }
 
@@ -173,11 +141,17 @@ Bytes rsaSign(const RsaPrivate& key, ByteView digest)
     // The digest of old TLS versions stands without a DigestInfo, which Wine's bcrypt can't sign.
     if (digest.size() == md5AndSha1Size) return privateOperation(key, signaturePadded(digest, key.shown.modulus.size()));
     BCRYPT_PKCS1_PADDING_INFO padding{digestToSign(digest).systemName};
-    const BcryptKey handle = imported(BCRYPT_RSAFULLPRIVATE_BLOB, privateBlob(key));
+    const Bytes blob = privateBlob(key);
+    SystemKey system;
+    BCRYPT_KEY_HANDLE handle = nullptr;
+    requireSuccess(BCryptImportKeyPair(system.algorithm.get(), nullptr, BCRYPT_RSAFULLPRIVATE_BLOB, &handle, bcryptInput(blob),
+                                       bcryptSize(blob), 0),
+                   "reading an RSA key");
+    system.key.reset(handle);
     Bytes signature(key.shown.modulus.size());
     ULONG size = 0;
-    requireSuccess(BCryptSignHash(handle.get(), &padding, dataOf(digest), lengthOf(digest), signature.data(), lengthOf(signature),
-                                  &size, BCRYPT_PAD_PKCS1),
+    requireSuccess(BCryptSignHash(handle, &padding, bcryptInput(digest), bcryptSize(digest), signature.data(),
+                                  bcryptSize(signature), &size, BCRYPT_PAD_PKCS1),
                    "signing");
     signature.resize(size);
     return signature;
@@ -187,30 +161,23 @@ Bytes rsaSign(const RsaPrivate& key, ByteView digest)
 bool rsaVerify(const RsaPublic& key, ByteView digest, ByteView signature)
 {
     requireUsable(key);
-    if (signature.size() != bytesOf(key) || compare(numberFrom(signature), numberFrom(key.modulus)) >= 0) return false;
+    if (signature.size() != bytesOf(key) || numberFrom(signature) >= numberFrom(key.modulus)) return false;
     const Bytes content = digest.size() == md5AndSha1Size ? toBytes(digest) : digestInfo(digestToSign(digest), digest);
-    return equalInConstantTime(publicOperation(key, signature), signaturePadded(content, bytesOf(key)));
+    return publicOperation(key, signature) == signaturePadded(content, bytesOf(key));
 }
 
 Bytes rsaEncrypt(const RsaPublic& key, RsaPadding padding, ByteView data)
 {
     requireUsable(key);
-    if (padding == RsaPadding::oaepSha1) return publicOperation(key, oaepPadded(sha1, data, bytesOf(key)));
-    if (data.size() + pkcs1Overhead > bytesOf(key)) throw TokenError(Result::badArgument, "too much data for the key");
-    const BcryptKey handle = imported(BCRYPT_RSAPUBLIC_BLOB, publicBlob(key));
-    Bytes cipher(bytesOf(key));
-    ULONG size = 0;
-    requireSuccess(BCryptEncrypt(handle.get(), dataOf(data), lengthOf(data), nullptr, nullptr, 0, cipher.data(), lengthOf(cipher),
-                                 &size, BCRYPT_PAD_PKCS1),
-                   "encrypting");
-    cipher.resize(size);
-    return cipher;
+    const Wiped<Bytes> block(padding == RsaPadding::oaepSha1 ? oaepPadded(sha1, data, bytesOf(key))
+                                                             : encryptionPadded(data, bytesOf(key)));
+    return publicOperation(key, *block);
 }
 
 std::optional<Bytes> rsaDecrypt(const RsaPrivate& key, ByteView cipher)
 {
     if (cipher.size() != key.shown.modulus.size()) throw TokenError(Result::badArgument, "the data is not as long as the key");
-    if (compare(numberFrom(cipher), numberFrom(key.shown.modulus)) >= 0) return std::nullopt;
+    if (numberFrom(cipher) >= numberFrom(key.shown.modulus)) return std::nullopt;
     const Wiped<Bytes> block(privateOperation(key, cipher));
     for (const KnownDigest* algorithm : {&sha1, &sha256})
         if (auto plain = oaepUnpadded(*algorithm, *block)) return plain;

@@ -2,6 +2,7 @@
 
 #include "base/der_reader.h"
 #include "base/wipe.h"
+#include "common/bcrypt_calls.h"
 
 #include <algorithm>
 
@@ -18,7 +19,7 @@ Bytes mask(const KnownDigest& algorithm, ByteView seed, std::size_t size)
         input->reserve(seed.size() + 4);
         append(*input, seed);
         append(*input, Bytes{0, 0, 0, counter});
-        append(bytes, digest(algorithm, *input));
+        append(bytes, digestOf(algorithm, *input));
     }
     bytes.resize(size);
     return bytes;
@@ -41,12 +42,15 @@ Bytes digestInfo(const KnownDigest& algorithm, ByteView digest)
 Bytes signaturePadded(ByteView content, std::size_t size)
 {
     if (content.size() + pkcs1Overhead > size) throw TokenError(Result::badArgument, "too much data for the key");
-    Bytes block(size, 0xFF);
-    block[0] = 0x00;
-    block[1] = 0x01;
-    block[size - content.size() - 1] = 0x00;
-    std::ranges::copy(content, block.end() - static_cast<std::ptrdiff_t>(content.size()));
-    return block;
+    return concat({Bytes{0x00, 0x01}, Bytes(size - content.size() - 3, 0xFF), Bytes{0x00}, content});
+}
+
+Bytes encryptionPadded(ByteView data, std::size_t size)
+{
+    if (data.size() + pkcs1Overhead > size) throw TokenError(Result::badArgument, "too much data for the key");
+    Bytes filling = randomBytes(size - data.size() - 3);
+    std::ranges::replace(filling, 0x00, 0x01);
+    return concat({Bytes{0x00, 0x02}, filling, Bytes{0x00}, data});
 }
 
 std::optional<Bytes> pkcs1Unpadded(ByteView block)
@@ -63,7 +67,7 @@ Bytes oaepPadded(const KnownDigest& algorithm, ByteView data, std::size_t size)
     const std::size_t hashSize = algorithm.size;
     if (size < 2 * hashSize + 2 || data.size() > size - 2 * hashSize - 2)
         throw TokenError(Result::badArgument, "too much data for the key");
-    Bytes content = digest(algorithm, {});
+    Bytes content = digestOf(algorithm, {});
     content.resize(size - hashSize - 1 - data.size() - 1, 0x00);
     content.push_back(0x01);
     append(content, data);
@@ -86,7 +90,7 @@ std::optional<Bytes> oaepUnpadded(const KnownDigest& algorithm, ByteView block)
     const Wiped<Bytes> content(exclusiveOr(maskedContent, mask(algorithm, seed, maskedContent.size())));
 
     const ByteView all = *content;
-    if (!equalInConstantTime(all.first(hashSize), digest(algorithm, {}))) return std::nullopt;
+    if (!sameBytes(all.first(hashSize), digestOf(algorithm, {}))) return std::nullopt;
     const auto rest = all.subspan(hashSize);
     const auto mark = std::ranges::find_if(rest, [](unsigned char byte) { return byte != 0x00; });
     if (mark == rest.end() || *mark != 0x01) return std::nullopt;

@@ -1,6 +1,6 @@
 #include "base/wipe.h"
+#include "common/bcrypt_calls.h"
 #include "crypto/key_encoding.h"
-#include "crypto/primitives.h"
 #include "crypto/rsa.h"
 #include "crypto/symmetric.h"
 #include "device/guard.h"
@@ -49,7 +49,7 @@ struct PrivateUse {
     const StoredKeyPair* pair;
 };
 
-PrivateUse privateUse(const TokenState& state, const unsigned char* keyId, const char* pin, std::uint32_t usage)
+PrivateUse privateUse(const StoredToken& state, const unsigned char* keyId, const char* pin, std::uint32_t usage)
 {
     if (const int refused = mayUse(state, Use::privateKey, pin); refused != 0) return {refused, nullptr};
     if (keyId == nullptr) return {static_cast<int>(Result::badArgument), nullptr};
@@ -62,11 +62,13 @@ PrivateUse privateUse(const TokenState& state, const unsigned char* keyId, const
 // The size is known before the work is done, so that a caller with too little room costs no signature.
 std::size_t signatureSize(const StoredKeyPair& pair)
 {
-    const std::size_t bytes = (bitsOfAlgorithm(pair.algorithm) + 7) / 8;
-    return isRsaAlgorithm(pair.algorithm) ? bytes : 2 * bytes;
+    const KeyAlgorithm* algorithm = keyAlgorithm(pair.algorithm);
+    if (algorithm == nullptr) throw TokenError("a key of an unknown kind");
+    const std::size_t bytes = (algorithm->bits + 7) / 8;
+    return algorithm->rsa ? bytes : 2 * bytes;
 }
 
-const StoredAesKey& wrappingKey(const TokenState& state, ByteView reference)
+const StoredAesKey& wrappingKey(const StoredToken& state, ByteView reference)
 {
     for (const StoredAesKey& key : state.aesKeys) {
         const bool aes = key.encryptionType == encryptionAes128 || key.encryptionType == encryptionAes256;
@@ -85,7 +87,7 @@ using namespace quelta::softtoken;
 int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
                     unsigned char* signature, int* signatureLength, bool, void*)
 {
-    return withToken(deviceId, [&](const TokenState& state) {
+    return withToken(deviceId, [&](const StoredToken& state) {
         const auto [refused, pair] = privateUse(state, keyId, pin, usageSigning);
         if (refused != 0) return refused;
         const ByteView digest = viewOf(hash, hashLength);
@@ -103,7 +105,7 @@ int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigne
                                const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
                                int signatureLength, void*)
 {
-    return withToken(deviceId, [&](const TokenState&) {
+    return withToken(deviceId, [&](const StoredToken&) {
         const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
         const ByteView digest = viewOf(hash, hashLength);
         if (digest.empty()) return Result::badArgument;
@@ -114,7 +116,7 @@ int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigne
 int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
                    int cipherLength, unsigned char** plain, int* plainLength, bool, void*)
 {
-    return withToken(deviceId, [&](const TokenState& state) {
+    return withToken(deviceId, [&](const StoredToken& state) {
         const auto [refused, pair] = privateUse(state, keyId, pin, usageKeyExchange);
         if (refused != 0) return refused;
         if (plain == nullptr || plainLength == nullptr) return static_cast<int>(Result::badArgument);
@@ -128,7 +130,7 @@ int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char*
 int quelta_encrypt(EncryptionType, PaddingMode padding, const unsigned char* data, int length, unsigned char* out, int* outLength,
                    const unsigned char* publicKey, int publicKeyLength, void*)
 {
-    return withToken([&](const TokenState&) {
+    return withToken([&](const StoredToken&) {
         if (out == nullptr || outLength == nullptr) return Result::badArgument;
         if (padding != paddingPkcs1 && padding != paddingOaep) return Result::badArgument;
         const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
@@ -146,7 +148,7 @@ int quelta_encrypt(EncryptionType, PaddingMode padding, const unsigned char* dat
 int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength, const unsigned char* data,
                        int length, unsigned char** plain, int* plainLength, bool, const unsigned char* iv, int ivLength, void*)
 {
-    return withToken(deviceId, [&](const TokenState& state) {
+    return withToken(deviceId, [&](const StoredToken& state) {
         if (plain == nullptr || plainLength == nullptr || !viewOf(iv, ivLength).empty()) return Result::badArgument;
         const StoredAesKey& key = wrappingKey(state, viewOf(keyReference, keyReferenceLength));
         return giveBlock(aesUnwrap(key.value, viewOf(data, length)), plain, plainLength);
@@ -156,10 +158,9 @@ int quelta_decrypt_aes(const char* deviceId, const unsigned char* keyReference, 
 int quelta_decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
                            const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength, void*)
 {
-    return withToken(deviceId, [&](const TokenState&) {
+    return withToken(deviceId, [&](const StoredToken&) {
         if (out == nullptr || outLength == nullptr) return Result::badArgument;
-        const Cipher cipher = keyLength == 24 ? Cipher::tripleDes : Cipher::aes;
-        const Bytes plain = paddedDecrypt(cipher, viewOf(key, keyLength), viewOf(iv, ivLength), viewOf(data, length));
+        const Bytes plain = paddedDecrypt(viewOf(key, keyLength), viewOf(iv, ivLength), viewOf(data, length));
         std::ranges::copy(plain, out);
         *outLength = static_cast<int>(plain.size());
         return Result::ok;
@@ -168,7 +169,7 @@ int quelta_decryptSymetric(const char* deviceId, const unsigned char* data, int 
 
 int quelta_generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool, void*)
 {
-    return withToken(deviceId, [&](const TokenState&) {
+    return withToken(deviceId, [&](const StoredToken&) {
         const ByteView room = viewOf(out, length);
         std::ranges::copy(randomBytes(room.size()), out);
         return Result::ok;

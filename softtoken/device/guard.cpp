@@ -4,16 +4,16 @@
 
 namespace quelta::softtoken {
 
-bool isToken(const TokenState& state, const char* deviceId)
+bool isToken(const StoredToken& state, const char* deviceId)
 {
     return state.plugged && deviceId != nullptr && state.serial == deviceId;
 }
 
-int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(TokenState&)>& change) noexcept
+int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(StoredToken&)>& change) noexcept
 {
-    return withToken(deviceId, [&](const TokenState&) {
+    return withToken(deviceId, [&](const StoredToken&) {
         int result = static_cast<int>(Result::failed);
-        changeToken(tokenFolder(), [&](TokenState& state) {
+        changeToken(tokenFolder(), [&](StoredToken& state) {
             result = isToken(state, deviceId) ? mayUse(state, Use::administration, pin) : static_cast<int>(Result::noToken);
             if (result == 0) result = static_cast<int>(change(state));
             return result == 0;

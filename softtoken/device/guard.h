@@ -22,7 +22,7 @@ int guarded(Work work) noexcept
     }
 }
 
-bool isToken(const TokenState& state, const char* deviceId);
+bool isToken(const StoredToken& state, const char* deviceId);
 
 // The work gets the state of the token, if one is plugged in. With an identifier, only the token that has it.
 template <class Work>
@@ -39,13 +39,13 @@ int withToken(Work work) noexcept
 template <class Work>
 int withToken(const char* deviceId, Work work) noexcept
 {
-    return withToken([&](const TokenState& state) {
+    return withToken([&](const StoredToken& state) {
         return isToken(state, deviceId) ? static_cast<int>(work(state)) : static_cast<int>(Result::noToken);
     });
 }
 
 // If the PIN allows it, applies the change and writes it when it answers ok. A change that throws leaves the token as it is.
-int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(TokenState&)>& change) noexcept;
+int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(StoredToken&)>& change) noexcept;
 
 // Throws TokenError(badArgument) for a negative length, or a null pointer with a length.
 ByteView viewOf(const unsigned char* data, int length);

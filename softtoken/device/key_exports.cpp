@@ -19,7 +19,7 @@ ByteView fieldBytes(const unsigned char (&field)[size], std::int32_t length)
 }
 
 // By the identifier; failing that by the reference, failing that by the label.
-const StoredKeyPair& pairOf(const TokenState& state, const QueltaCertificate& request)
+const StoredKeyPair& pairOf(const StoredToken& state, const QueltaCertificate& request)
 {
     if (const StoredKeyPair* pair = findKeyPair(state, request.keyId)) return *pair;
     const ByteView reference = fieldBytes(request.keyReference, request.keyReferenceLength);
@@ -42,12 +42,12 @@ int quelta_generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair*
 {
     return guarded([&] {
         if (inOut == nullptr) return static_cast<int>(Result::badArgument);
-        const auto allowed = [&](const TokenState& state) { return mayUse(state, Use::administration, pin); };
+        const auto allowed = [&](const StoredToken& state) { return mayUse(state, Use::administration, pin); };
         if (const int refused = withToken(deviceId, allowed); refused != 0) return refused;
         // Before the token is locked: a large RSA key takes its time.
         const PrivateKey key = generateKey(inOut->algorithm == 0 ? algorithmRsa2048 : inOut->algorithm);
         QueltaKeyPair made{};
-        const int result = changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+        const int result = changeAsAdministrator(deviceId, pin, [&](StoredToken& state) {
             made = keyPairRecord(addKeyPair(state, key, inOut->usage, fieldText(inOut->label)));
             return Result::ok;
         });
@@ -59,7 +59,7 @@ int quelta_generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair*
 int quelta_deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool, void*)
 {
     if (keyId == nullptr) return static_cast<int>(Result::badArgument);
-    return changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+    return changeAsAdministrator(deviceId, pin, [&](StoredToken& state) {
         const KeyId id = keyIdFrom({keyId, keyIdSize});
         if (findKeyPair(state, id) == nullptr) return Result::noSuchKey;
         removeKeyPair(state, id);
@@ -71,7 +71,7 @@ int quelta_importCertificate(const char* deviceId, const char* pin, QueltaCertif
 {
     if (inOut == nullptr) return static_cast<int>(Result::badArgument);
     QueltaCertificate stored{};
-    const int result = changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+    const int result = changeAsAdministrator(deviceId, pin, [&](StoredToken& state) {
         const ByteView der = fieldBytes(inOut->certificate, inOut->certificateLength);
         stored = certificateRecord(addCertificate(state, pairOf(state, *inOut), der));
         return Result::ok;
@@ -84,7 +84,7 @@ int quelta_importAesKey(const char* deviceId, const char* pin, QueltaSymmetricKe
 {
     if (inOut == nullptr) return static_cast<int>(Result::badArgument);
     QueltaSymmetricKey stored = *inOut;
-    const int result = changeAsAdministrator(deviceId, pin, [&](TokenState& state) {
+    const int result = changeAsAdministrator(deviceId, pin, [&](StoredToken& state) {
         const ByteView value = fieldBytes(inOut->keyValue, inOut->keyValueLength);
         const StoredAesKey& key = addAesKey(state, value, inOut->encryptionType, inOut->usage, fieldText(inOut->label));
         const QueltaSymmetricKey shown = aesKeyRecord(key);

@@ -1,4 +1,3 @@
-#include "device/certificate_texts.h"
 #include "device/guard.h"
 #include "device/per_thread.h"
 #include "device/records.h"
@@ -16,10 +15,10 @@ struct Lists {
 };
 
 template <class Record, class Stored, class Convert>
-void fill(std::vector<Record>& list, const char* deviceId, std::vector<Stored> TokenState::*items, Convert convert)
+void fill(std::vector<Record>& list, const char* deviceId, std::vector<Stored> StoredToken::*items, Convert convert)
 {
     list.clear();
-    withToken(deviceId, [&](const TokenState& state) {
+    withToken(deviceId, [&](const StoredToken& state) {
         for (const Stored& item : state.*items) list.push_back(convert(item));
         return Result::ok;
     });
@@ -50,22 +49,22 @@ using namespace quelta::softtoken;
 
 std::vector<QueltaKeyPair>& quelta_getKeyPairList(const char* deviceId, void*)
 {
-    return listOf(&Lists::keyPairs, [&](auto& list) { fill(list, deviceId, &TokenState::keyPairs, keyPairRecord); });
+    return listOf(&Lists::keyPairs, [&](auto& list) { fill(list, deviceId, &StoredToken::keyPairs, keyPairRecord); });
 }
 
 std::vector<QueltaCertificate>& quelta_getCertificateList(const char* deviceId, void*)
 {
-    return listOf(&Lists::certificates, [&](auto& list) { fill(list, deviceId, &TokenState::certificates, certificateRecord); });
+    return listOf(&Lists::certificates, [&](auto& list) { fill(list, deviceId, &StoredToken::certificates, certificateRecord); });
 }
 
 std::vector<QueltaSymmetricKey>& quelta_getAesKeyList(const char* deviceId, void*)
 {
-    return listOf(&Lists::aesKeys, [&](auto& list) { fill(list, deviceId, &TokenState::aesKeys, aesKeyRecord); });
+    return listOf(&Lists::aesKeys, [&](auto& list) { fill(list, deviceId, &StoredToken::aesKeys, aesKeyRecord); });
 }
 
 int quelta_getCertificateDetails(const unsigned char* der, int length, CertificateDetails& details, void*)
 {
-    return withToken([&](const TokenState&) {
+    return withToken([&](const StoredToken&) {
         details = certificateDetails(viewOf(der, length));
         return Result::ok;
     });

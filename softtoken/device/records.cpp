@@ -1,5 +1,12 @@
 #include "device/records.h"
 
+#include "base/hex.h"
+#include "common/bcrypt_calls.h"
+#include "crypto/key_encoding.h"
+#include "crypto/primitives.h"
+#include "formats/certificate.h"
+#include "formats/distinguished_name.h"
+
 #include <algorithm>
 
 namespace quelta::softtoken {
@@ -19,6 +26,11 @@ template <std::size_t size>
 void putText(char (&field)[size], const std::string& text)
 {
     std::copy_n(text.begin(), std::min(text.size(), size - 1), field);
+}
+
+std::string kindOf(const PublicKey& key)
+{
+    return std::holds_alternative<RsaPublic>(key) ? "RSA" : std::string(std::get<EcPublic>(key).curve->name);
 }
 
 } // namespace
@@ -56,6 +68,15 @@ QueltaSymmetricKey aesKeyRecord(const StoredAesKey& key)
     record.encryptionType = key.encryptionType;
     record.flag = 1;
     return record;
+}
+
+CertificateDetails certificateDetails(ByteView der)
+{
+    const CertificateFields fields = readCertificate(der);
+    const PublicKey key = decodePublicKey(fields.publicKeyInfo);
+    return {{nameText(fields.subject), nameText(fields.issuer), toHex(fields.serial), fields.notBefore, fields.notAfter,
+             kindOf(key), fields.signatureOid, toHex(digestOf(sha1, der))},
+            shownPublicKey(key)};
 }
 
 } // namespace quelta::softtoken

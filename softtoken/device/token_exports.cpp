@@ -23,7 +23,7 @@ int quelta_init(int, int)
 
 int quelta_initDevice(const char* deviceId, bool, void*)
 {
-    return withToken(deviceId, [](const TokenState&) {
+    return withToken(deviceId, [](const StoredToken&) {
         requireChangeable(tokenFolder());
         return Result::ok;
     });
@@ -46,7 +46,7 @@ std::vector<std::string> quelta_getConnectedDeviceList(bool, void*)
 TokenInfo quelta_getTokenInfo(const char* deviceId, void*)
 {
     TokenInfo info{};
-    withToken(deviceId, [&](const TokenState& state) {
+    withToken(deviceId, [&](const StoredToken& state) {
         info.otherTexts[0] = state.label;
         info.otherTexts[1] = "software token, protects nothing";
         info.singleSignOnEnabled = state.singleSignOnEnabled ? 1 : 0;
@@ -59,7 +59,7 @@ TokenInfo quelta_getTokenInfo(const char* deviceId, void*)
 
 int quelta_validatePassword(const char* deviceId, const char* pin, int, int* remaining, void*)
 {
-    return withToken(deviceId, [&](const TokenState&) {
+    return withToken(deviceId, [&](const StoredToken&) {
         if (pin == nullptr) return static_cast<int>(Result::badArgument);
         const PinAnswer answer = validatePin(tokenFolder(), pin);
         if (remaining != nullptr && answer.remaining >= 0) *remaining = answer.remaining;

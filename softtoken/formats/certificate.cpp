@@ -1,9 +1,7 @@
 #include "formats/certificate.h"
 
 #include "base/der_reader.h"
-#include "base/hex.h"
 #include "base/token_error.h"
-#include "crypto/primitives.h"
 
 #include <string_view>
 
@@ -43,11 +41,6 @@ CertificateFields readCertificate(ByteView der)
     certificate.enter(der::tagSequence);
     certificate.bitString();
     return fields;
-}
-
-std::string thumbprint(ByteView der)
-{
-    return toHex(digest(sha1, der));
 }
 
 } // namespace quelta::softtoken

@@ -20,6 +20,4 @@ struct CertificateFields {
 // Throws TokenError if it isn't a certificate, or has something after its end.
 CertificateFields readCertificate(ByteView der);
 
-std::string thumbprint(ByteView der);
-
 } // namespace quelta::softtoken

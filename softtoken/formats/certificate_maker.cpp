@@ -1,225 +1,110 @@
 #include "formats/certificate_maker.h"
 
-#include "crypto/bcrypt_objects.h"
+#include "base/der.h"
+#include "base/hex.h"
+#include "common/bcrypt_calls.h"
+#include "common/object_ids.h"
 #include "crypto/key_encoding.h"
+#include "crypto/primitives.h"
+#include "crypto/rsa.h"
 #include "formats/distinguished_name.h"
 #include "token/device_records.h"
 
-#include <windows.h>
-
-#include <wincrypt.h>
-
-#include <list>
+#include <ctime>
 
 namespace quelta::softtoken {
 
 namespace {
 
-constexpr DWORD authorityBits = 2048;
-constexpr std::size_t serialSize = 16;
-constexpr std::uint64_t minute = 60ULL * 10'000'000;
-constexpr int year = 365;
+constexpr std::size_t authorityBits = 2048;
+constexpr std::time_t day = 24 * 60 * 60;
+// Clocks differ: a certificate that begins now would not be valid yet elsewhere.
+constexpr std::time_t allowance = 10 * 60;
 
-void require(BOOL done, const char* what)
-{
-    if (!done) throw TokenError(std::string(what) + " was refused by the system, error " + std::to_string(GetLastError()));
-}
-
-// Calls twice: for the size, and with a room for it.
-Bytes filled(const char* what, auto call)
-{
-    DWORD size = 0;
-    require(call(nullptr, &size), what);
-    Bytes bytes(size);
-    require(call(bytes.data(), &size), what);
-    bytes.resize(size);
-    return bytes;
-}
-
-Bytes encoded(const char* structure, const void* value)
-{
-    return filled("encoding a certificate", [&](BYTE* room, DWORD* size) {
-        return CryptEncodeObjectEx(X509_ASN_ENCODING, structure, value, 0, nullptr, room, size);
-    });
-}
-
-template <class Blob = CRYPT_DATA_BLOB>
-Blob blobOf(ByteView bytes)
-{
-    return {lengthOf(bytes), dataOf(bytes)};
-}
+// The bits of X.509's KeyUsage.
+constexpr unsigned digitalSignature = 0x80;
+constexpr unsigned nonRepudiation = 0x40;
+constexpr unsigned keyEncipherment = 0x20;
+constexpr unsigned certificateSigning = 0x04;
+constexpr unsigned listSigning = 0x02;
 
 // Something that a certificate names: an authority, or the holder of the token's key.
-class Subject {
-public:
-    // The key as crypt32 has it, in one block with what it points to.
-    Subject(const std::string& name, Bytes key) : name_(encodeName(name)), key_(std::move(key)) {}
-
-    CERT_NAME_BLOB name() const { return blobOf(name_); }
-    const CERT_PUBLIC_KEY_INFO& key() const { return *reinterpret_cast<const CERT_PUBLIC_KEY_INFO*>(key_.data()); }
-    Bytes keyIdentifier() const { return digest(sha1, {key().PublicKey.pbData, key().PublicKey.cbData}); }
-
-private:
-    Bytes name_;
-    Bytes key_;
-};
-
-Bytes publicKeyInfo(const PublicKey& key)
-{
-    const Bytes der = encodePublicKey(key);
-    return filled("reading a public key", [&](BYTE* room, DWORD* size) {
-        return CryptDecodeObjectEx(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, der.data(), lengthOf(der), 0, nullptr, room, size);
-    });
-}
-
-// A key of the system's own provider, gone with this.
-class SigningKey {
-public:
-    SigningKey()
-    {
-        require(CryptAcquireContextW(&provider_, nullptr, nullptr, PROV_RSA_AES, CRYPT_VERIFYCONTEXT), "the system's provider");
-        HCRYPTKEY key = 0;
-        if (CryptGenKey(provider_, AT_SIGNATURE, authorityBits << 16, &key)) CryptDestroyKey(key);
-    }
-    ~SigningKey() { CryptReleaseContext(provider_, 0); }
-    SigningKey(const SigningKey&) = delete;
-    SigningKey& operator=(const SigningKey&) = delete;
-
-    Bytes publicKey() const
-    {
-        return filled("making an authority's key", [&](BYTE* room, DWORD* size) {
-            return CryptExportPublicKeyInfo(provider_, AT_SIGNATURE, X509_ASN_ENCODING,
-                                            reinterpret_cast<CERT_PUBLIC_KEY_INFO*>(room), size);
-        });
-    }
-    Bytes sign(CERT_INFO& content) const
-    {
-        return filled("signing a certificate", [&](BYTE* room, DWORD* size) {
-            return CryptSignAndEncodeCertificate(provider_, AT_SIGNATURE, X509_ASN_ENCODING, X509_CERT_TO_BE_SIGNED, &content,
-                                                 &content.SignatureAlgorithm, nullptr, room, size);
-        });
-    }
-
-private:
-    HCRYPTPROV provider_ = 0;
+struct Subject {
+    Bytes name;
+    PublicKey key;
+    Bytes keyIdentifier() const { return digestOf(sha1, publicKeyBits(key)); }
 };
 
 struct Authority {
-    SigningKey signer;
+    RsaPrivate key = generateRsaKey(authorityBits);
     Subject subject;
-    explicit Authority(const std::string& name) : subject(name, signer.publicKey()) {}
+    explicit Authority(const std::string& name) : subject{encodeName(name), key.shown} {}
 };
 
-class Extensions {
-public:
-    void add(const char* oid, bool critical, const char* structure, const void* value)
-    {
-        const Bytes& kept = values_.emplace_back(encoded(structure, value));
-        items_.push_back({const_cast<char*>(oid), critical, blobOf<CRYPT_OBJID_BLOB>(kept)});
-    }
-    void addKeyUsage(BYTE bits)
-    {
-        CRYPT_BIT_BLOB blob{1, &bits, 0};
-        while ((bits >> blob.cUnusedBits & 1) == 0) ++blob.cUnusedBits;
-        add(szOID_KEY_USAGE, true, X509_KEY_USAGE, &blob);
-    }
-    void addConstraints(CERT_BASIC_CONSTRAINTS2_INFO constraints)
-    {
-        add(szOID_BASIC_CONSTRAINTS2, true, X509_BASIC_CONSTRAINTS2, &constraints);
-    }
-    void addKeyIdentifiers(const Subject& subject, const Subject& issuer)
-    {
-        const Bytes own = subject.keyIdentifier();
-        const Bytes authority = issuer.keyIdentifier();
-        const auto ownBlob = blobOf(own);
-        CERT_AUTHORITY_KEY_ID2_INFO authorityInfo{};
-        authorityInfo.KeyId = blobOf(authority);
-        add(szOID_SUBJECT_KEY_IDENTIFIER, false, X509_OCTET_STRING, &ownBlob);
-        add(szOID_AUTHORITY_KEY_IDENTIFIER2, false, X509_AUTHORITY_KEY_ID2, &authorityInfo);
-    }
-    std::vector<CERT_EXTENSION>& items() { return items_; }
-
-private:
-    std::list<Bytes> values_;
-    std::vector<CERT_EXTENSION> items_;
-};
-
-Extensions authorityExtensions(CERT_BASIC_CONSTRAINTS2_INFO constraints)
+Bytes utcTime(std::time_t time)
 {
-    Extensions extensions;
-    extensions.addConstraints(constraints);
-    extensions.addKeyUsage(CERT_KEY_CERT_SIGN_KEY_USAGE | CERT_CRL_SIGN_KEY_USAGE);
-    return extensions;
+    std::tm parts{};
+    gmtime_s(&parts, &time);
+    char text[sizeof "YYMMDDhhmmssZ"];
+    std::strftime(text, sizeof text, "%y%m%d%H%M%SZ", &parts);
+    return der::element(der::tagUtcTime, toBytes(text));
 }
 
-Extensions leafExtensions(std::uint32_t usage)
+Bytes extension(std::string_view oid, bool critical, ByteView value)
 {
-    char clientAuth[] = szOID_PKIX_KP_CLIENT_AUTH;
-    char emailProtection[] = szOID_PKIX_KP_EMAIL_PROTECTION;
-    char* purposes[] = {clientAuth, emailProtection};
-    const CERT_ENHKEY_USAGE enhanced{2, purposes};
-    Extensions extensions;
-    extensions.addConstraints({});
-    extensions.addKeyUsage(
-        static_cast<BYTE>(((usage & usageSigning) != 0 ? CERT_DIGITAL_SIGNATURE_KEY_USAGE | CERT_NON_REPUDIATION_KEY_USAGE : 0) |
-                          ((usage & usageKeyExchange) != 0 ? CERT_KEY_ENCIPHERMENT_KEY_USAGE : 0)));
-    extensions.add(szOID_ENHANCED_KEY_USAGE, false, X509_ENHANCED_KEY_USAGE, &enhanced);
-    return extensions;
+    const Bytes yes{0x01, 0x01, 0xFF};
+    return der::sequence({der::oid(oid), critical ? ByteView(yes) : ByteView(), der::octetString(value)});
 }
 
-// Least significant byte first; neither negative nor with zeros in front.
-Bytes newSerial()
+Bytes usageExtension(unsigned bits)
 {
-    Bytes serial = randomBytes(serialSize);
-    serial.back() = static_cast<unsigned char>((serial.back() & 0x7F) | 0x40);
-    return serial;
+    unsigned char unused = 0;
+    while ((bits >> unused & 1U) == 0) ++unused;
+    return extension("2.5.29.15", true, der::bitString(Bytes{static_cast<unsigned char>(bits)}, unused));
 }
 
-FILETIME fileTime(std::uint64_t time)
+// `below` is the number of authorities that may follow; none of them may where there is no authority.
+Bytes authorityExtensions(ByteView below)
 {
-    return {static_cast<DWORD>(time & 0xFFFFFFFFU), static_cast<DWORD>(time >> 32)};
+    const Bytes yes{0x01, 0x01, 0xFF};
+    return concat({extension("2.5.29.19", true, der::sequence({yes, below})), usageExtension(certificateSigning | listSigning)});
 }
 
-// Clocks differ: a certificate that begins now would not be valid yet elsewhere.
-std::uint64_t aWhileAgo()
+Bytes leafExtensions(std::uint32_t usage)
 {
-    FILETIME now{};
-    GetSystemTimeAsFileTime(&now);
-    return (std::uint64_t{now.dwHighDateTime} << 32 | now.dwLowDateTime) - 10 * minute;
+    const unsigned bits = ((usage & usageSigning) != 0 ? digitalSignature | nonRepudiation : 0U) |
+                          ((usage & usageKeyExchange) != 0 ? keyEncipherment : 0U);
+    // For the authentication of clients, and for the protection of mail.
+    const Bytes purposes = der::sequence({der::oid("1.3.6.1.5.5.7.3.2"), der::oid("1.3.6.1.5.5.7.3.4")});
+    return concat(
+        {extension("2.5.29.19", true, der::sequence({})), usageExtension(bits), extension("2.5.29.37", false, purposes)});
 }
 
-Bytes certify(const Authority& issuer, const Subject& subject, int days, Extensions extensions)
+Bytes certify(const Authority& issuer, const Subject& subject, int years, ByteView extensions)
 {
-    extensions.addKeyIdentifiers(subject, issuer.subject);
-    const Bytes serial = newSerial();
-    char algorithm[] = szOID_RSA_SHA256RSA;
-    const std::uint64_t begin = aWhileAgo();
-    CERT_INFO info{};
-    info.dwVersion = CERT_V3;
-    info.SerialNumber = blobOf(serial);
-    info.SignatureAlgorithm.pszObjId = algorithm;
-    info.Issuer = issuer.subject.name();
-    info.NotBefore = fileTime(begin);
-    info.NotAfter = fileTime(begin + static_cast<std::uint64_t>(days) * 24 * 60 * minute);
-    info.Subject = subject.name();
-    info.SubjectPublicKeyInfo = subject.key();
-    info.cExtension = static_cast<DWORD>(extensions.items().size());
-    info.rgExtension = extensions.items().data();
-    return issuer.signer.sign(info);
+    const std::time_t begin = std::time(nullptr) - allowance;
+    const Bytes algorithm = der::sequence({der::oid(oid::sha256WithRsa), der::null()});
+    const Bytes identifiers = concat(
+        {extension("2.5.29.14", false, der::octetString(subject.keyIdentifier())),
+         extension("2.5.29.35", false, der::sequence({der::element(der::implicitTag(0), issuer.subject.keyIdentifier())}))});
+    const Bytes content = der::sequence(
+        {der::element(der::explicitTag(0), der::smallInteger(2)), der::unsignedInteger(randomBytes(16)), algorithm,
+         issuer.subject.name, der::sequence({utcTime(begin), utcTime(begin + years * 365 * day)}), subject.name,
+         encodePublicKey(subject.key), der::element(der::explicitTag(3), der::sequence({extensions, identifiers}))});
+    return der::sequence({content, algorithm, der::bitString(rsaSign(issuer.key, digestOf(sha256, content)))});
 }
 
 } // namespace
 
-Chain makeChain(const ChainRequest& request)
+MadeChain makeChain(const PublicKey& key, std::uint32_t usage, const std::string& subject)
 {
-    const Authority root(request.root);
-    const Authority issuing(request.issuer);
-    const Subject holder(request.subject, publicKeyInfo(request.key));
-    constexpr CERT_BASIC_CONSTRAINTS2_INFO anyAuthority{TRUE, FALSE, 0};
-    constexpr CERT_BASIC_CONSTRAINTS2_INFO lastAuthority{TRUE, TRUE, 0};
-    return {certify(issuing, holder, request.days, leafExtensions(request.usage)),
-            certify(root, issuing.subject, request.days + year, authorityExtensions(lastAuthority)),
-            certify(root, root.subject, request.days + 2 * year, authorityExtensions(anyAuthority))};
+    // Issuers are found by their names: two chains on one token must not share them.
+    const std::string mark = toHex(randomBytes(4));
+    const Authority root("CN=Quelta Software Token Root CA " + mark);
+    const Authority issuing("CN=Quelta Software Token Issuing CA " + mark);
+    return {certify(issuing, {encodeName(subject), key}, 1, leafExtensions(usage)),
+            certify(root, issuing.subject, 2, authorityExtensions(der::smallInteger(0))),
+            certify(root, root.subject, 3, authorityExtensions({}))};
 }
 
 } // namespace quelta::softtoken

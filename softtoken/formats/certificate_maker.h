@@ -3,23 +3,14 @@
 
 #include "crypto/asymmetric_key.h"
 
-#include <string>
-
 namespace quelta::softtoken {
 
-struct ChainRequest {
-    PublicKey key;
-    std::uint32_t usage;
-    std::string subject; // as encodeName takes them
-    std::string issuer;
-    std::string root;
-    int days; // of the leaf; its issuer's certificate outlives it by a year, the root's by two
-};
-
-struct Chain {
+struct MadeChain {
     Bytes leaf, issuing, root; // DER
 };
 
-Chain makeChain(const ChainRequest& request);
+// `usage` is the key pair's. The subject is the leaf's, as encodeName takes it; the authorities get names of their own for each
+// chain. The leaf is valid for a year, the issuing certificate for two, the root for three.
+MadeChain makeChain(const PublicKey& key, std::uint32_t usage, const std::string& subject);
 
 } // namespace quelta::softtoken

@@ -1,8 +1,8 @@
 #include "formats/distinguished_name.h"
 
 #include "base/der_reader.h"
+#include "common/bcrypt_calls.h"
 #include "common/text.h"
-#include "crypto/bcrypt_objects.h"
 
 #include <windows.h>
 
@@ -44,7 +44,7 @@ Bytes encodePart(const std::string& part)
 
 std::string formatted(DWORD kind, ByteView nameDer)
 {
-    CERT_NAME_BLOB name{lengthOf(nameDer), dataOf(nameDer)};
+    CERT_NAME_BLOB name{bcryptSize(nameDer), bcryptInput(nameDer)};
     const DWORD size = CertNameToStrW(X509_ASN_ENCODING, &name, kind, nullptr, 0);
     std::wstring text(size, L'\0');
     CertNameToStrW(X509_ASN_ENCODING, &name, kind, text.data(), size);

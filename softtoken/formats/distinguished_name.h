@@ -6,7 +6,7 @@
 
 namespace quelta::softtoken {
 
-// From "CN=Ada, O=\"Example, Inc\", C=IN", in the order as written; a text without an equals sign is a common name. Throws
+// From "CN=Ada, O=\"Example, Inc\", C=XX", in the order as written; a text without an equals sign is a common name. Throws
 // TokenError for what the system does not take for a name.
 Bytes encodeName(const std::string& text);
 // "CN=Ada, O=Example" in UTF-8.

@@ -1,77 +1,32 @@
 #include "store/pin.h"
 
+#include "common/bcrypt_calls.h"
 #include "crypto/primitives.h"
 #include "store/token_store.h"
 
 #include <algorithm>
-#include <mutex>
 
 namespace quelta::softtoken {
 
 namespace {
 
-constexpr std::uint64_t hashIterations = 10000;
-constexpr std::size_t saltSize = 16;
+constexpr std::size_t shortestPin = 4;
 
-ByteView viewOf(std::string_view pin)
-{
-    return {reinterpret_cast<const unsigned char*>(pin.data()), pin.size()};
-}
-
+// The PIN goes in over the salt, which is as long as any PIN: a hash object keeps its last block of data, in memory that is not
+// ours to wipe.
 Bytes hashOf(const StoredPin& stored, std::string_view pin)
 {
-    return pbkdf2(sha256, viewOf(pin), stored.salt, stored.iterations, sha256.size);
+    Bytes data = stored.salt;
+    for (std::size_t i = 0; i < pin.size(); ++i) data[i] = static_cast<unsigned char>(data[i] ^ pin[i]);
+    return digestOf(sha256, data);
 }
 
-// The slow hash is taken once for a PIN and a stored hash: this remembers, keyed, what was right last.
-class LastRightPin {
-public:
-    bool is(const StoredPin& stored, std::string_view pin)
-    {
-        const std::lock_guard guard(mutex_);
-        const Bytes mark = markOf(stored, pin);
-        return equalInConstantTime(mark, last_);
-    }
-
-    void remember(const StoredPin& stored, std::string_view pin)
-    {
-        const std::lock_guard guard(mutex_);
-        last_ = markOf(stored, pin);
-    }
-
-private:
-    // With the mutex held, and a PIN of no more than the longest.
-    Bytes markOf(const StoredPin& stored, std::string_view pin)
-    {
-        if (key_.empty()) {
-            key_ = randomBytes(sha256.size);
-            mask_ = randomBytes(longestPin);
-        }
-        // The PIN goes in under a mask: a hash object keeps its last block of data, in memory that is not ours to wipe.
-        Bytes data = mask_;
-        for (std::size_t i = 0; i < pin.size(); ++i) data[i] = static_cast<unsigned char>(data[i] ^ viewOf(pin)[i]);
-        append(data, stored.hash);
-        return hmac(sha256, key_, data);
-    }
-
-    std::mutex mutex_;
-    Bytes key_;
-    Bytes mask_;
-    Bytes last_;
-};
-
-LastRightPin lastRightPin;
-
-bool changesNothing(const TokenState& state)
+// Returns whether anything has changed.
+bool accept(StoredToken& token)
 {
-    return state.pin.remaining == state.pin.attempts && (!state.singleSignOnEnabled || state.singleSignOnOpen);
-}
-
-bool accept(TokenState& state)
-{
-    const bool changes = !changesNothing(state);
-    state.pin.remaining = state.pin.attempts;
-    state.singleSignOnOpen = state.singleSignOnEnabled;
+    const bool changes = token.pin.remaining != token.pin.attempts || token.singleSignOnOpen != token.singleSignOnEnabled;
+    token.pin.remaining = token.pin.attempts;
+    token.singleSignOnOpen = token.singleSignOnEnabled;
     return changes;
 }
 
@@ -83,24 +38,20 @@ StoredPin newPin(std::string_view pin, int attempts)
     if (pin.size() < shortestPin || pin.size() > longestPin || !ascii)
         throw TokenError(Result::badArgument, "a PIN has 4 to 63 characters, all of them ASCII: choose another one");
     if (attempts < 1) throw TokenError(Result::badArgument, "a token needs at least one attempt");
-    StoredPin stored{randomBytes(saltSize), {}, hashIterations, attempts, attempts};
+    StoredPin stored{randomBytes(longestPin), {}, attempts, attempts};
     stored.hash = hashOf(stored, pin);
     return stored;
 }
 
 bool isRightPin(const StoredPin& stored, std::string_view pin)
 {
-    if (pin.size() > longestPin) return false;
-    if (lastRightPin.is(stored, pin)) return true;
-    if (!equalInConstantTime(hashOf(stored, pin), stored.hash)) return false;
-    lastRightPin.remember(stored, pin);
-    return true;
+    return pin.size() <= longestPin && hashOf(stored, pin) == stored.hash;
 }
 
 PinAnswer validatePin(const std::filesystem::path& folder, std::string_view pin)
 {
     PinAnswer answer{static_cast<int>(Result::noToken), -1};
-    changeToken(folder, [&](TokenState& state) {
+    changeToken(folder, [&](StoredToken& state) {
         StoredPin& stored = state.pin;
         const auto decide = [&](Result result, bool changed) {
             answer = {static_cast<int>(result), stored.remaining};
@@ -123,7 +74,7 @@ PinAnswer validatePin(const std::filesystem::path& folder, std::string_view pin)
     return answer;
 }
 
-int mayUse(const TokenState& state, Use use, const char* pin)
+int mayUse(const StoredToken& state, Use use, const char* pin)
 {
     if (state.singleSignOnEnabled && state.singleSignOnOpen) return static_cast<int>(Result::ok);
     if (state.singleSignOnEnabled && use == Use::privateKey) return resultSignOnExpired;

@@ -1,16 +1,12 @@
 // The token's PIN: kept as a salted hash, counted, locked. Also who may do what.
 #pragma once
 
-#include "store/token_state.h"
+#include "store/stored_token.h"
 
 #include <filesystem>
 #include <string_view>
 
 namespace quelta::softtoken {
-
-constexpr std::size_t shortestPin = 4;
-constexpr std::size_t longestPin = 63;
-constexpr int defaultAttempts = 10;
 
 // Throws TokenError if the PIN's length is out of bounds, or it is not all ASCII: applications hand a PIN over in the system's
 // code page, so that any other character would not be the same one everywhere.
@@ -32,6 +28,6 @@ enum class Use {
 
 // 0 if the PIN, or the session in its place, allows the use. A wrong PIN is refused here, not counted: an application that
 // repeats an operation with a stale PIN would lock the token.
-int mayUse(const TokenState& state, Use use, const char* pin);
+int mayUse(const StoredToken& state, Use use, const char* pin);
 
 } // namespace quelta::softtoken

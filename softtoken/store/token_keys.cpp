@@ -1,8 +1,10 @@
 #include "store/token_keys.h"
 
 #include "base/hex.h"
+#include "base/token_error.h"
+#include "common/bcrypt_calls.h"
 #include "crypto/key_encoding.h"
-#include "crypto/primitives.h"
+#include "crypto/rsa.h"
 #include "formats/certificate.h"
 
 #include <algorithm>
@@ -30,13 +32,13 @@ void requireFits(ByteView der)
 
 } // namespace
 
-StoredKeyPair& addKeyPair(TokenState& state, const PrivateKey& key, std::uint32_t usage, const std::string& label)
+StoredKeyPair& addKeyPair(StoredToken& state, const PrivateKey& key, std::uint32_t usage, const std::string& label)
 {
     if (usage < usageSigning || usage > usageBoth)
         throw TokenError(Result::badArgument, "a key pair signs, exchanges keys, or both");
     if (std::holds_alternative<EcPrivate>(key) && usage != usageSigning)
         throw TokenError(Result::badArgument, "keys on curves only sign: leave the usage away, or use an RSA key");
-    requireConsistent(key);
+    if (const RsaPrivate* rsa = std::get_if<RsaPrivate>(&key)) requireConsistent(*rsa);
     StoredKeyPair pair;
     pair.id = newKeyId();
     pair.reference = randomBytes(referenceSize);
@@ -48,7 +50,7 @@ StoredKeyPair& addKeyPair(TokenState& state, const PrivateKey& key, std::uint32_
     return state.keyPairs.emplace_back(std::move(pair));
 }
 
-StoredCertificate& addCertificate(TokenState& state, const StoredKeyPair& pair, ByteView der)
+StoredCertificate& addCertificate(StoredToken& state, const StoredKeyPair& pair, ByteView der)
 {
     requireFits(der);
     if (shownPublicKey(decodePublicKey(readCertificate(der).publicKeyInfo)) != pair.publicKey)
@@ -60,7 +62,7 @@ StoredCertificate& addCertificate(TokenState& state, const StoredKeyPair& pair, 
     return *old = std::move(certificate);
 }
 
-void addIssuer(TokenState& state, ByteView der, ByteView chainOf)
+void addIssuer(StoredToken& state, ByteView der, ByteView chainOf)
 {
     requireFits(der);
     readCertificate(der);
@@ -70,7 +72,7 @@ void addIssuer(TokenState& state, ByteView der, ByteView chainOf)
     state.certificates.push_back({{}, toBytes(chainOf), {}, {}, toBytes(der)});
 }
 
-StoredAesKey& addAesKey(TokenState& state, ByteView value, std::uint32_t encryptionType, std::uint32_t usage,
+StoredAesKey& addAesKey(StoredToken& state, ByteView value, std::uint32_t encryptionType, std::uint32_t usage,
                         const std::string& label)
 {
     if (value.size() != 16 && value.size() != 24 && value.size() != 32)

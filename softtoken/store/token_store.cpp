@@ -78,7 +78,7 @@ void remember(const std::filesystem::path& folder, const FileStamp& stamp, const
 Reading parsed(const std::filesystem::path& folder, ByteView content)
 {
     try {
-        return std::make_shared<const TokenState>(fromJson(toText(content)));
+        return std::make_shared<const StoredToken>(fromJson(toText(content)));
     } catch (const TokenError& error) {
         return std::unexpected(
             TokenError("the token in " + textOf(folder) + " can't be read (" + error.what() +
@@ -98,11 +98,11 @@ Reading load(const std::filesystem::path& folder)
 }
 
 // With the exclusive lock held.
-void save(const std::filesystem::path& folder, TokenState state)
+void save(const std::filesystem::path& folder, StoredToken state)
 {
     writeAtomically(folder / stateName, toBytes(toJson(state)));
     if (const auto stamp = stampOf(folder / stateName))
-        remember(folder, *stamp, std::make_shared<const TokenState>(std::move(state)));
+        remember(folder, *stamp, std::make_shared<const StoredToken>(std::move(state)));
 }
 
 } // namespace
@@ -145,7 +145,7 @@ void requireChangeable(const std::filesystem::path& folder)
     requireWritable(folder / stateName);
 }
 
-void changeToken(const std::filesystem::path& folder, const std::function<bool(TokenState&)>& change)
+void changeToken(const std::filesystem::path& folder, const std::function<bool(StoredToken&)>& change)
 {
     const auto none = [&] {
         return TokenError(Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN");
@@ -155,11 +155,11 @@ void changeToken(const std::filesystem::path& folder, const std::function<bool(T
     const Reading before = load(folder);
     if (!before) throw before.error();
     if (!*before) throw none();
-    TokenState state = **before;
+    StoredToken state = **before;
     if (change(state)) save(folder, std::move(state));
 }
 
-void createToken(const std::filesystem::path& folder, const TokenState& state, bool overwrite)
+void createToken(const std::filesystem::path& folder, const StoredToken& state, bool overwrite)
 {
     std::error_code error;
     std::filesystem::create_directories(folder, error);

@@ -4,7 +4,7 @@
 #pragma once
 
 #include "base/token_error.h"
-#include "store/token_state.h"
+#include "store/stored_token.h"
 
 #include <expected>
 #include <filesystem>
@@ -21,7 +21,7 @@ std::string textOf(const std::filesystem::path& path);
 std::filesystem::path tokenFolder();
 
 // Null if there is no token in the folder; why, if the one that is there can't be read.
-using Reading = std::expected<std::shared_ptr<const TokenState>, TokenError>;
+using Reading = std::expected<std::shared_ptr<const StoredToken>, TokenError>;
 // Parses again only when the file has changed.
 Reading readToken(const std::filesystem::path& folder);
 
@@ -29,9 +29,9 @@ Reading readToken(const std::filesystem::path& folder);
 void requireChangeable(const std::filesystem::path& folder);
 
 // Applies the change to the state as it is now, with every other changer kept out, and writes it unless the change answers false.
-void changeToken(const std::filesystem::path& folder, const std::function<bool(TokenState&)>& change);
+void changeToken(const std::filesystem::path& folder, const std::function<bool(StoredToken&)>& change);
 
 // Refuses to overwrite a token unless told so.
-void createToken(const std::filesystem::path& folder, const TokenState& state, bool overwrite);
+void createToken(const std::filesystem::path& folder, const StoredToken& state, bool overwrite);
 
 } // namespace quelta::softtoken

@@ -82,7 +82,7 @@ class Device : public ::testing::Test {
 protected:
     Device()
     {
-        TokenState state;
+        StoredToken state;
         state.serial = serial;
         state.pin = newPin("1234", attempts);
         createToken(folder / "", state, true);
@@ -129,7 +129,7 @@ TEST_F(Device, LeavesNoCopyOfThePinInMemory)
     const std::string backwards = "noitatneserper-txet-ni-reven-dna-terces-6135", end = backwards.substr(0, 20);
     std::string pin(backwards.rbegin(), backwards.rend());
     EXPECT_GT(copiesInMemory(end), 0U) << "the search itself";
-    changeToken(folder / "", [&](TokenState& state) {
+    changeToken(folder / "", [&](StoredToken& state) {
         state.pin = newPin(pin, attempts);
         return true;
     });

@@ -40,15 +40,16 @@ struct StoredAesKey {
     Bytes value;
 };
 
+constexpr std::size_t longestPin = 63;
+
 struct StoredPin {
-    Bytes salt;
+    Bytes salt; // as long as the longest PIN
     Bytes hash;
-    std::uint64_t iterations = 0;
     int attempts = 0;
     int remaining = 0;
 };
 
-struct TokenState {
+struct StoredToken {
     std::string serial;
     std::string label;
     bool plugged = true;
@@ -63,17 +64,17 @@ struct TokenState {
     std::vector<StoredAesKey> aesKeys;
 };
 
-std::string toJson(const TokenState& state);
+std::string toJson(const StoredToken& state);
 // Throws TokenError for anything that toJson did not write.
-TokenState fromJson(const std::string& text);
+StoredToken fromJson(const std::string& text);
 
 KeyId newKeyId();
 KeyId keyIdFrom(ByteView bytes);
 
-StoredKeyPair* findKeyPair(TokenState& state, ByteView id);
-const StoredKeyPair* findKeyPair(const TokenState& state, ByteView id);
+StoredKeyPair* findKeyPair(StoredToken& state, ByteView id);
+const StoredKeyPair* findKeyPair(const StoredToken& state, ByteView id);
 // The pair, its certificates, and the issuers' certificates that were made for it.
-void removeKeyPair(TokenState& state, const KeyId& id);
-void removeCertificatesOf(TokenState& state, const KeyId& id);
+void removeKeyPair(StoredToken& state, const KeyId& id);
+void removeCertificatesOf(StoredToken& state, const KeyId& id);
 
 } // namespace quelta::softtoken

@@ -1,5 +1,7 @@
-#include "store/token_state.h"
+#include "store/stored_token.h"
 
+#include "base/token_error.h"
+#include "common/bcrypt_calls.h"
 #include "common/hex.h"
 #include "crypto/primitives.h"
 
@@ -13,7 +15,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-constexpr int formatVersion = 1;
+constexpr int formatVersion = 2;
 
 Bytes bytesAt(const Json& json, const char* name)
 {
@@ -83,27 +85,22 @@ StoredAesKey readAesKey(const Json& json)
 
 Json writePin(const StoredPin& pin)
 {
-    return {{"salt", toHex(pin.salt)},
-            {"hash", toHex(pin.hash)},
-            {"iterations", pin.iterations},
-            {"attempts", pin.attempts},
-            {"remaining", pin.remaining}};
+    return {{"salt", toHex(pin.salt)}, {"hash", toHex(pin.hash)}, {"attempts", pin.attempts}, {"remaining", pin.remaining}};
 }
 
 StoredPin readPin(const Json& json)
 {
-    const StoredPin pin{bytesAt(json, "salt"), bytesAt(json, "hash"), json.at("iterations"), json.at("attempts"),
-                        json.at("remaining")};
+    const StoredPin pin{bytesAt(json, "salt"), bytesAt(json, "hash"), json.at("attempts"), json.at("remaining")};
     // With a damaged hash every PIN would be a wrong one, and cost an attempt.
-    if (pin.hash.size() != sha256.size || pin.iterations == 0 || pin.remaining < 0 || pin.remaining > pin.attempts)
+    if (pin.salt.size() != longestPin || pin.hash.size() != sha256.size || pin.remaining < 0 || pin.remaining > pin.attempts)
         throw TokenError(Result::badData, "what it holds of the PIN is damaged");
     return pin;
 }
 
-TokenState readState(const Json& json)
+StoredToken readState(const Json& json)
 {
-    if (json.at("format") != formatVersion) throw TokenError(Result::badData, "it has another format");
-    TokenState state;
+    if (json.at("format") != formatVersion) throw TokenError(Result::badData, "another version of the software token made it");
+    StoredToken state;
     state.serial = json.at("serial");
     state.label = json.at("label");
     state.plugged = json.at("plugged");
@@ -111,8 +108,7 @@ TokenState readState(const Json& json)
     state.singleSignOnEnabled = json.at("singleSignOnEnabled");
     state.singleSignOnOpen = json.at("singleSignOnOpen");
     state.pin = readPin(json.at("pin"));
-    // Older tokens have not counted.
-    state.wrongPins = json.value("wrongPins", std::uint64_t{0});
+    state.wrongPins = json.at("wrongPins");
     state.keyPairs = itemsOf<StoredKeyPair>(json.at("keyPairs"), readKeyPair);
     state.certificates = itemsOf<StoredCertificate>(json.at("certificates"), readCertificate);
     state.aesKeys = itemsOf<StoredAesKey>(json.at("aesKeys"), readAesKey);
@@ -129,7 +125,7 @@ auto findPair(State& state, ByteView id)
 
 } // namespace
 
-std::string toJson(const TokenState& state)
+std::string toJson(const StoredToken& state)
 {
     const Json json{{"warning", "The keys stand here in clear: this software token protects nothing."},
                     {"format", formatVersion},
@@ -147,7 +143,7 @@ std::string toJson(const TokenState& state)
     return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-TokenState fromJson(const std::string& text)
+StoredToken fromJson(const std::string& text)
 {
     try {
         return readState(Json::parse(text));
@@ -172,24 +168,24 @@ KeyId keyIdFrom(ByteView bytes)
     return id;
 }
 
-StoredKeyPair* findKeyPair(TokenState& state, ByteView id)
+StoredKeyPair* findKeyPair(StoredToken& state, ByteView id)
 {
     return findPair(state, id);
 }
 
-const StoredKeyPair* findKeyPair(const TokenState& state, ByteView id)
+const StoredKeyPair* findKeyPair(const StoredToken& state, ByteView id)
 {
     return findPair(state, id);
 }
 
-void removeCertificatesOf(TokenState& state, const KeyId& id)
+void removeCertificatesOf(StoredToken& state, const KeyId& id)
 {
     std::erase_if(state.certificates, [&](const StoredCertificate& certificate) {
         return std::ranges::equal(certificate.keyId, id) || std::ranges::equal(certificate.chainOf, id);
     });
 }
 
-void removeKeyPair(TokenState& state, const KeyId& id)
+void removeKeyPair(StoredToken& state, const KeyId& id)
 {
     removeCertificatesOf(state, id);
     std::erase_if(state.keyPairs, [&](const StoredKeyPair& pair) { return pair.id == id; });
