@@ -15,7 +15,6 @@ constexpr std::string_view commonName = "2.5.4.3";
 constexpr std::string_view data = "1.2.840.113549.1.7.1";
 constexpr std::string_view signedData = "1.2.840.113549.1.7.2";
 constexpr std::string_view envelopedData = "1.2.840.113549.1.7.3";
-constexpr std::string_view encryptedData = "1.2.840.113549.1.7.6";
 constexpr std::string_view contentType = "1.2.840.113549.1.9.3";
 constexpr std::string_view messageDigest = "1.2.840.113549.1.9.4";
 constexpr std::string_view signingTime = "1.2.840.113549.1.9.5";

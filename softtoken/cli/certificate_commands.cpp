@@ -15,14 +15,13 @@ namespace quelta::softtoken::cli {
 
 namespace {
 
-void make(const Folder& folder, const CertificateOptions& options)
+void make(const CommandLine& given)
 {
-    const auto before = requireToken(folder);
-    const StoredKeyPair& chosen = selectKeyPair(*before, options.key);
-    const std::string subject =
-        options.subject.empty() ? commonName(chosen.label) + ", O=Quelta software token" : options.subject;
+    const auto before = requireToken(given.folder);
+    const StoredKeyPair& chosen = selectKeyPair(*before, given.name);
+    const std::string subject = given.subject.empty() ? commonName(chosen.label) + ", O=Quelta software token" : given.subject;
     const MadeChain chain = makeChain(publicOf(decodePrivateKey(chosen.privateKey)), chosen.usage, subject);
-    change(folder, [&](StoredToken& token) {
+    change(given.folder, [&](StoredToken& token) {
         const StoredKeyPair* pair = findKeyPair(token, chosen.id);
         if (pair == nullptr) throw TokenError(Result::noSuchKey, "the key pair was deleted meanwhile");
         removeCertificatesOf(token, chosen.id);
@@ -75,17 +74,14 @@ std::vector<Bytes> selected(const std::vector<Bytes>& chain, const std::string& 
 
 } // namespace
 
-void certificate(const Folder& folder, const CertificateOptions& options)
+void certificate(const CommandLine& given)
 {
-    if (options.exported.empty()) {
-        make(folder, options);
-        return;
-    }
-    const auto state = requireToken(folder);
+    if (given.exported.empty()) return make(given);
+    const auto token = requireToken(given.folder);
     std::string text;
-    for (const Bytes& der : selected(chainOf(*state, selectKeyPair(*state, options.key)), options.exported))
+    for (const Bytes& der : selected(chainOf(*token, selectKeyPair(*token, given.name)), given.exported))
         text += pemBlock("CERTIFICATE", der);
-    give(options.out, text);
+    give(given.out, text);
 }
 
 } // namespace quelta::softtoken::cli

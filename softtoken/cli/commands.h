@@ -7,49 +7,39 @@
 
 namespace quelta::softtoken::cli {
 
-using Folder = std::filesystem::path;
-
-struct InitOptions {
+// As it was given; each command reads what belongs to it.
+struct CommandLine {
+    std::filesystem::path folder;
     std::string pin;
     int attempts = 10;
     bool force = false;
-};
-void init(const Folder& folder, const InitOptions& options);
-
-void setPlugged(const Folder& folder, bool plugged);
-// "on", "off", "expire".
-void singleSignOn(const Folder& folder, const std::string& action);
-// "ok", "mismatch".
-void clock(const Folder& folder, const std::string& action);
-
-void pinChange(const Folder& folder, const std::string& newPin);
-void pinUnlock(const Folder& folder);
-void pinLock(const Folder& folder);
-
-struct KeygenOptions {
+    std::string action; // of sso: "on", "off", "expire"; of clock: "ok", "mismatch"
     std::string type = "rsa2048";
     std::string usage;
     std::string label;
-};
-void keygen(const Folder& folder, const KeygenOptions& options);
-
-struct ImportOptions {
     std::vector<std::string> files;
     std::string aes;
-    std::string label;
-};
-void importItems(const Folder& folder, const ImportOptions& options);
-
-struct CertificateOptions {
-    std::string key;
+    std::string name; // of a key, or of what is to be deleted
     std::string subject;
     std::string exported; // "leaf", "issuing", "root"; empty to make a new chain
     std::string out;
+    bool json = false;
 };
-void certificate(const Folder& folder, const CertificateOptions& options);
 
-void publicKey(const Folder& folder, const std::string& key, const std::string& out);
-void remove(const Folder& folder, const std::string& name);
-void list(const Folder& folder, bool json);
+void init(const CommandLine& given);
+void plug(const CommandLine& given);
+void unplug(const CommandLine& given);
+void singleSignOn(const CommandLine& given);
+void clock(const CommandLine& given);
+void pinChange(const CommandLine& given);
+void pinUnlock(const CommandLine& given);
+void pinLock(const CommandLine& given);
+
+void keygen(const CommandLine& given);
+void importItems(const CommandLine& given);
+void publicKey(const CommandLine& given);
+void remove(const CommandLine& given);
+void certificate(const CommandLine& given);
+void list(const CommandLine& given);
 
 } // namespace quelta::softtoken::cli

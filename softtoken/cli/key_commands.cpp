@@ -24,7 +24,7 @@ std::uint32_t usageFor(const PrivateKey& key, const std::string& name)
     return usageNamed(name, std::holds_alternative<EcPrivate>(key) ? usageSigning : usageBoth);
 }
 
-void storeAesKey(const Folder& folder, ByteView value, const std::string& label)
+void storeAesKey(const std::filesystem::path& folder, ByteView value, const std::string& label)
 {
     KeyId id{};
     change(folder, [&](StoredToken& state) {
@@ -35,11 +35,11 @@ void storeAesKey(const Folder& folder, ByteView value, const std::string& label)
     std::cout << toHex(id) << "\n";
 }
 
-KeyFile readFiles(const ImportOptions& options)
+KeyFile readFiles(const std::vector<std::string>& names)
 {
-    if (options.files.empty()) throw TokenError(Result::badArgument, "nothing to import: give files, or an AES key with --aes");
+    if (names.empty()) throw TokenError(Result::badArgument, "nothing to import: give files, or an AES key with --aes");
     KeyFile all;
-    for (const std::string& name : options.files) {
+    for (const std::string& name : names) {
         try {
             KeyFile file = readKeyFile(readFile(pathFrom(name)));
             all.keys.insert(all.keys.end(), file.keys.begin(), file.keys.end());
@@ -80,37 +80,37 @@ const StoredKeyPair* pairOfCertificate(const StoredToken& state, ByteView der)
 
 } // namespace
 
-void keygen(const Folder& folder, const KeygenOptions& options)
+void keygen(const CommandLine& given)
 {
-    requireToken(folder);
-    if (options.type == "aes128" || options.type == "aes256") {
-        storeAesKey(folder, randomBytes(options.type == "aes128" ? 16 : 32), options.label);
+    requireToken(given.folder);
+    if (given.type == "aes128" || given.type == "aes256") {
+        storeAesKey(given.folder, randomBytes(given.type == "aes128" ? 16 : 32), given.label);
         return;
     }
-    const PrivateKey key = generateKey(keyAlgorithmNamed(options.type)->code);
-    const std::uint32_t usage = usageFor(key, options.usage);
+    const PrivateKey key = generateKey(keyAlgorithmNamed(given.type)->code);
+    const std::uint32_t usage = usageFor(key, given.usage);
     KeyId id{};
-    change(folder, [&](StoredToken& state) {
-        requireFreeLabel(state, options.label);
-        id = addKeyPair(state, key, usage, options.label).id;
+    change(given.folder, [&](StoredToken& state) {
+        requireFreeLabel(state, given.label);
+        id = addKeyPair(state, key, usage, given.label).id;
     });
     std::cout << toHex(id) << "\n";
 }
 
-void importItems(const Folder& folder, const ImportOptions& options)
+void importItems(const CommandLine& given)
 {
-    requireToken(folder);
-    if (!options.aes.empty()) {
-        const auto value = fromHex(options.aes);
+    requireToken(given.folder);
+    if (!given.aes.empty()) {
+        const auto value = fromHex(given.aes);
         if (!value)
             throw TokenError(Result::badArgument, "the AES key is not hexadecimal: use pairs of the digits 0 to 9 and A to F");
-        storeAesKey(folder, *value, options.label);
+        storeAesKey(given.folder, *value, given.label);
         return;
     }
-    const KeyFile file = readFiles(options);
+    const KeyFile file = readFiles(given.files);
     std::vector<KeyId> ids;
-    change(folder, [&](StoredToken& state) {
-        for (const PrivateKey& key : file.keys) ids.push_back(storeKey(state, key, options.label));
+    change(given.folder, [&](StoredToken& state) {
+        for (const PrivateKey& key : file.keys) ids.push_back(storeKey(state, key, given.label));
         for (const Bytes& der : file.certificates) {
             if (const StoredKeyPair* pair = pairOfCertificate(state, der))
                 addCertificate(state, *pair, der);
@@ -122,26 +122,27 @@ void importItems(const Folder& folder, const ImportOptions& options)
     std::cerr << "imported: key pairs " << file.keys.size() << ", certificates " << file.certificates.size() << "\n";
 }
 
-void publicKey(const Folder& folder, const std::string& key, const std::string& out)
+void publicKey(const CommandLine& given)
 {
-    const auto state = requireToken(folder);
-    const PrivateKey pair = decodePrivateKey(selectKeyPair(*state, key).privateKey);
-    give(out, pemBlock("PUBLIC KEY", encodePublicKey(publicOf(pair))));
+    const auto state = requireToken(given.folder);
+    const PrivateKey pair = decodePrivateKey(selectKeyPair(*state, given.name).privateKey);
+    give(given.out, pemBlock("PUBLIC KEY", encodePublicKey(publicOf(pair))));
 }
 
-void remove(const Folder& folder, const std::string& name)
+void remove(const CommandLine& given)
 {
-    change(folder, [&](StoredToken& state) {
+    change(given.folder, [&](StoredToken& state) {
         std::size_t removed =
-            std::erase_if(state.aesKeys, [&](const StoredAesKey& key) { return isNamed(key.id, key.label, name); });
+            std::erase_if(state.aesKeys, [&](const StoredAesKey& key) { return isNamed(key.id, key.label, given.name); });
         removed += std::erase_if(state.certificates, [&](const StoredCertificate& certificate) {
-            return toHex(digestOf(sha1, certificate.der)) == name;
+            return toHex(digestOf(sha1, certificate.der)) == given.name;
         });
-        const auto pair =
-            std::ranges::find_if(state.keyPairs, [&](const StoredKeyPair& item) { return isNamed(item.id, item.label, name); });
+        const auto pair = std::ranges::find_if(
+            state.keyPairs, [&](const StoredKeyPair& item) { return isNamed(item.id, item.label, given.name); });
         if (removed == 0 && pair == state.keyPairs.end())
-            throw TokenError(Result::noSuchKey, "no key and no certificate " + name + " on the token: see: quelta-token list");
-        if (pair != state.keyPairs.end()) removeKeyPair(state, selectKeyPair(state, name).id);
+            throw TokenError(Result::noSuchKey,
+                             "no key and no certificate " + given.name + " on the token: see: quelta-token list");
+        if (pair != state.keyPairs.end()) removeKeyPair(state, selectKeyPair(state, given.name).id);
     });
 }
 

@@ -27,8 +27,9 @@ struct Listing {
 };
 
 const Row keyPairColumns{"id", "type", "usage", "label", "certificate"};
-const Row certificateColumns{"thumbprint", "subject", "issuer", "notBefore", "notAfter", "serial", "keyId"};
-const Row certificateColumnsShown{"thumbprint", "subject", "issuer", "notAfter", "keyId"};
+// The table has the first five: all would be too wide to read.
+const Row certificateColumns{"thumbprint", "subject", "issuer", "notAfter", "keyId", "notBefore", "serial"};
+const Row certificateColumnsShown(certificateColumns.begin(), certificateColumns.begin() + 5);
 const Row aesKeyColumns{"id", "type", "label"};
 
 std::string thumbprint(const StoredCertificate& certificate)
@@ -52,8 +53,8 @@ std::string certificateOf(const StoredToken& state, const StoredKeyPair& pair)
 Row certificateRow(const StoredCertificate& certificate)
 {
     const CertificateFields fields = readCertificate(certificate.der);
-    return {thumbprint(certificate), nameText(fields.subject), nameText(fields.issuer), fields.notBefore,
-            fields.notAfter,         toHex(fields.serial),     toHex(certificate.keyId)};
+    return {thumbprint(certificate),  nameText(fields.subject), nameText(fields.issuer), fields.notAfter,
+            toHex(certificate.keyId), fields.notBefore,         toHex(fields.serial)};
 }
 
 std::string aesType(const StoredAesKey& key)
@@ -83,7 +84,7 @@ Json jsonRows(const Row& columns, const std::vector<Row>& rows)
     return list;
 }
 
-void printJson(const Folder& folder, const StoredToken& state, const Listing& listing)
+void printJson(const std::filesystem::path& folder, const StoredToken& state, const Listing& listing)
 {
     const Json json{{"folder", textOf(folder)},
                     {"serial", state.serial},
@@ -104,19 +105,6 @@ std::size_t widthOf(const std::string& text)
     return static_cast<std::size_t>(std::ranges::count_if(text, [](char unit) { return (unit & 0xC0) != 0x80; }));
 }
 
-// A table of all would be too wide to read.
-std::vector<Row> onlyColumns(const std::vector<Row>& rows, const Row& all, const Row& shown)
-{
-    std::vector<Row> narrower;
-    for (const Row& row : rows) {
-        Row kept;
-        for (std::size_t i = 0; i < all.size(); ++i)
-            if (std::ranges::find(shown, all[i]) != shown.end()) kept.push_back(row[i]);
-        narrower.push_back(kept);
-    }
-    return narrower;
-}
-
 void printTable(const std::string& title, const Row& columns, std::vector<Row> rows)
 {
     if (rows.empty()) return;
@@ -132,7 +120,7 @@ void printTable(const std::string& title, const Row& columns, std::vector<Row> r
     }
 }
 
-void printTables(const Folder& folder, const StoredToken& state, const Listing& listing)
+void printTables(const std::filesystem::path& folder, const StoredToken& state, const Listing& listing)
 {
     const std::string session = !state.singleSignOnEnabled ? "off" : state.singleSignOnOpen ? "open" : "expired";
     std::cout << state.serial << " \"" << state.label << "\" in " << textOf(folder) << "\n"
@@ -140,21 +128,19 @@ void printTables(const Folder& folder, const StoredToken& state, const Listing& 
               << ", single sign-on " << session << ", PIN " << (state.pin.remaining > 0 ? "" : "locked, ") << state.pin.remaining
               << " of " << state.pin.attempts << " attempts left\n";
     printTable("Key pairs", keyPairColumns, listing.keyPairs);
-    printTable("Certificates", certificateColumnsShown,
-               onlyColumns(listing.certificates, certificateColumns, certificateColumnsShown));
+    printTable("Certificates", certificateColumnsShown, listing.certificates);
     printTable("AES keys", aesKeyColumns, listing.aesKeys);
 }
 
 } // namespace
 
-void list(const Folder& folder, bool json)
+void list(const CommandLine& given)
 {
-    const auto state = requireToken(folder);
-    const Listing listing = listingOf(*state);
-    if (json)
-        printJson(folder, *state, listing);
+    const auto token = requireToken(given.folder);
+    if (given.json)
+        printJson(given.folder, *token, listingOf(*token));
     else
-        printTables(folder, *state, listing);
+        printTables(given.folder, *token, listingOf(*token));
 }
 
 } // namespace quelta::softtoken::cli

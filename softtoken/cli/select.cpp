@@ -26,10 +26,8 @@ std::shared_ptr<const StoredToken> requireToken(const std::filesystem::path& fol
 {
     const Reading reading = readToken(folder);
     if (!reading) throw reading.error();
-    auto state = *reading;
-    if (!state)
-        throw TokenError(Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN");
-    return state;
+    if (!*reading) throw noTokenIn(folder);
+    return *reading;
 }
 
 void change(const std::filesystem::path& folder, const std::function<void(StoredToken&)>& work)

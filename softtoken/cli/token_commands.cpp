@@ -8,55 +8,54 @@
 
 namespace quelta::softtoken::cli {
 
-namespace {
-
-const std::string serialBeginning = "QUELTA-SOFTWARE-TOKEN-PROTECTS-NOTHING-";
-
-} // namespace
-
-void init(const Folder& folder, const InitOptions& options)
+void init(const CommandLine& given)
 {
-    StoredToken state;
-    state.serial = serialBeginning + toHex(randomBytes(4));
-    state.label = "Software token";
-    state.pin = newPin(options.pin, options.attempts);
-    createToken(folder, state, options.force);
-    std::cout << state.serial << "\n";
+    StoredToken token;
+    token.serial = "QUELTA-SOFTWARE-TOKEN-PROTECTS-NOTHING-" + toHex(randomBytes(4));
+    token.label = "Software token";
+    token.pin = newPin(given.pin, given.attempts);
+    createToken(given.folder, token, given.force);
+    std::cout << token.serial << "\n";
 }
 
-void setPlugged(const Folder& folder, bool plugged)
+void plug(const CommandLine& given)
 {
-    change(folder, [&](StoredToken& state) { state.plugged = plugged; });
+    change(given.folder, [](StoredToken& token) { token.plugged = true; });
 }
 
-void singleSignOn(const Folder& folder, const std::string& action)
+void unplug(const CommandLine& given)
 {
-    change(folder, [&](StoredToken& state) {
-        if (action == "expire" && !state.singleSignOnEnabled)
+    change(given.folder, [](StoredToken& token) { token.plugged = false; });
+}
+
+void singleSignOn(const CommandLine& given)
+{
+    change(given.folder, [&](StoredToken& token) {
+        if (given.action == "expire" && !token.singleSignOnEnabled)
             throw TokenError("single sign-on is off: turn it on first with: quelta-token sso on");
-        state.singleSignOnEnabled = action != "off";
-        state.singleSignOnOpen = action == "on";
+        token.singleSignOnEnabled = given.action != "off";
+        token.singleSignOnOpen = given.action == "on";
     });
 }
 
-void clock(const Folder& folder, const std::string& action)
+void clock(const CommandLine& given)
 {
-    change(folder, [&](StoredToken& state) { state.clockMismatch = action == "mismatch"; });
+    change(given.folder, [&](StoredToken& token) { token.clockMismatch = given.action == "mismatch"; });
 }
 
-void pinChange(const Folder& folder, const std::string& newText)
+void pinChange(const CommandLine& given)
 {
-    change(folder, [&](StoredToken& state) { state.pin = newPin(newText, state.pin.attempts); });
+    change(given.folder, [&](StoredToken& token) { token.pin = newPin(given.pin, token.pin.attempts); });
 }
 
-void pinUnlock(const Folder& folder)
+void pinUnlock(const CommandLine& given)
 {
-    change(folder, [](StoredToken& state) { state.pin.remaining = state.pin.attempts; });
+    change(given.folder, [](StoredToken& token) { token.pin.remaining = token.pin.attempts; });
 }
 
-void pinLock(const Folder& folder)
+void pinLock(const CommandLine& given)
 {
-    change(folder, [](StoredToken& state) { state.pin.remaining = 0; });
+    change(given.folder, [](StoredToken& token) { token.pin.remaining = 0; });
 }
 
 } // namespace quelta::softtoken::cli

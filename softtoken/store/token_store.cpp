@@ -139,6 +139,11 @@ Reading readToken(const std::filesystem::path& folder)
     }
 }
 
+TokenError noTokenIn(const std::filesystem::path& folder)
+{
+    return {Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN"};
+}
+
 void requireChangeable(const std::filesystem::path& folder)
 {
     const File lock = lockFile(folder / lockName, LockKind::exclusive);
@@ -147,14 +152,11 @@ void requireChangeable(const std::filesystem::path& folder)
 
 void changeToken(const std::filesystem::path& folder, const std::function<bool(StoredToken&)>& change)
 {
-    const auto none = [&] {
-        return TokenError(Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN");
-    };
-    if (!stampOf(folder / stateName)) throw none();
+    if (!stampOf(folder / stateName)) throw noTokenIn(folder);
     const File lock = lockFile(folder / lockName, LockKind::exclusive);
     const Reading before = load(folder);
     if (!before) throw before.error();
-    if (!*before) throw none();
+    if (!*before) throw noTokenIn(folder);
     StoredToken state = **before;
     if (change(state)) save(folder, std::move(state));
 }
