@@ -5,6 +5,11 @@
 #include "base/bytes.h"
 #include "base/token_error.h"
 
+// Boost includes <iostream>, which would start the C++ runtime's streams in the DLL: no unloading gives back their handles. That
+// header's own guard keeps it out.
+#ifdef __GLIBCXX__
+#define _GLIBCXX_IOSTREAM 1 // NOLINT(bugprone-reserved-identifier)
+#endif
 #include <boost/multiprecision/cpp_int.hpp>
 
 namespace quelta::softtoken {
