@@ -7,7 +7,7 @@
 
 namespace quelta::softtoken::cli {
 
-// As it was given; each command reads what belongs to it.
+// The command line as it was given. Each command reads what belongs to it.
 struct CommandLine {
     std::filesystem::path folder;
     std::string pin;

@@ -14,7 +14,8 @@
 
 namespace quelta::softtoken {
 
-using Number = boost::multiprecision::cpp_int;
+// Without expression templates: every operator gives a number.
+using Number = boost::multiprecision::number<boost::multiprecision::cpp_int_backend<>, boost::multiprecision::et_off>;
 
 inline Number numberFrom(ByteView bigEndian)
 {
@@ -41,13 +42,14 @@ inline Bytes bigEndian(const Number& number, std::size_t size)
 // Neither negative nor as large as the modulus, whatever the number's sign.
 inline Number reduced(const Number& number, const Number& modulus)
 {
-    const Number rest = number % modulus;
-    return rest < 0 ? Number(rest + modulus) : rest;
+    Number rest = number % modulus;
+    if (rest < 0) rest += modulus;
+    return rest;
 }
 
 inline Number inverse(const Number& number, const Number& prime)
 {
-    return powm(reduced(number, prime), Number(prime - 2), prime);
+    return powm(reduced(number, prime), prime - 2, prime);
 }
 
 } // namespace quelta::softtoken

@@ -81,8 +81,8 @@ Bytes privateOperation(const RsaPrivate& key, ByteView block)
     const Number input = numberFrom(block);
     const Number prime1 = numberFrom(key.prime1);
     const Number prime2 = numberFrom(key.prime2);
-    const Number part1 = powm(Number(input % prime1), numberFrom(key.exponent1), prime1);
-    const Number part2 = powm(Number(input % prime2), numberFrom(key.exponent2), prime2);
+    const Number part1 = powm(input % prime1, numberFrom(key.exponent1), prime1);
+    const Number part2 = powm(input % prime2, numberFrom(key.exponent2), prime2);
     const Number step = reduced((part1 - part2) * numberFrom(key.coefficient), prime1);
     return bigEndian(part2 + step * prime2, key.shown.modulus.size());
 }

@@ -19,7 +19,7 @@ const KnownCipher& cipherFor(bool aes, std::size_t keySize)
     throw TokenError(Result::badArgument, "a symmetric key of " + std::to_string(keySize) + " bytes can't be used");
 }
 
-// In CBC, or without chaining where there is no IV.
+// Decrypts in CBC, or without chaining if there is no IV.
 Bytes decryptBlocks(const KnownCipher& cipher, ByteView key, ByteView iv, ByteView data)
 {
     const std::size_t block = cipher.blockSize;

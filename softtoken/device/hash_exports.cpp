@@ -21,7 +21,7 @@ struct Started {
     Digest digest;
 };
 
-// By the handle that callers hold: a number, never the address of anything, so that a wrong one is only not found.
+// The handle that callers hold is a number, never the address of anything, so that a wrong one is only not found.
 struct StartedDigests {
     std::mutex mutex;
     std::uintptr_t last = 0;

@@ -25,7 +25,7 @@ using Reading = std::expected<std::shared_ptr<const StoredToken>, TokenError>;
 // Parses again only when the file has changed.
 Reading readToken(const std::filesystem::path& folder);
 
-// The failure where there is none.
+// The failure to throw if there is no token.
 TokenError noTokenIn(const std::filesystem::path& folder);
 
 // Throws TokenError if changes can't be written: such a token could not count a wrong PIN.

@@ -48,7 +48,7 @@ for kind in rsa ec; do
     openssl pkcs8 -topk8 -in $kind.pem "${protected[@]}" -outform DER -out $kind.encrypted-der
     openssl pkey -in $kind.pem -traditional -aes128 "${protected[@]}" -out $kind.encrypted-old
     for file in $kind.{p12,encrypted,encrypted-der,encrypted-old}; do
-        refuses "convert it first with: openssl" import $file
+        refuses "convert it first with: openssl" import "$file"
         command=$(tr -d '\r' <errors | grep -o 'openssl .*')
         rm -f key.pem
         # shellcheck disable=SC2086
