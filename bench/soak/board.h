@@ -2,7 +2,7 @@
 #pragma once
 
 #include "soak/calls.h"
-#include "store/token_state.h"
+#include "store/stored_token.h"
 
 #include <atomic>
 #include <cstdint>
@@ -15,12 +15,12 @@ struct State {
     const char* name;
     Needs offers;
     // Takes a token that is plugged in, unlocked and signed on.
-    void (*change)(softtoken::TokenState& token);
+    void (*change)(softtoken::StoredToken& token);
     // In tenths of a second.
     unsigned shortest, longest;
 };
 
-inline void signOff(softtoken::TokenState& token)
+inline void signOff(softtoken::StoredToken& token)
 {
     token.singleSignOnEnabled = token.singleSignOnOpen = false;
 }

@@ -80,7 +80,7 @@ private:
     {
         board_.moment = ++moments_ * 16 + changing;
         if (row == givenAnotherPin) board_.pin = 1 - board_.pin;
-        changeToken(tokenFolder(), [&](TokenState& token) {
+        changeToken(tokenFolder(), [&](StoredToken& token) {
             token.plugged = token.singleSignOnEnabled = token.singleSignOnOpen = true;
             token.pin = pins_[board_.pin];
             removeLeftovers(token, nobodyWorks);
@@ -93,7 +93,7 @@ private:
 
     // Imported keys and those of CryptGenKey are not used again. Keys of key storage are deleted by their makers, if the token is
     // there.
-    static void removeLeftovers(TokenState& token, bool nobodyWorks)
+    static void removeLeftovers(StoredToken& token, bool nobodyWorks)
     {
         std::erase_if(token.aesKeys, [](const auto& key) { return key.label != "wrapping"; });
         std::erase_if(token.keyPairs, [&](const auto& pair) {

@@ -1,3 +1,4 @@
+#include "common/bcrypt_calls.h"
 #include "common/hex.h"
 #include "crypto/key_encoding.h"
 #include "crypto/primitives.h"
@@ -109,7 +110,7 @@ void readToken()
 
 Bytes sha256(ByteView data)
 {
-    return softtoken::digest(softtoken::sha256, data);
+    return digestOf(softtoken::sha256, data);
 }
 
 bool judgeSignature(const Caller& caller, const softtoken::PublicKey& key, ByteView digest, ByteView signature)

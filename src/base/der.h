@@ -17,7 +17,6 @@ constexpr unsigned char tagPrintableString = 0x13;
 constexpr unsigned char tagIa5String = 0x16;
 constexpr unsigned char tagUtcTime = 0x17;
 constexpr unsigned char tagGeneralizedTime = 0x18;
-constexpr unsigned char tagBmpString = 0x1E;
 constexpr unsigned char tagSequence = 0x30;
 constexpr unsigned char tagSet = 0x31;
 
