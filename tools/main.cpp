@@ -1,8 +1,8 @@
-#include "command_line.h"
 #include "common/text.h"
-#include "console.h"
-#include "files.h"
-#include "provider_log.h"
+#include "tools/commands/command_line.h"
+#include "tools/console/console.h"
+#include "tools/console/files.h"
+#include "tools/token/provider_log.h"
 
 int wmain(int count, wchar_t** arguments)
 {

@@ -1,9 +1,9 @@
-#include "ber_stream.h"
+#include "tools/cms/ber_stream.h"
 
 #include "check.h"
 
 #include "common/der_reader.h"
-#include "failure.h"
+#include "tools/console/failure.h"
 
 #include <algorithm>
 #include <cstdint>

@@ -1,7 +1,7 @@
-#include "certificate_store.h"
+#include "tools/commands/certificate_store.h"
 
-#include "certificates.h"
 #include "test_signatures.h"
+#include "tools/cms/certificates.h"
 
 #include <gtest/gtest.h>
 

@@ -1,12 +1,12 @@
 #include "base/der.h"
-#include "certificates.h"
-#include "cms_decrypt.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
-#include "content_cipher.h"
-#include "failure.h"
 #include "support/scratch_folder.h"
 #include "test_signatures.h"
+#include "tools/cms/certificates.h"
+#include "tools/cms/content_cipher.h"
+#include "tools/cms/decrypt.h"
+#include "tools/console/failure.h"
 
 #include <gmock/gmock.h>
 

@@ -1,9 +1,9 @@
-#include "certificates.h"
-#include "chain_check.h"
-#include "digest.h"
-#include "failure.h"
 #include "support/scratch_folder.h"
 #include "test_signatures.h"
+#include "tools/cms/certificates.h"
+#include "tools/cms/chain_check.h"
+#include "tools/cms/digest.h"
+#include "tools/console/failure.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
-#include "failure.h"
-#include "files.h"
 #include "support/scratch_folder.h"
+#include "tools/console/failure.h"
+#include "tools/console/files.h"
 
 #include <gmock/gmock.h>
 

@@ -1,10 +1,10 @@
-#include "key_choice.h"
+#include "tools/token/key_choice.h"
 
 #include "base/der.h"
-#include "certificates.h"
 #include "common/object_ids.h"
-#include "failure.h"
-#include "text.h"
+#include "tools/cms/certificates.h"
+#include "tools/console/failure.h"
+#include "tools/console/text.h"
 
 #include <gmock/gmock.h>
 

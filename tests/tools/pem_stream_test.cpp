@@ -1,8 +1,8 @@
-#include "pem_stream.h"
+#include "tools/cms/pem_stream.h"
 
-#include "failure.h"
 #include "support/scratch_folder.h"
 #include "support/test_bytes.h"
+#include "tools/console/failure.h"
 
 namespace quelta::tools {
 namespace {

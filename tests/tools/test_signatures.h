@@ -1,8 +1,8 @@
 // Signatures over "signed content\n" made with another implementation: by RSA with and without signed attributes, and by P-384.
 #pragma once
 
-#include "certificates.h"
-#include "files.h"
+#include "tools/cms/certificates.h"
+#include "tools/console/files.h"
 
 namespace quelta::tools {
 

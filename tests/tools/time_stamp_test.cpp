@@ -1,11 +1,11 @@
-#include "cms_signed_data.h"
 #include "common/der_reader.h"
 #include "common/object_ids.h"
-#include "failure.h"
 #include "support/scratch_folder.h"
 #include "test_signatures.h"
-#include "text.h"
-#include "verify_command.h"
+#include "tools/cms/signed_data.h"
+#include "tools/commands/verify.h"
+#include "tools/console/failure.h"
+#include "tools/console/text.h"
 
 #include <gmock/gmock.h>
 

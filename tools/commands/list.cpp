@@ -1,0 +1,170 @@
+#include "tools/commands/list.h"
+
+#include "base/text.h"
+#include "tools/cms/certificates.h"
+#include "tools/console/failure.h"
+#include "tools/console/text.h"
+#include "tools/token/key_choice.h"
+
+#include <algorithm>
+#include <exception>
+#include <iterator>
+
+namespace quelta::tools {
+
+namespace {
+
+using Row = std::vector<std::string>;
+
+void merge(std::vector<ListedKey>& into, std::vector<TokenKey> keys, bool ListedKey::*interface)
+{
+    for (TokenKey& key : keys) {
+        auto known = std::ranges::find_if(into, [&](const ListedKey& row) { return row.key.name == key.name; });
+        if (known == into.end()) {
+            into.push_back({std::move(key)});
+            known = std::prev(into.end());
+        } else {
+            known->key.canSign |= key.canSign;
+            known->key.canDecrypt |= key.canDecrypt;
+            if (!known->key.certificate) known->key.certificate = std::move(key.certificate);
+        }
+        // A key on a curve has no use through CryptoAPI, though it is listed there.
+        (*known).*interface |= interface == &ListedKey::throughKsp || known->key.algorithm == "RSA";
+    }
+}
+
+const char* stateOf(const CERT_CONTEXT& certificate)
+{
+    switch (validityAt(certificate, timeNow())) {
+    case Validity::expired: return "expired";
+    case Validity::notYetValid: return "not yet valid";
+    case Validity::valid: break;
+    }
+    return "valid";
+}
+
+Row abilities(const TokenKey& key)
+{
+    Row all;
+    if (key.canSign) all.emplace_back("sign");
+    if (key.canDecrypt) all.emplace_back("decrypt");
+    return all;
+}
+
+Row interfaces(const ListedKey& row)
+{
+    Row all;
+    if (row.throughCsp) all.emplace_back("csp");
+    if (row.throughKsp) all.emplace_back("ksp");
+    return all;
+}
+
+std::string joined(const Row& words)
+{
+    std::string text;
+    for (const std::string& word : words) text += (text.empty() ? "" : ",") + word;
+    return text.empty() ? "-" : text;
+}
+
+std::string untilText(const CERT_CONTEXT& certificate)
+{
+    const std::string day = timeText(certificate.pCertInfo->NotAfter).substr(0, 10);
+    const std::string state = stateOf(certificate);
+    if (state == "not yet valid") return "NOT YET VALID, from " + timeText(certificate.pCertInfo->NotBefore).substr(0, 10);
+    return state == "valid" ? day : day + " EXPIRED";
+}
+
+Row rowOf(const ListedKey& listed, std::size_t number)
+{
+    const TokenKey& key = listed.key;
+    const CERT_CONTEXT* certificate = key.certificate.get();
+    return {std::to_string(number),
+            shortName(key),
+            certificate ? displayNameOf(*certificate) : "(no certificate)",
+            certificate ? displayIssuerOf(*certificate) : "-",
+            certificate ? untilText(*certificate) : "-",
+            key.algorithm == "RSA" ? "RSA-" + std::to_string(key.bits) : key.algorithm,
+            joined(abilities(key)),
+            joined(interfaces(listed))};
+}
+
+Json jsonOf(const ListedKey& listed, std::size_t number)
+{
+    const TokenKey& key = listed.key;
+    Json json{{"number", number}, {"id", key.name},        {"algorithm", key.algorithm},
+              {"bits", key.bits}, {"may", abilities(key)}, {"through", interfaces(listed)}};
+    if (!key.certificate) return json;
+    const CERT_CONTEXT& certificate = *key.certificate;
+    json["certificate"] = {{"subject", subjectOf(certificate)},
+                           {"issuer", issuerOf(certificate)},
+                           {"serial", serialOf(certificate)},
+                           {"validFrom", timeText(certificate.pCertInfo->NotBefore)},
+                           {"validUntil", timeText(certificate.pCertInfo->NotAfter)},
+                           {"state", stateOf(certificate)}};
+    return json;
+}
+
+// A character of UTF-8 takes one place, however many bytes it has.
+std::size_t widthOf(const std::string& text)
+{
+    return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+std::vector<std::string> aligned(const std::vector<Row>& rows)
+{
+    std::vector<std::size_t> widths(rows.front().size());
+    for (const Row& row : rows)
+        for (std::size_t i = 0; i < row.size(); ++i) widths[i] = std::max(widths[i], widthOf(row[i]));
+    std::vector<std::string> lines;
+    for (const Row& row : rows) {
+        std::string line;
+        for (std::size_t i = 0; i < row.size(); ++i) line += row[i] + std::string(widths[i] + 2 - widthOf(row[i]), ' ');
+        line.resize(line.find_last_not_of(' ') + 1);
+        lines.push_back(std::move(line));
+    }
+    return lines;
+}
+
+void addKeys(std::vector<ListedKey>& into, Interface kind)
+{
+    merge(into, openProvider(kind)->keys(), kind == Interface::csp ? &ListedKey::throughCsp : &ListedKey::throughKsp);
+}
+
+} // namespace
+
+std::vector<ListedKey> keysOfBoth()
+{
+    std::vector<ListedKey> all;
+    std::exception_ptr first;
+    bool opened = false;
+    for (const Interface kind : {Interface::csp, Interface::ksp}) {
+        try {
+            addKeys(all, kind);
+            opened = true;
+        } catch (const Failure&) {
+            if (!first) first = std::current_exception();
+        }
+    }
+    if (!opened) std::rethrow_exception(first);
+    return all;
+}
+
+Answer list(std::optional<Interface> through)
+{
+    std::vector<ListedKey> keys;
+    if (through)
+        addKeys(keys, *through);
+    else
+        keys = keysOfBoth();
+    Answer answer;
+    answer.json["keys"] = Json::array();
+    std::vector<Row> rows{{"#", "KEY", "HOLDER", "ISSUER", "VALID UNTIL", "KIND", "MAY", "THROUGH"}};
+    for (std::size_t i = 0; i < keys.size(); ++i) {
+        rows.push_back(rowOf(keys[i], i + 1));
+        answer.json["keys"].push_back(jsonOf(keys[i], i + 1));
+    }
+    answer.lines = keys.empty() ? std::vector<std::string>{"the token holds no key; make one on it first"} : aligned(rows);
+    return answer;
+}
+
+} // namespace quelta::tools

@@ -1,0 +1,220 @@
+#include "tools/token/csp_provider.h"
+
+#include "base/provider_name.h"
+#include "tools/cms/certificates.h"
+#include "tools/console/failure.h"
+#include "tools/console/text.h"
+
+#include <algorithm>
+#include <optional>
+
+namespace quelta::tools {
+
+namespace {
+
+CryptContext tryAcquire(const char* container, DWORD flags)
+{
+    CryptContext context;
+    CryptAcquireContextA(context.out(), container, providerName, PROV_RSA_FULL, flags);
+    return context;
+}
+
+CryptContext acquire(const char* container, DWORD flags)
+{
+    CryptContext context = tryAcquire(container, flags);
+    if (!context) failOpening("can't open the token", GetLastError());
+    return context;
+}
+
+// Empty if the provider does not answer.
+Bytes providerParameter(HCRYPTPROV context, DWORD parameter, DWORD flags = 0)
+{
+    DWORD size = 0;
+    if (!CryptGetProvParam(context, parameter, nullptr, &size, flags)) return {};
+    Bytes value(size);
+    if (!CryptGetProvParam(context, parameter, value.data(), &size, flags)) return {};
+    value.resize(std::min<std::size_t>(size, value.size()));
+    return value;
+}
+
+std::vector<std::string> containers(HCRYPTPROV context)
+{
+    std::vector<std::string> names;
+    // The position moves at every call, size queries with CRYPT_NEXT among them, so the buffer is large from the start.
+    char name[256];
+    auto size = static_cast<DWORD>(sizeof name);
+    for (DWORD flag = CRYPT_FIRST; CryptGetProvParam(context, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name), &size, flag);) {
+        names.emplace_back(name);
+        flag = CRYPT_NEXT;
+        size = sizeof name;
+    }
+    if (GetLastError() != ERROR_NO_MORE_ITEMS) failWithLastError("can't list the token's keys");
+    return names;
+}
+
+DWORD keySpecOf(HCRYPTPROV context)
+{
+    DWORD spec = 0;
+    DWORD size = sizeof spec;
+    return CryptGetProvParam(context, PP_KEYSPEC, reinterpret_cast<BYTE*>(&spec), &size, 0) ? spec : 0;
+}
+
+CryptKey userKey(HCRYPTPROV context, DWORD spec)
+{
+    CryptKey key;
+    CryptGetUserKey(context, spec, key.out());
+    return key;
+}
+
+// 0 if the provider does not answer.
+DWORD keyParameter(const CryptKey& key, DWORD parameter)
+{
+    DWORD value = 0;
+    DWORD size = sizeof value;
+    return key && CryptGetKeyParam(key.get(), parameter, reinterpret_cast<BYTE*>(&value), &size, 0) ? value : 0;
+}
+
+bool allowsDecryption(const CryptKey& key)
+{
+    return keyParameter(key, KP_PERMISSIONS) & CRYPT_DECRYPT;
+}
+
+CertificateContext certificateOf(const CryptKey& key)
+{
+    DWORD size = 0;
+    if (!key || !CryptGetKeyParam(key.get(), KP_CERTIFICATE, nullptr, &size, 0)) return {};
+    Bytes der(size);
+    if (!CryptGetKeyParam(key.get(), KP_CERTIFICATE, der.data(), &size, 0)) return {};
+    return parseCertificate({der.data(), size});
+}
+
+void describeAlgorithm(TokenKey& key, const CryptKey& handle)
+{
+    if (const auto kind = key.certificate ? publicKeyKind(*key.certificate) : std::nullopt) {
+        key.algorithm = nameOf(*kind);
+        key.bits = kind->bits;
+        return;
+    }
+    const DWORD algorithm = keyParameter(handle, KP_ALGID);
+    key.bits = keyParameter(handle, KP_KEYLEN);
+    key.algorithm = algorithm == CALG_RSA_SIGN || algorithm == CALG_RSA_KEYX ? "RSA" : "P-" + std::to_string(key.bits);
+}
+
+std::vector<Bytes> certificatesIn(const Bytes& pkcs7)
+{
+    CRYPT_DATA_BLOB blob = blobOf(pkcs7);
+    const CertificateStore store(CertOpenStore(CERT_STORE_PROV_PKCS7, certificateEncoding, 0, 0, &blob));
+    std::vector<Bytes> found;
+    if (!store) return found;
+    PCCERT_CONTEXT certificate = nullptr;
+    while ((certificate = CertEnumCertificatesInStore(store.get(), certificate)))
+        found.push_back(toBytes(encodedOf(*certificate)));
+    return found;
+}
+
+} // namespace
+
+CspProvider::CspProvider() : first_(acquire(nullptr, CRYPT_VERIFYCONTEXT)) {}
+
+std::vector<TokenKey> CspProvider::keys()
+{
+    std::vector<TokenKey> found;
+    for (const std::string& name : containers(first_.get())) {
+        const HCRYPTPROV context = contextOf(name);
+        const CryptKey signing = userKey(context, AT_SIGNATURE);
+        const CryptKey exchange = userKey(context, AT_KEYEXCHANGE);
+        TokenKey key;
+        key.name = name;
+        key.certificate = certificateOf(signing ? signing : exchange);
+        // A provider of this type signs and decrypts with RSA alone, and signs with another key if the container's may not.
+        describeAlgorithm(key, signing ? signing : exchange);
+        const bool rsa = key.algorithm == "RSA";
+        key.canSign = rsa && keySpecOf(context) == AT_SIGNATURE;
+        key.canDecrypt = rsa && allowsDecryption(exchange);
+        found.push_back(std::move(key));
+    }
+    return found;
+}
+
+void CspProvider::usePin(const std::string& pin)
+{
+    const std::string text = ansi(pin);
+    if (!CryptSetProvParam(first_.get(), PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(text.c_str()), 0))
+        failWithLastError("can't log in to the token");
+}
+
+std::vector<Bytes> CspProvider::chain(const TokenKey& key)
+{
+    return certificatesIn(providerParameter(contextOf(key), PP_CERTCHAIN));
+}
+
+Bytes CspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView data)
+{
+    CryptHash hashing;
+    if (!CryptCreateHash(contextOf(key), hash.algId, 0, 0, hashing.out()) ||
+        !CryptHashData(hashing.get(), data.data(), static_cast<DWORD>(data.size()), 0))
+        failWithLastError("the token can't hash");
+    DWORD size = 0;
+    if (!CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, nullptr, &size)) failWithLastError("can't sign");
+    Bytes signature(size);
+    if (!CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, signature.data(), &size)) failWithLastError("can't sign");
+    signature.resize(size);
+    std::ranges::reverse(signature);
+    return signature;
+}
+
+Bytes CspProvider::unwrap(const TokenKey& key, ByteView wrapped, bool oaep)
+{
+    const CryptKey exchange = userKey(contextOf(key), AT_KEYEXCHANGE);
+    if (!exchange) failWithLastError("can't use key " + key.name);
+    Bytes data(wrapped.rbegin(), wrapped.rend());
+    auto size = static_cast<DWORD>(data.size());
+    if (!CryptDecrypt(exchange.get(), 0, TRUE, oaep ? CRYPT_OAEP : 0, data.data(), &size)) failWithLastError("can't decrypt");
+    data.resize(size);
+    return data;
+}
+
+Bytes CspProvider::randomBytes(std::size_t count)
+{
+    Bytes bytes(count);
+    if (!CryptGenRandom(first_.get(), static_cast<DWORD>(count), bytes.data())) failWithLastError("no random numbers");
+    return bytes;
+}
+
+DWORD CspProvider::keySpec(const TokenKey& key)
+{
+    return keySpecOf(contextOf(key));
+}
+
+HCRYPTPROV CspProvider::contextOf(const TokenKey& key)
+{
+    return contextOf(key.name);
+}
+
+HCRYPTPROV CspProvider::contextOf(const std::string& container)
+{
+    const auto known = contexts_.find(container);
+    if (known != contexts_.end()) return known->second.get();
+    return contexts_.emplace(container, acquire(container.c_str(), 0)).first->second.get();
+}
+
+std::unique_ptr<TokenProvider> openCsp()
+{
+    return std::make_unique<CspProvider>();
+}
+
+std::optional<std::vector<std::string>> TokenWatch::look()
+{
+    CryptContext now = tryAcquire(nullptr, CRYPT_VERIFYCONTEXT);
+    if (!now) return std::nullopt;
+    held_ = std::move(now);
+    return containers(held_.get());
+}
+
+std::vector<Bytes> chainFromCsp(const std::string& container)
+{
+    const CryptContext context = tryAcquire(container.c_str(), 0);
+    return context ? certificatesIn(providerParameter(context.get(), PP_CERTCHAIN)) : std::vector<Bytes>();
+}
+
+} // namespace quelta::tools
