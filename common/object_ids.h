@@ -18,10 +18,8 @@ constexpr std::string_view envelopedData = "1.2.840.113549.1.7.3";
 constexpr std::string_view contentType = "1.2.840.113549.1.9.3";
 constexpr std::string_view messageDigest = "1.2.840.113549.1.9.4";
 constexpr std::string_view signingTime = "1.2.840.113549.1.9.5";
-// Time stamps (RFC 3161): the attribute that has one, its content, and what its signer's certificate is for.
+// The attribute that has a time stamp (RFC 3161).
 constexpr std::string_view timeStampToken = "1.2.840.113549.1.9.16.2.14";
-constexpr std::string_view timeStampInfo = "1.2.840.113549.1.9.16.1.4";
-constexpr std::string_view timeStamping = "1.3.6.1.5.5.7.3.8";
 } // namespace oid
 
 } // namespace quelta

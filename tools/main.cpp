@@ -2,7 +2,7 @@
 #include "tools/commands/command_line.h"
 #include "tools/console/console.h"
 #include "tools/console/files.h"
-#include "tools/token/provider_log.h"
+#include "tools/console/provider_log.h"
 
 int wmain(int count, wchar_t** arguments)
 {

@@ -1,10 +1,10 @@
 #include "base/der.h"
+#include "common/bcrypt_calls.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
 #include "support/scratch_folder.h"
 #include "test_signatures.h"
 #include "tools/cms/certificates.h"
-#include "tools/cms/content_cipher.h"
 #include "tools/cms/decrypt.h"
 #include "tools/console/failure.h"
 
@@ -21,19 +21,19 @@ const Bytes iv(16, 0x17);
 // A token whose one key opens one wrapped key: what matters here is the message around it.
 class OneKeyToken : public TokenProvider {
 public:
-    std::vector<TokenKey> keys() override
+    std::vector<KeyEntry> keys() override
     {
-        std::vector<TokenKey> all;
+        std::vector<KeyEntry> all;
         all.push_back({"KEY", certificateIn("rsa_with_attributes"), true, true});
         return all;
     }
     void usePin(const std::string&) override {}
-    std::vector<Bytes> chain(const TokenKey&) override { return {}; }
-    Bytes sign(const TokenKey&, const KnownDigest&, ByteView) override { return {}; }
-    Bytes unwrap(const TokenKey&, ByteView wrapped, bool oaep) override
+    std::vector<Bytes> chain(const KeyEntry&) override { return {}; }
+    Bytes sign(const KeyEntry&, const KnownDigest&, ByteView) override { return {}; }
+    Wiped<Bytes> unwrap(const KeyEntry&, ByteView wrapped, bool oaep) override
     {
         sawOaep = oaep;
-        return Bytes(wrapped.begin(), wrapped.end()) == Bytes{1, 2, 3} ? contentKey : Bytes{9};
+        return Bytes(wrapped.begin(), wrapped.end()) == Bytes{1, 2, 3} ? Wiped<Bytes>(contentKey) : Wiped<Bytes>(Bytes{9});
     }
     bool sawOaep = false;
 };
@@ -48,7 +48,7 @@ Bytes encryptedBlocks(Bytes content)
 {
     const std::size_t padding = 16 - content.size() % 16;
     content.resize(content.size() + padding, static_cast<unsigned char>(padding));
-    return ContentKey(knownCiphers[0], contentKey, iv).encrypt(content);
+    return BlockCipher(knownCiphers[0], contentKey, iv).encrypt(content);
 }
 
 Bytes cipherIdentifier()
@@ -143,7 +143,7 @@ TEST_F(Opening, BadPaddingIsRefused)
     for (const int last : {0, 17, 255}) {
         Bytes block(16, 3);
         block.back() = static_cast<unsigned char>(last);
-        const Bytes encrypted = ContentKey(knownCiphers[0], contentKey, iv).encrypt(block);
+        const Bytes encrypted = BlockCipher(knownCiphers[0], contentKey, iv).encrypt(block);
         EXPECT_THROW(open(definite(encrypted)), Failure) << last;
     }
     EXPECT_THROW(open(definite({})), Failure) << "no block at all";

@@ -1,9 +1,12 @@
+#include "common/der_reader.h"
+#include "common/object_ids.h"
 #include "support/scratch_folder.h"
 #include "test_signatures.h"
 #include "tools/cms/certificates.h"
 #include "tools/cms/chain_check.h"
-#include "tools/cms/digest.h"
+#include "tools/cms/signed_data.h"
 #include "tools/console/failure.h"
+#include "tools/console/text.h"
 
 #include <gtest/gtest.h>
 
@@ -70,6 +73,17 @@ TEST_F(SignatureCheck, AttributesRewrittenForAnotherContentAreRefused)
     ASSERT_NE(at, changed.end());
     std::ranges::copy(digestOf(digestOfName("sha256"), toBytes("forged")), at);
     EXPECT_THROW(check(changed, "forged"), Refusal);
+}
+
+// It stands beside the signature, where anybody can put one.
+TEST_F(SignatureCheck, ATimeStampIsSeenAndProvesNothing)
+{
+    EXPECT_FALSE(check(signatureIn("rsa_with_attributes")).signers[0].hasTimeStamp);
+    SignedData message = parseSignedData(signatureIn("rsa_with_attributes")).value();
+    const auto signer = der::Reader(message.signerInfos[0]).next();
+    const Bytes stamp = der::sequence({der::oid(oid::timeStampToken), der::setOf({der::null()})});
+    message.signerInfos[0] = der::sequence({signer->content, der::element(der::explicitTag(1), stamp)});
+    EXPECT_TRUE(check(message.encoded()).signers[0].hasTimeStamp);
 }
 
 TEST_F(SignatureCheck, WhatIsNoSignatureSaysSo)

@@ -43,7 +43,7 @@ CertificateContext certificate(std::string_view holder, std::string_view from, s
     return parseCertificate(der::sequence({body, algorithm, der::bitString(Bytes(128, 1))}));
 }
 
-TokenKey key(const char* name, CertificateContext itsCertificate)
+KeyEntry key(const char* name, CertificateContext itsCertificate)
 {
     return {name, std::move(itsCertificate), true, true};
 }
@@ -52,9 +52,9 @@ constexpr auto past = "20200101000000Z";
 constexpr auto lately = "20210101000000Z";
 constexpr auto future = "20900101000000Z";
 
-std::vector<TokenKey> keys()
+std::vector<KeyEntry> keys()
 {
-    std::vector<TokenKey> all;
+    std::vector<KeyEntry> all;
     all.push_back(key("12AB0000000000000000000000000001", certificate("Ada Ältere", past, lately)));
     all.push_back(key("12CD0000000000000000000000000002", certificate("Ada", past, future)));
     all.push_back(key("34AB0000000000000000000000000003", certificate("Bob", future, future)));
@@ -92,6 +92,8 @@ TEST(KeyChoice, SigningPrefersAGoodCertificateAndRefusesOthersUnlessForced)
         EXPECT_NO_THROW(chooseSigningKey(keys(), {row.wanted, true}));
         EXPECT_NO_THROW(chooseDecryptionKey(keys(), {row.wanted}));
     }
+    for (const char* wanted : {"1", "3"}) EXPECT_THROW(chooseEncryptionKey(keys(), {wanted}), Failure) << "as for signing";
+    EXPECT_NO_THROW(chooseEncryptionKey(keys(), {"4"})) << "its certificate is for nothing else";
     EXPECT_THROW(chooseSigningKey(keys(), {"5", true}), Failure) << "without a certificate nothing can be signed";
 }
 
@@ -102,6 +104,20 @@ TEST(Times, AreReadAsDayOrMomentAndNothingElse)
     EXPECT_EQ(timeText(timeOf("2026-11-25 10:02")), "2026-11-25 10:02:00 UTC");
     for (const char* text : {"", "today", "2026-11", "2026-13-01", "2026-11-25T", "2026-11-25 10", "2026-11-25x"})
         EXPECT_THROW(timeOf(text), Failure) << text;
+}
+
+TEST(Lines, AreBrokenBetweenWordsAndGoOnUnderTheSecondColumn)
+{
+    const struct {
+        const char* line;
+        const char* broken;
+    } rows[] = {{"short enough 0123456", "short enough 0123456"},
+                {"0123456789 0123456789", "0123456789\n0123456789"},
+                {"ok  one two three four five", "ok  one two three\n    four five"},
+                {"  one two three four five", "  one two three four\n  five"},
+                {"0123456789012345678901234 ab", "0123456789012345678901234\nab"},
+                {"", ""}};
+    for (const auto& row : rows) EXPECT_EQ(wrapped(row.line, 20), row.broken);
 }
 
 } // namespace

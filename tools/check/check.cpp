@@ -1,18 +1,19 @@
 #include "tools/check/check.h"
 
 #include "base/table.h"
+#include "common/files.h"
 #include "common/text.h"
 #include "tools/check/steps.h"
+#include "tools/console/console.h"
 #include "tools/console/failure.h"
-#include "tools/console/files.h"
+#include "tools/console/provider_log.h"
 #include "tools/console/text.h"
-#include "tools/token/provider_log.h"
 #include "version.h"
 
+#include <algorithm>
 #include <array>
 #include <deque>
 #include <fstream>
-#include <optional>
 
 namespace quelta::tools {
 
@@ -21,35 +22,42 @@ namespace {
 constexpr std::size_t linesOfEachLog = 20;
 
 struct Word {
-    Finding finding;
+    Verdict verdict;
     const char* text;
     const char* json;
 };
 
 constexpr Word words[] = {
-    {Finding::ok, "ok      ", "ok"},
-    {Finding::note, "note    ", "note"},
-    {Finding::failed, "FAILED  ", "failed"},
-    {Finding::leftOut, "--      ", "left out"},
+    {Verdict::ok, "ok      ", "ok"},
+    {Verdict::note, "note    ", "note"},
+    {Verdict::failed, "FAILED  ", "failed"},
+    {Verdict::leftOut, "--      ", "left out"},
 };
+
+bool hasCertificate(const Examination& examination)
+{
+    return std::ranges::any_of(examination.keys, [](const ListedKey& row) { return row.key.certificate != nullptr; });
+}
+
+// Empty if nothing lacks.
+std::string_view lackFor(Need need, const Examination& examination)
+{
+    if (need >= Need::fittingFiles && !examination.filesFit) return "the module can't be used with the device library";
+    if (need >= Need::module && !examination.loaded) return "the module can't be loaded";
+    if (need >= Need::token && !examination.csp) return "there is no token to look at";
+    if (need >= Need::key && examination.keys.empty()) return "the token holds no key";
+    if (need >= Need::certificate && !hasCertificate(examination)) return "there is no certificate to look at";
+    if (need >= Need::pin && !examination.pinAccepted) return "there is no PIN that the token accepted";
+    return {};
+}
 
 Found lookAt(const CheckStep& step, Examination& examination)
 {
+    if (const auto lack = lackFor(step.need, examination); !lack.empty()) return {Verdict::leftOut, std::string(lack)};
     try {
         return step.look(examination);
     } catch (const Failure& failure) {
-        return {Finding::failed, failure.what()};
-    }
-}
-
-void lookAtAll(std::span<const CheckStep> steps, Examination& examination, Answer& answer)
-{
-    for (const CheckStep& step : steps) {
-        const Found found = lookAt(step, examination);
-        const Word& word = *findRow(words, &Word::finding, found.finding);
-        answer.lines.push_back(word.text + std::string(step.name) + ": " + found.text);
-        answer.json["steps"].push_back({{"step", step.name}, {"result", word.json}, {"text", found.text}});
-        if (found.finding == Finding::failed) answer.status = exitFailed;
+        return {Verdict::failed, failure.what()};
     }
 }
 
@@ -67,7 +75,7 @@ std::deque<std::string> lastErrors(const std::filesystem::path& log)
     std::deque<std::string> lines;
     std::ifstream file(log, std::ios::binary);
     for (std::string line; std::getline(file, line);) {
-        if (line.find("->ERROR ::=>") == std::string::npos) continue;
+        if (line.find(errorTag) == std::string::npos) continue;
         lines.push_back(line);
         if (lines.size() > linesOfEachLog) lines.pop_front();
     }
@@ -98,33 +106,87 @@ std::string logsText()
     return text;
 }
 
-void writeReport(OutputFile& file, const Answer& answer)
-{
-    std::string text =
-        "quelta check, version " + std::string(version) + ", " + timeText(timeNow()) + ", on " + computerName() + "\n\n";
-    for (const std::string& line : answer.lines) text += line + "\n";
-    file.write(toBytes(text + logsText()));
-    file.commit();
-}
+// Where it can't be written the findings are not lost: fault() says why.
+class Report {
+public:
+    explicit Report(const std::string& file) : name_(file)
+    {
+        if (name_.empty()) return;
+        file_ = fileOf(CreateFileW(pathOf(name_).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr));
+        if (!file_) noteFault();
+        write("quelta check, version " + std::string(version) + ", " + timeText(timeNow()) + ", on " + computerName() + "\n\n");
+    }
+    void write(const std::string& text)
+    {
+        if (file_ && !writeAll(file_, toBytes(text))) noteFault();
+    }
+    const std::string& fault() const { return fault_; }
+
+private:
+    void noteFault()
+    {
+        try {
+            failWithLastError("can't write " + name_);
+        } catch (const Failure& failure) {
+            fault_ = failure.what();
+        }
+        file_.reset();
+    }
+
+    std::string name_;
+    File file_;
+    std::string fault_;
+};
+
+class Findings {
+public:
+    explicit Findings(const CheckOptions& options) : json_(options.json), report_(options.report)
+    {
+        outcome_.json["steps"] = Json::array();
+    }
+    void lookAtAll(std::span<const CheckStep> steps, Examination& examination)
+    {
+        for (const CheckStep& step : steps) add(step.name, lookAt(step, examination));
+    }
+    Outcome finish()
+    {
+        report_.write(logsText());
+        if (!report_.fault().empty()) add("report", {Verdict::failed, report_.fault()});
+        const bool well = outcome_.status == exitDone;
+        say(well ? "All is well." : "Not all is well: see the lines that begin with FAILED.");
+        outcome_.json["well"] = well;
+        return std::move(outcome_);
+    }
+
+private:
+    void add(const std::string& step, const Found& found)
+    {
+        const Word& word = *findRow(words, &Word::verdict, found.verdict);
+        outcome_.json["steps"].push_back({{"step", step}, {"result", word.json}, {"text", found.text}});
+        if (found.verdict == Verdict::failed) outcome_.status = exitFailed;
+        say(word.text + step + ": " + found.text);
+    }
+    void say(const std::string& line)
+    {
+        if (!json_) printLine(line);
+        report_.write(line + "\n");
+    }
+
+    bool json_;
+    Report report_;
+    Outcome outcome_;
+};
 
 } // namespace
 
-Answer check(const CheckOptions& options)
+Outcome check(const CheckOptions& options)
 {
-    std::optional<OutputFile> report;
-    if (!options.report.empty()) report.emplace(pathOf(options.report));
     Examination examination{options};
     if (!options.pin.isDialog()) examination.pin = readPin(options.pin);
-    Answer answer;
-    answer.json["steps"] = Json::array();
-    lookAtAll(installationSteps(), examination, answer);
-    lookAtAll(tokenSteps(), examination, answer);
-    answer.lines.emplace_back(answer.status == exitDone ? "All is well."
-                                                        : "Not all is well: see the lines that begin with FAILED.");
-    answer.json["well"] = answer.status == exitDone;
-    if (report) writeReport(*report, answer);
-    answer.toErrors = isStandardStream(pathOf(options.report));
-    return answer;
+    Findings findings(options);
+    findings.lookAtAll(installationSteps(), examination);
+    if (!options.installationOnly) findings.lookAtAll(tokenSteps(), examination);
+    return findings.finish();
 }
 
 } // namespace quelta::tools

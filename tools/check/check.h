@@ -1,7 +1,7 @@
 // Goes through all that has to be there for an application to use the token, for people who help others.
 #pragma once
 
-#include "tools/console/answer.h"
+#include "tools/console/outcome.h"
 #include "tools/console/pin.h"
 
 #include <string>
@@ -12,9 +12,14 @@ struct CheckOptions {
     PinSource pin = {};
     // Whether a PIN is to be had, from the dialog if from nowhere else.
     bool withPin = false;
+    // Whether a token is left out of it.
+    bool installationOnly = false;
     std::string report = {};
+    bool json = false;
 };
 
-Answer check(const CheckOptions& options);
+// Prints each line when it is found, and writes the report as it goes: the maker's library may hang or crash. With `json` nothing
+// is printed before the end.
+Outcome check(const CheckOptions& options);
 
 } // namespace quelta::tools

@@ -1,14 +1,12 @@
-#include "base/microsoft_runtime.h"
 #include "base/provider_name.h"
 #include "base/text.h"
-#include "common/dll_imports.h"
+#include "tools/check/dll_file.h"
 #include "tools/check/steps.h"
 #include "tools/console/console.h"
 #include "tools/console/failure.h"
-#include "tools/console/files.h"
+#include "tools/console/provider_log.h"
 #include "tools/console/text.h"
-#include "tools/token/key_storage_module.h"
-#include "tools/token/system_key_storage.h"
+#include "tools/token/key_storage.h"
 #include "version.h"
 
 #include <array>
@@ -53,24 +51,16 @@ std::filesystem::path registeredImage()
     return image.empty() || image.is_absolute() ? image : onSearchPath(image.c_str());
 }
 
+bool isNamedAsModule(const std::filesystem::path& dll)
+{
+    return folded(nameOf(dll.filename())) == folded(nameOf(moduleName));
+}
+
 std::filesystem::path firstThatExists(std::initializer_list<std::filesystem::path> candidates)
 {
     for (const auto& candidate : candidates)
         if (isFile(candidate)) return candidate;
     return {};
-}
-
-std::filesystem::path pathOfLoaded(HMODULE module)
-{
-    std::array<wchar_t, 1024> path{};
-    GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()));
-    return path.data();
-}
-
-std::optional<std::vector<std::string>> importsOfFile(const std::filesystem::path& path)
-{
-    constexpr std::size_t limit = std::size_t{256} * 1024 * 1024;
-    return importsOf(readSmallFile(path, limit));
 }
 
 // Names of API sets are resolved by the system, and no file has them.
@@ -84,64 +74,80 @@ bool isThere(const std::string& import, const std::filesystem::path& folder)
     return isApiSet(import) || isFile(folder / pathOf(import)) || !onSearchPath(toWide(import).c_str()).empty();
 }
 
-// What a DLL needs and nobody has, or what those need that it needs: the device library brings its own.
+// A DLL that this one needs and nobody has; empty if there is none.
 std::string missingImportOf(const std::filesystem::path& dll)
 {
-    const auto imports = importsOfFile(dll);
-    if (!imports) return {};
-    for (const std::string& import : *imports)
+    for (const std::string& import : readDllFile(dll).imports)
         if (!isThere(import, dll.parent_path())) return import;
     return {};
 }
 
+// The device library brings DLLs of its own.
 std::string whyNotLoaded(const Examination& examination, DWORD error)
 {
-    for (const auto& dll : {examination.module, examination.deviceLibrary}) {
-        if (dll.empty()) continue;
+    for (const auto& dll : {examination.module, examination.deviceLibrary})
         if (const std::string missing = missingImportOf(dll); !missing.empty())
-            return missing + " is missing, which " + nameOf(dll.filename()) + " needs";
-    }
-    if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version";
-    return "Windows refuses it with error " + std::to_string(error);
+            return missing + " is missing, which " + nameOf(dll.filename()) + " needs; put it beside the module, or install anew";
+    if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version; install anew";
+    return "Windows refuses it with error " + std::to_string(error) + "; install anew";
 }
 
 Found lookAtModule(Examination& examination)
 {
-    examination.module = firstThatExists({registeredImage(), ownFolder() / moduleName, systemFolder() / moduleName});
-    if (examination.module.empty())
-        return {Finding::failed,
+    const auto registered = registeredImage();
+    examination.module = firstThatExists({isNamedAsModule(registered) ? registered : std::filesystem::path(),
+                                          ownFolder() / moduleName, systemFolder() / moduleName});
+    const auto& module = examination.module;
+    if (module.empty())
+        return {Verdict::failed,
                 "QueltaCSP.dll is neither registered nor beside this program nor in the system's folder; install it"};
-    const auto folder = examination.module.parent_path();
-    examination.deviceLibrary = firstThatExists({folder / libraryName, onSearchPath(libraryName)});
-    if (!importsOfFile(examination.module))
-        return {Finding::failed, nameOf(examination.module) + " is no 64-bit DLL; install it anew"};
-    examination.loaded.reset(LoadLibraryExW(examination.module.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
-    const DWORD error = GetLastError();
-    if (!examination.loaded)
-        return {Finding::failed, nameOf(examination.module) + " can't be loaded: " + whyNotLoaded(examination, error) +
-                                     "; put it beside the module, or install anew"};
-    return {Finding::ok, nameOf(examination.module)};
+    examination.deviceLibrary = firstThatExists({module.parent_path() / libraryName, onSearchPath(libraryName)});
+    if (const auto dll = readDllFile(module); !dll.fault.empty())
+        return {Verdict::failed, nameOf(module) + " " + dll.fault + ", and a 64-bit one is needed; install it anew"};
+    return {Verdict::ok, nameOf(module)};
 }
 
-bool isMicrosofts(const std::filesystem::path& dll)
+std::string whyTheyDoNotFit(const Examination& examination, Compiler module, Compiler library)
 {
-    const auto imports = importsOfFile(dll);
-    return imports && std::ranges::any_of(*imports, [](const std::string& name) { return isMicrosoftRuntime(name); });
+    const std::string start = "the library was built with another compiler than the module, and they can't work together: ";
+    if (module == library || module == Compiler::unknown || library == Compiler::unknown) return {};
+    if (library == Compiler::visualCpp)
+        return start + nameOf(examination.deviceLibrary) +
+               " with Visual C++, the module without; change the module: install the "
+               "QueltaCSP.dll that was built with Visual C++";
+    return start + nameOf(examination.deviceLibrary) +
+           " with GCC, as the software token is, the module with Visual C++; change the "
+           "library: install the maker's";
 }
 
 Found lookAtDeviceLibrary(Examination& examination)
 {
-    if (examination.module.empty()) return {Finding::leftOut, "there is no module"};
-    if (const HMODULE loaded = GetModuleHandleW(libraryName)) examination.deviceLibrary = pathOfLoaded(loaded);
+    if (examination.module.empty()) return {Verdict::leftOut, "there is no module"};
     const auto& library = examination.deviceLibrary;
     if (library.empty())
-        return {Finding::failed, "the maker's QueltaDSCLibrary.dll is missing; put it beside " + nameOf(examination.module)};
-    if (isMicrosofts(library) != isMicrosofts(examination.module))
-        return {Finding::failed, nameOf(library) +
-                                     " and the module were built with different compilers and can't work together; " +
-                                     "install the QueltaCSP.dll that was built with Visual C++"};
-    const bool beside = library.parent_path() == examination.module.parent_path();
-    return {beside ? Finding::ok : Finding::note, nameOf(library) + (beside ? "" : ", which is not beside the module")};
+        return {Verdict::failed, "the maker's QueltaDSCLibrary.dll is missing; put it beside " + nameOf(examination.module)};
+    const DllFile dll = readDllFile(library);
+    if (!dll.fault.empty())
+        return {Verdict::failed,
+                nameOf(library) + " " + dll.fault + ", and a 64-bit one is needed; install the maker's library anew"};
+    const DllFile module = readDllFile(examination.module);
+    if (!module.fault.empty()) return {Verdict::leftOut, "the module is damaged"};
+    if (const std::string misfit = whyTheyDoNotFit(examination, module.compiler, dll.compiler); !misfit.empty())
+        return {Verdict::failed, misfit};
+    examination.filesFit = true;
+    if (dll.compiler == Compiler::unknown)
+        return {Verdict::note, nameOf(library) + ", whose compiler can't be told; it must be the module's"};
+    if (library.parent_path() != examination.module.parent_path())
+        return {Verdict::note, nameOf(library) + ", which is not beside the module"};
+    return {Verdict::ok, nameOf(library)};
+}
+
+Found lookAtLoading(Examination& examination)
+{
+    examination.loaded.reset(LoadLibraryExW(examination.module.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    const DWORD error = GetLastError();
+    if (!examination.loaded) return {Verdict::failed, "the module can't be loaded: " + whyNotLoaded(examination, error)};
+    return {Verdict::ok, "Windows loads the module with the library"};
 }
 
 Found lookAtCryptoApi(Examination&)
@@ -150,23 +156,36 @@ Found lookAtCryptoApi(Examination&)
     DWORD type = 0;
     DWORD size = sizeof type;
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Type", RRF_RT_REG_DWORD, nullptr, &type, &size))
-        return {Finding::failed,
+        return {Verdict::failed,
                 "not registered; install anew, or write Image Path, Type and Signature under HKLM\\" + providerRegistryKey()};
     if (type != PROV_RSA_FULL)
-        return {Finding::failed, "registered with type " + std::to_string(type) + " in place of 1; install anew"};
+        return {Verdict::failed, "registered with type " + std::to_string(type) + " in place of 1; install anew"};
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Signature", RRF_RT_ANY, nullptr, nullptr, nullptr))
-        return {Finding::failed, "registered without a Signature, which Windows asks for; install anew"};
+        return {Verdict::failed, "registered without a Signature, which Windows asks for; install anew"};
     const auto image = registeredImage();
-    if (!isFile(image)) return {Finding::failed, "registered, but its Image Path leads to no file; install anew"};
-    return {Finding::ok, "registered as " + nameOf(image)};
+    if (!isFile(image))
+        return {Verdict::failed,
+                "registered, but its Image Path leads to no file, " + nameOf(registeredModule()) + "; install anew"};
+    if (!isNamedAsModule(image)) return {Verdict::failed, "registered with another DLL, " + nameOf(image) + "; install anew"};
+    const auto installed = systemFolder() / moduleName;
+    std::error_code ignored;
+    if (isFile(installed) && !std::filesystem::equivalent(image, installed, ignored))
+        return {Verdict::failed, "registered with another copy, " + nameOf(image) + ", than the installed " + nameOf(installed) +
+                                     "; install anew"};
+    return {Verdict::ok, "registered as " + nameOf(image)};
 }
 
 Found lookAtKeyStorage(Examination&)
 {
-    if (systemKeyStorage()) return {Finding::ok, "registered, and the system loads it"};
     if (isWine())
-        return {Finding::note, "this is Wine, which loads no key storage providers; the module is loaded by this program"};
-    return {Finding::failed, "not registered, or no token is plugged in; as an administrator: regsvr32 QueltaCSP.dll"};
+        return {Verdict::note, "this is Wine, which loads no key storage providers; the module is loaded by this program"};
+    if (!isKeyStorageRegistered()) return {Verdict::failed, "not registered; as an administrator: regsvr32 QueltaCSP.dll"};
+    NCRYPT_PROV_HANDLE provider = 0;
+    const SECURITY_STATUS status = NCryptOpenStorageProvider(&provider, wideProviderName, 0);
+    if (status == 0) NCryptFreeObject(provider);
+    constexpr auto noToken = static_cast<SECURITY_STATUS>(0x80090035);
+    if (status == 0 || status == noToken) return {Verdict::ok, "registered, and the system loads it"};
+    failOpening("registered, but the system can't open it", static_cast<unsigned long>(status));
 }
 
 // Empty if the file says none.
@@ -194,14 +213,46 @@ Found lookAtVersions(Examination& examination)
     const std::string module = versionOf(examination.module);
     const std::string text = "quelta " + std::string(version) + ", QueltaCSP.dll " + orUnknown(module) +
                              ", QueltaDSCLibrary.dll " + orUnknown(versionOf(examination.deviceLibrary));
-    if (examination.module.empty() || module == version) return {Finding::ok, text};
-    return {Finding::failed, text + "; install the tool and the module of the same version"};
+    if (examination.module.empty() || module == version) return {Verdict::ok, text};
+    return {Verdict::failed, text + "; install the tool and the module of the same version"};
+}
+
+int logLevel()
+{
+    unsigned char data[32]{};
+    DWORD size = sizeof data;
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, L"Software\\Oskvar\\Quelta", L"logLevel", RRF_RT_ANY, nullptr, data, &size)) return 2;
+    const auto level = static_cast<signed char>(data[0]);
+    return level > 3 ? 2 : level;
+}
+
+bool canWriteInto(const std::filesystem::path& folder)
+{
+    const auto probe = folder / "quelta-check.tmp";
+    return fileOf(CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_ALWAYS, FILE_FLAG_DELETE_ON_CLOSE, nullptr)) !=
+           nullptr;
+}
+
+Found lookAtLog(Examination&)
+{
+    const auto folder = ownLogFile().parent_path();
+    const int level = logLevel();
+    const std::string where = "level " + std::to_string(level) + ", in " + nameOf(logFolder());
+    if (!canWriteInto(folder))
+        return {Verdict::failed, "can't write into " + nameOf(folder) + "; see to its permissions and to the disk"};
+    if (level < 2) return {Verdict::note, where + ": nothing is logged; set logLevel under HKLM\\Software\\Oskvar\\Quelta to 2"};
+    if (level > 2) return {Verdict::note, where + ": all is logged, symmetric keys in clear; set logLevel back to 2 when done"};
+    return {Verdict::ok, where};
 }
 
 constexpr CheckStep steps[] = {
-    {"module", lookAtModule},       {"device library", lookAtDeviceLibrary},
-    {"CryptoAPI", lookAtCryptoApi}, {"key storage", lookAtKeyStorage},
-    {"versions", lookAtVersions},
+    {"module", Need::nothing, lookAtModule},
+    {"device library", Need::nothing, lookAtDeviceLibrary},
+    {"loading", Need::fittingFiles, lookAtLoading},
+    {"CryptoAPI", Need::nothing, lookAtCryptoApi},
+    {"key storage", Need::fittingFiles, lookAtKeyStorage},
+    {"versions", Need::nothing, lookAtVersions},
+    {"log", Need::nothing, lookAtLog},
 };
 
 } // namespace

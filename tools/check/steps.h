@@ -3,8 +3,7 @@
 
 #include "base/windows_objects.h"
 #include "tools/check/check.h"
-#include "tools/commands/list.h"
-#include "tools/token/csp_provider.h"
+#include "tools/token/open_token.h"
 
 #include <filesystem>
 #include <memory>
@@ -12,29 +11,36 @@
 
 namespace quelta::tools {
 
-// A note does no harm; what was left out has its reason in a step before.
-enum class Finding { ok, note, failed, leftOut };
+// A note does no harm; a step that was left out has its reason in a step before.
+enum class Verdict { ok, note, failed, leftOut };
 
 struct Found {
-    Finding finding;
+    Verdict verdict;
     std::string text;
 };
 
-// What the steps have found so far.
+// The findings so far.
 struct Examination {
     CheckOptions options = {};
     // Empty if there is none.
     std::filesystem::path module = {};
     std::filesystem::path deviceLibrary = {};
+    // Loaded only if both files are sound and fit each other: otherwise they may crash.
+    bool filesFit = false;
     Library loaded = {};
-    std::unique_ptr<CspProvider> csp = {};
+    std::unique_ptr<TokenProvider> csp = {};
     std::unique_ptr<TokenProvider> ksp = {};
     std::vector<ListedKey> keys = {};
     Wiped<std::string> pin = {};
+    bool pinAccepted = false;
 };
+
+// What a step can't do without; each has need of all before it.
+enum class Need { nothing, fittingFiles, module, token, key, certificate, pin };
 
 struct CheckStep {
     const char* name;
+    Need need;
     Found (*look)(Examination& examination);
 };
 

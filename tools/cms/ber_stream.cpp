@@ -23,8 +23,8 @@ BerStream::BerStream(std::string name, Read read) : name_(std::move(name)), read
 void BerStream::refuse() const
 {
     throw Failure(name_ +
-                  " is no CMS message of this kind in DER or PEM, or it is damaged; if it is S/MIME text, convert it first: " +
-                  "openssl cms -cmsout -inform SMIME -in IN -outform DER -out OUT");
+                  " is no CMS message of this kind in DER, or it is damaged; if it is PEM or S/MIME text, convert it first: " +
+                  "openssl cms -cmsout -inform PEM (or SMIME) -in IN -outform DER -out OUT");
 }
 
 unsigned char BerStream::byte()
@@ -34,10 +34,10 @@ unsigned char BerStream::byte()
     return value;
 }
 
-unsigned char BerStream::nextByte()
+bool BerStream::nextIs(unsigned char tag)
 {
     fill();
-    return buffer_[at_];
+    return buffer_[at_] == tag;
 }
 
 void BerStream::fill()
@@ -78,15 +78,16 @@ BerStream::Header BerStream::header()
 
 BerStream::Level BerStream::enter(unsigned char tag)
 {
+    // Before its length is read: of what is no CMS at all the length means nothing.
+    if (!nextIs(tag)) refuse();
     const Header head = header();
-    if (head.tag != tag) refuse();
     return {head.indefinite, position_ + head.length};
 }
 
 bool BerStream::atEnd(const Level& level)
 {
     if (!level.indefinite) return position_ >= level.end;
-    if (nextByte()) return false;
+    if (!nextIs(0)) return false;
     byte();
     if (byte()) refuse();
     return true;

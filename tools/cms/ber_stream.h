@@ -12,7 +12,7 @@ namespace quelta::tools {
 
 class BerStream {
 public:
-    // Fills the room with what comes next; nothing is left where it puts nothing there.
+    // Fills `room` and returns the count; 0 means end of input.
     using Read = std::function<std::size_t(std::span<unsigned char> room)>;
     // `name` is the file's, for failures.
     BerStream(std::string name, Read read);
@@ -29,6 +29,8 @@ public:
         std::uint64_t end;
     };
 
+    // Throws a Failure at the end of input.
+    bool nextIs(unsigned char tag);
     // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for, unless atEnd() is
     // asked.
     Level enter(unsigned char tag);
@@ -47,7 +49,6 @@ public:
 private:
     Header header();
     unsigned char byte();
-    unsigned char nextByte();
     void fill();
     void bytes(std::span<unsigned char> into);
     template <class Take>

@@ -5,21 +5,20 @@
 #include "common/der_reader.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
+#include "common/pem.h"
 #include "common/text.h"
 #include "tools/console/failure.h"
+#include "tools/console/fetched.h"
 #include "tools/console/files.h"
 #include "tools/console/text.h"
 
 #include <algorithm>
 #include <bit>
-#include <iterator>
 #include <string_view>
 
 namespace quelta::tools {
 
 namespace {
-
-constexpr std::string_view pemBegin = "-----BEGIN ";
 
 std::string nameText(const CERT_NAME_BLOB& name)
 {
@@ -49,17 +48,6 @@ unsigned modulusBits(const CERT_CONTEXT& certificate)
     const auto modulus = fields ? fields->unsignedInteger() : std::nullopt;
     if (!modulus || modulus->empty()) return 0;
     return static_cast<unsigned>(8 * modulus->size()) - static_cast<unsigned>(std::countl_zero(modulus->front()));
-}
-
-Bytes decodePem(std::string_view text)
-{
-    const auto length = static_cast<DWORD>(text.size());
-    DWORD size = 0;
-    if (!CryptStringToBinaryA(text.data(), length, CRYPT_STRING_BASE64HEADER, nullptr, &size, nullptr, nullptr)) return {};
-    Bytes bytes(size);
-    if (!CryptStringToBinaryA(text.data(), length, CRYPT_STRING_BASE64HEADER, bytes.data(), &size, nullptr, nullptr)) return {};
-    bytes.resize(size);
-    return bytes;
 }
 
 std::string_view textOf(const Bytes& content)
@@ -94,36 +82,19 @@ std::vector<CertificateContext> readCertificates(const std::filesystem::path& pa
 {
     const Bytes content = readSmallFile(path);
     std::vector<CertificateContext> found;
-    const std::string_view text = textOf(content);
-    if (text.find(pemBegin) == std::string_view::npos) {
-        if (auto certificate = parseCertificate(content)) found.push_back(std::move(certificate));
-    }
-    for (std::size_t at = text.find(pemBegin); at != std::string_view::npos;) {
-        const std::size_t next = text.find(pemBegin, at + pemBegin.size());
-        if (auto certificate = parseCertificate(decodePem(text.substr(at, next - at)))) found.push_back(std::move(certificate));
-        at = next;
-    }
+    for (const PemBlock& block : pemBlocks(textOf(content)).value_or(std::vector<PemBlock>()))
+        if (auto certificate = parseCertificate(block.bytes)) found.push_back(std::move(certificate));
+    if (auto certificate = found.empty() ? parseCertificate(content) : CertificateContext())
+        found.push_back(std::move(certificate));
     if (found.empty()) throw Failure(nameOf(path) + " holds no certificate; give one in PEM or DER");
     return found;
 }
 
 Bytes withoutPem(Bytes content)
 {
-    if (textOf(content).find(pemBegin) != 0) return content;
-    Bytes decoded = decodePem(textOf(content));
-    return decoded.empty() ? content : decoded;
-}
-
-std::string base64Lines(ByteView bytes)
-{
-    constexpr DWORD style = CRYPT_STRING_BASE64 | CRYPT_STRING_NOCR;
-    const auto length = static_cast<DWORD>(bytes.size());
-    DWORD size = 0;
-    CryptBinaryToStringA(bytes.data(), length, style, nullptr, &size);
-    std::string text(size, '\0');
-    if (!CryptBinaryToStringA(bytes.data(), length, style, text.data(), &size)) failWithLastError("can't write PEM");
-    text.resize(size);
-    return text;
+    if (!textOf(content).starts_with("-----BEGIN ")) return content;
+    auto blocks = pemBlocks(textOf(content));
+    return blocks && !blocks->empty() ? std::move(blocks->front().bytes) : content;
 }
 
 std::string displayNameOf(const CERT_CONTEXT& certificate)
@@ -162,34 +133,39 @@ ByteView serialContent(const CERT_CONTEXT& certificate)
     return serial ? serial->content : ByteView();
 }
 
+Validity validityAt(const CERT_CONTEXT& certificate, const FILETIME& time)
+{
+    FILETIME copy = time;
+    const LONG where = CertVerifyTimeValidity(&copy, certificate.pCertInfo);
+    if (where == 0) return Validity::valid;
+    return where > 0 ? Validity::expired : Validity::notYetValid;
+}
+
+std::string validityFault(const CERT_CONTEXT& certificate, const FILETIME& time)
+{
+    switch (validityAt(certificate, time)) {
+    case Validity::expired: return "expired on " + timeText(certificate.pCertInfo->NotAfter);
+    case Validity::notYetValid: return "is not valid before " + timeText(certificate.pCertInfo->NotBefore);
+    case Validity::valid: break;
+    }
+    return {};
+}
+
+bool mayBeUsedFor(const CERT_CONTEXT& certificate, BYTE usage)
+{
+    BYTE stated[2]{};
+    return !CertGetIntendedKeyUsage(X509_ASN_ENCODING, certificate.pCertInfo, stated, sizeof stated) || (stated[0] & usage);
+}
+
 Bytes issuerAndSerial(const CERT_CONTEXT& certificate)
 {
     return der::sequence({viewOf(certificate.pCertInfo->Issuer), der::element(der::tagInteger, serialContent(certificate))});
 }
 
-std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate)
+Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property)
 {
-    CERT_CHAIN_PARA parameters{};
-    parameters.cbSize = sizeof parameters;
-    PCCERT_CHAIN_CONTEXT built = nullptr;
-    std::vector<Bytes> found;
-    if (!CertGetCertificateChain(nullptr, &certificate, nullptr, nullptr, &parameters, CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL,
-                                 nullptr, &built))
-        return found;
-    const CertificateChain chain(built);
-    const CERT_SIMPLE_CHAIN& simple = *chain->rgpChain[0];
-    for (const CERT_CHAIN_ELEMENT* element : std::span(simple.rgpElement, simple.cElement))
-        found.push_back(toBytes(encodedOf(*element->pCertContext)));
-    return found;
-}
-
-Bytes keyIdentifierOf(const CERT_CONTEXT& certificate)
-{
-    DWORD size = 0;
-    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, nullptr, &size)) return {};
-    Bytes identifier(size);
-    if (!CertGetCertificateContextProperty(&certificate, CERT_KEY_IDENTIFIER_PROP_ID, identifier.data(), &size)) return {};
-    return identifier;
+    return fetched(
+        [&](BYTE* value, DWORD* size) { return CertGetCertificateContextProperty(&certificate, property, value, size); });
 }
 
 bool isSelfIssued(const CERT_CONTEXT& certificate)

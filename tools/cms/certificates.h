@@ -21,10 +21,8 @@ CertificateContext parseCertificate(ByteView der);
 // All certificates of a PEM or DER file, at least one, or a Failure.
 std::vector<CertificateContext> readCertificates(const std::filesystem::path& path);
 
-// PEM text to its bytes; bytes that are no PEM come back unchanged.
+// The bytes of PEM text's first block; bytes that are no PEM come back unchanged.
 Bytes withoutPem(Bytes content);
-// As PEM has them: 64 characters in a line, each with a line feed.
-std::string base64Lines(ByteView bytes);
 
 // The holder's name alone, as a list shows it.
 std::string displayNameOf(const CERT_CONTEXT& certificate);
@@ -35,14 +33,23 @@ std::string serialOf(const CERT_CONTEXT& certificate);
 // The INTEGER's content, byte for byte as the certificate has it.
 ByteView serialContent(const CERT_CONTEXT& certificate);
 
+enum class Validity { valid, expired, notYetValid };
+Validity validityAt(const CERT_CONTEXT& certificate, const FILETIME& time);
+// "expired on 2026-11-25 10:00:00 UTC"; empty for a certificate that is valid at this time.
+std::string validityFault(const CERT_CONTEXT& certificate, const FILETIME& time);
+// A certificate that says nothing of key usage may do everything. `usage` has bits of CERT_DIGITAL_SIGNATURE_KEY_USAGE and such,
+// any of which will do.
+bool mayBeUsedFor(const CERT_CONTEXT& certificate, BYTE usage);
+
+constexpr BYTE signatureUsage = CERT_DIGITAL_SIGNATURE_KEY_USAGE | CERT_NON_REPUDIATION_KEY_USAGE;
+constexpr BYTE encryptionUsage = CERT_KEY_ENCIPHERMENT_KEY_USAGE | CERT_DATA_ENCIPHERMENT_KEY_USAGE;
+
 // IssuerAndSerialNumber, as a message names a certificate.
 Bytes issuerAndSerial(const CERT_CONTEXT& certificate);
 
-// The certificate and its issuers, DER, as far as this system's own stores know them; nothing is fetched.
-std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate);
-
-// The identifier that messages may name the certificate by in place of issuer and serial number.
-Bytes keyIdentifierOf(const CERT_CONTEXT& certificate);
+// Empty if it has no such property. CERT_KEY_IDENTIFIER_PROP_ID is what messages may name a certificate by in place of issuer and
+// serial number.
+Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property);
 bool isSelfIssued(const CERT_CONTEXT& certificate);
 
 struct PublicKeyKind {

@@ -1,9 +1,8 @@
 #include "tools/cms/chain_check.h"
 
-#include "common/object_ids.h"
 #include "tools/cms/certificates.h"
 #include "tools/console/failure.h"
-#include "tools/token/key_choice.h"
+#include "tools/console/text.h"
 
 #include <algorithm>
 
@@ -20,7 +19,7 @@ constexpr DWORD unknownRoot = CERT_TRUST_IS_UNTRUSTED_ROOT | CERT_TRUST_IS_PARTI
 
 constexpr Fault chainFaults[] = {
     {CERT_TRUST_IS_NOT_SIGNATURE_VALID, "a certificate carries a bad signature"},
-    {CERT_TRUST_IS_NOT_TIME_VALID, "a certificate had expired or was not valid yet at that time; --at judges another time"},
+    {CERT_TRUST_IS_NOT_TIME_VALID, "a certificate had expired or was not valid yet at that time"},
     {CERT_TRUST_IS_PARTIAL_CHAIN, "it leads to no root, as an issuer's certificate is missing; --root names roots"},
     {CERT_TRUST_INVALID_BASIC_CONSTRAINTS, "a certificate was issued by one that may not issue any"},
     {CERT_TRUST_IS_CYCLIC, "it runs in a circle"},
@@ -28,76 +27,85 @@ constexpr Fault chainFaults[] = {
     {~DWORD{0}, "openssl verify tells more about it"},
 };
 
-std::string ownerOf(ChainPurpose purpose)
+CertificateChain buildChain(const CERT_CONTEXT& holder, const std::vector<Bytes>& known, const Roots& roots, FILETIME at)
 {
-    return purpose == ChainPurpose::signatures ? "the signer's " : "its authority's ";
-}
-
-CertificateStore storeOf(const CheckedSignature& checked, const Roots& roots)
-{
-    CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
+    const CertificateStore store(CertOpenStore(CERT_STORE_PROV_MEMORY, 0, 0, 0, nullptr));
     if (!store) failWithLastError("can't check the chain");
-    PCCERT_CONTEXT certificate = nullptr;
-    while ((certificate = CertEnumCertificatesInStore(checked.certificates.get(), certificate)))
-        CertAddCertificateContextToStore(store.get(), certificate, CERT_STORE_ADD_ALWAYS, nullptr);
+    for (const Bytes& der : known)
+        CertAddEncodedCertificateToStore(store.get(), certificateEncoding, der.data(), static_cast<DWORD>(der.size()),
+                                         CERT_STORE_ADD_ALWAYS, nullptr);
     for (const CertificateContext& root : roots)
         CertAddCertificateContextToStore(store.get(), root.get(), CERT_STORE_ADD_ALWAYS, nullptr);
-    return store;
-}
-
-CertificateChain buildChain(const Signer& signer, const CheckedSignature& checked, const Roots& roots, FILETIME at,
-                            ChainPurpose purpose)
-{
-    const CertificateStore store = storeOf(checked, roots);
-    std::string usage(oid::timeStamping);
-    LPSTR usages[] = {usage.data()};
     CERT_CHAIN_PARA parameters{};
     parameters.cbSize = sizeof parameters;
-    if (purpose == ChainPurpose::timeStamps) parameters.RequestedUsage = {USAGE_MATCH_TYPE_AND, {1, usages}};
     PCCERT_CHAIN_CONTEXT built = nullptr;
-    if (!CertGetCertificateChain(nullptr, signer.certificate.get(), &at, store.get(), &parameters,
-                                 CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr, &built))
+    if (!CertGetCertificateChain(nullptr, &holder, &at, store.get(), &parameters, CERT_CHAIN_CACHE_ONLY_URL_RETRIEVAL, nullptr,
+                                 &built))
         failWithLastError("can't check the chain");
     return CertificateChain(built);
 }
 
-void refuseFaults(const Signer& signer, const CERT_CHAIN_CONTEXT& chain, DWORD ignored, const std::string& owner)
+std::span<CERT_CHAIN_ELEMENT* const> elementsOf(const CERT_CHAIN_CONTEXT& chain)
 {
-    if (!mayBeUsedFor(*signer.certificate, signatureUsage))
-        throw Refusal(owner + "certificate does not allow signatures: its key usage is another");
-    const DWORD faults = chain.TrustStatus.dwErrorStatus & ~(ignored | CERT_TRUST_IS_NOT_TIME_NESTED);
-    for (const Fault& fault : chainFaults)
-        if (faults & fault.status) throw Refusal(owner + "chain does not hold: " + fault.text);
+    const CERT_SIMPLE_CHAIN& simple = *chain.rgpChain[0];
+    return {simple.rgpElement, simple.cElement};
 }
 
 const CERT_CONTEXT& lastOf(const CERT_CHAIN_CONTEXT& chain)
 {
-    const CERT_SIMPLE_CHAIN& simple = *chain.rgpChain[0];
-    return *simple.rgpElement[simple.cElement - 1]->pCertContext;
+    return *elementsOf(chain).back()->pCertContext;
+}
+
+// The certificate that is out of date, by name, comes before what Windows says of the chain as a whole.
+void refuseFaults(const CERT_CHAIN_CONTEXT& chain, DWORD ignored, const FILETIME& at)
+{
+    const DWORD faults = chain.TrustStatus.dwErrorStatus & ~(ignored | CERT_TRUST_IS_NOT_TIME_NESTED);
+    for (const CERT_CHAIN_ELEMENT* element : elementsOf(chain)) {
+        const CERT_CONTEXT& certificate = *element->pCertContext;
+        const std::string fault = validityFault(certificate, at);
+        if ((faults & CERT_TRUST_IS_NOT_TIME_VALID) && !fault.empty())
+            throw Refusal("the signer's chain does not hold: the certificate of " + subjectOf(certificate) + " " + fault +
+                          "; --at judges another time");
+    }
+    for (const Fault& fault : chainFaults)
+        if (faults & fault.status) throw Refusal(std::string("the signer's chain does not hold: ") + fault.text);
 }
 
 ChainEnd endOf(const CERT_CHAIN_CONTEXT& chain)
 {
-    return {!(chain.TrustStatus.dwErrorStatus & unknownRoot), subjectOf(lastOf(chain))};
+    const CERT_CONTEXT& last = lastOf(chain);
+    return {!(chain.TrustStatus.dwErrorStatus & unknownRoot), subjectOf(last), isSelfIssued(last) ? "" : issuerOf(last)};
 }
 
 } // namespace
 
-ChainEnd checkChain(const Signer& signer, const CheckedSignature& checked, const Roots& roots, FILETIME at, ChainPurpose purpose)
+ChainEnd checkChain(const Signer& signer, const CheckedSignature& checked, const Roots& roots, const FILETIME& at)
 {
-    const CertificateChain chain = buildChain(signer, checked, roots, at, purpose);
-    const std::string owner = ownerOf(purpose);
-    refuseFaults(signer, *chain, roots.empty() ? unknownRoot : CERT_TRUST_IS_UNTRUSTED_ROOT, owner);
-    if (roots.empty()) return endOf(*chain);
+    if (!mayBeUsedFor(*signer.certificate, signatureUsage))
+        throw Refusal("the signer's certificate does not allow signatures: its key usage is another");
+    const CertificateChain chain = buildChain(*signer.certificate, checked.certificates, roots, at);
+    refuseFaults(*chain, roots.empty() ? unknownRoot : CERT_TRUST_IS_UNTRUSTED_ROOT, at);
+    ChainEnd end = endOf(*chain);
+    if (roots.empty()) return end;
     const CERT_CONTEXT& last = lastOf(*chain);
     if (std::ranges::none_of(roots, [&](const auto& root) { return sameBytes(encodedOf(*root), encodedOf(last)); }))
-        throw Refusal(owner + "chain ends in " + subjectOf(last) + ", which is not the root given with --root");
-    return {true, subjectOf(last)};
+        throw Refusal("the signer's chain ends in " + end.name + ", which is not the root given with --root");
+    end.trusted = true;
+    return end;
 }
 
-ChainEnd describeChain(const Signer& signer, const CheckedSignature& checked, FILETIME at)
+ChainEnd describeChain(const CERT_CONTEXT& holder, const std::vector<Bytes>& known)
 {
-    return endOf(*buildChain(signer, checked, {}, at, ChainPurpose::signatures));
+    // Whether it is valid today is another question.
+    return endOf(*buildChain(holder, known, {}, holder.pCertInfo->NotBefore));
+}
+
+std::vector<Bytes> chainFromSystem(const CERT_CONTEXT& certificate)
+{
+    const CertificateChain chain = buildChain(certificate, {}, {}, timeNow());
+    std::vector<Bytes> found;
+    for (const CERT_CHAIN_ELEMENT* element : elementsOf(*chain)) found.push_back(toBytes(encodedOf(*element->pCertContext)));
+    return found;
 }
 
 } // namespace quelta::tools

@@ -1,14 +1,12 @@
 #include "tools/cms/decrypt.h"
 
+#include "common/bcrypt_calls.h"
 #include "common/der_reader.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
 #include "tools/cms/ber_stream.h"
 #include "tools/cms/certificates.h"
-#include "tools/cms/content_cipher.h"
-#include "tools/cms/pem_stream.h"
 #include "tools/console/failure.h"
-#include "tools/console/progress.h"
 #include "tools/token/key_choice.h"
 
 #include <algorithm>
@@ -17,6 +15,8 @@
 namespace quelta::tools {
 
 namespace {
+
+constexpr std::string_view authEnvelopedData = "1.2.840.113549.1.9.16.1.23";
 
 struct Recipient {
     // One of the two names the certificate: issuer and serial number, or its key identifier.
@@ -68,7 +68,9 @@ void readCipher(ByteView algorithm, Envelope& envelope)
     der::Reader fields(outer ? outer->content : ByteView());
     const auto oid = fields.next(der::tagOid);
     const auto iv = fields.next(der::tagOctetString);
-    envelope.cipher = oid ? cipherOfOid(oid->whole) : nullptr;
+    const auto* known = std::ranges::find_if(
+        knownCiphers, [&](const KnownCipher& cipher) { return oid && sameBytes(oid->whole, der::oid(cipher.oid)); });
+    envelope.cipher = known == std::end(knownCiphers) ? nullptr : known;
     if (!envelope.cipher || !iv || iv->content.size() != envelope.cipher->blockSize)
         throw Failure(
             "the content's cipher is not one of AES-128, AES-192, AES-256 and triple DES in CBC mode; ask for one of these");
@@ -80,7 +82,12 @@ Envelope readEnvelope(BerStream& stream)
 {
     Envelope envelope{};
     stream.enter(der::tagSequence);
-    if (stream.element() != der::oid(oid::envelopedData)) stream.refuse();
+    const Bytes type = stream.element();
+    if (type == der::oid(authEnvelopedData))
+        throw Failure(
+            "the message is encrypted with an authenticated cipher such as AES-GCM, which this tool does not know; ask for "
+            "AES-256 in CBC mode");
+    if (type != der::oid(oid::envelopedData)) stream.refuse();
     stream.enter(der::explicitTag(0));
     stream.enter(der::tagSequence);
     stream.element();
@@ -97,27 +104,27 @@ Envelope readEnvelope(BerStream& stream)
 bool isFor(const Recipient& recipient, const CERT_CONTEXT& certificate)
 {
     if (!recipient.issuerAndSerial.empty()) return recipient.issuerAndSerial == issuerAndSerial(certificate);
-    return !recipient.keyIdentifier.empty() && recipient.keyIdentifier == keyIdentifierOf(certificate);
+    return !recipient.keyIdentifier.empty() && recipient.keyIdentifier == propertyOf(certificate, CERT_KEY_IDENTIFIER_PROP_ID);
 }
 
 struct Match {
-    const TokenKey* key;
+    const KeyEntry* key;
     const Recipient* recipient;
     // By its certificate, and not by size alone.
     bool named;
 };
 
-bool couldOpen(const TokenKey& key, const Recipient& recipient)
+bool couldOpen(const KeyEntry& key, const Recipient& recipient)
 {
     const auto kind = key.certificate && key.canDecrypt ? publicKeyKind(*key.certificate) : std::nullopt;
     return kind && kind->bits == 8 * recipient.wrappedKey.size();
 }
 
 // Those that the message names come first. The others may be of a certificate that the key had before its present one.
-std::vector<Match> matchesOf(const std::vector<TokenKey>& keys, const Envelope& envelope)
+std::vector<Match> matchesOf(const std::vector<KeyEntry>& keys, const Envelope& envelope)
 {
     std::vector<Match> matches;
-    for (const TokenKey& key : keys) {
+    for (const KeyEntry& key : keys) {
         for (const Recipient& recipient : envelope.recipients) {
             const bool named = key.certificate && key.canDecrypt && isFor(recipient, *key.certificate);
             if (named || couldOpen(key, recipient)) matches.push_back({&key, &recipient, named});
@@ -127,13 +134,13 @@ std::vector<Match> matchesOf(const std::vector<TokenKey>& keys, const Envelope& 
     return matches;
 }
 
-Bytes unwrapContentKey(TokenProvider& provider, const Match& match, const KnownCipher& cipher)
+Wiped<Bytes> unwrapContentKey(TokenProvider& provider, const Match& match, const KnownCipher& cipher)
 {
     const bool oaep = match.recipient->algorithm == der::oid(oid::rsaOaep);
     if (!oaep && match.recipient->algorithm != der::oid(oid::rsaEncryption))
         throw Failure("the content key is not encrypted with RSA as PKCS#1 v1.5 or OAEP; ask for one of these");
-    Bytes key = provider.unwrap(*match.key, match.recipient->wrappedKey, oaep);
-    if (key.size() != cipher.keySize)
+    Wiped<Bytes> key = provider.unwrap(*match.key, match.recipient->wrappedKey, oaep);
+    if (key->size() != cipher.keySize)
         throw Failure("the content key does not fit the cipher; the message is damaged, get it anew");
     return key;
 }
@@ -145,11 +152,11 @@ bool isRefusal(const CallFailure& failure)
     return std::ranges::find(refusals, failure.code()) != std::end(refusals);
 }
 
-Bytes openContentKey(TokenProvider& provider, std::vector<TokenKey> keys, const std::string& keyName, const Envelope& envelope,
-                     const std::string& fileName)
+Wiped<Bytes> openContentKey(TokenProvider& provider, std::vector<KeyEntry> keys, const std::string& keyName,
+                            const Envelope& envelope, const std::string& fileName)
 {
     if (!keyName.empty()) {
-        TokenKey chosen = chooseDecryptionKey(std::move(keys), {keyName});
+        KeyEntry chosen = chooseDecryptionKey(std::move(keys), {keyName});
         keys.clear();
         keys.push_back(std::move(chosen));
     }
@@ -173,7 +180,7 @@ Bytes openContentKey(TokenProvider& provider, std::vector<TokenKey> keys, const 
 // Decrypts in whole blocks and holds the last one back: how much of it is padding is known only at the end.
 class ContentWriter {
 public:
-    ContentWriter(ContentKey key, OutputFile& output) : key_(std::move(key)), output_(output) {}
+    ContentWriter(BlockCipher key, OutputFile& output) : key_(std::move(key)), output_(output) {}
 
     void take(ByteView piece)
     {
@@ -197,7 +204,7 @@ public:
     }
 
 private:
-    ContentKey key_;
+    BlockCipher key_;
     OutputFile& output_;
     Bytes held_;
 };
@@ -206,18 +213,11 @@ private:
 
 void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output)
 {
-    MessageReader reader(file);
-    BerStream stream(file.name(), [&](std::span<unsigned char> room) { return reader.read(room); });
+    BerStream stream(file.name(), [&](std::span<unsigned char> room) { return file.read(room); });
     const Envelope envelope = readEnvelope(stream);
-    Bytes key = openContentKey(provider, provider.keys(), keyName, envelope, file.name());
-    ContentWriter writer(ContentKey(*envelope.cipher, key, envelope.iv), output);
-    SecureZeroMemory(key.data(), key.size());
-
-    Progress progress("decrypting", file.size());
-    stream.octets([&](ByteView piece) {
-        writer.take(piece);
-        progress.advance(piece.size());
-    });
+    const Wiped<Bytes> key = openContentKey(provider, provider.keys(), keyName, envelope, file.name());
+    ContentWriter writer(BlockCipher(*envelope.cipher, *key, envelope.iv), output);
+    stream.octets([&](ByteView piece) { writer.take(piece); });
     writer.finish();
 }
 

@@ -1,11 +1,11 @@
 #include "tools/cms/encrypt.h"
 
 #include "base/der.h"
+#include "base/wipe.h"
+#include "common/bcrypt_calls.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
-#include "tools/cms/bcrypt_call.h"
 #include "tools/cms/certificates.h"
-#include "tools/cms/content_cipher.h"
 #include "tools/console/failure.h"
 
 namespace quelta::tools {
@@ -35,43 +35,9 @@ Bytes recipientInfo(const CERT_CONTEXT& recipient, ByteView contentKey)
                           der::octetString(wrapFor(recipient, contentKey))});
 }
 
-// A message is nested headers, each with the length of all that follows in it; only the innermost content is too large to hold.
-class Nesting {
-public:
-    explicit Nesting(std::uint64_t contentSize) : total_(contentSize) {}
-
-    void putBefore(ByteView bytes)
-    {
-        head_ = concat({bytes, head_});
-        total_ += bytes.size();
-    }
-    void wrap(unsigned char tag) { putBefore(der::header(tag, total_)); }
-    const Bytes& head() const { return head_; }
-
-private:
-    Bytes head_;
-    std::uint64_t total_;
-};
-
-Bytes headOf(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv, std::uint64_t encryptedSize)
-{
-    Nesting nesting(encryptedSize);
-    nesting.wrap(der::implicitTag(0));
-    nesting.putBefore(der::sequence({der::oid(cipher.oid), der::octetString(iv)}));
-    nesting.putBefore(der::oid(oid::data));
-    nesting.wrap(der::tagSequence);
-    nesting.putBefore(der::setOf({recipientInfo(recipient, key)}));
-    nesting.putBefore(der::smallInteger(0));
-    nesting.wrap(der::tagSequence);
-    nesting.wrap(der::explicitTag(0));
-    nesting.putBefore(der::oid(oid::envelopedData));
-    nesting.wrap(der::tagSequence);
-    return nesting.head();
-}
-
-// For content of a length that nobody knows beforehand: no lengths outside, each piece an OCTET STRING, and after the last one an
-// end for each of the five elements that are open.
-Bytes headWithoutLengths(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv)
+// BER without lengths, since that of standard input is not known beforehand: the content follows in pieces, an OCTET STRING each,
+// and then an end for each of the five elements that are open.
+Bytes headOf(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv)
 {
     const auto open = [](unsigned char tag) { return Bytes{tag, 0x80}; };
     return concat({open(der::tagSequence), der::oid(oid::envelopedData), open(der::explicitTag(0)), open(der::tagSequence),
@@ -79,39 +45,31 @@ Bytes headWithoutLengths(const CERT_CONTEXT& recipient, const KnownCipher& ciphe
                    der::sequence({der::oid(cipher.oid), der::octetString(iv)}), open(der::explicitTag(0))});
 }
 
-const Bytes endsWithoutLengths(2 * std::size_t{5}, 0);
+const Bytes ends(2 * std::size_t{5}, 0);
 
 } // namespace
 
-void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, MessageWriter& output)
+void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output)
 {
     if (!holdsRsaKey(recipient))
         throw Failure("the certificate of " + subjectOf(recipient) +
                       " holds no RSA key; choose one that does with --cert or --key");
     const KnownCipher& cipher = knownCiphers[0];
-    const Bytes key = randomBytes(cipher.keySize);
+    const Wiped<Bytes> key(randomBytes(cipher.keySize));
     const Bytes iv = randomBytes(cipher.blockSize);
-    ContentKey content(cipher, key, iv);
-
-    const auto size = file.size();
-    const auto encryptedSize = [&] { return (*size / cipher.blockSize + 1) * cipher.blockSize; };
-    const auto put = [&](const Bytes& encrypted) { output.write(size ? encrypted : der::octetString(encrypted)); };
-    output.write(size ? headOf(recipient, cipher, key, iv, encryptedSize()) : headWithoutLengths(recipient, cipher, key, iv));
-
-    std::uint64_t done = 0;
+    BlockCipher content(cipher, *key, iv);
+    const auto put = [&](ByteView blocks) { output.write(der::octetString(content.encrypt(blocks))); };
+    output.write(headOf(recipient, cipher, *key, iv));
     Bytes tail;
-    forEachPiece(file, "encrypting", [&](ByteView piece) {
-        done += piece.size();
+    forEachPiece(file, [&](ByteView piece) {
         const std::size_t whole = piece.size() - piece.size() % cipher.blockSize;
-        if (whole) put(content.encrypt(piece.first(whole)));
+        if (whole) put(piece.first(whole));
         tail.assign(piece.begin() + static_cast<std::ptrdiff_t>(whole), piece.end());
     });
-    if (size && done != *size) throw Failure(file.name() + " changed while it was read; try again when nothing writes to it");
-
     const std::size_t missing = cipher.blockSize - tail.size();
     tail.resize(cipher.blockSize, static_cast<unsigned char>(missing));
-    put(content.encrypt(tail));
-    if (!size) output.write(endsWithoutLengths);
+    put(tail);
+    output.write(ends);
 }
 
 } // namespace quelta::tools

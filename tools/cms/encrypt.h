@@ -3,12 +3,11 @@
 #pragma once
 
 #include "base/windows_objects.h"
-#include "tools/cms/pem_stream.h"
 #include "tools/console/files.h"
 
 namespace quelta::tools {
 
 // Throws a Failure unless the certificate holds an RSA key.
-void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, MessageWriter& output);
+void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output);
 
 } // namespace quelta::tools

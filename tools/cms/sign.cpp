@@ -12,8 +12,6 @@ namespace quelta::tools {
 
 namespace {
 
-constexpr auto verb = "signing";
-
 // The key's own certificate is always there, whatever chain is known.
 std::vector<Bytes> certificatesFor(const SigningKey& signer)
 {
@@ -37,17 +35,17 @@ void addSignature(SignedData& message, const SigningKey& signer, ByteView conten
 Bytes signDetached(const SigningKey& signer, InputFile& file)
 {
     Digest digest(signer.hash);
-    forEachPiece(file, verb, [&](ByteView piece) { digest.update(piece); });
+    forEachPiece(file, [&](ByteView piece) { digest.update(piece); });
     SignedData message = emptySignedData();
     addSignature(message, signer, digest.finish());
     return message.encoded();
 }
 
-void signAttached(const SigningKey& signer, InputFile& file, MessageWriter& output)
+void signAttached(const SigningKey& signer, InputFile& file, OutputFile& output)
 {
     Digest digest(signer.hash);
     output.write(headOfAttached(signer.hash));
-    forEachPiece(file, verb, [&](ByteView piece) {
+    forEachPiece(file, [&](ByteView piece) {
         digest.update(piece);
         output.write(der::octetString(piece));
     });
@@ -63,7 +61,7 @@ Bytes signToo(const SigningKey& signer, ByteView message, InputFile& file)
     const Bytes bare = parsed->withoutContent().encoded();
     auto hashes = hashesOf(bare);
     hashes.push_back(&signer.hash);
-    const Digests digests = digestsOf(file, hashes, verb);
+    const Digests digests = digestsOf(file, hashes);
     checkSignature(bare, digests);
     addSignature(*parsed, signer, digests.at(&signer.hash));
     return parsed->encoded();

@@ -1,8 +1,7 @@
 // Signs a file of any size. It is hashed here; the token signs the attributes alone.
 #pragma once
 
-#include "tools/cms/digest.h"
-#include "tools/cms/pem_stream.h"
+#include "tools/cms/digests.h"
 #include "tools/console/files.h"
 #include "tools/token/token_provider.h"
 
@@ -10,14 +9,14 @@ namespace quelta::tools {
 
 struct SigningKey {
     TokenProvider& provider;
-    const TokenKey& key;
+    const KeyEntry& key;
     const KnownDigest& hash;
 };
 
 // The signature alone.
 Bytes signDetached(const SigningKey& signer, InputFile& file);
 // The content within.
-void signAttached(const SigningKey& signer, InputFile& file, MessageWriter& output);
+void signAttached(const SigningKey& signer, InputFile& file, OutputFile& output);
 // `message` with one signature more. Throws a Refusal if those that are there are not of this file.
 Bytes signToo(const SigningKey& signer, ByteView message, InputFile& file);
 

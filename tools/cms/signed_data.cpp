@@ -5,8 +5,8 @@
 #include "common/object_ids.h"
 #include "tools/cms/ber_stream.h"
 #include "tools/cms/certificates.h"
-#include "tools/cms/pem_stream.h"
 #include "tools/console/failure.h"
+#include "tools/console/files.h"
 #include "tools/console/text.h"
 
 #include <algorithm>
@@ -81,17 +81,6 @@ Bytes optionalSet(const std::vector<Bytes>& elements, unsigned char number)
     return elements.empty() ? Bytes() : der::setOf(elements, der::explicitTag(number));
 }
 
-// Of an OCTET STRING, whole or in segments.
-void appendOctets(Bytes& to, der::Reader reader)
-{
-    while (const auto element = reader.next()) {
-        if (element->tag == constructedOctets)
-            appendOctets(to, der::Reader(element->content));
-        else
-            append(to, element->content);
-    }
-}
-
 } // namespace
 
 Bytes signedAttributes(ByteView contentDigest, const CERT_CONTEXT& signer)
@@ -106,17 +95,6 @@ void SignedData::add(const Signature& signature, const std::vector<Bytes>& more)
     addOnce(digestAlgorithms, digestAlgorithm(*signature.hash));
     for (const Bytes& certificate : more) addOnce(certificates, certificate);
     signerInfos.push_back(signerInfo(signature));
-}
-
-std::optional<Bytes> SignedData::enclosed() const
-{
-    auto fields = der::Reader(content).enter(der::tagSequence);
-    if (!fields || !fields->next(der::tagOid)) return std::nullopt;
-    const auto octets = fields->enter(der::explicitTag(0));
-    if (!octets) return std::nullopt;
-    Bytes bytes;
-    appendOctets(bytes, *octets);
-    return bytes;
 }
 
 SignedData SignedData::withoutContent() const
@@ -160,9 +138,16 @@ std::optional<SignedData> parseSignedData(ByteView message)
 
 Bytes readMessage(const std::filesystem::path& path)
 {
-    InputFile file(path);
-    MessageReader reader(file);
-    return BerStream(file.name(), [&](std::span<unsigned char> room) { return reader.read(room); }).element();
+    const Bytes message = withoutPem(readSmallFile(path));
+    ByteView rest = message;
+    BerStream stream(inputName(path), [&](std::span<unsigned char> room) {
+        const ByteView piece = rest.first(std::min(rest.size(), room.size()));
+        std::ranges::copy(piece, room.begin());
+        rest = rest.subspan(piece.size());
+        return piece.size();
+    });
+    if (!stream.nextIs(der::tagSequence)) stream.refuse();
+    return stream.element();
 }
 
 Bytes headOfAttached(const KnownDigest& hash)

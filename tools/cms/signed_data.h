@@ -4,7 +4,7 @@
 
 #include "base/bytes.h"
 #include "base/windows_objects.h"
-#include "tools/cms/digest.h"
+#include "tools/cms/digests.h"
 
 #include <filesystem>
 #include <optional>
@@ -37,8 +37,6 @@ struct SignedData {
 
     // The signer and the certificates, those alone that are not there yet.
     void add(const Signature& signature, const std::vector<Bytes>& certificates);
-    // Nothing if the content is kept elsewhere.
-    std::optional<Bytes> enclosed() const;
     SignedData withoutContent() const;
     // The ContentInfo.
     Bytes encoded() const;
@@ -49,7 +47,7 @@ SignedData emptySignedData();
 // Of a ContentInfo in DER; nothing if it is none of SignedData.
 std::optional<SignedData> parseSignedData(ByteView message);
 
-// A small message, DER or PEM, in DER's form.
+// A message of at most 1 MB, DER, BER or PEM, in DER's form.
 Bytes readMessage(const std::filesystem::path& path);
 
 // Content of a length that nobody knows beforehand stands between these two, each piece an OCTET STRING: BER without lengths

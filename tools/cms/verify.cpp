@@ -3,58 +3,85 @@
 #include "common/der_reader.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
-#include "tools/cms/bcrypt_call.h"
 #include "tools/cms/ber_stream.h"
 #include "tools/cms/certificates.h"
-#include "tools/cms/digest.h"
-#include "tools/cms/pem_stream.h"
 #include "tools/cms/signed_data.h"
 #include "tools/console/failure.h"
-#include "tools/console/progress.h"
 
 #include <algorithm>
-#include <map>
-#include <string_view>
 
 namespace quelta::tools {
 
 namespace {
 
-// A message parameter, whose structure points into its own bytes.
-template <class T>
-class MessageParameter {
-public:
-    MessageParameter(HCRYPTMSG message, DWORD parameter, DWORD index = 0)
-    {
-        DWORD size = 0;
-        if (!CryptMsgGetParam(message, parameter, index, nullptr, &size)) failWithLastError("can't read the signature");
-        bytes_.resize(std::max<std::size_t>(size, sizeof(T)));
-        if (!CryptMsgGetParam(message, parameter, index, bytes_.data(), &size)) failWithLastError("can't read the signature");
-    }
-    T* get() { return reinterpret_cast<T*>(bytes_.data()); }
-    T* operator->() { return get(); }
+constexpr std::string_view rsaPss = "1.2.840.113549.1.1.10";
 
-private:
-    Bytes bytes_;
-};
-
-CryptMessage openDetached(ByteView signature)
+SignedData parsed(ByteView signature)
 {
-    CryptMessage message(CryptMsgOpenToDecode(certificateEncoding, CMSG_DETACHED_FLAG, 0, 0, nullptr, nullptr));
-    if (!message) failWithLastError("can't read the signature");
-    DWORD type = 0;
-    DWORD size = sizeof type;
-    if (!CryptMsgUpdate(message.get(), signature.data(), static_cast<DWORD>(signature.size()), TRUE) ||
-        !CryptMsgGetParam(message.get(), CMSG_TYPE_PARAM, 0, &type, &size) || type != CMSG_SIGNED)
-        throw Failure("this is no CMS signature in DER or PEM; give the .p7s first, then the file that was signed");
-    return message;
+    auto message = parseSignedData(signature);
+    if (!message) throw Failure("this is no CMS signature in DER or PEM; give the .p7s first, then the file that was signed");
+    return std::move(*message);
 }
 
-const KnownDigest& hashOf(const CMSG_SIGNER_INFO& info)
+// A SignerInfo taken apart. The views point into the message.
+struct SignerFields {
+    // One of the two names the certificate.
+    ByteView issuerAndSerial;
+    ByteView keyIdentifier;
+    std::string hash;
+    std::optional<der::Element> attributes;
+    std::string algorithm;
+    ByteView value;
+    bool hasTimeStamp;
+};
+
+std::string oidIn(der::Reader& fields)
 {
-    const KnownDigest* hash = digestOfOid(info.HashAlgorithm.pszObjId);
-    if (!hash)
-        throw Failure(std::string("the signature uses hash ") + info.HashAlgorithm.pszObjId + ", which this tool does not know");
+    auto algorithm = fields.enter(der::tagSequence);
+    return algorithm ? algorithm->oid().value_or("") : "";
+}
+
+// The values of an attribute; nothing if it is not there.
+std::optional<der::Reader> attributeValues(ByteView attributes, std::string_view type)
+{
+    der::Reader all(attributes);
+    while (auto attribute = all.enter(der::tagSequence))
+        if (attribute->oid() == type) return attribute->enter(der::tagSet);
+    return std::nullopt;
+}
+
+// Empty if there is no such attribute, or not exactly one value of it.
+ByteView attributeValue(ByteView attributes, std::string_view type)
+{
+    auto values = attributeValues(attributes, type);
+    const auto value = values ? values->next() : std::nullopt;
+    return value && values->atEnd() ? value->whole : ByteView();
+}
+
+SignerFields fieldsOf(ByteView signerInfo)
+{
+    SignerFields signer{};
+    auto fields = der::Reader(signerInfo).enter(der::tagSequence);
+    if (!fields || !fields->next(der::tagInteger)) throw Failure("the signature is damaged; get it anew");
+    if (const auto identifier = fields->next(der::implicitTag(0)))
+        signer.keyIdentifier = identifier->content;
+    else if (const auto name = fields->next(der::tagSequence))
+        signer.issuerAndSerial = name->whole;
+    signer.hash = oidIn(*fields);
+    signer.attributes = fields->next(der::explicitTag(0));
+    signer.algorithm = oidIn(*fields);
+    const auto value = fields->octetString();
+    if (!value) throw Failure("the signature is damaged; get it anew");
+    signer.value = *value;
+    const auto unsignedAttributes = fields->next(der::explicitTag(1));
+    signer.hasTimeStamp = unsignedAttributes && attributeValues(unsignedAttributes->content, oid::timeStampToken);
+    return signer;
+}
+
+const KnownDigest& hashOf(const SignerFields& signer)
+{
+    const KnownDigest* hash = digestOfOid(signer.hash);
+    if (!hash) throw Failure("the signature uses hash " + signer.hash + ", which this tool does not know");
     return *hash;
 }
 
@@ -91,37 +118,17 @@ std::vector<const KnownDigest*> hashesIn(ByteView algorithms)
     return found;
 }
 
-// Empty if there is no such attribute, or not exactly one value of it.
-ByteView attributeValue(const CRYPT_ATTRIBUTES& attributes, std::string_view type)
+// The content's digest itself, or that of attributes which name it.
+Bytes signedDigest(const SignerFields& signer, const KnownDigest& hash, const Bytes& contentDigest, ByteView contentType)
 {
-    for (const CRYPT_ATTRIBUTE& attribute : std::span(attributes.rgAttr, attributes.cAttr))
-        if (attribute.pszObjId == type && attribute.cValue == 1) return viewOf(attribute.rgValue[0]);
-    return {};
-}
-
-Bytes encodedAttributes(const CRYPT_ATTRIBUTES& attributes)
-{
-    DWORD size = 0;
-    if (!CryptEncodeObject(certificateEncoding, PKCS_ATTRIBUTES, &attributes, nullptr, &size))
-        failWithLastError("can't read the signature");
-    Bytes encoded(size);
-    if (!CryptEncodeObject(certificateEncoding, PKCS_ATTRIBUTES, &attributes, encoded.data(), &size))
-        failWithLastError("can't read the signature");
-    encoded.resize(size);
-    return encoded;
-}
-
-// What was signed: the content's digest itself, or that of attributes which name it.
-Bytes signedDigest(const CMSG_SIGNER_INFO& info, const KnownDigest& hash, const Bytes& contentDigest, HCRYPTMSG message)
-{
-    if (!info.AuthAttrs.cAttr) return contentDigest;
-    const ByteView named = attributeValue(info.AuthAttrs, oid::messageDigest);
-    if (!std::ranges::equal(named, der::octetString(contentDigest)))
+    if (!signer.attributes) return contentDigest;
+    const ByteView attributes = signer.attributes->content;
+    if (!sameBytes(attributeValue(attributes, oid::messageDigest), der::octetString(contentDigest)))
         throw Refusal("the file is not the one that was signed: it was changed since, or it is another file");
-    MessageParameter<const char> innerType(message, CMSG_INNER_CONTENT_TYPE_PARAM);
-    if (!std::ranges::equal(attributeValue(info.AuthAttrs, oid::contentType), der::oid(innerType.get())))
+    if (!sameBytes(attributeValue(attributes, oid::contentType), contentType))
         throw Refusal("the signature was made over content of another type");
-    return digestOf(hash, encodedAttributes(info.AuthAttrs));
+    // They are sent under the tag [0] and signed as a SET OF.
+    return digestOf(hash, der::element(der::tagSet, attributes));
 }
 
 BcryptKey importPublicKey(const CERT_CONTEXT& certificate)
@@ -133,58 +140,47 @@ BcryptKey importPublicKey(const CERT_CONTEXT& certificate)
     return BcryptKey(key);
 }
 
-std::optional<FILETIME> signingTime(const CMSG_SIGNER_INFO& info)
+std::optional<FILETIME> signingTime(const SignerFields& signer)
 {
-    return decodedTime(attributeValue(info.AuthAttrs, oid::signingTime));
+    const ByteView encoded = signer.attributes ? attributeValue(signer.attributes->content, oid::signingTime) : ByteView();
+    FILETIME time{};
+    DWORD size = sizeof time;
+    if (encoded.empty() || !CryptDecodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, encoded.data(),
+                                              static_cast<DWORD>(encoded.size()), 0, &time, &size))
+        return std::nullopt;
+    return time;
 }
 
-std::vector<Bytes> timeStampsIn(const CRYPT_ATTRIBUTES& attributes)
+bool isMeant(const SignerFields& signer, const CERT_CONTEXT& certificate)
 {
-    std::vector<Bytes> found;
-    for (const CRYPT_ATTRIBUTE& attribute : std::span(attributes.rgAttr, attributes.cAttr)) {
-        if (attribute.pszObjId != oid::timeStampToken) continue;
-        for (const CRYPT_ATTR_BLOB& value : std::span(attribute.rgValue, attribute.cValue))
-            found.push_back(toBytes(viewOf(value)));
-    }
-    return found;
+    if (!signer.keyIdentifier.empty())
+        return sameBytes(signer.keyIdentifier, propertyOf(certificate, CERT_KEY_IDENTIFIER_PROP_ID));
+    return sameBytes(signer.issuerAndSerial, issuerAndSerial(certificate));
 }
 
-// Of a SignerInfo in DER: issuer and serial number, or the key identifier under the tag [0]. Not by crypt32, of which not every
-// version tells the second.
-bool isMeant(ByteView signerInfo, const CERT_CONTEXT& certificate)
+CertificateContext signersCertificate(const SignerFields& signer, const std::vector<Bytes>& certificates)
 {
-    auto fields = der::Reader(signerInfo).enter(der::tagSequence);
-    if (!fields || !fields->next(der::tagInteger)) return false;
-    if (const auto identifier = fields->next(der::implicitTag(0)))
-        return sameBytes(identifier->content, keyIdentifierOf(certificate));
-    const auto name = fields->next(der::tagSequence);
-    return name && sameBytes(name->whole, issuerAndSerial(certificate));
-}
-
-CertificateContext signersCertificate(ByteView signerInfo, HCERTSTORE store)
-{
-    PCCERT_CONTEXT certificate = nullptr;
-    while ((certificate = CertEnumCertificatesInStore(store, certificate)))
-        if (isMeant(signerInfo, *certificate)) return CertificateContext(certificate);
+    for (const Bytes& der : certificates)
+        if (auto certificate = parseCertificate(der); certificate && isMeant(signer, *certificate)) return certificate;
     throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
 }
 
-Signer checkSigner(HCRYPTMSG message, DWORD index, ByteView signerInfo, const Digests& digests, HCERTSTORE store)
+Signer checkSigner(const SignedData& message, ByteView signerInfo, const Digests& digests)
 {
-    CertificateContext certificate = signersCertificate(signerInfo, store);
-    MessageParameter<CMSG_SIGNER_INFO> info(message, CMSG_SIGNER_INFO_PARAM, index);
-    if (info->HashEncryptionAlgorithm.pszObjId == std::string_view("1.2.840.113549.1.1.10"))
+    const SignerFields signer = fieldsOf(signerInfo);
+    CertificateContext certificate = signersCertificate(signer, message.certificates);
+    if (signer.algorithm == rsaPss)
         throw Failure("the signature uses RSA-PSS, which this tool does not know; verify with another tool");
-
-    const KnownDigest& hash = hashOf(*info.get());
+    const KnownDigest& hash = hashOf(signer);
     const auto known = digests.find(&hash);
     if (known == digests.end()) throw Failure("the message does not list the hash that its signer used; get it anew");
-    const Bytes digest = signedDigest(*info.get(), hash, known->second, message);
-    if (!signatureHolds(*certificate, hash, digest, viewOf(info->EncryptedHash)))
-        throw Refusal(info->AuthAttrs.cAttr ? "the signature itself is damaged or forged: it is not the signer's"
-                                            : "the signature does not belong to this file: one of the two was changed");
-    return {std::move(certificate), std::string(hash.name), signingTime(*info.get()), toBytes(viewOf(info->EncryptedHash)),
-            timeStampsIn(info->UnauthAttrs)};
+    auto content = der::Reader(message.content).enter(der::tagSequence);
+    const auto type = content ? content->next(der::tagOid) : std::nullopt;
+    const Bytes digest = signedDigest(signer, hash, known->second, type ? type->whole : ByteView());
+    if (!signatureHolds(*certificate, hash, digest, signer.value))
+        throw Refusal(signer.attributes ? "the signature itself is damaged or forged: it is not the signer's"
+                                        : "the signature does not belong to this file: one of the two was changed");
+    return {std::move(certificate), std::string(hash.name), signingTime(signer), signer.hasTimeStamp};
 }
 
 } // namespace
@@ -197,64 +193,43 @@ bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, By
     BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
     // ECDSA uses no more of a digest than the curve's size; some systems fail on a longer one instead of cutting it.
     if (kind->elliptic) digest = digest.first(std::min(digest.size(), kind->coordinateSize));
-    const auto value =
-        kind->elliptic ? der::ecdsaHalves(signature, kind->coordinateSize) : Bytes(signature.begin(), signature.end());
-    return value && BCryptVerifySignature(key.get(), kind->elliptic ? nullptr : &padding, bcryptInput(digest),
-                                          static_cast<ULONG>(digest.size()), bcryptInput(*value),
-                                          static_cast<ULONG>(value->size()), kind->elliptic ? 0 : BCRYPT_PAD_PKCS1) >= 0;
-}
-
-std::optional<FILETIME> decodedTime(ByteView encoded)
-{
-    FILETIME time{};
-    DWORD size = sizeof time;
-    if (encoded.empty() || !CryptDecodeObject(X509_ASN_ENCODING, X509_CHOICE_OF_TIME, encoded.data(),
-                                              static_cast<DWORD>(encoded.size()), 0, &time, &size))
-        return std::nullopt;
-    return time;
+    const auto value = kind->elliptic ? der::ecdsaHalves(signature, kind->coordinateSize) : toBytes(signature);
+    return value && BCryptVerifySignature(key.get(), kind->elliptic ? nullptr : &padding, bcryptInput(digest), bcryptSize(digest),
+                                          bcryptInput(*value), bcryptSize(*value), kind->elliptic ? 0 : BCRYPT_PAD_PKCS1) >= 0;
 }
 
 std::vector<const KnownDigest*> hashesOf(ByteView signature)
 {
-    const CryptMessage message = openDetached(signature);
-    MessageParameter<DWORD> count(message.get(), CMSG_SIGNER_COUNT_PARAM);
     std::vector<const KnownDigest*> hashes;
-    for (DWORD i = 0; i < *count.get(); ++i)
-        hashes.push_back(&hashOf(*MessageParameter<CMSG_SIGNER_INFO>(message.get(), CMSG_SIGNER_INFO_PARAM, i).get()));
+    for (const Bytes& signerInfo : parsed(signature).signerInfos) hashes.push_back(&hashOf(fieldsOf(signerInfo)));
     return hashes;
 }
 
-Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes, const std::string& verb)
+Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes)
 {
     RunningDigests running(hashes);
-    forEachPiece(file, verb, [&](ByteView piece) { running.update(piece); });
+    forEachPiece(file, [&](ByteView piece) { running.update(piece); });
     return running.finish();
 }
 
 CheckedSignature checkSignature(ByteView signature, const Digests& digests)
 {
-    const CryptMessage message = openDetached(signature);
-    MessageParameter<DWORD> count(message.get(), CMSG_SIGNER_COUNT_PARAM);
-    if (!*count.get()) throw Refusal("nobody signed: the message holds certificates alone");
+    SignedData message = parsed(signature);
+    if (message.signerInfos.empty()) throw Refusal("nobody signed: the message holds certificates alone");
     CheckedSignature checked;
-    checked.certificates.reset(CertOpenStore(CERT_STORE_PROV_MSG, certificateEncoding, 0, 0, message.get()));
-    if (!checked.certificates) failWithLastError("can't read the signature's certificates");
-    const auto parsed = parseSignedData(signature);
-    if (!parsed || parsed->signerInfos.size() != *count.get()) throw Failure("the signature is not in DER; get it anew");
-    for (DWORD i = 0; i < *count.get(); ++i)
-        checked.signers.push_back(checkSigner(message.get(), i, parsed->signerInfos[i], digests, checked.certificates.get()));
+    for (const Bytes& signerInfo : message.signerInfos) checked.signers.push_back(checkSigner(message, signerInfo, digests));
+    checked.certificates = std::move(message.certificates);
     return checked;
 }
 
 CheckedSignature checkSignature(ByteView signature, InputFile& file)
 {
-    return checkSignature(signature, digestsOf(file, hashesOf(signature), "verifying"));
+    return checkSignature(signature, digestsOf(file, hashesOf(signature)));
 }
 
 CheckedSignature checkAttached(InputFile& message, const std::function<void(ByteView)>& take)
 {
-    MessageReader reader(message);
-    BerStream stream(message.name(), [&](std::span<unsigned char> room) { return reader.read(room); });
+    BerStream stream(message.name(), [&](std::span<unsigned char> room) { return message.read(room); });
     stream.enter(der::tagSequence);
     if (stream.element() != der::oid(oid::signedData)) stream.refuse();
     stream.enter(der::explicitTag(0));
@@ -266,11 +241,9 @@ CheckedSignature checkAttached(InputFile& message, const std::function<void(Byte
     if (stream.atEnd(content)) throw Failure(message.name() + " is a detached signature; name the file that was signed as well");
 
     RunningDigests running(hashesIn(algorithms));
-    Progress progress("verifying", message.size());
     stream.wrappedOctets([&](ByteView piece) {
         running.update(piece);
         take(piece);
-        progress.advance(piece.size());
     });
     if (!stream.atEnd(content)) stream.refuse();
     fields = concat({fields, algorithms, der::sequence({type})});

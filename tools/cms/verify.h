@@ -3,9 +3,8 @@
 #pragma once
 
 #include "base/windows_objects.h"
-#include "tools/cms/digest.h"
+#include "tools/cms/digests.h"
 #include "tools/console/files.h"
-#include "tools/console/text.h"
 
 #include <map>
 #include <optional>
@@ -19,31 +18,27 @@ struct Signer {
     std::string hashName;
     // As the signer said; nothing vouches for it.
     std::optional<FILETIME> time;
-    // The signature's value, as the message has it, and the time stamp tokens beside it, whatever is in them.
-    Bytes value = {};
-    std::vector<Bytes> timeStamps = {};
+    bool hasTimeStamp;
 };
 
 struct CheckedSignature {
     std::vector<Signer> signers;
-    // All certificates in the message.
-    CertificateStore certificates;
+    // All certificates in the message, DER.
+    std::vector<Bytes> certificates;
 };
 
 using Digests = std::map<const KnownDigest*, Bytes>;
 
 // Which digests of the content the signers of a message in DER have signed.
 std::vector<const KnownDigest*> hashesOf(ByteView signature);
-Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes, const std::string& verb);
+Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes);
 
-// `signature` is DER, without its content. Throws a Refusal if a signature does not hold, a Failure if the message can't be read.
+// `signature` is DER; its own content, if there is any, is not looked at. Throws a Refusal if a signature does not hold, a
+// Failure if the message can't be read.
 CheckedSignature checkSignature(ByteView signature, const Digests& digests);
 CheckedSignature checkSignature(ByteView signature, InputFile& file);
-// Of a message with its content, DER or PEM, of any size; the content goes to `take` before the signature is known to hold.
+// Of a message with its content, of any size; the content goes to `take` before the signature is known to hold.
 CheckedSignature checkAttached(InputFile& message, const std::function<void(ByteView)>& take);
-
-// Of a UTCTime or a GeneralizedTime.
-std::optional<FILETIME> decodedTime(ByteView encoded);
 
 // `signature` as messages have it: of an elliptic key the SEQUENCE of r and s.
 bool signatureHolds(const CERT_CONTEXT& certificate, const KnownDigest& hash, ByteView digest, ByteView signature);

@@ -12,15 +12,6 @@ namespace {
 constexpr DWORD markProperty = CERT_FIRST_USER_PROP_ID + 0x51;
 constexpr std::string_view markText = "quelta publish";
 
-Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property)
-{
-    DWORD size = 0;
-    if (!CertGetCertificateContextProperty(&certificate, property, nullptr, &size)) return {};
-    Bytes value(size);
-    if (!CertGetCertificateContextProperty(&certificate, property, value.data(), &size)) return {};
-    return value;
-}
-
 bool isMarked(const CERT_CONTEXT& certificate)
 {
     return propertyOf(certificate, markProperty) == toBytes(markText) ||

@@ -1,12 +1,14 @@
 #include "tools/commands/command_line.h"
 
+#include "common/bcrypt_calls.h"
 #include "tools/check/check.h"
-#include "tools/commands/commands.h"
+#include "tools/commands/file_commands.h"
 #include "tools/commands/list.h"
 #include "tools/commands/publish.h"
 #include "tools/commands/verify.h"
 #include "tools/console/console.h"
 #include "tools/console/failure.h"
+#include "tools/console/text.h"
 #include "version.h"
 
 #include <CLI/CLI.hpp>
@@ -14,6 +16,7 @@
 #include <algorithm>
 #include <memory>
 #include <new>
+#include <sstream>
 
 namespace quelta::tools {
 
@@ -22,7 +25,7 @@ namespace {
 // What is common to all commands.
 struct Run {
     bool json = false;
-    Answer answer;
+    Outcome outcome;
 };
 
 std::string interfaceOf(std::string text)
@@ -46,7 +49,7 @@ void addKey(CLI::App& command, std::string& key)
 {
     command
         .add_option(
-            "--key,--container", key,
+            "--key", key,
             "The key: its number in the list, its identifier or the beginning of it, the holder, or a part of the subject "
             "that no other has (default: the first that will do)")
         ->option_text("KEY");
@@ -56,11 +59,7 @@ void addPin(CLI::App& command, PinSource& pin)
 {
     auto* given = command.add_option("--pin", pin.given, "The token's PIN, for tests: others see it in the list of processes");
     given->option_text("PIN");
-    auto* input = command.add_flag("--pin-stdin", pin.fromInput, "The PIN is the first line of standard input");
-    auto* terminal =
-        command.add_flag("--pin-terminal", pin.fromTerminal, "Ask for the PIN here, without showing it (default: a dialog asks)");
-    given->excludes(input)->excludes(terminal);
-    input->excludes(terminal);
+    command.add_flag("--pin-stdin", pin.fromInput, "The PIN is the first line of standard input")->excludes(given);
 }
 
 void addTokenOptions(CLI::App& command, TokenOptions& options)
@@ -87,17 +86,10 @@ CLI::Option& addFile(CLI::App& command, const char* name, std::string& file, con
     return *command.add_option(name, file, description)->required()->option_text(" ");
 }
 
-void addPem(CLI::App& command, bool& pem)
-{
-    command.add_flag("--pem", pem, "Write PEM text instead of DER");
-}
-
 void addList(CLI::App& app, Run& run)
 {
     CLI::App& command = addCommand(app, run, "list", "Show the token's keys, and what they may be used for", "list");
-    auto provider = std::make_shared<std::optional<Interface>>();
-    addProvider(command, *provider);
-    command.callback([&run, provider] { run.answer = list(*provider); });
+    command.callback([&run] { run.outcome = list(); });
 }
 
 void addSign(CLI::App& app, Run& run)
@@ -115,8 +107,7 @@ void addSign(CLI::App& app, Run& run)
     command.add_flag("--attached", options->attached, "The content within the signature");
     command.add_flag("--add", options->add, "Add to the signature that is there, of the same file");
     command.add_flag("--force", options->force, "Sign though the certificate is out of date or not for signatures");
-    addPem(command, options->pem);
-    command.callback([&run, options] { run.answer = sign(*options); });
+    command.callback([&run, options] { run.outcome = sign(*options); });
 }
 
 void addVerify(CLI::App& app, Run& run)
@@ -125,21 +116,23 @@ void addVerify(CLI::App& app, Run& run)
         addCommand(app, run, "verify", "Check a signature, and say who signed and whether the signer's root is trusted",
                    "verify contract.pdf.p7s contract.pdf --root root.pem");
     auto options = std::make_shared<VerifyOptions>();
-    addFile(command, "SIGNATURE", options->signature, "The signature, DER or PEM; - is standard input");
+    addFile(command, "SIGNATURE", options->signature,
+            "The signature, DER, or PEM where the file is named as well; - is standard input");
     addFile(command, "FILE", options->file, "The file that was signed (default: it is within the signature)").required(false);
-    addOutput(command, options->output, "Where to put the content that is within the signature; - is standard output");
+    addOutput(command, options->output,
+              "Where to put the content that is within the signature; - is standard output, which gets it before the signature "
+              "is checked");
     command
         .add_option("--root", options->roots,
-                    "Root certificates, PEM or DER, to one of which the signer's and a time stamp's must lead; may be given "
-                    "several times (default: those that Windows trusts)")
+                    "Root certificates, PEM or DER, to one of which the signer's must lead; may be given several times (default: "
+                    "those that Windows trusts)")
         ->allow_extra_args(false)
         ->option_text("FILE");
     command
         .add_option("--at", options->at,
-                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: a time stamp's, else "
-                    "now)")
+                    "Judge the certificates for this time, as 2026-11-25 or 2026-11-25T10:00:00Z (default: now)")
         ->option_text("TIME");
-    command.callback([&run, options] { run.answer = verify(*options); });
+    command.callback([&run, options] { run.outcome = verify(*options); });
 }
 
 void addEncrypt(CLI::App& app, Run& run)
@@ -152,14 +145,14 @@ void addEncrypt(CLI::App& app, Run& run)
     command.add_option("--cert", options->certificate, "The recipient's certificate, PEM or DER (default: the token's own)")
         ->option_text("FILE");
     addTokenOptions(command, options->token);
-    addPem(command, options->pem);
-    command.callback([&run, options] { run.answer = encrypt(*options); });
+    command.add_flag("--force", options->force, "Encrypt though the certificate is out of date or not for encryption");
+    command.callback([&run, options] { run.outcome = encrypt(*options); });
 }
 
 void addDecrypt(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, run, "decrypt", "Decrypt a CMS message, DER or PEM, with a key on the token",
-                                   "decrypt letter.txt.p7m -o letter.txt");
+    CLI::App& command =
+        addCommand(app, run, "decrypt", "Decrypt a CMS message with a key on the token", "decrypt letter.txt.p7m -o letter.txt");
     auto options = std::make_shared<DecryptOptions>();
     addFile(command, "FILE", options->file, "The message; - is standard input");
     command
@@ -169,26 +162,23 @@ void addDecrypt(CLI::App& app, Run& run)
         ->option_text("FILE");
     addTokenOptions(command, options->token);
     addPin(command, options->token.pin);
-    command.callback([&run, options] { run.answer = decrypt(*options); });
+    command.callback([&run, options] { run.outcome = decrypt(*options); });
 }
 
 void addPublish(CLI::App& app, Run& run)
 {
     CLI::App& command = addCommand(
         app, run, "publish", "Put the token's certificates where applications look for them: the user's store \"My\"", "publish");
-    auto options = std::make_shared<PublishOptions>();
-    addProvider(command, options->provider);
-    command
-        .add_flag("--watch", options->watch,
-                  "Go on: publish when a token is plugged in, unpublish when it is pulled, until Ctrl-C")
+    auto watch = std::make_shared<bool>();
+    command.add_flag("--watch", *watch, "Go on: publish when a token is plugged in, unpublish when it is pulled, until Ctrl-C")
         ->excludes(command.get_option("--json"));
-    command.callback([&run, options] { run.answer = publish(*options); });
+    command.callback([&run, watch] { run.outcome = publish(*watch); });
 }
 
 void addUnpublish(CLI::App& app, Run& run)
 {
     CLI::App& command = addCommand(app, run, "unpublish", "Take away what publish put there, and nothing else", "unpublish");
-    command.callback([&run] { run.answer = unpublish(); });
+    command.callback([&run] { run.outcome = unpublish(); });
 }
 
 void addCheck(CLI::App& app, Run& run)
@@ -202,10 +192,12 @@ void addCheck(CLI::App& app, Run& run)
         ->option_text("FILE");
     auto* dialog = command.add_flag("--pin-dialog", options->withPin, "Sign as well, with the PIN from the dialog");
     addPin(command, options->pin);
-    for (const char* other : {"--pin", "--pin-stdin", "--pin-terminal"}) dialog->excludes(command.get_option(other));
+    for (const char* other : {"--pin", "--pin-stdin"}) dialog->excludes(command.get_option(other));
+    command.add_flag("--installation", options->installationOnly, "Leave the token out: for computers that have none plugged in");
     command.callback([&run, options] {
         options->withPin |= !options->pin.isDialog();
-        run.answer = check(*options);
+        options->json = run.json;
+        run.outcome = check(*options);
     });
 }
 
@@ -233,21 +225,33 @@ int refuseUsage(const CLI::App& app, const CLI::ParseError& error)
     return refuseUsage(inOneLine(error.what()), chosen.empty() ? "" : " " + chosen.front()->get_name());
 }
 
-int show(std::string text)
+// CLI11 breaks no lines.
+int show(const std::string& text)
 {
-    while (text.ends_with('\n')) text.pop_back();
-    printLine(text);
+    constexpr std::size_t width = 79;
+    std::istringstream lines(text.substr(0, text.find_last_not_of('\n') + 1));
+    for (std::string line; std::getline(lines, line);) printLine(wrapped(line, width));
     return exitDone;
 }
 
 int tell(const Run& run)
 {
-    const auto say = run.answer.toErrors ? complain : printLine;
     if (run.json)
-        say(run.answer.json.dump(2));
+        printLine(run.outcome.json.dump(2));
     else
-        for (const std::string& line : run.answer.lines) say(line);
-    return run.answer.status;
+        for (const std::string& line : run.outcome.lines) printLine(line);
+    return run.outcome.status;
+}
+
+// As JSON as well, so that a program reads the same from a failure as from a success.
+int refuse(const Run& run, const Json& json, const std::string& line)
+{
+    complain("quelta: " + line);
+    try {
+        if (run.json) printLine(json.dump(2));
+    } catch (const Failure&) {
+    }
+    return exitFailed;
 }
 
 } // namespace
@@ -280,15 +284,17 @@ int runCommandLine(std::vector<std::string> arguments)
     } catch (const CLI::ParseError& error) {
         return refuseUsage(app, error);
     } catch (const Refusal& refusal) {
-        complain(std::string("quelta: NOT VALID: ") + refusal.what());
+        return refuse(run, {{"good", false}, {"error", refusal.what()}}, std::string("NOT VALID: ") + refusal.what());
     } catch (const Failure& failure) {
-        complain(std::string("quelta: ") + failure.what());
+        return refuse(run, {{"error", failure.what()}}, failure.what());
+    } catch (const BcryptError& error) {
+        const std::string text = std::string(error.what()) + ": bcrypt.dll answers " + std::to_string(error.status());
+        return refuse(run, {{"error", text}}, text);
     } catch (const std::bad_alloc&) {
-        complain("quelta: out of memory; close other programs and try again");
+        return refuse(run, {{"error", "out of memory"}}, "out of memory; close other programs and try again");
     } catch (const std::exception& error) {
-        complain(std::string("quelta: unexpected: ") + error.what());
+        return refuse(run, {{"error", error.what()}}, std::string("unexpected: ") + error.what());
     }
-    return exitFailed;
 }
 
 } // namespace quelta::tools

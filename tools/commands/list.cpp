@@ -2,36 +2,16 @@
 
 #include "base/text.h"
 #include "tools/cms/certificates.h"
-#include "tools/console/failure.h"
 #include "tools/console/text.h"
-#include "tools/token/key_choice.h"
+#include "tools/token/open_token.h"
 
 #include <algorithm>
-#include <exception>
-#include <iterator>
 
 namespace quelta::tools {
 
 namespace {
 
 using Row = std::vector<std::string>;
-
-void merge(std::vector<ListedKey>& into, std::vector<TokenKey> keys, bool ListedKey::*interface)
-{
-    for (TokenKey& key : keys) {
-        auto known = std::ranges::find_if(into, [&](const ListedKey& row) { return row.key.name == key.name; });
-        if (known == into.end()) {
-            into.push_back({std::move(key)});
-            known = std::prev(into.end());
-        } else {
-            known->key.canSign |= key.canSign;
-            known->key.canDecrypt |= key.canDecrypt;
-            if (!known->key.certificate) known->key.certificate = std::move(key.certificate);
-        }
-        // A key on a curve has no use through CryptoAPI, though it is listed there.
-        (*known).*interface |= interface == &ListedKey::throughKsp || known->key.algorithm == "RSA";
-    }
-}
 
 const char* stateOf(const CERT_CONTEXT& certificate)
 {
@@ -43,7 +23,7 @@ const char* stateOf(const CERT_CONTEXT& certificate)
     return "valid";
 }
 
-Row abilities(const TokenKey& key)
+Row abilities(const KeyEntry& key)
 {
     Row all;
     if (key.canSign) all.emplace_back("sign");
@@ -76,7 +56,7 @@ std::string untilText(const CERT_CONTEXT& certificate)
 
 Row rowOf(const ListedKey& listed, std::size_t number)
 {
-    const TokenKey& key = listed.key;
+    const KeyEntry& key = listed.key;
     const CERT_CONTEXT* certificate = key.certificate.get();
     return {std::to_string(number),
             shortName(key),
@@ -90,7 +70,7 @@ Row rowOf(const ListedKey& listed, std::size_t number)
 
 Json jsonOf(const ListedKey& listed, std::size_t number)
 {
-    const TokenKey& key = listed.key;
+    const KeyEntry& key = listed.key;
     Json json{{"number", number}, {"id", key.name},        {"algorithm", key.algorithm},
               {"bits", key.bits}, {"may", abilities(key)}, {"through", interfaces(listed)}};
     if (!key.certificate) return json;
@@ -125,46 +105,20 @@ std::vector<std::string> aligned(const std::vector<Row>& rows)
     return lines;
 }
 
-void addKeys(std::vector<ListedKey>& into, Interface kind)
-{
-    merge(into, openProvider(kind)->keys(), kind == Interface::csp ? &ListedKey::throughCsp : &ListedKey::throughKsp);
-}
-
 } // namespace
 
-std::vector<ListedKey> keysOfBoth()
+Outcome list()
 {
-    std::vector<ListedKey> all;
-    std::exception_ptr first;
-    bool opened = false;
-    for (const Interface kind : {Interface::csp, Interface::ksp}) {
-        try {
-            addKeys(all, kind);
-            opened = true;
-        } catch (const Failure&) {
-            if (!first) first = std::current_exception();
-        }
-    }
-    if (!opened) std::rethrow_exception(first);
-    return all;
-}
-
-Answer list(std::optional<Interface> through)
-{
-    std::vector<ListedKey> keys;
-    if (through)
-        addKeys(keys, *through);
-    else
-        keys = keysOfBoth();
-    Answer answer;
-    answer.json["keys"] = Json::array();
+    const std::vector<ListedKey> keys = listKeys();
+    Outcome outcome;
+    outcome.json["keys"] = Json::array();
     std::vector<Row> rows{{"#", "KEY", "HOLDER", "ISSUER", "VALID UNTIL", "KIND", "MAY", "THROUGH"}};
     for (std::size_t i = 0; i < keys.size(); ++i) {
         rows.push_back(rowOf(keys[i], i + 1));
-        answer.json["keys"].push_back(jsonOf(keys[i], i + 1));
+        outcome.json["keys"].push_back(jsonOf(keys[i], i + 1));
     }
-    answer.lines = keys.empty() ? std::vector<std::string>{"the token holds no key; make one on it first"} : aligned(rows);
-    return answer;
+    outcome.lines = keys.empty() ? std::vector<std::string>{"the token holds no key; make one on it first"} : aligned(rows);
+    return outcome;
 }
 
 } // namespace quelta::tools

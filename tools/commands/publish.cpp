@@ -43,132 +43,122 @@ void addIssuers(std::vector<Entry>& to, const std::vector<Bytes>& chain, ByteVie
     }
 }
 
-KeyPlace placeOf(TokenProvider& provider, const TokenKey& key)
-{
-    auto* csp = dynamic_cast<CspProvider*>(&provider);
-    return csp ? KeyPlace{key.name, PROV_RSA_FULL, csp->keySpec(key)} : KeyPlace{key.name, 0, 0};
-}
-
-Interface meantFor(const TokenKey& key, const PublishOptions& options)
-{
-    return options.provider.value_or(key.algorithm == "RSA" ? Interface::csp : Interface::ksp);
-}
-
 // Whether the token has keys that are meant for the other interface.
-bool addKeys(Content& content, Interface kind, const PublishOptions& options)
+bool addKeys(Content& content, Interface kind)
 {
     bool others = false;
     const auto provider = openProvider(kind);
-    for (const TokenKey& key : provider->keys()) {
+    for (const KeyEntry& key : provider->keys()) {
         if (!key.certificate) continue;
-        if (meantFor(key, options) != kind) {
+        if ((key.algorithm == "RSA") != (kind == Interface::csp)) {
             others = true;
             continue;
         }
         const Bytes own = toBytes(encodedOf(*key.certificate));
-        addOnce(content.own, {own, subjectOf(*key.certificate), placeOf(*provider, key)});
+        const DWORD providerType = kind == Interface::csp ? PROV_RSA_FULL : 0;
+        addOnce(content.own, {own, subjectOf(*key.certificate), KeyPlace{key.name, providerType, key.keySpec}});
         addIssuers(content.issuers, provider->chain(key), own);
     }
     return others;
 }
 
-Content contentOfToken(const PublishOptions& options)
+Content contentOfToken()
 {
     Content content;
-    const Interface first = options.provider.value_or(Interface::csp);
-    if (addKeys(content, first, options)) addKeys(content, Interface::ksp, options);
+    if (addKeys(content, Interface::csp)) addKeys(content, Interface::ksp);
     return content;
 }
 
-void removeOthers(UserStore& store, const std::vector<Entry>& wanted, const char* name, Answer& answer)
+void removeOthers(UserStore& store, const std::vector<Entry>& wanted, const char* name, Outcome& outcome)
 {
     for (const Bytes& der : store.marked()) {
         if (std::ranges::find(wanted, der, &Entry::certificate) != wanted.end()) continue;
         const CertificateContext certificate = parseCertificate(der);
         store.remove(der);
-        answer.lines.push_back("took " + subjectOf(*certificate) + " out of " + name);
-        answer.json["removed"].push_back({{"store", name}, {"subject", subjectOf(*certificate)}});
+        outcome.lines.push_back("took " + subjectOf(*certificate) + " out of " + name);
+        outcome.json["removed"].push_back({{"store", name}, {"subject", subjectOf(*certificate)}});
     }
 }
 
-void putAll(UserStore& store, const std::vector<Entry>& entries, const char* name, Answer& answer)
+void putAll(UserStore& store, const std::vector<Entry>& entries, const char* name, Outcome& outcome)
 {
     for (const Entry& entry : entries) {
         const Placed placed = store.put(entry.certificate, entry.place ? &*entry.place : nullptr);
-        const char* outcome = placed == Placed::added       ? "put into "
-                              : placed == Placed::unchanged ? "is already in "
-                                                            : "was put by somebody else, and is left as it is, in ";
-        answer.lines.push_back(entry.subject + ": " + outcome + name);
-        answer.json["certificates"].push_back(
+        const char* done = placed == Placed::added       ? "put into "
+                           : placed == Placed::unchanged ? "is already in "
+                                                         : "was put by somebody else, and is left as it is, in ";
+        outcome.lines.push_back(entry.subject + ": " + done + name);
+        outcome.json["certificates"].push_back(
             {{"store", name}, {"subject", entry.subject}, {"changed", placed == Placed::added}});
     }
 }
 
-Answer emptyAnswer()
+Outcome emptyOutcome()
 {
-    Answer answer;
-    answer.json = {{"certificates", Json::array()}, {"removed", Json::array()}};
-    return answer;
+    Outcome outcome;
+    outcome.json = {{"certificates", Json::array()}, {"removed", Json::array()}};
+    return outcome;
 }
 
-Answer makeIt(const Content& content)
+Outcome makeIt(const Content& content)
 {
     UserStore own(L"My");
     UserStore issuers(L"CA");
-    Answer answer = emptyAnswer();
-    removeOthers(own, content.own, "My", answer);
-    removeOthers(issuers, content.issuers, "CA", answer);
-    putAll(own, content.own, "My", answer);
-    putAll(issuers, content.issuers, "CA", answer);
-    return answer;
+    Outcome outcome = emptyOutcome();
+    removeOthers(own, content.own, "My", outcome);
+    removeOthers(issuers, content.issuers, "CA", outcome);
+    putAll(own, content.own, "My", outcome);
+    putAll(issuers, content.issuers, "CA", outcome);
+    return outcome;
 }
 
-void tell(const Answer& answer)
+void tell(const Outcome& outcome)
 {
-    for (const std::string& line : answer.lines) printLine(line);
+    for (const std::string& line : outcome.lines) printLine(line);
 }
 
 // A token that is pulled while it is read counts as none, until the next look.
-Content contentIfPluggedIn(const PublishOptions& options)
+Content contentIfPluggedIn()
 {
     try {
-        return contentOfToken(options);
+        return contentOfToken();
     } catch (const Failure&) {
         return {};
     }
 }
 
-Answer watch(const PublishOptions& options)
+Outcome watch()
 {
     leaveOwnWindow();
     TokenWatch token;
     std::optional<std::vector<std::string>> seen;
-    tell(makeIt(contentIfPluggedIn(options)));
+    tell(makeIt(contentIfPluggedIn()));
+    printLine("waiting for tokens; Ctrl-C ends it");
     for (seen = token.look(); !wasInterrupted(); Sleep(pollMilliseconds)) {
         auto now = token.look();
         if (now == seen) continue;
         seen = std::move(now);
-        tell(makeIt(seen ? contentIfPluggedIn(options) : Content{}));
+        tell(makeIt(seen ? contentIfPluggedIn() : Content{}));
     }
     return {{"interrupted; what is published stays: quelta unpublish takes it away"}};
 }
 
 } // namespace
 
-Answer publish(const PublishOptions& options)
+Outcome publish(bool watching)
 {
-    if (options.watch) return watch(options);
-    Answer answer = makeIt(contentOfToken(options));
-    if (answer.json["certificates"].empty())
-        answer.lines.emplace_back("the token holds no certificate of a key; import one first");
-    return answer;
+    if (watching) return watch();
+    Outcome outcome = makeIt(contentOfToken());
+    if (outcome.json["certificates"].empty())
+        outcome.lines.emplace_back("the token holds no certificate of a key; import one first");
+    return outcome;
 }
 
-Answer unpublish()
+Outcome unpublish()
 {
-    Answer answer = makeIt({});
-    if (answer.lines.empty()) answer.lines.emplace_back("nothing was published");
-    return answer;
+    Outcome outcome = makeIt({});
+    if (outcome.lines.empty()) outcome.lines.emplace_back("nothing was published");
+    return outcome;
 }
 
 } // namespace quelta::tools

@@ -3,12 +3,11 @@
 #include "tools/cms/certificates.h"
 #include "tools/cms/chain_check.h"
 #include "tools/cms/signed_data.h"
-#include "tools/cms/time_stamp.h"
-#include "tools/cms/verify.h"
 #include "tools/console/failure.h"
 #include "tools/console/files.h"
 #include "tools/console/text.h"
 
+#include <algorithm>
 #include <iterator>
 #include <optional>
 
@@ -18,101 +17,73 @@ namespace {
 
 struct ChainWish {
     Roots roots;
-    // Without it each signature's own time stamp, or now.
-    std::optional<FILETIME> at;
+    FILETIME at;
+    std::string atText;
 };
-
-// When a signer's chain is judged, and why then.
-struct JudgedTime {
-    FILETIME time;
-    const char* by;
-    std::string text;
-    StampFindings stamps;
-};
-
-JudgedTime judgedTime(const Signer& signer, const ChainWish& wish)
-{
-    if (wish.at) return {*wish.at, "--at", timeText(*wish.at) + ", as --at says", {}};
-    StampFindings stamps = judgeTimeStamps(signer, wish.roots);
-    if (!stamps.proven) {
-        const FILETIME now = timeNow();
-        return {now, "now", "now, " + timeText(now), std::move(stamps)};
-    }
-    const auto& [time, authority] = *stamps.proven;
-    const std::string text = timeText(time) + ": signed before, as a time stamp of " + authority + " proves";
-    return {time, "time stamp", text, std::move(stamps)};
-}
 
 struct JudgedChain {
-    JudgedTime when;
     std::string text;
     bool trusted;
 };
 
+std::string textOf(const ChainEnd& end, const ChainWish& wish)
+{
+    if (!wish.roots.empty()) return "leads to " + end.name + ", which you named";
+    if (end.trusted) return "leads to " + end.name + ", which this system trusts";
+    const std::string advice = "; name the root that you trust with --root";
+    if (!end.missingIssuer.empty()) return "NOT CHECKED: the certificate of its issuer is missing, " + end.missingIssuer + advice;
+    return "NOT CHECKED: it ends in " + end.name + ", which this system does not trust" + advice;
+}
+
 JudgedChain judge(const Signer& signer, const CheckedSignature& checked, const ChainWish& wish)
 {
-    JudgedTime when = judgedTime(signer, wish);
     try {
-        const ChainEnd end = checkChain(signer, checked, wish.roots, when.time);
-        const std::string who = !wish.roots.empty() ? "you named"
-                                : end.trusted       ? "this system trusts"
-                                                    : "this system does not trust";
-        const std::string text = (end.trusted ? "leads to " : "NOT CHECKED: it ends in ") + end.name + ", which " + who +
-                                 (end.trusted ? "" : "; name the root that you trust with --root");
-        return {std::move(when), text, end.trusted};
+        const ChainEnd end = checkChain(signer, checked, wish.roots, wish.at);
+        return {textOf(end, wish), end.trusted};
     } catch (const Refusal& refusal) {
-        std::string text = std::string(refusal.what()) + " (judged for " + when.text;
-        for (const std::string& doubt : when.stamps.doubts) text += "; a time stamp proves nothing: " + doubt;
-        throw Refusal(text + ")");
+        throw Refusal(std::string(refusal.what()) + " (judged for " + wish.atText + ")");
     }
 }
 
-void describe(Answer& answer, const Signer& signer, const JudgedChain& chain)
+void describe(Outcome& outcome, const Signer& signer, const JudgedChain& chain, const ChainWish& wish)
 {
     const CERT_CONTEXT& certificate = *signer.certificate;
     const std::string signedAt = signer.time ? timeText(*signer.time) + ", as the signer says" : "at a time that is not told";
     for (const std::string& line :
          {"  signer  " + subjectOf(certificate), "  issuer  " + issuerOf(certificate), "  serial  " + serialOf(certificate),
-          "  hash    " + signer.hashName, "  signed  " + signedAt, "  chain   " + chain.text, "  judged  for " + chain.when.text})
-        answer.lines.push_back(line);
-    for (const std::string& doubt : chain.when.stamps.doubts) answer.lines.push_back("  stamp   proves nothing: " + doubt);
+          "  hash    " + signer.hashName, "  signed  " + signedAt, "  chain   " + chain.text, "  judged  for " + wish.atText})
+        outcome.lines.push_back(line);
+    if (signer.hasTimeStamp) outcome.lines.emplace_back("  stamp   there is a time stamp, which was not checked");
+    outcome.json["signers"].push_back({{"subject", subjectOf(certificate)},
+                                       {"issuer", issuerOf(certificate)},
+                                       {"serial", serialOf(certificate)},
+                                       {"hash", signer.hashName},
+                                       {"signed", signer.time ? Json(timeText(*signer.time)) : Json()},
+                                       {"chain", chain.text},
+                                       {"chainChecked", chain.trusted},
+                                       {"judgedFor", timeText(wish.at)},
+                                       {"hasTimeStamp", signer.hasTimeStamp}});
 }
 
-Json jsonOf(const Signer& signer, const JudgedChain& chain)
-{
-    const CERT_CONTEXT& certificate = *signer.certificate;
-    const auto& [proven, doubts] = chain.when.stamps;
-    return {{"subject", subjectOf(certificate)},
-            {"issuer", issuerOf(certificate)},
-            {"serial", serialOf(certificate)},
-            {"hash", signer.hashName},
-            {"signed", signer.time ? Json(timeText(*signer.time)) : Json()},
-            {"chain", chain.text},
-            {"chainChecked", chain.trusted},
-            {"judgedFor", timeText(chain.when.time)},
-            {"judgedBy", chain.when.by},
-            {"timeStamp", proven ? Json{{"time", timeText(proven->time)}, {"authority", proven->authority}} : Json()},
-            {"timeStampsThatProveNothing", doubts}};
-}
-
-// All are judged before anything is said of one.
-void describeSigners(Answer& answer, const CheckedSignature& checked, const ChainWish& wish)
+Outcome describeAll(const std::string& file, const CheckedSignature& checked, const ChainWish& wish)
 {
     std::vector<JudgedChain> chains;
     for (const Signer& signer : checked.signers) chains.push_back(judge(signer, checked, wish));
-    for (std::size_t i = 0; i < chains.size(); ++i) {
-        describe(answer, checked.signers[i], chains[i]);
-        answer.json["signers"].push_back(jsonOf(checked.signers[i], chains[i]));
-        if (!chains[i].trusted) answer.status = exitChainNotChecked;
-    }
-    answer.lines.emplace_back("whether a certificate was revoked was not looked at");
-    answer.json["revocationChecked"] = false;
+    const bool trusted = std::ranges::all_of(chains, &JudgedChain::trusted);
+    Outcome outcome{{"good signature of " + file + (trusted ? "" : ", but the signer's chain was NOT CHECKED")},
+                    {{"good", true}, {"signers", Json::array()}},
+                    trusted ? exitDone : exitChainNotChecked};
+    for (std::size_t i = 0; i < chains.size(); ++i) describe(outcome, checked.signers[i], chains[i], wish);
+    outcome.lines.emplace_back("whether a certificate was revoked was not looked at");
+    outcome.json["revocationChecked"] = false;
+    outcome.json["timeStampsChecked"] = false;
+    return outcome;
 }
 
 ChainWish wishOf(const VerifyOptions& options)
 {
-    ChainWish wish;
-    if (!options.at.empty()) wish.at = timeOf(options.at);
+    ChainWish wish{{}, options.at.empty() ? timeNow() : timeOf(options.at), {}};
+    wish.atText = options.at.empty() ? "now, " + timeText(wish.at) : timeText(wish.at) + ", as --at says";
     for (const std::string& file : options.roots) {
         Roots more = readCertificates(pathOf(file));
         wish.roots.insert(wish.roots.end(), std::move_iterator(more.begin()), std::move_iterator(more.end()));
@@ -123,13 +94,13 @@ ChainWish wishOf(const VerifyOptions& options)
 CheckedSignature check(const VerifyOptions& options, std::optional<OutputFile>& content)
 {
     if (options.file.empty()) {
-        InputFile message(pathOf(options.signature));
+        InputFile message(pathOf(options.signature), "verifying");
         return checkAttached(message, [&](ByteView piece) {
             if (content) content->write(piece);
         });
     }
     const Bytes signature = readMessage(pathOf(options.signature));
-    InputFile file(pathOf(options.file));
+    InputFile file(pathOf(options.file), "verifying");
     return checkSignature(signature, file);
 }
 
@@ -143,18 +114,15 @@ void openContent(const VerifyOptions& options, std::optional<OutputFile>& conten
 
 } // namespace
 
-Answer verify(const VerifyOptions& options)
+Outcome verify(const VerifyOptions& options)
 {
     const ChainWish wish = wishOf(options);
     std::optional<OutputFile> content;
     openContent(options, content);
     const CheckedSignature checked = check(options, content);
-    const std::string& signedFile = options.file.empty() ? options.signature : options.file;
-    Answer answer{{"good signature of " + inputName(pathOf(signedFile))}, {{"good", true}, {"signers", Json::array()}}};
-    answer.toErrors = isStandardStream(pathOf(options.output));
-    describeSigners(answer, checked, wish);
+    Outcome outcome = describeAll(inputName(pathOf(options.file.empty() ? options.signature : options.file)), checked, wish);
     if (content) content->commit();
-    return answer;
+    return outcome;
 }
 
 } // namespace quelta::tools

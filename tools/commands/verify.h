@@ -1,7 +1,6 @@
-// What `quelta verify` does, from its options to what it has to say.
 #pragma once
 
-#include "tools/console/answer.h"
+#include "tools/console/outcome.h"
 
 #include <string>
 #include <vector>
@@ -16,6 +15,6 @@ struct VerifyOptions {
     std::string at = {};
 };
 
-Answer verify(const VerifyOptions& options);
+Outcome verify(const VerifyOptions& options);
 
 } // namespace quelta::tools

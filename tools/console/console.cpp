@@ -2,18 +2,17 @@
 
 #include "base/text.h"
 #include "base/windows_objects.h"
-
-#include <io.h>
-
-#include <cstdio>
-#include <string>
+#include "tools/console/failure.h"
+#include "tools/console/text.h"
 
 namespace quelta::tools {
 
 namespace {
 
-// Lives as long as the process: what is said last is said on it.
+// Lives as long as the process: the last line is printed on it.
 HANDLE keptOutput = nullptr;
+bool outputHasContent = false;
+bool windowIsGone = false;
 
 HANDLE output()
 {
@@ -31,41 +30,60 @@ bool isConsole(HANDLE handle)
     return GetConsoleMode(handle, &mode) != FALSE;
 }
 
-void write(HANDLE handle, std::string_view text)
+std::size_t widthOf(HANDLE console)
 {
-    DWORD written = 0;
-    if (isConsole(handle)) {
-        const std::wstring characters = toWide(text);
-        WriteConsoleW(handle, characters.data(), static_cast<DWORD>(characters.size()), &written, nullptr);
-    } else {
-        WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    }
+    CONSOLE_SCREEN_BUFFER_INFO info{};
+    return GetConsoleScreenBufferInfo(console, &info) && info.dwSize.X > 1 ? static_cast<std::size_t>(info.dwSize.X - 1) : 79;
 }
 
-void writeLine(HANDLE handle, std::string_view line)
+bool writeBytes(HANDLE handle, ByteView bytes)
 {
-    std::string text(line);
-    text += isConsole(handle) ? "\r\n" : "\n";
-    write(handle, text);
+    while (!bytes.empty()) {
+        DWORD written = 0;
+        if (!WriteFile(handle, bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) return false;
+        bytes = bytes.subspan(written);
+    }
+    return true;
+}
+
+bool write(HANDLE handle, const std::string& text)
+{
+    if (!isConsole(handle)) return writeBytes(handle, toBytes(text));
+    const std::wstring characters = toWide(text);
+    DWORD written = 0;
+    return WriteConsoleW(handle, characters.data(), static_cast<DWORD>(characters.size()), &written, nullptr) != FALSE;
+}
+
+bool writeLine(HANDLE handle, std::string_view line)
+{
+    return write(handle, (isConsole(handle) ? wrapped(line, widthOf(handle)) : std::string(line)) + '\n');
+}
+
+// A runtime that was there before us has taken the old handle for its descriptor 1.
+void redirectRuntime(const wchar_t* name)
+{
+    constexpr int standardOutput = 1;
+    constexpr int standardError = 2;
+    const HMODULE runtime = GetModuleHandleW(name);
+    void* const address = runtime ? reinterpret_cast<void*>(GetProcAddress(runtime, "_dup2")) : nullptr;
+    if (address) reinterpret_cast<int(__cdecl*)(int, int)>(address)(standardError, standardOutput);
 }
 
 } // namespace
 
 void keepStandardOutput()
 {
-    constexpr int standardOutput = 1;
-    constexpr int standardError = 2;
     const HANDLE process = GetCurrentProcess();
     if (!DuplicateHandle(process, output(), process, &keptOutput, 0, FALSE, DUPLICATE_SAME_ACCESS)) return;
-    // A provider of another C runtime finds the handle, one of the same runtime its stream.
+    // A runtime that is loaded later asks for the handle.
     SetStdHandle(STD_OUTPUT_HANDLE, errors());
-    std::fflush(stdout);
-    _dup2(standardError, standardOutput);
+    for (const wchar_t* name : {L"ucrtbase.dll", L"msvcrt.dll"}) redirectRuntime(name);
 }
 
 void printLine(std::string_view line)
 {
-    writeLine(output(), line);
+    if (outputHasContent) return complain(line);
+    if (!writeLine(output(), line) && !windowIsGone) failWithLastError("can't write to standard output");
 }
 
 void complain(std::string_view line)
@@ -73,36 +91,34 @@ void complain(std::string_view line)
     writeLine(errors(), line);
 }
 
+void useOutputForContent()
+{
+    outputHasContent = true;
+}
+
+bool writeToOutput(ByteView bytes)
+{
+    return writeBytes(output(), bytes);
+}
+
+void showProgress(std::string_view line)
+{
+    static std::size_t shown = 0;
+    if (!isConsole(errors()) || (line.empty() && shown == 0)) return;
+    write(errors(), '\r' + std::string(shown, ' ') + '\r' + std::string(line));
+    shown = line.size();
+}
+
 void leaveOwnWindow()
 {
     DWORD process = 0;
     // Wine takes the terminal that it was started in for such a window.
-    if (!isWine() && GetConsoleProcessList(&process, 1) == 1) FreeConsole();
+    windowIsGone = !isWine() && GetConsoleProcessList(&process, 1) == 1 && FreeConsole();
 }
 
 bool isWine()
 {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;
-}
-
-bool writeToOutput(ByteView bytes)
-{
-    while (!bytes.empty()) {
-        DWORD written = 0;
-        if (!WriteFile(output(), bytes.data(), static_cast<DWORD>(bytes.size()), &written, nullptr)) return false;
-        bytes = bytes.subspan(written);
-    }
-    return true;
-}
-
-bool errorsGoToConsole()
-{
-    return isConsole(errors());
-}
-
-void writeToErrors(std::string_view text)
-{
-    write(errors(), text);
 }
 
 } // namespace quelta::tools

@@ -1,4 +1,4 @@
-// What the user reads: as characters on a console, as UTF-8 in a file or a pipe.
+// What the user reads: as characters on a console, broken between words; as UTF-8 in a file or a pipe.
 #pragma once
 
 #include "base/bytes.h"
@@ -11,22 +11,22 @@ namespace quelta::tools {
 // prints its log's troubles) goes to standard error.
 void keepStandardOutput();
 
-// A line to standard output or standard error.
+// A line to standard output; to standard error once content goes to standard output. Throws a Failure where nobody takes it.
 void printLine(std::string_view line);
 void complain(std::string_view line);
+
+// From here on standard output has a file's content.
+void useOutputForContent();
+// Content, as it is. False, with a last error, where nobody takes it.
+bool writeToOutput(ByteView bytes);
+
+// A line on the console that the next one overwrites; empty takes it away. Nothing is shown elsewhere.
+void showProgress(std::string_view line);
 
 // Closes the window that the system has opened for this program alone, as it does at a logon.
 void leaveOwnWindow();
 
 // Wine, and not Windows.
 bool isWine();
-
-// Bytes to standard output as they are. False, with a last error, where nobody takes them.
-bool writeToOutput(ByteView bytes);
-
-// Whether standard error is a console, on which a line may be written over.
-bool errorsGoToConsole();
-// Writes without a line feed, for a line that is written over later.
-void writeToErrors(std::string_view text);
 
 } // namespace quelta::tools

@@ -2,7 +2,7 @@
 
 #include "base/table.h"
 #include "common/text.h"
-#include "tools/token/provider_log.h"
+#include "tools/console/provider_log.h"
 
 #include <windows.h>
 
@@ -20,8 +20,7 @@ struct Advice {
 
 constexpr auto notRegistered = "the provider is not registered on this computer; quelta check tells what is missing";
 constexpr auto noToken = "no token found; plug it in and try again";
-constexpr auto pinRefused =
-    "the token refused the PIN: it is wrong, or the token is locked; mind that wrong ones use up attempts";
+constexpr auto pinRefused = "the token refused the PIN: it is wrong, or the token is locked; another wrong one may lock it";
 
 constexpr Advice adviceWhenOpening[] = {
     {0x80090017, notRegistered},
@@ -35,8 +34,8 @@ constexpr Advice adviceByCode[] = {
     {0x80090035, noToken},
     {0x8009001A, pinRefused},
     {0x80090032, pinRefused},
-    {0x80090020, "the PIN was not entered or not accepted; try again, or give it with --pin-terminal or --pin-stdin"},
-    {0x80090022, "the PIN is needed and nobody may be asked; give it with --pin-terminal or --pin-stdin"},
+    {0x80090020, "the PIN was not entered or not accepted; try again, or give it with --pin-stdin"},
+    {0x80090022, "the PIN is needed and nobody may be asked; give it with --pin-stdin"},
     {0x8009001D, "the token refused; is it still plugged in, and is this the right key?"},
     {0x8009002D, "the token refused; is it still plugged in, and is this the right key?"},
     {0x8009000D, "the token has no such key, or none that may do this; quelta list shows what there is"},
@@ -46,23 +45,8 @@ constexpr Advice adviceByCode[] = {
     {ERROR_ACCESS_DENIED, "access denied; check its permissions, and that it is no folder"},
     {ERROR_SHARING_VIOLATION, "another program has it open; close it there and try again"},
     {ERROR_DISK_FULL, "the disk is full; make room and try again"},
-    {ERROR_INVALID_NAME, "this is no name for a file; check it"},
+    {ERROR_INVALID_NAME, "this is no name for a file; * and ? are not expanded, so name each file"},
 };
-
-// What the token itself answered, where a code stands for several things.
-constexpr long clockDiffers = 48;
-
-std::string_view adviceFromLog(unsigned long code)
-{
-    const bool pin = code == 0x8009001A || code == 0x80090032;
-    if (pin && tokenResult() == clockDiffers)
-        return "the token's clock and this computer's differ: set the computer's, or log in with the token's manager; no attempt "
-               "was used";
-    if (code == 0x80090020 && dialogFailed())
-        return "the PIN dialog can't be shown, as there is no display or desktop here; give the PIN with --pin-terminal or "
-               "--pin-stdin";
-    return {};
-}
 
 bool isProvidersOwn(unsigned long code)
 {
@@ -100,7 +84,7 @@ std::string hexOf(unsigned long code)
 
 std::string_view adviceOf(unsigned long code)
 {
-    if (const auto known = adviceFromLog(code); !known.empty()) return known;
+    if (const auto known = causeInLog(code); !known.empty()) return known;
     const Advice* row = findRow(adviceByCode, &Advice::code, code);
     return row ? row->text : std::string_view();
 }

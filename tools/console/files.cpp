@@ -2,7 +2,6 @@
 
 #include "tools/console/console.h"
 #include "tools/console/failure.h"
-#include "tools/console/progress.h"
 #include "tools/console/text.h"
 
 #include <windows.h>
@@ -45,13 +44,28 @@ std::string inputName(const std::filesystem::path& path)
     return isStandardStream(path) ? "standard input" : nameOf(path);
 }
 
-InputFile::InputFile(std::filesystem::path path) : path_(std::move(path)), handle_(openToRead(path_))
+InputFile::InputFile(std::filesystem::path path, std::string verb)
+    : path_(std::move(path)), verb_(std::move(verb)), handle_(openToRead(path_))
 {
     if (!handle_) failWithLastError("can't open " + name());
     if (isStandardStream(path_)) return;
     LARGE_INTEGER size{};
     if (!GetFileSizeEx(handle_.get(), &size)) failWithLastError("can't tell the size of " + name());
     size_ = static_cast<std::uint64_t>(size.QuadPart);
+}
+
+InputFile::~InputFile()
+{
+    showProgress({});
+}
+
+void InputFile::tellProgress()
+{
+    const auto now = std::chrono::steady_clock::now();
+    if (verb_.empty() || now - told_ < std::chrono::seconds(1)) return;
+    told_ = now;
+    const auto megabytes = [](std::uint64_t bytes) { return std::to_string(bytes / (1024 * 1024)); };
+    showProgress(verb_ + ' ' + megabytes(done_) + (size_ ? " of " + megabytes(size_) : "") + " MB");
 }
 
 std::size_t InputFile::read(std::span<unsigned char> buffer)
@@ -66,17 +80,17 @@ std::size_t InputFile::read(std::span<unsigned char> buffer)
         if (!got) break;
         filled += got;
     }
+    done_ += filled;
+    tellProgress();
     return filled;
 }
 
-void forEachPiece(InputFile& file, const std::string& verb, const std::function<void(ByteView)>& take)
+void forEachPiece(InputFile& file, const std::function<void(ByteView)>& take)
 {
-    Progress progress(verb, file.size());
     Bytes piece(pieceSize);
     while (const std::size_t length = file.read(piece)) {
         endIfInterrupted();
         take({piece.data(), length});
-        progress.advance(length);
     }
 }
 
@@ -84,6 +98,7 @@ OutputFile::OutputFile(const std::filesystem::path& target) : name_(nameOf(targe
 {
     if (isStandardStream(target)) {
         name_ = "to standard output";
+        useOutputForContent();
         return;
     }
     replacement_.emplace(target, L"." + std::to_wstring(GetCurrentProcessId()) + L".part");

@@ -4,6 +4,7 @@
 #include "base/bytes.h"
 #include "common/files.h"
 
+#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -25,22 +26,30 @@ std::string inputName(const std::filesystem::path& path);
 
 class InputFile {
 public:
-    explicit InputFile(std::filesystem::path path);
+    // The progress of reading is shown under `verb`, as in "signing".
+    explicit InputFile(std::filesystem::path path, std::string verb = {});
+    ~InputFile();
+    InputFile(const InputFile&) = delete;
+    InputFile& operator=(const InputFile&) = delete;
 
-    // Nothing for standard input, which ends where it ends.
-    std::optional<std::uint64_t> size() const { return size_; }
     std::string name() const { return inputName(path_); }
     // Fills `buffer` as far as the file goes; fewer bytes than asked for mean its end.
     std::size_t read(std::span<unsigned char> buffer);
 
 private:
+    void tellProgress();
+
     std::filesystem::path path_;
+    std::string verb_;
     File handle_;
-    std::optional<std::uint64_t> size_;
+    // 0 for standard input, which ends where it ends.
+    std::uint64_t size_ = 0;
+    std::uint64_t done_ = 0;
+    std::chrono::steady_clock::time_point told_ = std::chrono::steady_clock::now();
 };
 
-// Hands the file to `take` piece by piece and shows the progress under `verb`. Every piece but the last is full.
-void forEachPiece(InputFile& file, const std::string& verb, const std::function<void(ByteView)>& take);
+// Hands the file to `take` piece by piece. Every piece but the last is full.
+void forEachPiece(InputFile& file, const std::function<void(ByteView)>& take);
 
 // Written under a temporary name in the target's folder. The target appears, or is replaced, by commit() alone, and complete.
 // Standard output gets everything at once.

@@ -1,10 +1,8 @@
 #include "tools/console/pin.h"
 
-#include "base/windows_objects.h"
-#include "common/text.h"
 #include "tools/console/failure.h"
 
-#include <array>
+#include <windows.h>
 
 namespace quelta::tools {
 
@@ -26,59 +24,28 @@ Wiped<std::string> firstLine(HANDLE input)
     return line;
 }
 
-File terminal(const wchar_t* name)
+// Not by the conversions of text.h, which leave copies behind.
+Wiped<std::string> inCodePage(const Wiped<std::string>& pin)
 {
-    return fileOf(
-        CreateFileW(name, GENERIC_READ | GENERIC_WRITE, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING, 0, nullptr));
-}
-
-class EchoOff {
-public:
-    explicit EchoOff(HANDLE input) : input_(input)
-    {
-        GetConsoleMode(input_, &mode_);
-        SetConsoleMode(input_, ENABLE_LINE_INPUT | ENABLE_PROCESSED_INPUT);
-    }
-    ~EchoOff() { SetConsoleMode(input_, mode_); }
-    EchoOff(const EchoOff&) = delete;
-    EchoOff& operator=(const EchoOff&) = delete;
-
-private:
-    HANDLE input_;
-    DWORD mode_ = 0;
-};
-
-Wiped<std::string> fromTerminal()
-{
-    const File input = terminal(L"CONIN$");
-    const File output = terminal(L"CONOUT$");
-    if (!input || !output)
-        throw Failure("there is no terminal to ask for the PIN; give it with --pin-stdin, or let the dialog ask");
-    const auto say = [&](std::wstring_view text) {
-        DWORD written = 0;
-        WriteConsoleW(output.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    };
-    say(L"PIN of the token: ");
-    Wiped<std::array<wchar_t, longest + 1>> typed;
-    DWORD count = 0;
-    {
-        const EchoOff quiet(input.get());
-        ReadConsoleW(input.get(), typed->data(), static_cast<DWORD>(typed->size()), &count, nullptr);
-    }
-    say(L"\r\n");
-    while (count && (*typed)[count - 1] < L' ') --count;
-    return Wiped<std::string>(toUtf8({typed->data(), count}));
+    const auto length = static_cast<int>(pin->size());
+    Wiped<std::wstring> wide(pin->size(), L'\0');
+    const int count = MultiByteToWideChar(CP_UTF8, 0, pin->data(), length, wide->data(), length);
+    // A character takes up to four bytes in a code page.
+    Wiped<std::string> text(4 * pin->size(), '\0');
+    BOOL lost = FALSE;
+    text->resize(static_cast<std::size_t>(
+        WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide->data(), count, text->data(), 4 * length, nullptr, &lost)));
+    if (lost) throw Failure("the PIN holds a character outside this system's code page; use another one");
+    return text;
 }
 
 } // namespace
 
 Wiped<std::string> readPin(const PinSource& source)
 {
-    Wiped<std::string> pin = source.fromTerminal ? fromTerminal()
-                             : source.fromInput  ? firstLine(GetStdHandle(STD_INPUT_HANDLE))
-                                                 : Wiped<std::string>(source.given);
-    if (pin->empty()) throw Failure("no PIN was given; try again");
-    return pin;
+    const auto pin = source.given ? Wiped<std::string>(*source.given) : firstLine(GetStdHandle(STD_INPUT_HANDLE));
+    if (pin->empty()) throw Failure("the PIN is empty; give one, or let the dialog ask");
+    return inCodePage(pin);
 }
 
 } // namespace quelta::tools

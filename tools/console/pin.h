@@ -3,21 +3,21 @@
 
 #include "base/wipe.h"
 
+#include <optional>
 #include <string>
 
 namespace quelta::tools {
 
 struct PinSource {
-    std::string given = {};
+    std::optional<std::string> given = {};
     bool fromInput = false;
-    bool fromTerminal = false;
 
-    // Without any of these the provider's dialog asks.
-    bool isDialog() const { return given.empty() && !fromInput && !fromTerminal; }
+    // Without either the provider's dialog asks.
+    bool isDialog() const { return !given && !fromInput; }
 };
 
-// The first line of standard input, the rest of which stays there; or what the user types without seeing it. Throws a Failure if
-// there is none.
+// In the system's code page, as the provider takes it. The first line of standard input, the rest of which stays there, or the
+// PIN that was given. Throws a Failure if there is none.
 Wiped<std::string> readPin(const PinSource& source);
 
 } // namespace quelta::tools

@@ -3,16 +3,10 @@
 #include "common/text.h"
 #include "tools/console/failure.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace quelta::tools {
-
-std::string ansi(std::string_view text)
-{
-    auto result = toCodePage(toWide(text));
-    if (!result) throw Failure("a PIN or key name holds a character outside this system's code page; use another one");
-    return std::move(*result);
-}
 
 std::string folded(std::string_view text)
 {
@@ -51,6 +45,24 @@ FILETIME timeOf(const std::string& text)
     if (!whole || !(rest.empty() || rest == "Z") || !SystemTimeToFileTime(&parts, &time))
         throw Failure(text + " is no time; write it as 2026-11-25 or 2026-11-25T10:00:00Z");
     return time;
+}
+
+std::string wrapped(std::string_view line, std::size_t width)
+{
+    const std::size_t begin = std::min(line.find_first_not_of(' '), line.size());
+    const std::size_t gap = line.find("  ", begin);
+    const std::size_t column = gap == std::string_view::npos ? begin : line.find_first_not_of(' ', gap);
+    const std::string indent(std::min(column < width / 2 ? column : begin, width / 2), ' ');
+    std::string text;
+    for (std::size_t room = width; line.size() > room; room = width - indent.size()) {
+        std::size_t end = line.rfind(' ', room);
+        // A word that is longer than a line stays whole.
+        if (end == std::string_view::npos || (text.empty() && end <= indent.size())) end = line.find(' ', room);
+        if (end == std::string_view::npos) break;
+        text += std::string(line.substr(0, end)) + '\n' + indent;
+        line.remove_prefix(end + 1);
+    }
+    return text + std::string(line);
 }
 
 std::filesystem::path pathOf(std::string_view text)

@@ -9,10 +9,6 @@
 
 namespace quelta::tools {
 
-// In the process's ANSI code page, which is how a provider takes names and PINs. Throws a Failure when a character has no place
-// in it.
-std::string ansi(std::string_view text);
-
 // Lower case, for comparisons that don't mind the case.
 std::string folded(std::string_view text);
 
@@ -22,6 +18,10 @@ std::string timeText(const FILETIME& time);
 // A day ("2026-11-25", its beginning) or a moment ("2026-11-25T10:00:00Z", the seconds and the Z may be left out), UTC. Throws a
 // Failure.
 FILETIME timeOf(const std::string& text);
+
+// Breaks a line that is longer than `width` between words; what follows a break stands under the second column of the line, which
+// two blanks set apart, or else under its beginning.
+std::string wrapped(std::string_view line, std::size_t width);
 
 std::filesystem::path pathOf(std::string_view text);
 std::string nameOf(const std::filesystem::path& path);

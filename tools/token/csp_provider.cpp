@@ -3,10 +3,10 @@
 #include "base/provider_name.h"
 #include "tools/cms/certificates.h"
 #include "tools/console/failure.h"
-#include "tools/console/text.h"
+#include "tools/console/fetched.h"
 
 #include <algorithm>
-#include <optional>
+#include <map>
 
 namespace quelta::tools {
 
@@ -24,17 +24,6 @@ CryptContext acquire(const char* container, DWORD flags)
     CryptContext context = tryAcquire(container, flags);
     if (!context) failOpening("can't open the token", GetLastError());
     return context;
-}
-
-// Empty if the provider does not answer.
-Bytes providerParameter(HCRYPTPROV context, DWORD parameter, DWORD flags = 0)
-{
-    DWORD size = 0;
-    if (!CryptGetProvParam(context, parameter, nullptr, &size, flags)) return {};
-    Bytes value(size);
-    if (!CryptGetProvParam(context, parameter, value.data(), &size, flags)) return {};
-    value.resize(std::min<std::size_t>(size, value.size()));
-    return value;
 }
 
 std::vector<std::string> containers(HCRYPTPROV context)
@@ -81,14 +70,11 @@ bool allowsDecryption(const CryptKey& key)
 
 CertificateContext certificateOf(const CryptKey& key)
 {
-    DWORD size = 0;
-    if (!key || !CryptGetKeyParam(key.get(), KP_CERTIFICATE, nullptr, &size, 0)) return {};
-    Bytes der(size);
-    if (!CryptGetKeyParam(key.get(), KP_CERTIFICATE, der.data(), &size, 0)) return {};
-    return parseCertificate({der.data(), size});
+    return parseCertificate(
+        fetched([&](BYTE* value, DWORD* size) { return key && CryptGetKeyParam(key.get(), KP_CERTIFICATE, value, size, 0); }));
 }
 
-void describeAlgorithm(TokenKey& key, const CryptKey& handle)
+void describeAlgorithm(KeyEntry& key, const CryptKey& handle)
 {
     if (const auto kind = key.certificate ? publicKeyKind(*key.certificate) : std::nullopt) {
         key.algorithm = nameOf(*kind);
@@ -100,8 +86,11 @@ void describeAlgorithm(TokenKey& key, const CryptKey& handle)
     key.algorithm = algorithm == CALG_RSA_SIGN || algorithm == CALG_RSA_KEYX ? "RSA" : "P-" + std::to_string(key.bits);
 }
 
-std::vector<Bytes> certificatesIn(const Bytes& pkcs7)
+// Of the context's container; none if the provider does not answer.
+std::vector<Bytes> chainOf(HCRYPTPROV context)
 {
+    const Bytes pkcs7 =
+        fetched([&](BYTE* value, DWORD* size) { return CryptGetProvParam(context, PP_CERTCHAIN, value, size, 0); });
     CRYPT_DATA_BLOB blob = blobOf(pkcs7);
     const CertificateStore store(CertOpenStore(CERT_STORE_PROV_PKCS7, certificateEncoding, 0, 0, &blob));
     std::vector<Bytes> found;
@@ -112,95 +101,95 @@ std::vector<Bytes> certificatesIn(const Bytes& pkcs7)
     return found;
 }
 
-} // namespace
+class CryptoApiToken : public TokenProvider {
+public:
+    CryptoApiToken();
 
-CspProvider::CspProvider() : first_(acquire(nullptr, CRYPT_VERIFYCONTEXT)) {}
+    std::vector<KeyEntry> keys() override;
+    void usePin(const std::string& pin) override;
+    std::vector<Bytes> chain(const KeyEntry& key) override;
+    Bytes sign(const KeyEntry& key, const KnownDigest& hash, ByteView data) override;
+    Wiped<Bytes> unwrap(const KeyEntry& key, ByteView wrapped, bool oaep) override;
 
-std::vector<TokenKey> CspProvider::keys()
+private:
+    // The context of a key's container, open as long as this object lives.
+    HCRYPTPROV contextOf(const std::string& container);
+
+    // Open from first to last: the module keeps its PIN only while it is loaded, and a context keeps it loaded.
+    CryptContext first_;
+    std::map<std::string, CryptContext> contexts_;
+};
+
+CryptoApiToken::CryptoApiToken() : first_(acquire(nullptr, CRYPT_VERIFYCONTEXT)) {}
+
+std::vector<KeyEntry> CryptoApiToken::keys()
 {
-    std::vector<TokenKey> found;
+    std::vector<KeyEntry> found;
     for (const std::string& name : containers(first_.get())) {
         const HCRYPTPROV context = contextOf(name);
         const CryptKey signing = userKey(context, AT_SIGNATURE);
         const CryptKey exchange = userKey(context, AT_KEYEXCHANGE);
-        TokenKey key;
+        KeyEntry key;
         key.name = name;
         key.certificate = certificateOf(signing ? signing : exchange);
         // A provider of this type signs and decrypts with RSA alone, and signs with another key if the container's may not.
         describeAlgorithm(key, signing ? signing : exchange);
         const bool rsa = key.algorithm == "RSA";
-        key.canSign = rsa && keySpecOf(context) == AT_SIGNATURE;
+        key.keySpec = keySpecOf(context);
+        key.canSign = rsa && key.keySpec == AT_SIGNATURE;
         key.canDecrypt = rsa && allowsDecryption(exchange);
         found.push_back(std::move(key));
     }
     return found;
 }
 
-void CspProvider::usePin(const std::string& pin)
+void CryptoApiToken::usePin(const std::string& pin)
 {
-    const std::string text = ansi(pin);
-    if (!CryptSetProvParam(first_.get(), PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(text.c_str()), 0))
+    if (!CryptSetProvParam(first_.get(), PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(pin.c_str()), 0))
         failWithLastError("can't log in to the token");
 }
 
-std::vector<Bytes> CspProvider::chain(const TokenKey& key)
+std::vector<Bytes> CryptoApiToken::chain(const KeyEntry& key)
 {
-    return certificatesIn(providerParameter(contextOf(key), PP_CERTCHAIN));
+    return chainOf(contextOf(key.name));
 }
 
-Bytes CspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView data)
+Bytes CryptoApiToken::sign(const KeyEntry& key, const KnownDigest& hash, ByteView data)
 {
     CryptHash hashing;
-    if (!CryptCreateHash(contextOf(key), hash.algId, 0, 0, hashing.out()) ||
+    if (!CryptCreateHash(contextOf(key.name), hash.algId, 0, 0, hashing.out()) ||
         !CryptHashData(hashing.get(), data.data(), static_cast<DWORD>(data.size()), 0))
         failWithLastError("the token can't hash");
-    DWORD size = 0;
-    if (!CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, nullptr, &size)) failWithLastError("can't sign");
-    Bytes signature(size);
-    if (!CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, signature.data(), &size)) failWithLastError("can't sign");
-    signature.resize(size);
+    Bytes signature =
+        fetched([&](BYTE* value, DWORD* size) { return CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, value, size); });
+    if (signature.empty()) failWithLastError("can't sign");
     std::ranges::reverse(signature);
     return signature;
 }
 
-Bytes CspProvider::unwrap(const TokenKey& key, ByteView wrapped, bool oaep)
+Wiped<Bytes> CryptoApiToken::unwrap(const KeyEntry& key, ByteView wrapped, bool oaep)
 {
-    const CryptKey exchange = userKey(contextOf(key), AT_KEYEXCHANGE);
+    const CryptKey exchange = userKey(contextOf(key.name), AT_KEYEXCHANGE);
     if (!exchange) failWithLastError("can't use key " + key.name);
-    Bytes data(wrapped.rbegin(), wrapped.rend());
-    auto size = static_cast<DWORD>(data.size());
-    if (!CryptDecrypt(exchange.get(), 0, TRUE, oaep ? CRYPT_OAEP : 0, data.data(), &size)) failWithLastError("can't decrypt");
-    data.resize(size);
+    Wiped<Bytes> data(wrapped.rbegin(), wrapped.rend());
+    auto size = static_cast<DWORD>(data->size());
+    if (!CryptDecrypt(exchange.get(), 0, TRUE, oaep ? CRYPT_OAEP : 0, data->data(), &size)) failWithLastError("can't decrypt");
+    data->resize(size);
     return data;
 }
 
-Bytes CspProvider::randomBytes(std::size_t count)
-{
-    Bytes bytes(count);
-    if (!CryptGenRandom(first_.get(), static_cast<DWORD>(count), bytes.data())) failWithLastError("no random numbers");
-    return bytes;
-}
-
-DWORD CspProvider::keySpec(const TokenKey& key)
-{
-    return keySpecOf(contextOf(key));
-}
-
-HCRYPTPROV CspProvider::contextOf(const TokenKey& key)
-{
-    return contextOf(key.name);
-}
-
-HCRYPTPROV CspProvider::contextOf(const std::string& container)
+HCRYPTPROV CryptoApiToken::contextOf(const std::string& container)
 {
     const auto known = contexts_.find(container);
     if (known != contexts_.end()) return known->second.get();
     return contexts_.emplace(container, acquire(container.c_str(), 0)).first->second.get();
 }
 
+} // namespace
+
 std::unique_ptr<TokenProvider> openCsp()
 {
-    return std::make_unique<CspProvider>();
+    return std::make_unique<CryptoApiToken>();
 }
 
 std::optional<std::vector<std::string>> TokenWatch::look()
@@ -214,7 +203,7 @@ std::optional<std::vector<std::string>> TokenWatch::look()
 std::vector<Bytes> chainFromCsp(const std::string& container)
 {
     const CryptContext context = tryAcquire(container.c_str(), 0);
-    return context ? certificatesIn(providerParameter(context.get(), PP_CERTCHAIN)) : std::vector<Bytes>();
+    return context ? chainOf(context.get()) : std::vector<Bytes>();
 }
 
 } // namespace quelta::tools

@@ -14,31 +14,31 @@ namespace quelta::tools {
 namespace {
 
 struct Need {
-    bool TokenKey::*ability;
+    bool KeyEntry::*ability;
     const char* purpose;
     // Of the certificate; 0 if it is not asked.
     BYTE usage;
 };
 
-constexpr Need signing{&TokenKey::canSign, "sign", signatureUsage};
-constexpr Need encryption{&TokenKey::canDecrypt, "decrypt", CERT_KEY_ENCIPHERMENT_KEY_USAGE | CERT_DATA_ENCIPHERMENT_KEY_USAGE};
-constexpr Need decryption{&TokenKey::canDecrypt, "decrypt", 0};
+constexpr Need signing{&KeyEntry::canSign, "sign", signatureUsage};
+constexpr Need encryption{&KeyEntry::canDecrypt, "encrypt", encryptionUsage};
+constexpr Need decryption{&KeyEntry::canDecrypt, "decrypt", 0};
 
 using Indices = std::vector<std::size_t>;
 
-std::string describe(const TokenKey& key)
+std::string describe(const KeyEntry& key)
 {
     return shortName(key) + " (" + (key.certificate ? displayNameOf(*key.certificate) : "no certificate") + ")";
 }
 
-std::string describeAll(const std::vector<TokenKey>& keys, const Indices& which)
+std::string describeAll(const std::vector<KeyEntry>& keys, const Indices& which)
 {
     std::string text;
     for (const std::size_t i : which) text += (text.empty() ? "" : ", ") + std::to_string(i + 1) + " " + describe(keys[i]);
     return text;
 }
 
-Indices everyIndex(const std::vector<TokenKey>& keys)
+Indices everyIndex(const std::vector<KeyEntry>& keys)
 {
     Indices all(keys.size());
     std::iota(all.begin(), all.end(), 0U);
@@ -46,7 +46,7 @@ Indices everyIndex(const std::vector<TokenKey>& keys)
 }
 
 template <class Matches>
-Indices indicesWhere(const std::vector<TokenKey>& keys, Matches matches)
+Indices indicesWhere(const std::vector<KeyEntry>& keys, Matches matches)
 {
     Indices found = everyIndex(keys);
     std::erase_if(found, [&](std::size_t i) { return !matches(keys[i]); });
@@ -61,41 +61,40 @@ std::optional<std::size_t> rowOf(const std::string& text, std::size_t count)
     return row - 1;
 }
 
-Indices byIdentifier(const std::vector<TokenKey>& keys, const std::string& text)
+Indices byIdentifier(const std::vector<KeyEntry>& keys, const std::string& text)
 {
     if (!std::ranges::all_of(text, [](char c) { return hexDigit(c).has_value(); })) return {};
-    return indicesWhere(keys, [&](const TokenKey& key) { return folded(key.name).starts_with(folded(text)); });
+    return indicesWhere(keys, [&](const KeyEntry& key) { return folded(key.name).starts_with(folded(text)); });
 }
 
-Indices byHolder(const std::vector<TokenKey>& keys, const std::string& text)
+Indices byHolder(const std::vector<KeyEntry>& keys, const std::string& text)
 {
     return indicesWhere(
-        keys, [&](const TokenKey& key) { return key.certificate && folded(displayNameOf(*key.certificate)) == folded(text); });
+        keys, [&](const KeyEntry& key) { return key.certificate && folded(displayNameOf(*key.certificate)) == folded(text); });
 }
 
-Indices bySubject(const std::vector<TokenKey>& keys, const std::string& text)
+Indices bySubject(const std::vector<KeyEntry>& keys, const std::string& text)
 {
-    return indicesWhere(keys, [&](const TokenKey& key) {
+    return indicesWhere(keys, [&](const KeyEntry& key) {
         return key.certificate && folded(subjectOf(*key.certificate)).find(folded(text)) != std::string::npos;
     });
 }
 
-// Why the key should not be used for this; empty if nothing speaks against it.
-std::string objection(const TokenKey& key, const Need& need)
+// Why the certificate should not be used for this; empty if nothing speaks against it.
+std::string objection(const CERT_CONTEXT& certificate, const Need& need)
 {
     if (!need.usage) return {};
-    const CERT_CONTEXT& certificate = *key.certificate;
-    const std::string whose = "the certificate of key " + describe(key);
-    switch (validityAt(certificate, timeNow())) {
-    case Validity::expired: return whose + " expired on " + timeText(certificate.pCertInfo->NotAfter);
-    case Validity::notYetValid: return whose + " is not valid before " + timeText(certificate.pCertInfo->NotBefore);
-    case Validity::valid: break;
-    }
-    if (!mayBeUsedFor(certificate, need.usage)) return whose + " does not allow the key to " + need.purpose;
-    return {};
+    if (std::string fault = validityFault(certificate, timeNow()); !fault.empty()) return fault;
+    return mayBeUsedFor(certificate, need.usage) ? "" : std::string("does not allow the key to ") + need.purpose;
 }
 
-void refuseUnable(const TokenKey& key, const Need& need)
+[[noreturn]] void refuse(const std::string& whose, const std::string& fault, const Need& need, const char* other)
+{
+    throw Failure("the certificate of " + whose + " " + fault + "; choose another with " + other + ", or " + need.purpose +
+                  " all the same with --force");
+}
+
+void refuseUnable(const KeyEntry& key, const Need& need)
 {
     if (!key.certificate)
         throw Failure("key " + shortName(key) + " has no certificate on the token; import one, or choose another with --key");
@@ -104,44 +103,29 @@ void refuseUnable(const TokenKey& key, const Need& need)
                       " through this provider; choose another with --key, or try the other --provider");
 }
 
-const TokenKey& bestOf(const std::vector<TokenKey>& keys, const Need& need)
+const KeyEntry& bestOf(const std::vector<KeyEntry>& keys, const Need& need)
 {
-    const Indices able = indicesWhere(keys, [&](const TokenKey& key) { return key.certificate && key.*need.ability; });
+    const Indices able = indicesWhere(keys, [&](const KeyEntry& key) { return key.certificate && key.*need.ability; });
     if (able.empty())
         throw Failure(std::string("no key on the token can ") + need.purpose + " and has a certificate; it has " +
                       describeAll(keys, everyIndex(keys)) + "; import a certificate for one of them");
-    const auto good = std::ranges::find_if(able, [&](std::size_t i) { return objection(keys[i], need).empty(); });
+    const auto good = std::ranges::find_if(able, [&](std::size_t i) { return objection(*keys[i].certificate, need).empty(); });
     return keys[good == able.end() ? able.front() : *good];
 }
 
-TokenKey choose(std::vector<TokenKey> keys, const KeyWish& wish, const Need& need)
+KeyEntry choose(std::vector<KeyEntry> keys, const KeyWish& wish, const Need& need)
 {
     if (keys.empty()) throw Failure("the token holds no key; make one on it first");
-    const TokenKey& chosen = wish.wanted.empty() ? bestOf(keys, need) : keys[findKey(keys, wish.wanted)];
+    const KeyEntry& chosen = wish.wanted.empty() ? bestOf(keys, need) : keys[findKey(keys, wish.wanted)];
     refuseUnable(chosen, need);
-    const std::string fault = objection(chosen, need);
-    if (!fault.empty() && !wish.force)
-        throw Failure(fault + "; choose another with --key, or " + need.purpose + " all the same with --force");
+    const std::string fault = wish.force ? "" : objection(*chosen.certificate, need);
+    if (!fault.empty()) refuse("key " + describe(chosen), fault, need, "--key");
     return std::move(keys[static_cast<std::size_t>(&chosen - keys.data())]);
 }
 
 } // namespace
 
-Validity validityAt(const CERT_CONTEXT& certificate, const FILETIME& time)
-{
-    FILETIME copy = time;
-    const LONG where = CertVerifyTimeValidity(&copy, certificate.pCertInfo);
-    if (where == 0) return Validity::valid;
-    return where > 0 ? Validity::expired : Validity::notYetValid;
-}
-
-bool mayBeUsedFor(const CERT_CONTEXT& certificate, BYTE usage)
-{
-    BYTE stated[2]{};
-    return !CertGetIntendedKeyUsage(X509_ASN_ENCODING, certificate.pCertInfo, stated, sizeof stated) || (stated[0] & usage);
-}
-
-std::size_t findKey(const std::vector<TokenKey>& keys, const std::string& wanted)
+std::size_t findKey(const std::vector<KeyEntry>& keys, const std::string& wanted)
 {
     if (const auto row = rowOf(wanted, keys.size())) return *row;
     for (const auto find : {byIdentifier, byHolder, bySubject}) {
@@ -152,22 +136,28 @@ std::size_t findKey(const std::vector<TokenKey>& keys, const std::string& wanted
     throw Failure("no key on the token fits " + wanted + "; choose one with --key: " + describeAll(keys, everyIndex(keys)));
 }
 
-TokenKey chooseSigningKey(std::vector<TokenKey> keys, const KeyWish& wish)
+KeyEntry chooseSigningKey(std::vector<KeyEntry> keys, const KeyWish& wish)
 {
     return choose(std::move(keys), wish, signing);
 }
 
-TokenKey chooseEncryptionKey(std::vector<TokenKey> keys, const KeyWish& wish)
+KeyEntry chooseEncryptionKey(std::vector<KeyEntry> keys, const KeyWish& wish)
 {
-    return choose(std::move(keys), {wish.wanted, true}, encryption);
+    return choose(std::move(keys), wish, encryption);
 }
 
-TokenKey chooseDecryptionKey(std::vector<TokenKey> keys, const KeyWish& wish)
+KeyEntry chooseDecryptionKey(std::vector<KeyEntry> keys, const KeyWish& wish)
 {
     return choose(std::move(keys), wish, decryption);
 }
 
-std::string shortName(const TokenKey& key)
+void refuseForEncryption(const CERT_CONTEXT& certificate)
+{
+    const std::string fault = objection(certificate, encryption);
+    if (!fault.empty()) refuse(displayNameOf(certificate), fault, encryption, "--cert");
+}
+
+std::string shortName(const KeyEntry& key)
 {
     return key.name.substr(0, 8);
 }

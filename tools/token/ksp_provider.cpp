@@ -1,12 +1,12 @@
-#include "tools/token/ksp_provider.h"
+#include "tools/token/key_storage.h"
 
 #include "base/provider_name.h"
 #include "common/text.h"
 #include "tools/cms/certificates.h"
+#include "tools/cms/chain_check.h"
 #include "tools/console/failure.h"
-#include "tools/console/text.h"
+#include "tools/console/fetched.h"
 #include "tools/token/csp_provider.h"
-#include "tools/token/key_storage_module.h"
 
 #include <algorithm>
 #include <cstring>
@@ -21,18 +21,18 @@ void require(SECURITY_STATUS status, std::string_view what)
     if (status) fail(what, static_cast<unsigned long>(status));
 }
 
-class KspProvider : public TokenProvider {
+class KeyStorageToken : public TokenProvider {
 public:
-    KspProvider();
-    ~KspProvider() override;
-    KspProvider(const KspProvider&) = delete;
-    KspProvider& operator=(const KspProvider&) = delete;
+    KeyStorageToken();
+    ~KeyStorageToken() override;
+    KeyStorageToken(const KeyStorageToken&) = delete;
+    KeyStorageToken& operator=(const KeyStorageToken&) = delete;
 
-    std::vector<TokenKey> keys() override;
+    std::vector<KeyEntry> keys() override;
     void usePin(const std::string& pin) override;
-    std::vector<Bytes> chain(const TokenKey& key) override;
-    Bytes sign(const TokenKey& key, const KnownDigest& hash, ByteView data) override;
-    Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) override;
+    std::vector<Bytes> chain(const KeyEntry& key) override;
+    Bytes sign(const KeyEntry& key, const KnownDigest& hash, ByteView data) override;
+    Wiped<Bytes> unwrap(const KeyEntry& key, ByteView wrapped, bool oaep) override;
 
 private:
     std::vector<std::wstring> names();
@@ -48,19 +48,19 @@ private:
     std::map<std::string, NCRYPT_KEY_HANDLE> handles_;
 };
 
-KspProvider::KspProvider()
+KeyStorageToken::KeyStorageToken()
 {
     if (const auto status = table_.OpenProvider(&provider_, wideProviderName, 0))
         failOpening("can't open the token", static_cast<unsigned long>(status));
 }
 
-KspProvider::~KspProvider()
+KeyStorageToken::~KeyStorageToken()
 {
     for (const auto& [name, key] : handles_) table_.FreeKey(provider_, key);
     table_.FreeProvider(provider_);
 }
 
-std::vector<std::wstring> KspProvider::names()
+std::vector<std::wstring> KeyStorageToken::names()
 {
     std::vector<std::wstring> found;
     PVOID state = nullptr;
@@ -75,11 +75,11 @@ std::vector<std::wstring> KspProvider::names()
     return found;
 }
 
-std::vector<TokenKey> KspProvider::keys()
+std::vector<KeyEntry> KeyStorageToken::keys()
 {
-    std::vector<TokenKey> found;
+    std::vector<KeyEntry> found;
     for (const std::wstring& name : names()) {
-        TokenKey key;
+        KeyEntry key;
         key.name = toUtf8(name);
         const NCRYPT_KEY_HANDLE handle = handleOf(key.name);
         key.certificate = parseCertificate(property(handle, L"SmartCardKeyCertificate"));
@@ -94,22 +94,22 @@ std::vector<TokenKey> KspProvider::keys()
     return found;
 }
 
-void KspProvider::usePin(const std::string& pin)
+void KeyStorageToken::usePin(const std::string& pin)
 {
-    std::string text = ansi(pin);
-    require(table_.SetProviderProperty(provider_, L"SmartCardPin", reinterpret_cast<PBYTE>(text.data()),
-                                       static_cast<DWORD>(text.size() + 1), 0),
+    // The interface lacks const; it does not write through it.
+    auto* const text = reinterpret_cast<PBYTE>(const_cast<char*>(pin.c_str()));
+    require(table_.SetProviderProperty(provider_, L"SmartCardPin", text, static_cast<DWORD>(pin.size() + 1), 0),
             "can't log in to the token");
 }
 
-std::vector<Bytes> KspProvider::chain(const TokenKey& key)
+std::vector<Bytes> KeyStorageToken::chain(const KeyEntry& key)
 {
     // Key storage knows the key's own certificate alone; both interfaces call a key by the same name.
     auto chain = chainFromCsp(key.name);
     return chain.empty() ? chainFromSystem(*key.certificate) : chain;
 }
 
-Bytes KspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView data)
+Bytes KeyStorageToken::sign(const KeyEntry& key, const KnownDigest& hash, ByteView data)
 {
     const auto kind = publicKeyKind(*key.certificate);
     if (!kind) throw Failure("key " + key.name + " is of a kind that this tool does not know; choose another with --key");
@@ -127,21 +127,21 @@ Bytes KspProvider::sign(const TokenKey& key, const KnownDigest& hash, ByteView d
     return signature;
 }
 
-Bytes KspProvider::unwrap(const TokenKey& key, ByteView wrapped, bool oaep)
+Wiped<Bytes> KeyStorageToken::unwrap(const KeyEntry& key, ByteView wrapped, bool oaep)
 {
     BCRYPT_OAEP_PADDING_INFO padding{BCRYPT_SHA1_ALGORITHM, nullptr, 0};
     Bytes input = toBytes(wrapped);
-    Bytes plain(wrapped.size());
-    auto size = static_cast<DWORD>(plain.size());
+    Wiped<Bytes> plain(wrapped.size());
+    auto size = static_cast<DWORD>(plain->size());
     require(table_.Decrypt(provider_, handleOf(key.name), input.data(), static_cast<DWORD>(input.size()),
-                           oaep ? &padding : nullptr, plain.data(), size, &size,
+                           oaep ? &padding : nullptr, plain->data(), size, &size,
                            oaep ? NCRYPT_PAD_OAEP_FLAG : NCRYPT_PAD_PKCS1_FLAG),
             "can't decrypt");
-    plain.resize(std::min<std::size_t>(size, plain.size()));
+    plain->resize(std::min<std::size_t>(size, plain->size()));
     return plain;
 }
 
-NCRYPT_KEY_HANDLE KspProvider::handleOf(const std::string& name)
+NCRYPT_KEY_HANDLE KeyStorageToken::handleOf(const std::string& name)
 {
     const auto known = handles_.find(name);
     if (known != handles_.end()) return known->second;
@@ -150,17 +150,14 @@ NCRYPT_KEY_HANDLE KspProvider::handleOf(const std::string& name)
     return handles_.emplace(name, handle).first->second;
 }
 
-Bytes KspProvider::property(NCRYPT_KEY_HANDLE key, const wchar_t* name)
+Bytes KeyStorageToken::property(NCRYPT_KEY_HANDLE key, const wchar_t* name)
 {
-    DWORD size = 0;
-    if (table_.GetKeyProperty(provider_, key, name, nullptr, 0, &size, 0)) return {};
-    Bytes value(size);
-    if (table_.GetKeyProperty(provider_, key, name, value.data(), size, &size, 0)) return {};
-    value.resize(std::min<std::size_t>(size, value.size()));
-    return value;
+    return fetched([&](BYTE* value, DWORD* size) {
+        return table_.GetKeyProperty(provider_, key, name, value, *size, size, 0) == ERROR_SUCCESS;
+    });
 }
 
-DWORD KspProvider::number(NCRYPT_KEY_HANDLE key, const wchar_t* name)
+DWORD KeyStorageToken::number(NCRYPT_KEY_HANDLE key, const wchar_t* name)
 {
     DWORD value = 0;
     const Bytes bytes = property(key, name);
@@ -168,7 +165,7 @@ DWORD KspProvider::number(NCRYPT_KEY_HANDLE key, const wchar_t* name)
     return value;
 }
 
-std::string KspProvider::algorithmOf(NCRYPT_KEY_HANDLE key)
+std::string KeyStorageToken::algorithmOf(NCRYPT_KEY_HANDLE key)
 {
     const Bytes name = property(key, L"Algorithm Group");
     const bool rsa = std::ranges::equal(name, ByteView(reinterpret_cast<const unsigned char*>(L"RSA"), sizeof L"RSA"));
@@ -179,7 +176,7 @@ std::string KspProvider::algorithmOf(NCRYPT_KEY_HANDLE key)
 
 std::unique_ptr<TokenProvider> openKeyStorage()
 {
-    return std::make_unique<KspProvider>();
+    return std::make_unique<KeyStorageToken>();
 }
 
 } // namespace quelta::tools

@@ -1,39 +1,52 @@
 #include "tools/token/open_token.h"
 
 #include "tools/console/failure.h"
-#include "tools/token/provider_log.h"
+#include "tools/console/provider_log.h"
 
+#include <algorithm>
 #include <exception>
 
 namespace quelta::tools {
 
 namespace {
 
-// What `open` gives for the wanted interface, or for the first with which it works.
-template <class Open>
-auto firstThatWorks(const std::optional<Interface>& wanted, Open open)
-{
-    if (wanted) return open(*wanted);
-    std::exception_ptr refusal;
-    try {
-        return open(Interface::csp);
-    } catch (const Failure&) {
-        refusal = std::current_exception();
-    }
-    try {
-        return open(Interface::ksp);
-    } catch (const Failure&) {
-        std::rethrow_exception(refusal);
-    }
-}
-
+// The result of `open` for the wanted interface, or for the first with which it works.
 template <class Open>
 auto opened(const std::optional<Interface>& wanted, Open open)
 {
-    auto result = firstThatWorks(wanted, open);
-    // What the provider logged while its keys were looked at says nothing of what fails later.
+    auto result = [&] {
+        if (wanted) return open(*wanted);
+        std::exception_ptr refusal;
+        try {
+            return open(Interface::csp);
+        } catch (const Failure&) {
+            refusal = std::current_exception();
+        }
+        try {
+            return open(Interface::ksp);
+        } catch (const Failure&) {
+            std::rethrow_exception(refusal);
+        }
+    }();
+    // Error lines that the provider wrote while its keys were looked at do not explain a later failure.
     rememberLogEnd();
     return result;
+}
+
+void merge(std::vector<ListedKey>& into, std::vector<KeyEntry> keys, bool ListedKey::*interface)
+{
+    for (KeyEntry& key : keys) {
+        auto known = std::ranges::find_if(into, [&](const ListedKey& row) { return row.key.name == key.name; });
+        if (known == into.end()) {
+            known = into.insert(known, {std::move(key)});
+        } else {
+            known->key.canSign |= key.canSign;
+            known->key.canDecrypt |= key.canDecrypt;
+            if (!known->key.certificate) known->key.certificate = std::move(key.certificate);
+        }
+        // A key on a curve has no use through CryptoAPI, though it is listed there.
+        (*known).*interface |= interface == &ListedKey::throughKsp || known->key.algorithm == "RSA";
+    }
 }
 
 } // namespace
@@ -42,7 +55,7 @@ OpenedKey openKey(const TokenOptions& options, bool force, ChooseKey choose)
 {
     return opened(options.provider, [&](Interface kind) -> OpenedKey {
         auto provider = openProvider(kind);
-        TokenKey key = choose(provider->keys(), {options.key, force});
+        KeyEntry key = choose(provider->keys(), {options.key, force});
         return {std::move(provider), std::move(key)};
     });
 }
@@ -55,6 +68,23 @@ std::unique_ptr<TokenProvider> openAny(const TokenOptions& options)
 void logIn(TokenProvider& provider, const PinSource& pin)
 {
     if (!pin.isDialog()) provider.usePin(*readPin(pin));
+}
+
+std::vector<ListedKey> listKeys()
+{
+    std::vector<ListedKey> all;
+    std::exception_ptr first;
+    bool opened = false;
+    for (const Interface kind : {Interface::csp, Interface::ksp}) {
+        try {
+            merge(all, openProvider(kind)->keys(), kind == Interface::csp ? &ListedKey::throughCsp : &ListedKey::throughKsp);
+            opened = true;
+        } catch (const Failure&) {
+            if (!first) first = std::current_exception();
+        }
+    }
+    if (!opened) std::rethrow_exception(first);
+    return all;
 }
 
 } // namespace quelta::tools

@@ -1,8 +1,7 @@
 #include "tools/token/token_provider.h"
 
-#include "tools/cms/bcrypt_call.h"
 #include "tools/token/csp_provider.h"
-#include "tools/token/ksp_provider.h"
+#include "tools/token/key_storage.h"
 
 namespace quelta::tools {
 
@@ -12,7 +11,7 @@ std::unique_ptr<TokenProvider> openProvider(Interface kind)
     return openCsp();
 }
 
-void askForPin(TokenProvider& provider, const TokenKey& key)
+void askForPin(TokenProvider& provider, const KeyEntry& key)
 {
     provider.sign(key, knownDigests[0], randomBytes(32));
 }

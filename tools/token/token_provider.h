@@ -4,7 +4,8 @@
 
 #include "base/bytes.h"
 #include "base/windows_objects.h"
-#include "tools/cms/digest.h"
+#include "base/wipe.h"
+#include "tools/cms/digests.h"
 
 #include <memory>
 #include <string>
@@ -12,7 +13,7 @@
 
 namespace quelta::tools {
 
-struct TokenKey {
+struct KeyEntry {
     std::string name;
     // Empty if the token has none for this key.
     CertificateContext certificate;
@@ -21,21 +22,23 @@ struct TokenKey {
     // "RSA", or the curve as in "P-256"; empty if the provider does not tell.
     std::string algorithm = {};
     unsigned bits = 0;
+    // AT_SIGNATURE or AT_KEYEXCHANGE, whichever opens the key through CryptoAPI; 0 through key storage.
+    DWORD keySpec = 0;
 };
 
 class TokenProvider {
 public:
     virtual ~TokenProvider() = default;
 
-    virtual std::vector<TokenKey> keys() = 0;
-    // Without it the provider's own dialog asks when a private key is used.
+    virtual std::vector<KeyEntry> keys() = 0;
+    // In the system's code page. Without it the provider's own dialog asks when a private key is used.
     virtual void usePin(const std::string& pin) = 0;
     // The key's certificate and its issuers, DER, as far as they are known.
-    virtual std::vector<Bytes> chain(const TokenKey& key) = 0;
+    virtual std::vector<Bytes> chain(const KeyEntry& key) = 0;
     // Hashes `data` and signs the digest. RSA: PKCS#1 v1.5, big-endian; ECDSA: r and s, halves of equal length.
-    virtual Bytes sign(const TokenKey& key, const KnownDigest& hash, ByteView data) = 0;
+    virtual Bytes sign(const KeyEntry& key, const KnownDigest& hash, ByteView data) = 0;
     // Opens a content key that was encrypted for the key, given big-endian as a message carries it.
-    virtual Bytes unwrap(const TokenKey& key, ByteView wrapped, bool oaep) = 0;
+    virtual Wiped<Bytes> unwrap(const KeyEntry& key, ByteView wrapped, bool oaep) = 0;
 };
 
 enum class Interface { csp, ksp };
@@ -44,6 +47,6 @@ std::unique_ptr<TokenProvider> openProvider(Interface kind);
 
 // Has the provider's dialog ask for the PIN now, if it is needed, and not after hours of hashing. Nothing else lets it ask than
 // the use of the key: random bytes are signed, and the signature is forgotten.
-void askForPin(TokenProvider& provider, const TokenKey& key);
+void askForPin(TokenProvider& provider, const KeyEntry& key);
 
 } // namespace quelta::tools

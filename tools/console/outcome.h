@@ -16,12 +16,10 @@ constexpr int exitUsage = 2;
 // The signature is good, but nothing says whose root the signer leads to.
 constexpr int exitChainNotChecked = 3;
 
-struct Answer {
+struct Outcome {
     std::vector<std::string> lines = {};
     Json json = Json::object();
     int status = exitDone;
-    // Standard output has the command's own content already.
-    bool toErrors = false;
 };
 
 } // namespace quelta::tools

@@ -2,13 +2,15 @@
 #pragma once
 
 #include <filesystem>
-#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace quelta::tools {
 
-// The folder with a folder for each program that loads the provider. The system's temporary folder decides.
+constexpr std::string_view errorTag = "->ERROR ::=>";
+
+// The folder with a folder for each program that loads the provider.
 std::filesystem::path logFolder();
 // Today's file of this program, whether or not it is there.
 std::filesystem::path ownLogFile();
@@ -18,8 +20,7 @@ void rememberLogEnd();
 // The texts of this run's error lines, without time and level.
 std::vector<std::string> ownErrorLines();
 
-// The result number at the end of the newest of this run's error lines, if it has one.
-std::optional<long> tokenResult();
-bool dialogFailed();
+// The cause that this run's error lines name where the code stands for several, and what to do about it; empty if they name none.
+std::string_view causeInLog(unsigned long code);
 
 } // namespace quelta::tools

@@ -1,4 +1,4 @@
-#include "tools/commands/commands.h"
+#include "tools/commands/file_commands.h"
 
 #include "tools/cms/certificates.h"
 #include "tools/cms/decrypt.h"
@@ -8,13 +8,10 @@
 #include "tools/console/failure.h"
 #include "tools/console/files.h"
 #include "tools/console/text.h"
-#include "tools/token/open_token.h"
 
 namespace quelta::tools {
 
 namespace {
-
-constexpr auto pemLabel = "CMS";
 
 // Standard input goes to standard output, and a file beside itself.
 std::string targetOf(const std::string& given, const std::string& file, const char* ending)
@@ -35,17 +32,17 @@ Bytes signatureOf(const SigningKey& signer, InputFile& file, const std::string& 
 
 Json signFile(const SigningKey& signer, const std::string& name, const std::string& target, const SignOptions& options)
 {
-    InputFile file(pathOf(name));
+    InputFile file(pathOf(name), "signing");
     refuseSameFile(pathOf(name), pathOf(target));
+    std::error_code ignored;
+    const bool replaces = !options.add && std::filesystem::exists(pathOf(target), ignored);
     OutputFile output(pathOf(target));
-    MessageWriter writer(output, options.pem ? pemLabel : "");
     if (options.attached && !options.add)
-        signAttached(signer, file, writer);
+        signAttached(signer, file, output);
     else
-        writer.write(signatureOf(signer, file, options.add ? target : ""));
-    writer.finish();
+        output.write(signatureOf(signer, file, options.add ? target : ""));
     output.commit();
-    return {{"file", name}, {"signature", target}};
+    return {{"file", name}, {"signature", target}, {"replaced", replaces}};
 }
 
 std::string signatureTarget(const SignOptions& options, const std::string& file)
@@ -68,18 +65,15 @@ void refuseUnusableFiles(const SignOptions& options)
 
 CertificateContext recipientFor(const EncryptOptions& options)
 {
-    if (!options.certificate.empty()) return std::move(readCertificates(pathOf(options.certificate)).front());
-    return std::move(openKey(options.token, false, chooseEncryptionKey).key.certificate);
-}
-
-Answer answerOf(const std::string& line, Json json, const std::string& target)
-{
-    return {{line}, std::move(json), exitDone, isStandardStream(pathOf(target))};
+    if (options.certificate.empty()) return std::move(openKey(options.token, options.force, chooseEncryptionKey).key.certificate);
+    CertificateContext certificate = std::move(readCertificates(pathOf(options.certificate)).front());
+    if (!options.force) refuseForEncryption(*certificate);
+    return certificate;
 }
 
 } // namespace
 
-Answer sign(const SignOptions& options)
+Outcome sign(const SignOptions& options)
 {
     const KnownDigest& hash = digestOfName(options.hash);
     refuseUnusableFiles(options);
@@ -89,45 +83,42 @@ Answer sign(const SignOptions& options)
 
     const SigningKey signer{*opened.provider, opened.key, hash};
     const std::string who = subjectOf(*opened.key.certificate);
-    Answer answer;
-    answer.json = {{"signer", who}, {"key", opened.key.name}, {"signed", Json::array()}};
+    Outcome outcome{{}, {{"signer", who}, {"key", opened.key.name}, {"signed", Json::array()}}};
     for (const std::string& file : options.files) {
         const std::string target = signatureTarget(options, file);
-        answer.json["signed"].push_back(signFile(signer, file, target, options));
-        answer.lines.push_back("signed " + inputName(pathOf(file)) + " as " + who + " (key " + shortName(opened.key) +
-                               "): " + shownTarget(target));
-        answer.toErrors |= isStandardStream(pathOf(target));
+        const Json made = signFile(signer, file, target, options);
+        outcome.lines.push_back("signed " + inputName(pathOf(file)) + " as " + who + " (key " + shortName(opened.key) +
+                                "): " + shownTarget(target) + (made["replaced"] ? ", in place of the one that was there" : ""));
+        outcome.json["signed"].push_back(made);
     }
-    return answer;
+    return outcome;
 }
 
-Answer encrypt(const EncryptOptions& options)
+Outcome encrypt(const EncryptOptions& options)
 {
     const std::string target = targetOf(options.output, options.file, ".p7m");
-    InputFile file(pathOf(options.file));
+    InputFile file(pathOf(options.file), "encrypting");
     refuseSameFile(pathOf(options.file), pathOf(target));
     OutputFile output(pathOf(target));
     const CertificateContext recipient = recipientFor(options);
-    MessageWriter writer(output, options.pem ? pemLabel : "");
-    encryptFor(*recipient, file, writer);
-    writer.finish();
+    encryptFor(*recipient, file, output);
     output.commit();
     const std::string who = subjectOf(*recipient);
-    return answerOf("encrypted " + inputName(pathOf(options.file)) + " for " + who + ": " + shownTarget(target),
-                    {{"file", options.file}, {"recipient", who}, {"message", target}}, target);
+    return {{"encrypted " + file.name() + " for " + who + ": " + shownTarget(target)},
+            {{"file", options.file}, {"recipient", who}, {"message", target}}};
 }
 
-Answer decrypt(const DecryptOptions& options)
+Outcome decrypt(const DecryptOptions& options)
 {
-    InputFile file(pathOf(options.file));
+    InputFile file(pathOf(options.file), "decrypting");
     refuseSameFile(pathOf(options.file), pathOf(options.output));
     OutputFile output(pathOf(options.output));
     const auto provider = openAny(options.token);
     logIn(*provider, options.token.pin);
     decryptWith(*provider, options.token.key, file, output);
     output.commit();
-    return answerOf("decrypted " + inputName(pathOf(options.file)) + ": " + shownTarget(options.output),
-                    {{"file", options.file}, {"content", options.output}}, options.output);
+    return {{"decrypted " + file.name() + ": " + shownTarget(options.output)},
+            {{"file", options.file}, {"content", options.output}}};
 }
 
 } // namespace quelta::tools

@@ -1,0 +1,68 @@
+#include "tools/check/dll_file.h"
+
+#include "base/microsoft_runtime.h"
+#include "common/dll_imports.h"
+#include "tools/console/files.h"
+#include "tools/console/text.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace quelta::tools {
+
+namespace {
+
+// Zeros beyond the file's end.
+template <class Record>
+Record recordAt(ByteView file, std::size_t offset)
+{
+    Record record{};
+    if (offset < file.size()) std::memcpy(&record, file.data() + offset, std::min(sizeof record, file.size() - offset));
+    return record;
+}
+
+std::string faultOf(ByteView file)
+{
+    if (file.empty()) return "is empty";
+    const auto dos = recordAt<IMAGE_DOS_HEADER>(file, 0);
+    const auto start = static_cast<std::size_t>(std::max<LONG>(dos.e_lfanew, 0));
+    const auto headers = recordAt<IMAGE_NT_HEADERS64>(file, start);
+    if (dos.e_magic != IMAGE_DOS_SIGNATURE || headers.Signature != IMAGE_NT_SIGNATURE) return "is no DLL";
+    if (headers.FileHeader.Machine == IMAGE_FILE_MACHINE_I386) return "is a 32-bit DLL";
+    if (headers.FileHeader.Machine != IMAGE_FILE_MACHINE_AMD64) return "is a DLL for another processor";
+    const std::size_t sections = start + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) + headers.FileHeader.SizeOfOptionalHeader;
+    for (std::size_t i = 0; i < headers.FileHeader.NumberOfSections; ++i) {
+        const auto section = recordAt<IMAGE_SECTION_HEADER>(file, sections + i * sizeof(IMAGE_SECTION_HEADER));
+        if (std::size_t{section.PointerToRawData} + section.SizeOfRawData > file.size()) return "is cut short";
+    }
+    return {};
+}
+
+bool anyBeginsWith(const std::vector<std::string>& names, std::initializer_list<std::string_view> beginnings)
+{
+    return std::ranges::any_of(names, [&](const std::string& name) {
+        return std::ranges::any_of(beginnings, [&](std::string_view beginning) { return folded(name).starts_with(beginning); });
+    });
+}
+
+// GCC's own come first, since either compiler may use the universal runtime; msvcrt.dll last, which old ones of both use.
+Compiler compilerOf(const std::vector<std::string>& imports)
+{
+    if (anyBeginsWith(imports, {"libstdc++", "libgcc_s", "libwinpthread"})) return Compiler::gcc;
+    if (std::ranges::any_of(imports, [](const std::string& name) { return isMicrosoftRuntime(name); }))
+        return Compiler::visualCpp;
+    return anyBeginsWith(imports, {"msvcrt.dll"}) ? Compiler::gcc : Compiler::unknown;
+}
+
+} // namespace
+
+DllFile readDllFile(const std::filesystem::path& path)
+{
+    constexpr std::size_t limit = std::size_t{256} * 1024 * 1024;
+    const Bytes file = readSmallFile(path, limit);
+    DllFile dll{faultOf(file), importsOf(file).value_or(std::vector<std::string>())};
+    dll.compiler = compilerOf(dll.imports);
+    return dll;
+}
+
+} // namespace quelta::tools

@@ -1,0 +1,96 @@
+#include "tools/console/provider_log.h"
+
+#include "base/table.h"
+#include "base/windows_objects.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <fstream>
+
+namespace quelta::tools {
+
+namespace {
+
+constexpr unsigned long noPinEntered = 0x80090020;
+constexpr unsigned long pinRefusedByCryptoApi = 0x8009001A;
+constexpr unsigned long pinRefusedByKeyStorage = 0x80090032;
+constexpr auto dialogFailed = "Password dialog creation failed";
+constexpr auto digits = "0123456789";
+
+// What the token answers to a PIN, at the end of the log's line.
+struct PinResult {
+    std::string_view text;
+    std::string_view cause;
+};
+
+constexpr PinResult pinResults[] = {
+    {"4", "the PIN is wrong; another wrong one may lock the token"},
+    {"5", "the token's PIN is locked; whoever issued the token can unlock it"},
+    {"48", "the token's clock and this computer's differ: set the computer's, or log in with the token's manager; no attempt was "
+           "used"},
+};
+
+std::uintmax_t endAtStart = 0;
+
+std::uintmax_t sizeOf(const std::filesystem::path& file)
+{
+    std::error_code absent;
+    const auto size = std::filesystem::file_size(file, absent);
+    return absent ? 0 : size;
+}
+
+} // namespace
+
+// In the system's code page, as the provider asks: where a character of the folder has no place in it, the two must look in the
+// same place.
+std::filesystem::path logFolder()
+{
+    std::array<char, 1024> folder{};
+    GetTempPathA(static_cast<DWORD>(folder.size()), folder.data());
+    return std::filesystem::path(folder.data()) / "Oskvar";
+}
+
+std::filesystem::path ownLogFile()
+{
+    std::array<char, 1024> program{};
+    GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
+    const std::string name = std::filesystem::path(program.data()).filename().string();
+    SYSTEMTIME now{};
+    GetLocalTime(&now);
+    std::array<char, 64> day{};
+    std::snprintf(day.data(), day.size(), "%04u-%02u-%02u.LOG", unsigned{now.wYear}, unsigned{now.wMonth}, unsigned{now.wDay});
+    return logFolder() / name.substr(0, name.find('.')) / day.data();
+}
+
+void rememberLogEnd()
+{
+    // The provider makes one folder at a time, and loses a line for each that was not there.
+    std::error_code ignored;
+    std::filesystem::create_directories(ownLogFile().parent_path(), ignored);
+    endAtStart = sizeOf(ownLogFile());
+}
+
+std::vector<std::string> ownErrorLines()
+{
+    std::ifstream file(ownLogFile(), std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(endAtStart));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);) {
+        const std::size_t tag = line.find(errorTag);
+        if (tag != std::string::npos) lines.push_back(line.substr(tag + errorTag.size()));
+    }
+    return lines;
+}
+
+std::string_view causeInLog(unsigned long code)
+{
+    const auto lines = ownErrorLines();
+    if (code == noPinEntered && std::ranges::any_of(lines, [](const auto& line) { return line.starts_with(dialogFailed); }))
+        return "the PIN dialog can't be shown, as there is no display or desktop here; give the PIN with --pin-stdin";
+    if (lines.empty() || (code != pinRefusedByCryptoApi && code != pinRefusedByKeyStorage)) return {};
+    const PinResult* row = findRow(pinResults, &PinResult::text, lines.back().substr(lines.back().find_last_not_of(digits) + 1));
+    return row ? row->cause : std::string_view();
+}
+
+} // namespace quelta::tools
