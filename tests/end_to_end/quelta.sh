@@ -273,6 +273,11 @@ tool check --installation
 token unplug
 tool check --installation
 check "FAILED *token: .*plug it in" "-- *keys: there is no token"
+# The provider prints what it can't log.
+mkdir temp && touch temp/Oskvar
+wine cmd /c "set TMP=$(winepath -w temp)&& $(winepath -w "$bin/quelta.exe") list --json" >output 2>errors </dev/null || true
+says "Unable to write log"
+[[ $(head -c 1 output) == "{" && $(tail -n 1 output) == "}"* ]] || fail "the provider prints between the JSON: $(<output)"
 token plug
 mv token full
 token init --pin "$pin"

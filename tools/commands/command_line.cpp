@@ -41,7 +41,7 @@ void addProvider(CLI::App& command, std::optional<Interface>& provider)
         .add_option_function<std::string>(
             "--provider",
             [&](const std::string& name) { provider = interfaceOf(name) == "ksp" ? Interface::ksp : Interface::csp; },
-            "The way to the token: csp (CryptoAPI) or ksp (key storage); default: csp, and ksp for what that can't do")
+            "The interface: csp (CryptoAPI) or ksp (key storage); default: csp, and ksp if csp can't do it")
         ->option_text("csp|ksp");
 }
 
@@ -71,7 +71,7 @@ void addTokenOptions(CLI::App& command, TokenOptions& options)
 CLI::App& addCommand(CLI::App& app, Run& run, const char* name, const char* description, const char* example)
 {
     CLI::App& command = *app.add_subcommand(name, description)->group("Commands");
-    command.add_flag("--json", run.json, "Say it as JSON");
+    command.add_flag("--json", run.json, "Print JSON");
     command.footer(std::string("Example:\n  quelta ") + example);
     return command;
 }
@@ -88,14 +88,14 @@ CLI::Option& addFile(CLI::App& command, const char* name, std::string& file, con
 
 void addList(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, run, "list", "Show the token's keys, and what they may be used for", "list");
+    CLI::App& command = addCommand(app, run, "list", "List the token's keys and their uses", "list");
     command.callback([&run] { run.outcome = list(); });
 }
 
 void addSign(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, run, "sign", "Sign files with a key on the token: CMS, the certificates in it",
-                                   "sign contract.pdf annex.pdf --key Ada");
+    CLI::App& command =
+        addCommand(app, run, "sign", "Sign files with a key on the token (CMS)", "sign contract.pdf annex.pdf --key Ada");
     auto options = std::make_shared<SignOptions>();
     command.add_option("FILE", options->files, "The files to sign; - is standard input")->required()->option_text("...");
     addOutput(command, options->output, "The signature (default: FILE.p7s, with --attached FILE.p7m); - is standard output");
@@ -104,7 +104,7 @@ void addSign(CLI::App& app, Run& run)
     command.add_option("--hash", options->hash, "sha256 (the default), sha384, sha512 or sha1")
         ->check(CLI::IsMember({"sha256", "sha384", "sha512", "sha1"}))
         ->option_text("NAME");
-    command.add_flag("--attached", options->attached, "The content within the signature");
+    command.add_flag("--attached", options->attached, "Put the content into the signature");
     command.add_flag("--add", options->add, "Add to the signature that is there, of the same file");
     command.add_flag("--force", options->force, "Sign though the certificate is out of date or not for signatures");
     command.callback([&run, options] { run.outcome = sign(*options); });
@@ -112,16 +112,14 @@ void addSign(CLI::App& app, Run& run)
 
 void addVerify(CLI::App& app, Run& run)
 {
-    CLI::App& command =
-        addCommand(app, run, "verify", "Check a signature, and say who signed and whether the signer's root is trusted",
-                   "verify contract.pdf.p7s contract.pdf --root root.pem");
+    CLI::App& command = addCommand(app, run, "verify", "Check a signature and show who signed",
+                                   "verify contract.pdf.p7s contract.pdf --root root.pem");
     auto options = std::make_shared<VerifyOptions>();
-    addFile(command, "SIGNATURE", options->signature,
-            "The signature, DER, or PEM where the file is named as well; - is standard input");
+    addFile(command, "SIGNATURE", options->signature, "The signature in DER, or in PEM if FILE is given; - is standard input");
     addFile(command, "FILE", options->file, "The file that was signed (default: it is within the signature)").required(false);
     addOutput(command, options->output,
-              "Where to put the content that is within the signature; - is standard output, which gets it before the signature "
-              "is checked");
+              "The file for the content that is within the signature; - is standard output, which gets it before the signature "
+              "was checked");
     command
         .add_option("--root", options->roots,
                     "Root certificates, PEM or DER, to one of which the signer's must lead; may be given several times (default: "
@@ -137,7 +135,7 @@ void addVerify(CLI::App& app, Run& run)
 
 void addEncrypt(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, run, "encrypt", "Encrypt a file for the holder of a certificate: CMS, AES-256",
+    CLI::App& command = addCommand(app, run, "encrypt", "Encrypt a file for the holder of a certificate (CMS, AES-256)",
                                    "encrypt letter.txt -o letter.txt.p7m --cert recipient.pem");
     auto options = std::make_shared<EncryptOptions>();
     addFile(command, "FILE", options->file, "The file to encrypt; - is standard input");
@@ -157,7 +155,7 @@ void addDecrypt(CLI::App& app, Run& run)
     addFile(command, "FILE", options->file, "The message; - is standard input");
     command
         .add_option("-o,--output", options->output,
-                    "The decrypted file; - is standard output, which gets what is decrypted before its end was seen")
+                    "The decrypted file; - is standard output, which gets the beginning before the end was checked")
         ->required()
         ->option_text("FILE");
     addTokenOptions(command, options->token);
@@ -167,33 +165,37 @@ void addDecrypt(CLI::App& app, Run& run)
 
 void addPublish(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(
-        app, run, "publish", "Put the token's certificates where applications look for them: the user's store \"My\"", "publish");
+    CLI::App& command =
+        addCommand(app, run, "publish",
+                   "Put the token's certificates into the user's store \"My\", where applications look for them", "publish");
     auto watch = std::make_shared<bool>();
-    command.add_flag("--watch", *watch, "Go on: publish when a token is plugged in, unpublish when it is pulled, until Ctrl-C")
+    command
+        .add_flag("--watch", *watch, "Wait for tokens: publish when one is plugged in, unpublish when it is pulled, until Ctrl-C")
         ->excludes(command.get_option("--json"));
     command.callback([&run, watch] { run.outcome = publish(*watch); });
 }
 
 void addUnpublish(CLI::App& app, Run& run)
 {
-    CLI::App& command = addCommand(app, run, "unpublish", "Take away what publish put there, and nothing else", "unpublish");
+    CLI::App& command =
+        addCommand(app, run, "unpublish", "Remove the certificates that publish put there, and nothing else", "unpublish");
     command.callback([&run] { run.outcome = unpublish(); });
 }
 
 void addCheck(CLI::App& app, Run& run)
 {
-    CLI::App& command =
-        addCommand(app, run, "check", "Go through all that has to be there, and say what to do where it is not; changes nothing",
-                   "check --report report.txt");
+    CLI::App& command = addCommand(
+        app, run, "check", "Check installation, token and certificates, and say how to mend what is wrong; changes nothing",
+        "check --report report.txt");
     auto options = std::make_shared<CheckOptions>();
     command
-        .add_option("--report", options->report, "Write all of it and the logs' last errors into this file; no secrets are in it")
+        .add_option("--report", options->report,
+                    "Also write the result, and the last errors of the logs, into this file; it holds no secrets")
         ->option_text("FILE");
-    auto* dialog = command.add_flag("--pin-dialog", options->withPin, "Sign as well, with the PIN from the dialog");
+    auto* dialog = command.add_flag("--pin-dialog", options->withPin, "Sign as well; the provider's dialog asks for the PIN");
     addPin(command, options->pin);
     for (const char* other : {"--pin", "--pin-stdin"}) dialog->excludes(command.get_option(other));
-    command.add_flag("--installation", options->installationOnly, "Leave the token out: for computers that have none plugged in");
+    command.add_flag("--installation", options->installationOnly, "Check the installation alone, without a token");
     command.callback([&run, options] {
         options->withPin |= !options->pin.isDialog();
         options->json = run.json;
@@ -258,14 +260,14 @@ int refuse(const Run& run, const Json& json, const std::string& line)
 
 int runCommandLine(std::vector<std::string> arguments)
 {
-    CLI::App app("Keys on a Quelta token: what there is, and signing, verifying, encrypting and decrypting files with them",
-                 "quelta");
+    CLI::App app("Lists the keys on a Quelta token, and signs, verifies, encrypts and decrypts files with them", "quelta");
     app.set_version_flag("--version", std::string("quelta ") + version);
     app.get_formatter()->label("SUBCOMMAND", "COMMAND");
     // A path may begin with a slash; the subcommands inherit this.
     app.allow_windows_style_options(false);
-    app.footer("quelta COMMAND --help tells more. Exit status: 0 done, 1 failed or refused, 2 wrong usage; 3 of verify: the\n"
-               "signature is good, and nothing says that the signer's root is to be trusted.");
+    app.footer(
+        "quelta COMMAND --help tells more. Exit status: 0 done, 1 failed or refused, 2 wrong usage; verify also answers 3: "
+        "the signature is good, but this system does not trust the signer's root and --root names none.");
     Run run;
     for (const auto add : {addList, addSign, addVerify, addEncrypt, addDecrypt, addPublish, addUnpublish, addCheck})
         add(app, run);

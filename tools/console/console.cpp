@@ -73,8 +73,9 @@ void redirectRuntime(const wchar_t* name)
 
 void keepStandardOutput()
 {
-    const HANDLE process = GetCurrentProcess();
-    if (!DuplicateHandle(process, output(), process, &keptOutput, 0, FALSE, DUPLICATE_SAME_ACCESS)) return;
+    keptOutput = GetStdHandle(STD_OUTPUT_HANDLE);
+    // Several runtimes have this one handle, and each would close it.
+    SetHandleInformation(keptOutput, HANDLE_FLAG_PROTECT_FROM_CLOSE, HANDLE_FLAG_PROTECT_FROM_CLOSE);
     // A runtime that is loaded later asks for the handle.
     SetStdHandle(STD_OUTPUT_HANDLE, errors());
     for (const wchar_t* name : {L"ucrtbase.dll", L"msvcrt.dll"}) redirectRuntime(name);
