@@ -317,7 +317,7 @@ rows=(
     "make_32_bit $library|FAILED *device library: .*is a 32-bit DLL.*maker's library anew"
     "truncate -s100000 $library|FAILED *device library: .*is cut short"
     "truncate -s0 $library|FAILED *device library: .*is empty"
-    "$foreign $library|FAILED *device library: .*install the QueltaCSP.dll that was built with Visual C++"
+    "$foreign $library|FAILED *device library: .*change the module"
     "$foreign QueltaCSP.dll|FAILED *device library: .*with GCC.*install the maker's"
 )
 for row in "${rows[@]}"; do

@@ -109,15 +109,13 @@ Found lookAtModule(Examination& examination)
 
 std::string whyTheyDoNotFit(const Examination& examination, Compiler module, Compiler library)
 {
-    const std::string start = "the library was built with another compiler than the module, and they can't work together: ";
     if (module == library || module == Compiler::unknown || library == Compiler::unknown) return {};
+    const std::string start = "the library and the module were built with different compilers and can't work together: " +
+                              nameOf(examination.deviceLibrary);
     if (library == Compiler::visualCpp)
-        return start + nameOf(examination.deviceLibrary) +
-               " with Visual C++, the module without; change the module: install the "
-               "QueltaCSP.dll that was built with Visual C++";
-    return start + nameOf(examination.deviceLibrary) +
-           " with GCC, as the software token is, the module with Visual C++; change the "
-           "library: install the maker's";
+        return start +
+               " with Visual C++, the module without; change the module: install the QueltaCSP.dll that was built with it";
+    return start + " with GCC, as the software token is, the module with Visual C++; change the library: install the maker's";
 }
 
 Found lookAtDeviceLibrary(Examination& examination)

@@ -27,6 +27,8 @@ Wiped<std::string> firstLine(HANDLE input)
 // Not by the conversions of text.h, which leave copies behind.
 Wiped<std::string> inCodePage(const Wiped<std::string>& pin)
 {
+    // For UTF-8 Windows can't say whether a character was lost.
+    if (GetACP() == CP_UTF8) return pin;
     const auto length = static_cast<int>(pin->size());
     Wiped<std::wstring> wide(pin->size(), L'\0');
     const int count = MultiByteToWideChar(CP_UTF8, 0, pin->data(), length, wide->data(), length);

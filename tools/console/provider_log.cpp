@@ -18,7 +18,7 @@ constexpr unsigned long pinRefusedByKeyStorage = 0x80090032;
 constexpr auto dialogFailed = "Password dialog creation failed";
 constexpr auto digits = "0123456789";
 
-// What the token answers to a PIN, at the end of the log's line.
+// The token's answer to a PIN, at the end of the log's line. A number that is not here names no cause.
 struct PinResult {
     std::string_view text;
     std::string_view cause;
@@ -32,6 +32,14 @@ constexpr PinResult pinResults[] = {
 };
 
 std::uintmax_t endAtStart = 0;
+
+// Not by a path's own conversion, which takes the text for UTF-8 with some compilers.
+std::filesystem::path ansiPath(const char* text)
+{
+    std::array<wchar_t, 1024> wide{};
+    MultiByteToWideChar(CP_ACP, 0, text, -1, wide.data(), static_cast<int>(wide.size()));
+    return wide.data();
+}
 
 std::uintmax_t sizeOf(const std::filesystem::path& file)
 {
@@ -48,19 +56,19 @@ std::filesystem::path logFolder()
 {
     std::array<char, 1024> folder{};
     GetTempPathA(static_cast<DWORD>(folder.size()), folder.data());
-    return std::filesystem::path(folder.data()) / "Oskvar";
+    return ansiPath(folder.data()) / "Oskvar";
 }
 
 std::filesystem::path ownLogFile()
 {
     std::array<char, 1024> program{};
     GetModuleFileNameA(nullptr, program.data(), static_cast<DWORD>(program.size()));
-    const std::string name = std::filesystem::path(program.data()).filename().string();
+    const std::wstring name = ansiPath(program.data()).filename().native();
     SYSTEMTIME now{};
     GetLocalTime(&now);
     std::array<char, 64> day{};
     std::snprintf(day.data(), day.size(), "%04u-%02u-%02u.LOG", unsigned{now.wYear}, unsigned{now.wMonth}, unsigned{now.wDay});
-    return logFolder() / name.substr(0, name.find('.')) / day.data();
+    return logFolder() / name.substr(0, name.find(L'.')) / day.data();
 }
 
 void rememberLogEnd()
