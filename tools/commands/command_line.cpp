@@ -249,10 +249,7 @@ int tell(const Run& run)
 int refuse(const Run& run, const Json& json, const std::string& line)
 {
     complain("quelta: " + line);
-    try {
-        if (run.json) printLine(json.dump(2));
-    } catch (const Failure&) {
-    }
+    if (run.json) tryPrintLine(json.dump(2));
     return exitFailed;
 }
 

@@ -83,8 +83,12 @@ void keepStandardOutput()
 
 void printLine(std::string_view line)
 {
-    if (outputHasContent) return complain(line);
-    if (!writeLine(output(), line) && !windowIsGone) failWithLastError("can't write to standard output");
+    if (!tryPrintLine(line)) failWithLastError("can't write to standard output");
+}
+
+bool tryPrintLine(std::string_view line)
+{
+    return writeLine(outputHasContent ? errors() : output(), line) || windowIsGone;
 }
 
 void complain(std::string_view line)

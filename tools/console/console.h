@@ -13,6 +13,8 @@ void keepStandardOutput();
 
 // A line to standard output; to standard error once content goes to standard output. Throws a Failure where nobody takes it.
 void printLine(std::string_view line);
+// The same; false, with a last error, where nobody takes it.
+bool tryPrintLine(std::string_view line);
 void complain(std::string_view line);
 
 // From here on standard output has a file's content.
