@@ -290,6 +290,13 @@ openssl x509 -req -in orphan.csr -CA authority.pem -CAkey authority.key -CAcreat
 token init --pin "$pin" --force
 token import orphan.key orphan.pem
 check "note *chains: .*Orphan. has an issuer whose certificate is missing, CN=Authority"
+# It ends the second it begins.
+openssl x509 -req -in orphan.csr -signkey orphan.key -days 0 -out late.pem 2>log
+token init --pin "$pin" --force
+token import orphan.key late.pem
+check "FAILED *validity: .*Orphan. expired on"
+refuses encrypt data -o none --cert late.pem
+says "Orphan expired on"
 rm -r token && mv full token
 
 # installed CHANGE...: check over a copy of what is installed, changed by a command

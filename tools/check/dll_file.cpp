@@ -6,6 +6,7 @@
 #include "tools/console/text.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <cstring>
 
 namespace quelta::tools {
