@@ -39,7 +39,7 @@ bool hasCertificate(const Examination& examination)
     return std::ranges::any_of(examination.keys, [](const ListedKey& row) { return row.key.certificate != nullptr; });
 }
 
-// Empty if nothing lacks.
+// The reason why a step can't be done; empty if there is none.
 std::string_view lackFor(Need need, const Examination& examination)
 {
     if (need >= Need::fittingFiles && !examination.filesFit) return "the module can't be used with the device library";
@@ -106,7 +106,7 @@ std::string logsText()
     return text;
 }
 
-// Where it can't be written the findings are not lost: fault() says why.
+// A report that can't be written does not cost the findings: fault() says why.
 class Report {
 public:
     explicit Report(const std::string& file) : name_(file)

@@ -13,7 +13,7 @@ struct DllFile {
     // Why it can't be loaded, as in "is a 32-bit DLL"; empty if nothing speaks against it.
     std::string fault;
     std::vector<std::string> imports;
-    // By the names of the runtimes that it imports; unknown if they are linked in.
+    // The runtimes that the DLL imports tell the compiler; unknown if they are linked in.
     Compiler compiler = Compiler::unknown;
 };
 

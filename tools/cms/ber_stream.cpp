@@ -78,7 +78,7 @@ BerStream::Header BerStream::header()
 
 BerStream::Level BerStream::enter(unsigned char tag)
 {
-    // Before its length is read: of what is no CMS at all the length means nothing.
+    // The tag is checked before the length is read: the length of a file that is no CMS means nothing.
     if (!nextIs(tag)) refuse();
     const Header head = header();
     return {head.indefinite, position_ + head.length};

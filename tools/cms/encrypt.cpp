@@ -35,8 +35,8 @@ Bytes recipientInfo(const CERT_CONTEXT& recipient, ByteView contentKey)
                           der::octetString(wrapFor(recipient, contentKey))});
 }
 
-// BER without lengths, since that of standard input is not known beforehand: the content follows in pieces, an OCTET STRING each,
-// and then an end for each of the five elements that are open.
+// BER without lengths, since the length of standard input is not known beforehand. The content follows in pieces, an OCTET STRING
+// each, and then an end for each of the five elements that are open.
 Bytes headOf(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv)
 {
     const auto open = [](unsigned char tag) { return Bytes{tag, 0x80}; };

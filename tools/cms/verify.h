@@ -37,7 +37,7 @@ Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes
 // Failure if the message can't be read.
 CheckedSignature checkSignature(ByteView signature, const Digests& digests);
 CheckedSignature checkSignature(ByteView signature, InputFile& file);
-// Of a message with its content, of any size; the content goes to `take` before the signature is known to hold.
+// For a message of any size that has its content within; the content goes to `take` before the signature is known to hold.
 CheckedSignature checkAttached(InputFile& message, const std::function<void(ByteView)>& take);
 
 // `signature` as messages have it: of an elliptic key the SEQUENCE of r and s.

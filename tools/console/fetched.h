@@ -6,7 +6,7 @@
 
 namespace quelta::tools {
 
-// For a function of Windows that tells a size and then fills a buffer: call(nullptr, &size), call(value, &size), each true if all
+// Calls a function of Windows twice, for the size and for the value: call(nullptr, &size), call(value, &size), each true if all
 // is well. Empty, with the function's last error, if it is not.
 template <class Call>
 Bytes fetched(Call call)

@@ -24,7 +24,7 @@ Wiped<std::string> firstLine(HANDLE input)
     return line;
 }
 
-// Not by the conversions of text.h, which leave copies behind.
+// The conversions of text.h leave copies behind.
 Wiped<std::string> inCodePage(const Wiped<std::string>& pin)
 {
     // For UTF-8 Windows can't say whether a character was lost.

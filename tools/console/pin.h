@@ -16,8 +16,8 @@ struct PinSource {
     bool isDialog() const { return !given && !fromInput; }
 };
 
-// In the system's code page, as the provider takes it. The first line of standard input, the rest of which stays there, or the
-// PIN that was given. Throws a Failure if there is none.
+// Returns the PIN in the system's code page, as the provider takes it: the PIN that was given, or the first line of standard
+// input, the rest of which stays there. Throws a Failure if there is none.
 Wiped<std::string> readPin(const PinSource& source);
 
 } // namespace quelta::tools

@@ -33,7 +33,7 @@ constexpr PinResult pinResults[] = {
 
 std::uintmax_t endAtStart = 0;
 
-// Not by a path's own conversion, which takes the text for UTF-8 with some compilers.
+// A path's own conversion takes the text for UTF-8 with some compilers.
 std::filesystem::path ansiPath(const char* text)
 {
     std::array<wchar_t, 1024> wide{};
@@ -50,7 +50,7 @@ std::uintmax_t sizeOf(const std::filesystem::path& file)
 
 } // namespace
 
-// In the system's code page, as the provider asks: where a character of the folder has no place in it, the two must look in the
+// The provider asks in the system's code page. If a character of the folder has no place in it, the two must still look in the
 // same place.
 std::filesystem::path logFolder()
 {

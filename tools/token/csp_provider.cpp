@@ -86,7 +86,7 @@ void describeAlgorithm(KeyEntry& key, const CryptKey& handle)
     key.algorithm = algorithm == CALG_RSA_SIGN || algorithm == CALG_RSA_KEYX ? "RSA" : "P-" + std::to_string(key.bits);
 }
 
-// Of the context's container; none if the provider does not answer.
+// The certificates of the context's container; none if the provider does not answer.
 std::vector<Bytes> chainOf(HCRYPTPROV context)
 {
     const Bytes pkcs7 =
