@@ -1,6 +1,5 @@
 #include "base/wipe.h"
 #include "common/hex.h"
-#include "common/text.h"
 
 #include <gmock/gmock.h>
 
@@ -18,13 +17,6 @@ TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
     EXPECT_EQ(fromHex("09afAF"), (Bytes{0x09, 0xAF, 0xAF}));
     for (const char* text : {"0", "0x12", "0g", "@0", "/0", ":0", "G0", "`0", "1 "})
         EXPECT_EQ(fromHex(text), std::nullopt) << text;
-}
-
-// A PIN with such a letter would reach the token as another PIN.
-TEST(CodePage, GivesNoSimilarLetterForOneThatItLacks)
-{
-    EXPECT_EQ(toCodePage(L"A1"), "A1");
-    EXPECT_EQ(toCodePage(L"\u0100"), std::nullopt) << "which has a macron in place of A";
 }
 
 TEST(Wiped, LeavesZerosWhenItGoes)

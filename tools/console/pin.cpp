@@ -25,7 +25,7 @@ Wiped<std::string> firstLine(HANDLE input)
 }
 
 // The conversions of text.h leave copies behind.
-Wiped<std::string> inCodePage(const Wiped<std::string>& pin)
+Wiped<std::string> inCodePage(Wiped<std::string> pin)
 {
     // For UTF-8 Windows can't say whether a character was lost.
     if (GetACP() == CP_UTF8) return pin;
@@ -45,9 +45,9 @@ Wiped<std::string> inCodePage(const Wiped<std::string>& pin)
 
 Wiped<std::string> readPin(const PinSource& source)
 {
-    const auto pin = source.given ? Wiped<std::string>(*source.given) : firstLine(GetStdHandle(STD_INPUT_HANDLE));
+    auto pin = source.given ? Wiped<std::string>(*source.given) : firstLine(GetStdHandle(STD_INPUT_HANDLE));
     if (pin->empty()) throw Failure("the PIN is empty; give one, or let the dialog ask");
-    return inCodePage(pin);
+    return inCodePage(std::move(pin));
 }
 
 } // namespace quelta::tools
