@@ -10,8 +10,9 @@ namespace quelta {
 
 namespace {
 
-// More than any DLL has; a file may claim that all of its bytes are one name, thousands of times.
+// A damaged file may claim more; these are more than any DLL has.
 constexpr std::size_t mostImports = 1000;
+constexpr std::size_t mostExports = 65536;
 constexpr std::size_t longestName = 260;
 
 // A record wherever it stands in the file.
@@ -24,19 +25,46 @@ std::optional<Record> recordAt(ByteView file, std::size_t offset)
     return record;
 }
 
-// A file's sections stand elsewhere in memory; addresses are those in memory.
+// The offset of the headers that follow the signature "PE".
+std::optional<std::size_t> headersOf(ByteView file)
+{
+    const auto dos = recordAt<IMAGE_DOS_HEADER>(file, 0);
+    if (!dos || dos->e_magic != IMAGE_DOS_SIGNATURE || dos->e_lfanew < 0) return std::nullopt;
+    const auto start = static_cast<std::size_t>(dos->e_lfanew);
+    if (recordAt<DWORD>(file, start) != DWORD{IMAGE_NT_SIGNATURE}) return std::nullopt;
+    return start;
+}
+
+// A 64-bit DLL or program. A file's sections stand elsewhere in memory; addresses are those in memory.
 class Image {
 public:
-    Image(ByteView file, std::size_t sections, std::size_t count) : file_(file), sections_(sections), count_(count) {}
+    static std::optional<Image> of(ByteView file)
+    {
+        const auto start = headersOf(file);
+        const auto headers = start ? recordAt<IMAGE_NT_HEADERS64>(file, *start) : std::nullopt;
+        if (!headers || headers->OptionalHeader.Magic != IMAGE_NT_OPTIONAL_HDR64_MAGIC) return std::nullopt;
+        return Image(file, *start, *headers);
+    }
+
+    // The address of one of the tables that the headers name; 0 if there is none.
+    DWORD directory(std::size_t index) const { return headers_.OptionalHeader.DataDirectory[index].VirtualAddress; }
 
     std::optional<std::size_t> offsetOf(DWORD address) const
     {
-        for (std::size_t i = 0; i < count_; ++i) {
+        for (std::size_t i = 0; i < headers_.FileHeader.NumberOfSections; ++i) {
             const auto section = recordAt<IMAGE_SECTION_HEADER>(file_, sections_ + i * sizeof(IMAGE_SECTION_HEADER));
             if (section && address >= section->VirtualAddress && address - section->VirtualAddress < section->SizeOfRawData)
                 return std::size_t{section->PointerToRawData} + (address - section->VirtualAddress);
         }
         return std::nullopt;
+    }
+
+    // Nullopt also if the table has no such entry in the file.
+    template <class Record>
+    std::optional<Record> entryOf(DWORD table, std::size_t index) const
+    {
+        const auto start = offsetOf(table);
+        return start ? recordAt<Record>(file_, *start + index * sizeof(Record)) : std::nullopt;
     }
 
     std::optional<std::string> textAt(DWORD address) const
@@ -50,34 +78,54 @@ public:
     }
 
 private:
+    Image(ByteView file, std::size_t start, const IMAGE_NT_HEADERS64& headers)
+        : file_(file),
+          headers_(headers),
+          sections_(start + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) + headers.FileHeader.SizeOfOptionalHeader)
+    {}
+
     ByteView file_;
+    IMAGE_NT_HEADERS64 headers_;
     std::size_t sections_;
-    std::size_t count_;
 };
 
 } // namespace
 
+DllKind dllKindOf(ByteView file)
+{
+    const auto start = headersOf(file);
+    const auto header = start ? recordAt<IMAGE_FILE_HEADER>(file, *start + sizeof(DWORD)) : std::nullopt;
+    if (!header || !(header->Characteristics & IMAGE_FILE_DLL)) return DllKind::none;
+    return header->Machine == IMAGE_FILE_MACHINE_AMD64 ? DllKind::x64 : DllKind::otherProcessor;
+}
+
 std::optional<std::vector<std::string>> importsOf(ByteView file)
 {
-    const auto dos = recordAt<IMAGE_DOS_HEADER>(file, 0);
-    if (!dos || dos->e_magic != IMAGE_DOS_SIGNATURE || dos->e_lfanew < 0) return std::nullopt;
-    const auto start = static_cast<std::size_t>(dos->e_lfanew);
-    const auto headers = recordAt<IMAGE_NT_HEADERS64>(file, start);
-    if (!headers || headers->Signature != IMAGE_NT_SIGNATURE || headers->OptionalHeader.Magic != IMAGE_NT_OPTIONAL_HDR64_MAGIC)
-        return std::nullopt;
-    const std::size_t sections = start + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) + headers->FileHeader.SizeOfOptionalHeader;
-    const Image image(file, sections, headers->FileHeader.NumberOfSections);
-
+    const auto image = Image::of(file);
+    if (!image) return std::nullopt;
     std::vector<std::string> names;
-    const DWORD directory = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
-    const auto table = image.offsetOf(directory);
-    for (std::size_t i = 0; directory && table && i < mostImports; ++i) {
-        const auto entry = recordAt<IMAGE_IMPORT_DESCRIPTOR>(file, *table + i * sizeof(IMAGE_IMPORT_DESCRIPTOR));
-        const auto name = entry && entry->Name ? image.textAt(entry->Name) : std::nullopt;
+    const DWORD table = image->directory(IMAGE_DIRECTORY_ENTRY_IMPORT);
+    for (std::size_t i = 0; table && i < mostImports; ++i) {
+        const auto entry = image->entryOf<IMAGE_IMPORT_DESCRIPTOR>(table, i);
+        const auto name = entry && entry->Name ? image->textAt(entry->Name) : std::nullopt;
         if (!name) break;
         names.push_back(*name);
     }
     return names;
+}
+
+bool exportsFunction(ByteView file, std::string_view name)
+{
+    const auto image = Image::of(file);
+    const DWORD directory = image ? image->directory(IMAGE_DIRECTORY_ENTRY_EXPORT) : 0;
+    const auto table = directory ? image->entryOf<IMAGE_EXPORT_DIRECTORY>(directory, 0) : std::nullopt;
+    if (!table) return false;
+    const std::size_t count = std::min<std::size_t>(table->NumberOfNames, mostExports);
+    for (std::size_t i = 0; i < count; ++i) {
+        const auto address = image->entryOf<DWORD>(table->AddressOfNames, i);
+        if (address && image->textAt(*address) == name) return true;
+    }
+    return false;
 }
 
 } // namespace quelta

@@ -8,8 +8,20 @@
 
 namespace quelta {
 
-// The names of the DLLs that a DLL or program imports, from the bytes of its file. Nullopt if the bytes are no 64-bit DLL or
-// program. Any bytes are accepted: nothing is read beyond them.
+// Each function takes the bytes of a file. Any bytes are accepted, and nothing is read beyond them.
+
+enum class DllKind {
+    none,
+    otherProcessor,
+    x64,
+};
+
+DllKind dllKindOf(ByteView file);
+
+// The names of the DLLs that a DLL or program imports. Nullopt if the bytes are no 64-bit DLL or program.
 std::optional<std::vector<std::string>> importsOf(ByteView file);
+
+// False also if the bytes are no 64-bit DLL or program.
+bool exportsFunction(ByteView file, std::string_view name);
 
 } // namespace quelta
