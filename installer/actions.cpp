@@ -1,12 +1,15 @@
 // What the installer does beyond Windows Installer's own actions; each function is a custom action of quelta.wxs. What goes wrong
 // is told by the installer, in its window and in its log.
-#include "base/windows_objects.h"
+#include "base/text.h"
 #include "device_library.h"
+#include "publishing.h"
+#include "quiet_start.h"
 #include "register/self_registration.h"
 
 #include <msi.h>
 #include <msiquery.h>
 
+#include <exception>
 #include <string>
 
 using namespace quelta;
@@ -26,9 +29,26 @@ UINT fail(MSIHANDLE install, const std::wstring& text)
     return ERROR_INSTALL_FAILURE;
 }
 
-UINT answer(MSIHANDLE install, const Trouble& trouble)
+// An exception that left an action would end Windows Installer's process.
+template <class Work>
+UINT action(MSIHANDLE install, Work work)
 {
-    return trouble ? fail(install, *trouble) : ERROR_SUCCESS;
+    try {
+        const Trouble trouble = work();
+        return trouble ? fail(install, *trouble) : ERROR_SUCCESS;
+    } catch (const std::exception& exception) {
+        return fail(install, toWide(exception.what()));
+    }
+}
+
+// For work that has no trouble to tell.
+template <class Work>
+UINT quietAction(MSIHANDLE install, Work work)
+{
+    return action(install, [&]() -> Trouble {
+        work();
+        return {};
+    });
 }
 
 std::wstring property(MSIHANDLE install, const wchar_t* name)
@@ -66,52 +86,48 @@ extern "C" UINT WINAPI UnregisterKeyStorage(MSIHANDLE)
     return ERROR_SUCCESS;
 }
 
+// While nothing has been changed yet, and an older version still stands.
 extern "C" UINT WINAPI RefuseOtherLibrary(MSIHANDLE install)
 {
-    return answer(install, otherDeviceLibrary());
+    return action(install, otherDeviceLibrary);
 }
 
-// While nothing has been changed yet, and an older version still stands.
 extern "C" UINT WINAPI CheckDeviceLibrary(MSIHANDLE install)
 {
-    return answer(install, checkDeviceLibrary(property(install, L"DEVICELIBRARY")));
+    return action(install, [&] { return checkDeviceLibrary(property(install, L"DEVICELIBRARY")); });
+}
+
+// Before Windows Installer looks at which files are in use.
+extern "C" UINT WINAPI EndPublishing(MSIHANDLE install)
+{
+    return quietAction(install, endPublishing);
 }
 
 extern "C" UINT WINAPI CopyDeviceLibrary(MSIHANDLE install)
 {
-    return answer(install, copyDeviceLibrary(customActionData(install)));
+    return action(install, [&] { return copyDeviceLibrary(customActionData(install)); });
 }
 
-extern "C" UINT WINAPI KeepDeviceLibrary(MSIHANDLE)
+extern "C" UINT WINAPI KeepDeviceLibrary(MSIHANDLE install)
 {
-    keepDeviceLibrary();
-    return ERROR_SUCCESS;
+    return quietAction(install, keepDeviceLibrary);
 }
 
-extern "C" UINT WINAPI UndoDeviceLibrary(MSIHANDLE)
+extern "C" UINT WINAPI UndoDeviceLibrary(MSIHANDLE install)
 {
-    undoDeviceLibrary();
-    return ERROR_SUCCESS;
+    return quietAction(install, undoDeviceLibrary);
 }
 
 extern "C" UINT WINAPI RemoveDeviceLibrary(MSIHANDLE install)
 {
-    return answer(install, removeDeviceLibrary());
+    return action(install, removeDeviceLibrary);
 }
 
-// For the user who removes the product; the program is started without its window.
+// For the user who removes the product.
 extern "C" UINT WINAPI UnpublishCertificates(MSIHANDLE install)
 {
-    const std::wstring tool = customActionData(install);
-    std::wstring command = L'"' + tool + L"\" unpublish";
-    STARTUPINFOW start{};
-    start.cb = sizeof start;
-    PROCESS_INFORMATION process{};
-    if (!CreateProcessW(tool.c_str(), command.data(), nullptr, nullptr, FALSE, CREATE_NO_WINDOW, nullptr, nullptr, &start,
-                        &process))
-        return ERROR_SUCCESS;
-    const File closesThread(process.hThread);
-    const File closesProcess(process.hProcess);
-    WaitForSingleObject(process.hProcess, longestUnpublishing);
-    return ERROR_SUCCESS;
+    return quietAction(install, [&] {
+        if (const File process = startQuietly(customActionData(install), L"unpublish"))
+            WaitForSingleObject(process.get(), longestUnpublishing);
+    });
 }

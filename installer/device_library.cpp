@@ -1,12 +1,17 @@
 #include "device_library.h"
 
 #include "base/windows_objects.h"
+#include "common/bcrypt_calls.h"
+#include "common/files.h"
+#include "library_file.h"
 
 namespace quelta::installer {
 
 namespace {
 
-// The installer's mark: the library in the system's folder is the one that it copied there.
+constexpr const KnownDigest& sha256 = knownDigests[0];
+
+// The installer's mark: the hash of the library that it copied.
 constexpr auto productKey = L"Software\\Oskvar\\Quelta";
 constexpr auto makerKey = L"Software\\Oskvar";
 constexpr auto markName = L"DeviceLibrary";
@@ -20,7 +25,7 @@ std::wstring target()
 // What stood there before the copy; an empty file if nothing did.
 std::wstring earlier()
 {
-    return target() + L".old";
+    return target() + L".replaced";
 }
 
 bool exists(const std::wstring& path)
@@ -28,15 +33,28 @@ bool exists(const std::wstring& path)
     return GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-bool isMarked()
+Bytes hashOf(ByteView content)
 {
-    return RegGetValueW(HKEY_LOCAL_MACHINE, productKey, markName, RRF_RT_REG_SZ, nullptr, nullptr, nullptr) == ERROR_SUCCESS;
+    return digestOf(sha256, content);
 }
 
-bool mark(const std::wstring& source)
+// Whether the file in the system's folder is the one that was copied there, and not another one of its name.
+bool isOurs()
 {
-    return RegSetKeyValueW(HKEY_LOCAL_MACHINE, productKey, markName, REG_SZ, source.c_str(),
-                           static_cast<DWORD>((source.size() + 1) * sizeof(wchar_t))) == ERROR_SUCCESS;
+    Bytes mark(sha256.size);
+    auto size = static_cast<DWORD>(mark.size());
+    if (RegGetValueW(HKEY_LOCAL_MACHINE, productKey, markName, RRF_RT_REG_BINARY, nullptr, mark.data(), &size)) return false;
+    const auto content = contentOf(target());
+    return content && size == mark.size() && hashOf(*content) == mark;
+}
+
+bool mark(ByteView content)
+{
+    const Bytes hash = hashOf(content);
+    const LSTATUS status =
+        RegSetKeyValueW(HKEY_LOCAL_MACHINE, productKey, markName, REG_BINARY, hash.data(), static_cast<DWORD>(hash.size()));
+    SetLastError(static_cast<DWORD>(status));
+    return status == ERROR_SUCCESS;
 }
 
 void deleteIfEmpty(const wchar_t* name)
@@ -79,54 +97,44 @@ bool isEmpty(const std::wstring& path)
     return GetFileAttributesExW(path.c_str(), GetFileExInfoStandard, &data) && !data.nFileSizeHigh && !data.nFileSizeLow;
 }
 
-std::wstring because(DWORD error)
+// A library that a program has loaded can't be replaced, only renamed.
+bool putAside()
 {
-    return L" (Windows' error " + std::to_wstring(error) + L")";
-}
-
-// Nothing of the library runs: not even what it is linked to has to be there.
-Trouble lookAt(const std::wstring& source)
-{
-    const Library library(LoadLibraryExW(source.c_str(), nullptr, DONT_RESOLVE_DLL_REFERENCES));
-    const DWORD error = GetLastError();
-    if (!library) return L"DEVICELIBRARY names no 64-bit DLL that can be read: " + source + because(error);
-    if (!GetProcAddress(library.get(), "quelta_init")) return L"DEVICELIBRARY names a DLL that is no device library: " + source;
-    return {};
-}
-
-Trouble putInPlace(const std::wstring& source)
-{
-    const std::wstring copy = target() + L".new";
     DeleteFileW(earlier().c_str());
-    if (!CopyFileW(source.c_str(), copy.c_str(), FALSE)) return because(GetLastError());
-    SetFileAttributesW(copy.c_str(), FILE_ATTRIBUTE_NORMAL);
-    const bool saved = exists(target()) ? MoveFileExW(target().c_str(), earlier().c_str(), MOVEFILE_REPLACE_EXISTING) != FALSE
-                                        : makeEmpty(earlier());
-    if (saved && MoveFileExW(copy.c_str(), target().c_str(), MOVEFILE_REPLACE_EXISTING) && mark(source)) return {};
-    const DWORD error = GetLastError();
-    DeleteFileW(copy.c_str());
-    return because(error);
+    if (!exists(target())) return makeEmpty(earlier());
+    return MoveFileExW(target().c_str(), earlier().c_str(), MOVEFILE_REPLACE_EXISTING);
+}
+
+// The bytes that were checked; the source may have changed since. GetLastError() tells of a failure.
+bool putInPlace(ByteView content)
+{
+    FileReplacement copy(target(), L".new");
+    return copy && copy.write(content) && putAside() && copy.commit() && mark(content);
 }
 
 } // namespace
 
 Trouble otherDeviceLibrary()
 {
-    if (!exists(target()) || isMarked()) return {};
-    return target() + L" is there already, and this installer did not put it there: remove it first, or leave it in its place";
+    if (!exists(target()) || isOurs()) return {};
+    return target() + L" is there already, and is not the file that this installer put there. Remove it first";
 }
 
 Trouble checkDeviceLibrary(const std::wstring& source)
 {
-    if (auto trouble = lookAt(source)) return trouble;
-    return otherDeviceLibrary();
+    if (const auto library = deviceLibraryIn(source); !library) return library.error();
+    if (const auto trouble = otherDeviceLibrary()) return *trouble + L", or keep it and leave DEVICELIBRARY out";
+    return {};
 }
 
 Trouble copyDeviceLibrary(const std::wstring& source)
 {
-    if (auto trouble = checkDeviceLibrary(source)) return trouble;
-    if (const auto trouble = putInPlace(source)) return source + L" could not be copied to " + target() + *trouble;
-    return {};
+    const auto library = deviceLibraryIn(source);
+    if (!library) return library.error();
+    if (const auto trouble = otherDeviceLibrary()) return trouble;
+    if (putInPlace(*library)) return {};
+    return source + L" could not be copied to " + target() + because(GetLastError()) +
+           L". Free the disk or that file, then install again";
 }
 
 void keepDeviceLibrary()
@@ -139,6 +147,7 @@ void undoDeviceLibrary()
     if (!exists(earlier())) return;
     if (!isEmpty(earlier())) {
         MoveFileExW(earlier().c_str(), target().c_str(), MOVEFILE_REPLACE_EXISTING);
+        if (const auto content = contentOf(target())) mark(*content);
         return;
     }
     deleteNowOrLater(target());
@@ -148,13 +157,11 @@ void undoDeviceLibrary()
 
 Trouble removeDeviceLibrary()
 {
-    if (!isMarked()) return {};
-    const bool gone = deleteNowOrLater(target());
-    const DWORD error = GetLastError();
-    deleteNowOrLater(earlier());
+    Trouble trouble;
+    if (isOurs() && !deleteNowOrLater(target()))
+        trouble = target() + L" could not be deleted" + because(GetLastError()) + L". Delete it by hand";
     unmark();
-    if (!gone) return target() + L" could not be deleted" + because(error);
-    return {};
+    return trouble;
 }
 
 } // namespace quelta::installer

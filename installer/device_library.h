@@ -1,5 +1,5 @@
-// The maker's device library where the module finds it: copied from where the administrator says, and taken away again if it was
-// the installer that put it there. Somebody else's is left alone.
+// The maker's device library where the module finds it. The installer copies it from where the administrator says, and keeps a
+// hash of the copy. Only a file of this hash is the installer's own: it replaces and removes no other.
 #pragma once
 
 #include <optional>
@@ -7,7 +7,7 @@
 
 namespace quelta::installer {
 
-// Empty when it went well, else what is wrong, for a person.
+// Empty when it went well, else what is wrong and what to do, for a person.
 using Trouble = std::optional<std::wstring>;
 
 // Trouble if there is one that nobody may overwrite.

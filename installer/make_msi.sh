@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # make_msi.sh KIND VERSION FOLDER MSI: the installer (product or developer) of what FOLDER holds: QueltaCSP.dll, quelta.exe,
-# quelta_installer.dll, licences.txt, and softtoken/ for the developer package. Same files, same times of theirs: same installer.
+# quelta_installer.dll, quelta-publish.exe, quelta-check.cmd, licences.txt, and softtoken/ for the developer package. Same files, same times of theirs: same installer.
 set -euo pipefail
 
 source_file=$(realpath "$(dirname "${BASH_SOURCE[0]}")")/quelta.wxs
@@ -33,6 +33,8 @@ complete() {
         VALUES ('Path', '=-*PATH', '[~];[INSTALLDIR]', 'Tool')"
     query "INSERT INTO InstallExecuteSequence (Action, Sequence) VALUES ('RemoveEnvironmentStrings', 3300)"
     query "INSERT INTO InstallExecuteSequence (Action, Sequence) VALUES ('WriteEnvironmentStrings', 5200)"
+    # It looks for the folder of the menu beside the files.
+    query "UPDATE RemoveFile SET DirProperty = 'MenuFolder' WHERE FileKey = 'MenuFolder'"
     # Where it puts this one changes from source to source.
     query "UPDATE InstallExecuteSequence SET Sequence = 1501 WHERE Action = 'RemoveExistingProducts'"
     # It knows "deferred" alone. The bits: DLL 1, go on after a failure 64, rollback 256, commit 512, in script 1024, as system 2048.

@@ -1,0 +1,14 @@
+// quelta-publish.exe, which the option Publishing starts at each logon. It is no console program: Windows would open a window for
+// quelta.exe itself.
+#include "quiet_start.h"
+
+#include <array>
+
+int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
+{
+    std::array<wchar_t, 1024> self{};
+    const std::wstring path(self.data(), GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
+    const auto process =
+        quelta::installer::startQuietly(path.substr(0, path.find_last_of(L'\\') + 1) + L"quelta.exe", L"publish --watch");
+    return process ? 0 : static_cast<int>(GetLastError());
+}
