@@ -113,13 +113,62 @@ signs_through() {
         -out /dev/null
 }
 
+# /famus by its properties: Wine's msiexec takes no product's code.
 repairs() {
     rm "$drive/windows/system32/QueltaCSP.dll" "$drive/Program Files/Quelta/quelta.exe"
-    installer 0 /i "$(seen_by_windows "$developer")" REINSTALL=ALL REINSTALLMODE=omus && same_state installed
+    windows reg delete 'HKLM\Software\Microsoft\Cryptography\Defaults\Provider\Quelta Cryptographic Provider CSP' /f
+    installer 0 /i "$(seen_by_windows "$developer")" REINSTALL=ALL REINSTALLMODE=amus && same_state installed
+}
+
+# Its files are of this version, and Wine removes none that is newer than the package says.
+make_older() {
+    "$root/installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
+    msibuild "$work/older.msi" -q "UPDATE File SET Version = '$version.0' WHERE Version = '0.9.0.0'"
 }
 
 publishes_at_logon() {
-    windows reg query 'HKLM\Software\Microsoft\Windows\CurrentVersion\Run' /v Quelta | grep 'quelta.exe" publish --watch'
+    windows reg query 'HKLM\Software\Microsoft\Windows\CurrentVersion\Run' /v Quelta | grep 'Quelta\\quelta-publish.exe"'
+}
+
+# A program of the tool's name that ends when the installer says so, as the watching tool does.
+make_watcher() {
+    cat >"$work/watcher.cpp" <<'END'
+#include "common/publishing_end.h"
+#include <windows.h>
+int main()
+{
+    while (!OpenEventW(SYNCHRONIZE, FALSE, quelta::publishingEndsEvent)) Sleep(100);
+}
+END
+    x86_64-w64-mingw32-g++-posix -static -I "$root" -o "$work/quelta.exe" "$work/watcher.cpp"
+}
+
+ends_watchers() {
+    local watcher seconds=$SECONDS
+    wine "$work/quelta.exe" </dev/null >/dev/null 2>&1 &
+    watcher=$!
+    sleep 2
+    kill -0 "$watcher" && installer 0 /i "$(seen_by_windows "$developer")" REINSTALL=ALL && wait "$watcher" &&
+        [[ $((SECONDS - seconds)) -lt 15 ]]
+}
+
+# What only Windows obeys: row_of MSI TABLE BEGINNING-OF-ROW.
+row_of() {
+    msiinfo export "$1" "$2" | tr -d '\r' | grep "^$3"
+}
+
+# Neither a restart nor the end of a program where a file is in use, and a file of the same version is replaced.
+says_how_files_are_replaced() {
+    local row
+    for row in REBOOT$'\t'ReallySuppress MSIRESTARTMANAGERCONTROL$'\t'Disable REINSTALLMODE$'\t'amus; do
+        row_of "$1" Property "$row\$" || return 1
+    done
+}
+
+# WiX's validation takes the menu for a part of a user's profile: no component may stand there, and only an advertised shortcut.
+is_of_the_computer_alone() {
+    ! row_of "$1" Component $'[^\t]*\t[^\t]*\t[A-Za-z]*MenuFolder\t' && row_of "$1" Shortcut $'Check\tMenuFolder\t.*\tCheck\tQuelta\t' &&
+        row_of "$1" Property $'DISABLEADVTSHORTCUTS\t1' && row_of "$1" RemoveFile $'MenuFolder\tCheck\t\tMenuFolder'
 }
 
 one_entry_of_this_version() {
@@ -152,24 +201,64 @@ unregisters_when_it_fails() {
     [[ $status -eq 0 && $(tail -n 1 "$logs") == "KSP unregistered successfully" && $(wc -l <"$logs") -eq 2 ]]
 }
 
-library=DEVICELIBRARY=$(seen_by_windows "$folder/softtoken/QueltaDSCLibrary.dll")
+# refuses_library PATH TEXT: as Windows sees it.
+refuses_library() {
+    installer "$refused" /i "$(seen_by_windows "$product")" "DEVICELIBRARY=$1" && says "Quelta: DEVICELIBRARY $2"
+}
+
+refuses_libraries() {
+    local file
+    echo "no DLL" >"$work/no.dll"
+    # The first two bytes behind the signature name the processor.
+    cp "$work/maker.dll" "$work/other.dll"
+    printf '\x4c\x01' | dd of="$work/other.dll" bs=1 seek=$((0x84)) conv=notrunc status=none
+    while IFS='|' read -r file text; do
+        refuses_library "$file" "$text" || return 1
+    done <<END
+$(seen_by_windows "$work/none.dll")|names a file that is not there: .*none.dll
+$(seen_by_windows "$work/no.dll")|names a file that is no DLL: .*no.dll
+$(seen_by_windows "$work/other.dll")|names a DLL that is not 64-bit
+$(seen_by_windows "$work/module.dll")|names a DLL that is no device library
+$(seen_by_windows "$folder/softtoken/QueltaDSCLibrary.dll")|names a library that was not built with Visual C++
+maker.dll|is no full path: maker.dll
+Q:\\maker.dll|is on drive Q:, which Windows Installer's service does not have
+END
+}
+
+# Wine undoes no repair, but an installation over a library of the installer's. That the library is its own again shows in the removal.
+failed_replacement_is_undone() {
+    installer "$refused" /i "$(seen_by_windows "$work/failing.msi")" "DEVICELIBRARY=$(seen_by_windows "$work/newer.dll")" &&
+        cmp "$work/maker.dll" "$in_system" && [[ -z $(find "$drive/windows/system32" -name 'QueltaDSCLibrary.dll.*') ]]
+}
+
+leaves_what_somebody_put_there() {
+    cp "$work/newer.dll" "$in_system"
+    installer "$refused" /i "$(seen_by_windows "$product")" REINSTALL=ALL "$library" && says 'is not the file that this installer put there' &&
+        installer 0 /x "$(seen_by_windows "$product")" && cmp "$work/newer.dll" "$in_system" && rm "$in_system"
+}
+
+library=DEVICELIBRARY=$(seen_by_windows "$work/maker.dll")
 in_system=$drive/windows/system32/QueltaDSCLibrary.dll
 make_prefix
 state before
 
+check "a file in use is replaced later, and one of the same version now" says_how_files_are_replaced "$product"
+check "all of it is the computer's" is_of_the_computer_alone "$product"
 check "the developer package is installed" installer 0 /i "$(seen_by_windows "$developer")"
 check "and adds what is listed" adds_what_is_listed
 check "a token is made with the installed tool" make_token
 check "a signature through CryptoAPI" signs_through csp
 check "a signature through key storage" signs_through ksp
 check "what was deleted is repaired" repairs
+make_watcher
+check "who watches the token is asked to end" ends_watchers
 check "the other package is refused beside it" installer "$refused" /i "$(seen_by_windows "$product")"
 check "and nothing changes" same_state installed
 check "its certificates are published" tool "quelta publish"
 check "it is removed" installer 0 /x "$(seen_by_windows "$developer")"
 check "and leaves nothing behind, no certificate either" same_state before
 
-"$root/installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
+make_older
 check "an older version is installed with its option" installer 0 /i "$(seen_by_windows "$work/older.msi")" ADDLOCAL=ALL
 check "and publishes certificates at each logon" publishes_at_logon
 check "it is upgraded" installer 0 /i "$(seen_by_windows "$developer")"
@@ -180,9 +269,7 @@ check "and nothing changes" same_state upgraded
 check "the upgraded one is removed" installer 0 /x "$(seen_by_windows "$developer")"
 check "and leaves nothing behind" same_state before
 
-echo "no DLL" >"$work/no.dll"
-check "a device library that is none is refused" installer "$refused" /i "$(seen_by_windows "$product")" "DEVICELIBRARY=$(seen_by_windows "$work/no.dll")"
-check "the log says so" says 'Quelta: DEVICELIBRARY names no 64-bit DLL that can be read: .*no.dll'
+check "a device library that is none is refused, with the reason" refuses_libraries
 check "and nothing changes" same_state before
 make_failing
 check "a failure at the end takes the registration back" unregisters_when_it_fails
@@ -193,9 +280,13 @@ check "by the developer package neither" installer "$refused" /i "$(seen_by_wind
 check "but left as it is" cmp "$work/no.dll" "$in_system"
 rm "$in_system"
 check "the other package is installed" installer 0 /i "$(seen_by_windows "$product")" "$library"
-check "with the device library" cmp "$folder/softtoken/QueltaDSCLibrary.dll" "$in_system"
+check "with the device library" cmp "$work/maker.dll" "$in_system"
 check "an upgrade removes the old one" installer 0 /x "$(seen_by_windows "$product")" UPGRADINGPRODUCTCODE=newer
-check "but leaves the device library" cmp "$folder/softtoken/QueltaDSCLibrary.dll" "$in_system"
+check "but leaves the device library" cmp "$work/maker.dll" "$in_system"
+check "a failed replacement of it is undone" failed_replacement_is_undone
 check "the new one is installed" installer 0 /i "$(seen_by_windows "$product")"
 check "and removed" installer 0 /x "$(seen_by_windows "$product")"
 check "and leaves nothing behind" same_state before
+check "it is installed once more" installer 0 /i "$(seen_by_windows "$product")" "$library"
+check "another library in its place stays" leaves_what_somebody_put_there
+check "and nothing else" same_state before

@@ -56,47 +56,95 @@ make_module() {
         "${libraries[@]/#/-l}"
 }
 
+# Never into build/release: a release may stand there.
+package() {
+    "$root/package.sh" --output "$work/release" "$@"
+}
+
 unpacked() {
-    rm -rf "$work/unpacked"
-    (cd "$root/build/release" && sha256sum --check --quiet --strict SHA256SUMS && [[ $(wc -l <SHA256SUMS) -eq 2 ]]) || return 1
-    cp "$root/build/release/$1.msi" "$work" && unzip -q "$root/build/release/$1.zip" -d "$work/unpacked"
+    rm -rf "$work/unpacked" "$work/extracted"
+    (cd "$work/release" && sha256sum --check --quiet --strict SHA256SUMS && [[ $(wc -l <SHA256SUMS) -eq 2 ]]) || return 1
+    cp "$work/release/$1.msi" "$work" && unzip -q "$work/release/$1.zip" -d "$work/unpacked" &&
+        msiextract -C "$work/extracted" "$work/$1.msi"
 }
 
 product_holds_the_given_module() {
     local folder=$work/unpacked/Quelta-$version
-    "$root/package.sh" --module "$work/module.dll" && unpacked "Quelta-$version" &&
-        cmp "$work/module.dll" "$folder/QueltaCSP.dll" && [[ -s $folder/licences/nlohmann-json3-dev.txt ]] &&
+    package --module "$work/module.dll" && unpacked "Quelta-$version" && cmp "$work/module.dll" "$folder/QueltaCSP.dll" &&
         [[ -z $(find "$folder" -name 'QueltaDSCLibrary*' -o -name 'quelta-token*') ]]
+}
+
+# What its documents refer to is in it.
+zip_is_complete() {
+    local file link
+    while IFS=: read -r file link; do
+        [[ -e $(dirname "$file")/${link%%#*} || -z ${link%%#*} ]] || { echo "$file: $link" && return 1; }
+    done < <(grep -roP --include='*.md' '\]\(\K(?!http)[^)]*' "$work/unpacked")
+}
+
+# names_licences MODULES-RUNTIME OTHER: one heading a component, and a text below each.
+names_licences() {
+    local text=$work/extracted/Quelta/licences.txt
+    [[ $(grep -cE '^(nlohmann-json|CLI11|Runtime of) .*: in .*' "$text") -eq $(($(grep -c '^====' "$text") / 2)) ]] &&
+        grep "^Runtime of $1.*QueltaCSP.dll" "$text" && ! grep "^Runtime of $2.*QueltaCSP.dll" "$text" &&
+        grep '^Permission is hereby granted' "$text" && grep '^GCC RUNTIME LIBRARY EXCEPTION' "$text" &&
+        grep 'GNU GENERAL PUBLIC LICENSE' "$text"
 }
 
 signed() {
     osslsigncode verify -CAfile "$work/certificate.pem" -in "$1"
 }
 
+all_signed() {
+    local file
+    find "$@" -type f \( -name '*.exe' -o -name '*.dll' -o -name '*.msi' \) >"$work/programs"
+    while read -r file; do signed "$file" || return 1; done <"$work/programs"
+    [[ $(wc -l <"$work/programs") -gt 3 ]]
+}
+
 developer_package_is_signed() {
-    local folder=$work/unpacked/Quelta-developer-$version file
-    "$root/package.sh" --sign "$work/key.p12" --password-file "$work/password" && unpacked "Quelta-developer-$version" || return 1
-    for file in QueltaCSP.dll quelta.exe softtoken/QueltaDSCLibrary.dll softtoken/quelta-token.exe; do
-        signed "$folder/$file" || return 1
+    package --sign "$work/key.p12" --password-file "$work/password" && unpacked "Quelta-developer-$version" &&
+        all_signed "$work/unpacked" "$work/extracted" "$work/Quelta-developer-$version.msi"
+}
+
+# In place of signtool.
+sign() {
+    local file
+    for file in "$@"; do
+        osslsigncode sign -pkcs12 "$work/key.p12" -readpass "$work/password" -h sha256 -in "$file" -out "$file.signed" &&
+            mv "$file.signed" "$file" || return 1
     done
-    msiextract -C "$work/extracted" "$work/Quelta-developer-$version.msi" && signed "$work/Quelta-developer-$version.msi" &&
-        signed "$(find "$work/extracted" -name quelta.exe)"
+}
+
+product_is_made_in_steps() {
+    local stage=$work/stage
+    cp "$work/module.dll" "$work/signed.dll"
+    sign "$work/signed.dll" && "$root/package.sh" --stage "$stage" --module "$work/signed.dll" || return 1
+    package --from-stage "$stage" | grep 'Not signed: quelta-publish.exe quelta_installer.dll quelta.exe' || return 1
+    sign "$stage/quelta.exe" "$stage"/installer/*.{exe,dll} && package --from-stage "$stage" && sign "$work/release/Quelta-$version.msi" &&
+        package --sums && unpacked "Quelta-$version" && cmp "$work/signed.dll" "$work/unpacked/Quelta-$version/QueltaCSP.dll" &&
+        all_signed "$work/unpacked" "$work/extracted" "$work/Quelta-$version.msi"
 }
 
 # What make_msi.sh takes, for versions of the installer's test.
 keep_parts() {
-    mv "$work/unpacked/Quelta-developer-$version" "$work/parts"
-    cat "$work"/parts/licences/* >"$work/parts/licences.txt"
-    cp "$root/build/mingw-release/installer/quelta_installer.dll" "$work/parts"
+    "$root/package.sh" --stage "$work/parts" && mv "$work"/parts/installer/* "$work/parts"
 }
 
 same_again() {
-    sha256sum "$work/$1.msi" "$root/build/release/$1".* >"$work/sums"
-    "$root/package.sh" "${@:2}" && cp "$root/build/release/$1.msi" "$work" && sha256sum --check --quiet "$work/sums"
+    sha256sum "$work/release/$1".* >"$work/sums"
+    package "${@:2}" && sha256sum --check --quiet "$work/sums"
+}
+
+# make_library FILE TEXT: a device library of the maker's compiler, by its exports and imports.
+make_library() {
+    printf 'const char text[] = "%s"; int of_ucrtbase(); int quelta_init() { return of_ucrtbase(); } int DllMainCRTStartup() { return 1; }' \
+        "$2" >"$work/library.c"
+    x86_64-w64-mingw32-gcc-posix -shared -nostdlib -o "$1" "$work/library.c" -L "$work" -lucrtbase
 }
 
 changed_byte_shows() {
-    cp "$work/parts/QueltaCSP.dll" "$work/changed.dll"
+    cp "$work/unpacked/Quelta-developer-$version/QueltaCSP.dll" "$work/changed.dll"
     printf 'x' | dd of="$work/changed.dll" bs=1 seek=2000 conv=notrunc status=none
     ! signed "$work/changed.dll"
 }
@@ -107,7 +155,10 @@ echo 97531 >"$work/password"
 openssl pkcs12 -export -inkey "$work/key.pem" -in "$work/certificate.pem" -out "$work/key.p12" -passout "file:$work/password"
 
 check "the developer package is made and signed" developer_package_is_signed
-keep_parts
+check "its licences are named" names_licences GCC "Microsoft Visual"
+check "its zip lacks nothing that it refers to" zip_is_complete
+check "a stage is laid out" keep_parts
+check "and is not laid out over" refused "is not empty" --stage "$work/parts"
 check "a changed byte shows" changed_byte_shows
 check "a module of the other compiler is refused" refused "preset windows-msvc" \
     --module "$root/build/mingw-release/bin/QueltaCSP.dll"
@@ -121,6 +172,11 @@ check "what is no DLL is refused" refused "no DLL" --module "$root/README.md"
 make_module "$version" ucrtbase
 check "the package for real tokens holds the given module, and no stand-in" product_holds_the_given_module
 check "and is the same when it is made again" same_again "Quelta-$version" --module "$work/module.dll"
+check "its licences are named" names_licences "Microsoft Visual" GCC
+check "its zip lacks nothing that it refers to" zip_is_complete
+check "it is made and signed in steps" product_is_made_in_steps
+make_library "$work/maker.dll" first
+make_library "$work/newer.dll" second
 # shellcheck source=tests/packaging/installer_test.sh
 source "$root/tests/packaging/installer_test.sh"
 echo "$passed passed, $failed failed"
