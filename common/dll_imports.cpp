@@ -117,8 +117,8 @@ std::optional<std::vector<std::string>> importsOf(ByteView file)
 bool exportsFunction(ByteView file, std::string_view name)
 {
     const auto image = Image::of(file);
-    const DWORD directory = image ? image->directory(IMAGE_DIRECTORY_ENTRY_EXPORT) : 0;
-    const auto table = directory ? image->entryOf<IMAGE_EXPORT_DIRECTORY>(directory, 0) : std::nullopt;
+    if (!image) return false;
+    const auto table = image->entryOf<IMAGE_EXPORT_DIRECTORY>(image->directory(IMAGE_DIRECTORY_ENTRY_EXPORT), 0);
     if (!table) return false;
     const std::size_t count = std::min<std::size_t>(table->NumberOfNames, mostExports);
     for (std::size_t i = 0; i < count; ++i) {

@@ -1,7 +1,6 @@
 #include "library_file.h"
 
 #include "base/microsoft_runtime.h"
-#include "base/text.h"
 #include "base/windows_objects.h"
 #include "common/dll_imports.h"
 

@@ -60,11 +60,11 @@ TEST(DllImports, AProgramIsNoDllAndADllMayBeForAnotherProcessor)
 {
     Bytes file = kernel32();
     EXPECT_EQ(dllKindOf(file), DllKind::x64);
-    for (const WORD machine : {IMAGE_FILE_MACHINE_I386, IMAGE_FILE_MACHINE_ARM64}) {
+    for (const WORD machine : {WORD{IMAGE_FILE_MACHINE_I386}, WORD{IMAGE_FILE_MACHINE_ARM64}}) {
         headerIn(file).Machine = machine;
         EXPECT_EQ(dllKindOf(file), DllKind::otherProcessor);
     }
-    headerIn(file).Characteristics &= ~IMAGE_FILE_DLL;
+    headerIn(file).Characteristics = IMAGE_FILE_EXECUTABLE_IMAGE;
     EXPECT_EQ(dllKindOf(file), DllKind::none);
     EXPECT_EQ(dllKindOf(toBytes("MZ and then nothing of the kind")), DllKind::none);
 }
