@@ -4,7 +4,7 @@
 
 #include <array>
 
-int WINAPI wWinMain(HINSTANCE, HINSTANCE, PWSTR, int)
+int main()
 {
     std::array<wchar_t, 1024> self{};
     const std::wstring path(self.data(), GetModuleFileNameW(nullptr, self.data(), static_cast<DWORD>(self.size())));
