@@ -130,26 +130,13 @@ publishes_at_logon() {
     windows reg query 'HKLM\Software\Microsoft\Windows\CurrentVersion\Run' /v Quelta | grep 'Quelta\\quelta-publish.exe"'
 }
 
-# A program of the tool's name that ends when the installer says so, as the watching tool does.
-make_watcher() {
-    cat >"$work/watcher.cpp" <<'END'
-#include "common/publishing_end.h"
-#include <windows.h>
-int main()
-{
-    while (!OpenEventW(SYNCHRONIZE, FALSE, quelta::publishingEndsEvent)) Sleep(100);
-}
-END
-    x86_64-w64-mingw32-g++-posix -static -I "$root" -o "$work/quelta.exe" "$work/watcher.cpp"
-}
-
 ends_watchers() {
     local watcher seconds=$SECONDS
-    wine "$work/quelta.exe" </dev/null >/dev/null 2>&1 &
+    windows cmd /c "quelta publish --watch" >"$work/watched" &
     watcher=$!
-    sleep 2
+    sleep 3
     kill -0 "$watcher" && installer 0 /i "$(seen_by_windows "$developer")" REINSTALL=ALL && wait "$watcher" &&
-        [[ $((SECONDS - seconds)) -lt 15 ]]
+        grep -q "ended for the installer" "$work/watched" && [[ $((SECONDS - seconds)) -lt 15 ]]
 }
 
 # What only Windows obeys: row_of MSI TABLE BEGINNING-OF-ROW.
@@ -250,11 +237,10 @@ check "a token is made with the installed tool" make_token
 check "a signature through CryptoAPI" signs_through csp
 check "a signature through key storage" signs_through ksp
 check "what was deleted is repaired" repairs
-make_watcher
-check "who watches the token is asked to end" ends_watchers
 check "the other package is refused beside it" installer "$refused" /i "$(seen_by_windows "$product")"
 check "and nothing changes" same_state installed
 check "its certificates are published" tool "quelta publish"
+check "who watches the token is asked to end" ends_watchers
 check "it is removed" installer 0 /x "$(seen_by_windows "$developer")"
 check "and leaves nothing behind, no certificate either" same_state before
 

@@ -1,5 +1,6 @@
 #include "tools/commands/publish.h"
 
+#include "common/publishing_end.h"
 #include "tools/cms/certificates.h"
 #include "tools/commands/certificate_store.h"
 #include "tools/console/console.h"
@@ -15,6 +16,8 @@ namespace quelta::tools {
 namespace {
 
 constexpr DWORD pollMilliseconds = 2000;
+// Without a token each look leaves an error line in the provider's log, so only every fifth poll looks.
+constexpr int pollsWithoutToken = 5;
 
 struct Entry {
     Bytes certificate;
@@ -127,14 +130,21 @@ Content contentIfPluggedIn()
     }
 }
 
+bool installerAsks()
+{
+    return static_cast<bool>(File(OpenEventW(SYNCHRONIZE, FALSE, publishingEndsEvent)));
+}
+
 Outcome watch()
 {
-    leaveOwnWindow();
     TokenWatch token;
     std::optional<std::vector<std::string>> seen;
     tell(makeIt(contentIfPluggedIn()));
     printLine("waiting for tokens; Ctrl-C ends it");
-    for (seen = token.look(); !wasInterrupted(); Sleep(pollMilliseconds)) {
+    seen = token.look();
+    for (int polls = 0; !wasInterrupted(); Sleep(pollMilliseconds)) {
+        if (installerAsks()) return {{"ended for the installer; what is published stays"}};
+        if (!seen && ++polls % pollsWithoutToken != 0) continue;
         auto now = token.look();
         if (now == seen) continue;
         seen = std::move(now);

@@ -12,7 +12,6 @@ namespace {
 // Lives as long as the process: the last line is printed on it.
 HANDLE keptOutput = nullptr;
 bool outputHasContent = false;
-bool windowIsGone = false;
 
 HANDLE output()
 {
@@ -88,7 +87,7 @@ void printLine(std::string_view line)
 
 bool tryPrintLine(std::string_view line)
 {
-    return writeLine(outputHasContent ? errors() : output(), line) || windowIsGone;
+    return writeLine(outputHasContent ? errors() : output(), line);
 }
 
 void complain(std::string_view line)
@@ -112,13 +111,6 @@ void showProgress(std::string_view line)
     if (!isConsole(errors()) || (line.empty() && shown == 0)) return;
     write(errors(), '\r' + std::string(shown, ' ') + '\r' + std::string(line));
     shown = line.size();
-}
-
-void leaveOwnWindow()
-{
-    DWORD process = 0;
-    // Wine takes the terminal that it was started in for such a window.
-    windowIsGone = !isWine() && GetConsoleProcessList(&process, 1) == 1 && FreeConsole();
 }
 
 bool isWine()

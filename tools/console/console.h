@@ -25,9 +25,6 @@ bool writeToOutput(ByteView bytes);
 // A line on the console that the next one overwrites; empty takes it away. Nothing is shown elsewhere.
 void showProgress(std::string_view line);
 
-// Closes the window that the system has opened for this program alone, as it does at a logon.
-void leaveOwnWindow();
-
 // Wine, and not Windows.
 bool isWine();
 
