@@ -7,7 +7,7 @@ source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 usage() {
     say "Usage: ./lint.sh [--fix] [FILE]..."
     say "Checks FILEs, by default everything: the form of C++ (clang-format), shell scripts (shellcheck), likely mistakes in C++"
-    say "(clang-tidy), the changelog's version; and tells how much of the code is tests. A source that was found clean is looked at"
+    say "(clang-tidy), the changelog's version; and tells the shares of tests and soak. A source that was found clean is looked at"
     say "again only when it, a header or a rule has changed."
     say "--fix    mends the form, and those mistakes that clang-tidy knows a mend for"
     say "Example: ./lint.sh \$(git diff --name-only main)"
@@ -129,11 +129,17 @@ lines() {
     files "$@" | tr '\n' '\0' | xargs -0 cat -- | grep -c '[^[:space:]]'
 }
 
-tell_share() {
-    local all tests
+# share PART ALL: in percent, with one decimal.
+share() {
+    printf '%d.%d %%' $(($1 * 100 / $2)) $(($1 * 1000 / $2 % 10))
+}
+
+tell_shares() {
+    local all tests soak
     all=$(lines '*.cpp' '*.h' '*.sh' scripts/run .ci/run)
     tests=$(lines 'tests/*.cpp' 'tests/*.h' 'tests/*.sh')
-    say "Tests: $tests of $all lines of C++ and shell that are not blank, $((tests * 1000 / all / 10)).$((tests * 1000 / all % 10)) %"
+    soak=$(lines 'bench/soak/*.cpp' 'bench/soak/*.h')
+    say "$all lines of C++ and shell that are not blank; tests $tests, $(share "$tests" "$all"); tests and soak $(share $((tests + soak)) "$all")"
 }
 
 take_turn exclusive
@@ -150,6 +156,6 @@ check_mistakes mingw-debug '*.cpp' "${tidy[@]}" --extra-arg-before=--target=x86_
 for folder in fuzz races; do
     check_mistakes native-fuzz "tests/$folder/*.cpp" "${tidy[@]}"
 done
-[[ ${#named[@]} -gt 0 ]] || tell_share
+[[ ${#named[@]} -gt 0 ]] || tell_shares
 [[ $status -ne 0 ]] || say "clean"
 exit "$status"
