@@ -17,23 +17,35 @@ protected:
     // A call for each output, with places of its size.
     void handOutEach(const std::function<std::vector<Place>(DWORD size)>& places)
     {
-        const std::pair<DWORD, DWORD> ofProvider[] = {
-            {PP_ENUMALGS, 32},       {PP_ENUMALGS_EX, 88},       {PP_NAME, 34},
-            {PP_ENUMCONTAINERS, 33}, {PP_CONTAINER, 33},         {PP_VERSION, 4},
-            {PP_KEYSTORAGE, 4},      {PP_ADMIN_PIN, 4},          {PP_USE_HARDWARE_RNG, 4},
-            {PP_KEYSPEC, 4},         {PP_ENUMEX_SIGNING_PROT, 4}};
+        const std::pair<DWORD, DWORD> ofProvider[] = {{PP_ENUMALGS, 32},
+                                                      {PP_ENUMALGS_EX, 88},
+                                                      {PP_NAME, 34},
+                                                      {PP_ENUMCONTAINERS, 33},
+                                                      {PP_CONTAINER, 33},
+                                                      {PP_UNIQUE_CONTAINER, 33},
+                                                      {PP_VERSION, 4},
+                                                      {PP_IMPTYPE, 4},
+                                                      {PP_PROVTYPE, 4},
+                                                      {PP_KEYSTORAGE, 4},
+                                                      {PP_KEYSET_TYPE, 4},
+                                                      {PP_ADMIN_PIN, 4},
+                                                      {PP_KEYEXCHANGE_PIN, 4},
+                                                      {PP_SIGNATURE_PIN, 4},
+                                                      {PP_USE_HARDWARE_RNG, 4},
+                                                      {PP_KEYSPEC, 4},
+                                                      {PP_ENUMEX_SIGNING_PROT, 4}};
         const std::pair<DWORD, DWORD> ofKey[] = {
             {KP_PERMISSIONS, 4}, {KP_ALGID, 4}, {KP_BLOCKLEN, 4}, {KP_KEYLEN, 4}, {KP_CERTIFICATE, 300}};
         for (const auto& [parameter, size] : ofProvider) {
-            for (const Place& place : places(size)) csp.getProvParam(parameter, place, CRYPT_FIRST);
+            for (const Place& place : places(size)) csp("CPGetProvParam", {parameter, place, CRYPT_FIRST});
         }
         for (const auto& [parameter, size] : ofKey) {
-            for (const Place& place : places(size)) csp.getKeyParam(key, parameter, place);
+            for (const Place& place : places(size)) csp("CPGetKeyParam", {key, parameter, place});
         }
         for (const auto& [parameter, size] : {std::pair<DWORD, DWORD>{HP_ALGID, 4}, {HP_HASHSIZE, 4}, {HP_HASHVAL, 32}}) {
-            for (const Place& place : places(size)) csp.getHashParam(hash, parameter, place);
+            for (const Place& place : places(size)) csp("CPGetHashParam", {hash, parameter, place});
         }
-        for (const Place& place : places(276)) csp.exportKey(key, PUBLICKEYBLOB, place);
+        for (const Place& place : places(276)) csp("CPExportKey", {key, PUBLICKEYBLOB, 0, place});
     }
 
     QueltaKeyPair& pair = token.withKeyPair(usageBoth, algorithmRsa2048);
@@ -52,7 +64,7 @@ TRANSCRIPT(BuffersTranscript, "one variable is the length and the buffer")
     errorsAlone();
     handOutEach([](DWORD size) { return std::vector{oneVariable(size)}; });
     recorder.note("of a digest that is not finished");
-    csp.getHashParam(newHash(), HP_HASHVAL, oneVariable(32));
+    csp("CPGetHashParam", {newHash(), HP_HASHVAL, oneVariable(32)});
     cachePin();
     csp.signHash(hash, oneVariable(256));
     csp("CPEncrypt", {key, 0, oneVariable(256)});

@@ -12,8 +12,8 @@ TRANSCRIPT(ContextTranscript, "the first opening starts the library and the moni
     stopMonitor();
     csp.acquire();
     csp.acquire("whatever the name", CRYPT_VERIFYCONTEXT | CRYPT_SILENT);
-    csp.release(1);
-    csp.release();
+    csp("CPReleaseContext", {1});
+    csp("CPReleaseContext");
 }
 
 TRANSCRIPT(ContextTranscript, "the library is started again until a token was opened")

@@ -35,7 +35,7 @@ HCRYPTKEY CspScenario::sessionKey(ALG_ID algorithm, const Bytes& value)
 {
     const HCRYPTKEY with = userKey(AT_KEYEXCHANGE);
     token.plain.bytes = value;
-    const HCRYPTKEY key = silently([&] { return csp.importKey(keyBlob(SIMPLEBLOB, algorithm, Bytes(132)), with); });
+    const HCRYPTKEY key = silently([&] { return csp("CPImportKey", {keyBlob(SIMPLEBLOB, algorithm, Bytes(132)), with}); });
     token.plain = {};
     return key;
 }
@@ -43,23 +43,13 @@ HCRYPTKEY CspScenario::sessionKey(ALG_ID algorithm, const Bytes& value)
 HCRYPTHASH CspScenario::finishedHash()
 {
     const HCRYPTHASH hash = newHash();
-    silently([&] { return csp.setHashParam(hash, HP_HASHVAL, counting(32)); });
+    silently([&] { return csp("CPSetHashParam", {hash, HP_HASHVAL, counting(32)}); });
     return hash;
 }
 
 void CspScenario::noteKey(HCRYPTKEY key)
 {
-    const KeyContext& record = *keyOf(key);
-    std::string text = recorder.handle(key) + " is " + toHex(record.keyId) + ": algorithm " + std::to_string(record.algorithm) +
-                       ", " + std::to_string(record.bitLength) + " bits, usage " + std::to_string(record.keyUsage) + ", flag " +
-                       std::to_string(record.keyPairFlag);
-    if (!record.label.empty()) text += ", label \"" + std::string(record.label.view().begin(), record.label.view().end()) + "\"";
-    for (const auto& [name, bytes] : {std::pair<const char*, ByteView>{", reference ", record.objectId.view()},
-                                      {", public key ", record.publicKey.view()},
-                                      {", symmetric key ", record.symmetricKey->view()}}) {
-        if (!bytes.empty()) text += name + words(bytes);
-    }
-    recorder.note(text);
+    recorder.note(recorder.handle(key) + " is " + keyWords(*keyOf(key)));
 }
 
 } // namespace quelta::test

@@ -23,13 +23,13 @@ protected:
     void openContainerOf(const QueltaKeyPair& pair) { open(keyName(pair).c_str()); }
     HCRYPTKEY userKey(DWORD keySpec = AT_SIGNATURE)
     {
-        return silently([&] { return csp.getUserKey(keySpec); });
+        return silently([&] { return csp("CPGetUserKey", {keySpec}); });
     }
     // A symmetric key that the token's key-exchange key decrypts to these bytes.
     HCRYPTKEY sessionKey(ALG_ID algorithm, const Bytes& value);
     HCRYPTHASH newHash(ALG_ID algorithm = CALG_SHA_256)
     {
-        return silently([&] { return csp.createHash(algorithm); });
+        return silently([&] { return csp("CPCreateHash", {algorithm}); });
     }
     // Of the digest 01 02 ... 20.
     HCRYPTHASH finishedHash();

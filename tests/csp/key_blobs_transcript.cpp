@@ -37,7 +37,7 @@ protected:
     }
     void import(const Bytes& blob)
     {
-        if (const HCRYPTKEY imported = csp.importKey(blob, with)) noteKey(imported);
+        if (const HCRYPTKEY imported = csp("CPImportKey", {blob, with})) noteKey(imported);
     }
 
     HCRYPTKEY with;
@@ -98,7 +98,7 @@ TRANSCRIPT(KeyBlobsTranscript, "an encrypted key is tried reversed, then as it i
 TRANSCRIPT(KeyBlobsTranscript, "blobs of other types and without content are refused")
 {
     import(symmetricBlob(PRIVATEKEYBLOB, CALG_AES_128, 16));
-    csp.importKey(CspCalls::null, 0, CRYPT_EXPORTABLE);
+    csp("CPImportKey", {CspCalls::null, 0, CRYPT_EXPORTABLE});
     errorsAlone();
     for (const BYTE type : Bytes{0, 9, PUBLICKEYBLOBEX, 12}) import(symmetricBlob(type, CALG_AES_128, 16));
     import(symmetricBlob(12, CALG_AES_128, 0));
@@ -117,7 +117,7 @@ TRANSCRIPT(KeyBlobsTranscript, "blobs of every type and length are not read beyo
             HCRYPTKEY key = 0;
             const auto called = callWithLastError([&] { return CPImportKey(csp.context, data.data(), size, with, 0, &key); });
             if (key != 0) CPDestroyKey(csp.context, key);
-            answers.emplace_back(std::to_string(size), CspCalls::answerText(called) + (key != 0 ? ", a key" : ""));
+            answers.emplace_back(std::to_string(size), answerText(called) + (key != 0 ? ", a key" : ""));
         }
         for (const auto& line : answerLines(answers)) recorder.note("type " + std::to_string(type) + ", size " + line);
     }
@@ -125,16 +125,16 @@ TRANSCRIPT(KeyBlobsTranscript, "blobs of every type and length are not read beyo
 
 TRANSCRIPT(KeyBlobsTranscript, "the public key of a key pair is exported")
 {
-    for (const Place& place : {query(7), room(275), room(276)}) csp.exportKey(with, PUBLICKEYBLOB, place, 5);
-    for (const DWORD type : {PRIVATEKEYBLOB, SIMPLEBLOB}) csp.exportKey(with, type, room(276));
-    csp.exportKey(with, PUBLICKEYBLOB, nowhere());
+    for (const Place& place : {query(7), room(275), room(276)}) csp("CPExportKey", {with, PUBLICKEYBLOB, 5, place});
+    for (const DWORD type : {PRIVATEKEYBLOB, SIMPLEBLOB}) csp("CPExportKey", {with, type, 0, room(276)});
+    csp("CPExportKey", {with, PUBLICKEYBLOB, 0, nowhere()});
     errorsAlone();
     recorder.note("only keys of 2048 bits that the token still has");
     token.keyPairs[0].algorithm = algorithmRsa3072;
-    csp.exportKey(with, PUBLICKEYBLOB, query());
+    csp("CPExportKey", {with, PUBLICKEYBLOB, 0, query()});
     token.keyPairs[0].algorithm = algorithmRsa2048;
     token.keyPairs[0].keyId[15] ^= 1;
-    csp.exportKey(with, PUBLICKEYBLOB, query());
+    csp("CPExportKey", {with, PUBLICKEYBLOB, 0, query()});
 }
 
 } // namespace quelta::test

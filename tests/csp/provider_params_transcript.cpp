@@ -16,80 +16,71 @@ protected:
     QueltaKeyPair& own = token.withKeyPair(usageBoth, algorithmRsa2048);
 };
 
-TRANSCRIPT(ProviderParamsTranscript, "each parameter is written if there is room")
-{
-    for (const DWORD parameter :
-         {PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_UNIQUE_CONTAINER, PP_PROVTYPE, PP_KEYSTORAGE, PP_KEYSET_TYPE,
-          PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN, PP_USE_HARDWARE_RNG, PP_KEYSPEC, PP_ENUMEX_SIGNING_PROT}) {
-        csp.getProvParam(parameter, room(40));
-    }
-}
-
 TRANSCRIPT(ProviderParamsTranscript, "both forms of the algorithm enumeration share one position")
 {
-    csp.getProvParam(PP_ENUMALGS, room(32));
-    csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_FIRST | CRYPT_NEXT);
-    csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_FIRST);
-    csp.getProvParam(PP_ENUMALGS, room(32), CRYPT_FIRST);
+    csp("CPGetProvParam", {PP_ENUMALGS, room(32)});
+    csp("CPGetProvParam", {PP_ENUMALGS_EX, room(88), CRYPT_FIRST | CRYPT_NEXT});
+    csp("CPGetProvParam", {PP_ENUMALGS_EX, room(88), CRYPT_FIRST});
+    csp("CPGetProvParam", {PP_ENUMALGS, room(32), CRYPT_FIRST});
     errorsAlone();
-    for (int i = 0; i < 3; ++i) csp.getProvParam(PP_ENUMALGS, room(32), CRYPT_NEXT);
+    for (int i = 0; i < 3; ++i) csp("CPGetProvParam", {PP_ENUMALGS, room(32), CRYPT_NEXT});
     recorder.note("nowhere to put it: nothing is used up");
-    csp.getProvParam(PP_ENUMALGS, nowhere(), CRYPT_FIRST);
+    csp("CPGetProvParam", {PP_ENUMALGS, nowhere(), CRYPT_FIRST});
     everyLine();
-    csp.getProvParam(PP_ENUMALGS, room(32), CRYPT_NEXT);
-    csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_NEXT);
+    csp("CPGetProvParam", {PP_ENUMALGS, room(32), CRYPT_NEXT});
+    csp("CPGetProvParam", {PP_ENUMALGS_EX, room(88), CRYPT_NEXT});
     errorsAlone();
     recorder.note("a size query uses up an item");
-    csp.getProvParam(PP_ENUMALGS, query(), CRYPT_FIRST);
-    for (int i = 0; i < 3; ++i) csp.getProvParam(PP_ENUMALGS_EX, i == 1 ? query() : room(88), CRYPT_NEXT);
-    csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_FIRST);
-    csp.getProvParam(PP_ENUMALGS_EX, query(), CRYPT_NEXT);
-    csp.getProvParam(PP_ENUMALGS_EX, room(88), CRYPT_NEXT);
+    csp("CPGetProvParam", {PP_ENUMALGS, query(), CRYPT_FIRST});
+    for (int i = 0; i < 3; ++i) csp("CPGetProvParam", {PP_ENUMALGS_EX, i == 1 ? query() : room(88), CRYPT_NEXT});
+    csp("CPGetProvParam", {PP_ENUMALGS_EX, room(88), CRYPT_FIRST});
+    csp("CPGetProvParam", {PP_ENUMALGS_EX, query(), CRYPT_NEXT});
+    csp("CPGetProvParam", {PP_ENUMALGS_EX, room(88), CRYPT_NEXT});
 }
 
 TRANSCRIPT(ProviderParamsTranscript, "the containers are those of the opening, and the usage decides the key spec")
 {
     token.withKeyPair(usageSigning, algorithmRsa2048);
-    csp.getProvParam(PP_ENUMCONTAINERS, room(40), CRYPT_FIRST);
+    csp("CPGetProvParam", {PP_ENUMCONTAINERS, room(40), CRYPT_FIRST});
     errorsAlone();
-    for (int i = 0; i < 2; ++i) csp.getProvParam(PP_ENUMCONTAINERS, room(33), CRYPT_NEXT);
-    csp.getProvParam(PP_ENUMCONTAINERS, room(33));
+    for (int i = 0; i < 2; ++i) csp("CPGetProvParam", {PP_ENUMCONTAINERS, room(33), CRYPT_NEXT});
+    csp("CPGetProvParam", {PP_ENUMCONTAINERS, room(33)});
     for (const std::uint32_t usage : {1, 2, 4}) {
         own.usage = usage;
-        csp.getProvParam(PP_KEYSPEC, room(4));
+        csp("CPGetProvParam", {PP_KEYSPEC, room(4)});
     }
     recorder.note("no container is no name for all");
     open();
-    csp.getProvParam(PP_KEYSPEC, room(4));
+    csp("CPGetProvParam", {PP_KEYSPEC, room(4)});
 }
 
 TRANSCRIPT(ProviderParamsTranscript, "a given PIN is checked, and kept only if it is right")
 {
-    csp.setProvParam(PP_SIGNATURE_PIN, bytesOfText("1234"));
+    csp("CPSetProvParam", {PP_SIGNATURE_PIN, bytesOfText("1234")});
     token.pin = "123456";
-    csp.setProvParam(PP_KEYEXCHANGE_PIN, bytesOfText("123456"));
+    csp("CPSetProvParam", {PP_KEYEXCHANGE_PIN, bytesOfText("123456")});
     recorder.note("cached is \"" + cachedPin() + "\"");
     errorsAlone();
-    csp.setProvParam(PP_SIGNATURE_PIN, bytesOfText("wrong"));
-    csp.setProvParam(PP_SIGNATURE_PIN, CspCalls::null);
+    csp("CPSetProvParam", {PP_SIGNATURE_PIN, bytesOfText("wrong")});
+    csp("CPSetProvParam", {PP_SIGNATURE_PIN, CspCalls::null});
     recorder.note("cached is \"" + cachedPin() + "\"");
 }
 
 TRANSCRIPT(ProviderParamsTranscript, "only the PIN, the window and the random number switch can be set")
 {
-    csp.setProvParam(PP_USE_HARDWARE_RNG, littleEndian({0}));
-    csp.getProvParam(PP_USE_HARDWARE_RNG, room(4));
-    csp.setProvParam(PP_USE_HARDWARE_RNG, littleEndian({0x500}));
-    csp.setProvParam(PP_USE_HARDWARE_RNG, CspCalls::null);
-    for (const DWORD parameter : {7, PP_CONTAINER}) csp.getProvParam(parameter, nowhere());
+    csp("CPSetProvParam", {PP_USE_HARDWARE_RNG, littleEndian({0})});
+    csp("CPGetProvParam", {PP_USE_HARDWARE_RNG, room(4)});
+    csp("CPSetProvParam", {PP_USE_HARDWARE_RNG, littleEndian({0x500})});
+    csp("CPSetProvParam", {PP_USE_HARDWARE_RNG, CspCalls::null});
+    for (const DWORD parameter : {7, PP_CONTAINER}) csp("CPGetProvParam", {parameter, nowhere()});
     errorsAlone();
-    for (const DWORD parameter : {0, 35, 41}) csp.getProvParam(parameter, room(4));
+    for (const DWORD parameter : {0, 35, 41}) csp("CPGetProvParam", {parameter, room(4)});
     for (const Input& window : {Input(littleEndian({0x11223344, 0x55667788})), Input()}) {
-        csp.setProvParam(PP_CLIENT_HWND, window);
+        csp("CPSetProvParam", {PP_CLIENT_HWND, window});
         recorder.note("the window is " + toHex(bytesOf(contextOf(csp.context)->ownerWindow)));
     }
-    csp.setProvParam(PP_ADMIN_PIN, bytesOfText("1234"));
-    csp.setProvParam(PP_NAME, CspCalls::null);
+    csp("CPSetProvParam", {PP_ADMIN_PIN, bytesOfText("1234")});
+    csp("CPSetProvParam", {PP_NAME, CspCalls::null});
 }
 
 } // namespace quelta::test

@@ -43,12 +43,16 @@ protected:
     }
 };
 
-TRANSCRIPT(RefusalsTranscript, "one argument is missing")
+TRANSCRIPT(RefusalsTranscript, "one argument is missing, or longer than the token can count")
 {
     csp.leaveOutEach(rows());
+    const Place tooLong{1, 0x80000000};
+    csp.signHash(finishedHash(), tooLong);
+    csp.signHash(finishedHash(), query(0x80000000));
+    for (const char* name : {"CPEncrypt", "CPDecrypt"}) csp(name, {userKey(), 0, tooLong});
 }
 
-TRANSCRIPT(RefusalsTranscript, "there is nothing but flags, or a context and flags")
+TRANSCRIPT(RefusalsTranscript, "everything is missing, or all but a context")
 {
     csp.callEach("nothing but flags", ".*", {});
     csp.callEach("a context and flags", "P.*[A-Z].*", {csp.context});

@@ -21,7 +21,7 @@ TRANSCRIPT(SignTranscript, "a size query finishes the digest and chooses the key
     csp.signHash(open, query(7), AT_KEYEXCHANGE);
     csp.signHash(open, room(256), AT_KEYEXCHANGE, 5);
     recorder.note("the token's number for the key has taken the place of the hash's");
-    csp.getHashParam(open, HP_ALGID, room(4));
+    csp("CPGetHashParam", {open, HP_ALGID, room(4)});
     errorsAlone();
     for (const std::uint32_t type : {1, 3, 4, 5}) {
         pair.algorithm = type;
@@ -74,33 +74,6 @@ TRANSCRIPT(SignTranscript, "the last signing key of the token replaces a contain
     csp.signHash(finishedHash());
     open("nobody");
     csp.signHash(finishedHash());
-}
-
-TRANSCRIPT(SignTranscript, "no length, and more room than the token can count")
-{
-    errorsAlone();
-    for (const Place& place : {nowhere(), Place{1, 0x80000000}}) csp.signHash(hash, place);
-    recorder.note("a size query may state any room");
-    csp.signHash(newHash(CALG_SHA_512), query(0x80000000));
-}
-
-TRANSCRIPT(SignTranscript, "others change the last error and the length during the call")
-{
-    errorsAlone();
-    tokenState().pinCache.clear();
-    GuardedBuffer signature(256);
-    DWORD length = signature.length();
-    for (const Call call : {Call::finalHash, Call::getKeyPairList, Call::getTokenInfo, Call::validatePassword, Call::signHash}) {
-        token.during(call, [this, &length] {
-            length = 4096;
-            user.watch();
-            SetLastError(ERROR_DEVICE_NOT_CONNECTED);
-        });
-    }
-    user.entersPin("1234");
-    csp.recorded("CPSignHash", "room 256, then 4096",
-                 [&] { return CPSignHash(csp.context, hash, AT_SIGNATURE, nullptr, 0, signature.data(), &length); });
-    recorder.note("the length is " + std::to_string(length));
 }
 
 } // namespace quelta::test

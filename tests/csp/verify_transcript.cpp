@@ -19,13 +19,13 @@ TRANSCRIPT(VerifyTranscript, "the key goes to the token as DER and the signature
                               hexToBytes("0203010001")});
     recorder.call(der, "(the whole SubjectPublicKeyInfo)");
     const HCRYPTHASH hash = finishedHash();
-    csp.verifySignature(hash, counting(256), userKey());
+    csp("CPVerifySignature", {hash, counting(256), userKey()});
     setPublicKey(pair, der);
-    csp.verifySignature(hash, counting(256), userKey());
+    csp("CPVerifySignature", {hash, counting(256), userKey()});
     errorsAlone();
     recorder.note("the library's context stays behind");
     contextOf(csp.context)->libContext = this;
-    csp.verifySignature(hash, CspCalls::null, userKey());
+    csp("CPVerifySignature", {hash, CspCalls::null, userKey()});
 }
 
 TRANSCRIPT(VerifyTranscript, "without a public key the container's is taken, always as a modulus")
@@ -35,30 +35,30 @@ TRANSCRIPT(VerifyTranscript, "without a public key the container's is taken, alw
     pair.usage = usageKeyExchange;
     setPublicKey(token.withKeyPair(usageSigning, algorithmRsa2048), Bytes(256, 0x30));
     token.withKeyPair(usageSigning, algorithmRsa2048);
-    csp.verifySignature(hash, Bytes{1, 2});
+    csp("CPVerifySignature", {hash, Bytes{1, 2}, 0});
     errorsAlone();
-    csp.verifySignature(hash, Bytes{1, 2}, symmetric);
+    csp("CPVerifySignature", {hash, Bytes{1, 2}, symmetric});
     recorder.note("a container whose key can't sign has none, and no other is taken");
     openContainerOf(pair);
-    csp.verifySignature(hash, Bytes{1, 2});
+    csp("CPVerifySignature", {hash, Bytes{1, 2}, 0});
 }
 
 TRANSCRIPT(VerifyTranscript, "an open digest is read as a caller would read it")
 {
     const HCRYPTKEY key = userKey();
     const HCRYPTHASH hash = newHash(), longHash = newHash(CALG_SHA_384), renamed = newHash(CALG_SHA1);
-    csp.verifySignature(hash, Bytes{1, 2}, key);
+    csp("CPVerifySignature", {hash, Bytes{1, 2}, key});
     errorsAlone();
-    csp.verifySignature(hash, Bytes{1, 2}, key);
+    csp("CPVerifySignature", {hash, Bytes{1, 2}, key});
     recorder.note("a long one can not be read unless it was set");
-    csp.verifySignature(longHash, Bytes{1}, key);
-    csp.setHashParam(longHash, HP_HASHVAL, counting(48));
-    csp.verifySignature(longHash, Bytes{1}, key);
+    csp("CPVerifySignature", {longHash, Bytes{1}, key});
+    csp("CPSetHashParam", {longHash, HP_HASHVAL, counting(48)});
+    csp("CPVerifySignature", {longHash, Bytes{1}, key});
     recorder.note("signing an empty digest of SHA-1 with a key of 3072 bits makes it read back as one of SHA-256");
     pair.algorithm = algorithmRsa3072;
     token.digest.bytes = Bytes();
     csp.signHash(renamed, query());
-    csp.verifySignature(renamed, Bytes{1});
+    csp("CPVerifySignature", {renamed, Bytes{1}, 0});
 }
 
 } // namespace quelta::test

@@ -1,4 +1,3 @@
-#include "csp/csp_calls.h"
 #include "ksp/ksp_scenario.h"
 
 namespace quelta::test {
@@ -45,7 +44,6 @@ TRANSCRIPT(KspCryptTranscript, "the signature stays as the token gives it")
     sign(curve, 140, BCRYPT_PAD_PKCS1);
     errorsAlone();
     sign(curve, 64);
-    ksp("KSPSignHash", {curve, Bytes{1}, Place{1, 0x80000000}});
 }
 
 TRANSCRIPT(KspCryptTranscript, "a signature is verified with the key's algorithm and its public key in DER")
@@ -120,24 +118,6 @@ TRANSCRIPT(KspCryptTranscript, "the user cancels, at level 2")
     errorsAlone();
     for (int i = 0; i < 4; ++i) user.cancels();
     useEach(key, symmetric);
-}
-
-TRANSCRIPT(KspCryptTranscript, "both interfaces share the token, the PIN and the vector")
-{
-    CspCalls csp(recorder);
-    token.withKeyPair(usageBoth, algorithmRsa1024);
-    errorsAlone();
-    csp.acquire(nullptr);
-    user.entersPin("1234");
-    ksp("KSPPromptUser");
-    const auto clear = clearKey(counting(16));
-    token.plain.bytes = counting(32);
-    const Bytes blob = concat({littleEndian({CALG_RSA_KEYX}), Bytes(128)});
-    const auto session = csp.importKey(keyBlob(SIMPLEBLOB, CALG_AES_256, blob), csp.getUserKey(AT_KEYEXCHANGE));
-    ksp("KSPSetKeyProperty", {clear, L"IV", counting(16, 0xA0)});
-    csp.decrypt(session, Bytes(32));
-    csp.setKeyParam(session, KP_IV, counting(16, 0xB0));
-    ksp("KSPDecrypt", {clear, Bytes(32), room(32)});
 }
 
 } // namespace quelta::test

@@ -39,20 +39,9 @@ protected:
         Key last = 0;
         for (const Bytes& blob : blobs) {
             last = ksp("KSPImportKey", {with, type, blob});
-            if (last != 0) recorder.note(textOf(*kspKeyOf(last)));
+            if (const KspKey* key = kspKeyOf(last)) recorder.note(keyWords(*key) + (key->finalized ? "" : ", not finalized"));
         }
         return last;
-    }
-    static std::string textOf(const KspKey& key)
-    {
-        std::string text = "algorithm " + std::to_string(key.algorithm) + ", " + std::to_string(key.bitLength) + " bits, usage " +
-                           std::to_string(key.keyUsage) + ", flag " + std::to_string(key.keyPairFlag) + ", id " +
-                           toHex(key.keyId);
-        if (!key.objectId.empty()) text += ", reference " + toHex(key.objectId.view());
-        if (!key.label.empty()) text += ", label " + std::string(key.label.view().begin(), key.label.view().end());
-        if (!key.publicKey.empty()) text += ", public key " + toHex(key.publicKey.view());
-        if (!key.symmetricKey->empty()) text += ", symmetric key " + toHex(key.symmetricKey->view());
-        return text + (key.finalized ? "" : ", not finalized");
     }
 };
 

@@ -7,6 +7,8 @@
 #include "token/record_fields.h"
 
 #include <cstdlib>
+#include <cstring>
+#include <tuple>
 
 namespace quelta {
 
@@ -94,7 +96,13 @@ std::string shortId(const auto& record)
     return toHex(ByteView(record.keyId).first(1)) + "..";
 }
 
-constexpr std::string_view plainText = "plain text";
+// What a thread was handed, and its next call spoils.
+thread_local std::tuple<std::vector<QueltaKeyPair>, std::vector<QueltaCertificate>, std::vector<QueltaSymmetricKey>> handedOut;
+
+void spoil(auto& records)
+{
+    for (auto& record : records) std::memset(static_cast<void*>(&record), 0xEE, sizeof record);
+}
 
 } // namespace
 
@@ -113,10 +121,10 @@ public:
     }
     std::vector<std::string> getConnectedDeviceList(bool flag, void* context) override
     {
-        if (calledByMonitor()) return token_.pollByMonitor();
+        if (calledByMonitor()) return pollByMonitor();
         begin(Call::getConnectedDeviceList, context, flag);
         const auto devices = *token_.locked(token_.devices_);
-        token_.tell(0, listText(devices, [](const std::string& device) { return device; }));
+        say(listText(devices, [](const std::string& device) { return device; }));
         return devices;
     }
     TokenInfo getTokenInfo(const char* device, void* context) override
@@ -124,19 +132,19 @@ public:
         begin(Call::getTokenInfo, context, device);
         const TokenInfo& info = token_.info;
         const bool signedOn = info.singleSignOnEnabled == 1 && info.singleSignOnOpen == 1;
-        token_.tell(0, info.serialNumber.empty() ? "no serial number" : signedOn ? "signed on" : "not signed on");
+        say(info.serialNumber.empty() ? "no serial number" : signedOn ? "signed on" : "not signed on");
         return info;
     }
     int validatePassword(const char* device, const char* pin, int mode, int* remaining, void* context) override
     {
         const Call call = begin(Call::validatePassword, context, device, pin, mode, *remaining);
         constexpr int wrongPin = 5;
-        const auto scripted = token_.scripted(call);
-        const int result = scripted.value_or(token_.pin == pin ? 0 : wrongPin);
+        const auto told = scripted(call);
+        const int result = told.value_or(token_.pin == pin ? 0 : wrongPin);
         auto& scriptedRemaining = token_.remaining_;
-        if (scripted ? scriptedRemaining.empty() : result == 0) return tell(result);
-        *remaining = scripted ? scriptedRemaining.front() : --token_.attempts;
-        if (scripted) scriptedRemaining.pop_front();
+        if (told ? scriptedRemaining.empty() : result == 0) return tell(result);
+        *remaining = told ? scriptedRemaining.front() : --token_.attempts;
+        if (told) scriptedRemaining.pop_front();
         return tell(result, std::to_string(*remaining) + " left");
     }
 
@@ -165,7 +173,7 @@ public:
         const bool known = found != token_.details_.end();
         constexpr int notUnderstood = 13;
         if (known) details.publicKey = found->second;
-        return tell(token_.scripted(call).value_or(known ? 0 : notUnderstood), asText(details.publicKey));
+        return tell(scripted(call).value_or(known ? 0 : notUnderstood), asText(details.publicKey));
     }
 
     int generateKeyPair(const char* device, const char* pin, QueltaKeyPair* inOut, void* context) override
@@ -217,7 +225,7 @@ public:
                 unsigned char** out, int* length, bool hardware, void* context) override
     {
         const Call call = begin(Call::decrypt, context, device, idOf(keyId), pin, bytesOf(data, dataLength), hardware);
-        return answerNew(call, token_.plain, toBytes(plainText), out, length);
+        return answerNew(call, token_.plain, toBytes("plain text"), out, length);
     }
     int encrypt(EncryptionType type, PaddingMode padding, const unsigned char* data, int dataLength, unsigned char* out,
                 int* length, const unsigned char* key, int keyLength, void* context) override
@@ -276,12 +284,50 @@ private:
     template <class... Arguments>
     Call begin(Call call, const void* context, const Arguments&... arguments)
     {
-        token_.begin(call, callText(call, context, arguments...));
+        std::apply([](auto&... before) { (spoil(before), ...); }, handedOut);
+        std::function<void()> hook;
+        {
+            const std::lock_guard lock(token_.mutex_);
+            token_.calls_.push_back(callText(call, context, arguments...));
+            if (token_.onCall) underWay_ = token_.calls_.back();
+            if (const auto found = token_.hooks_.find(call); found != token_.hooks_.end()) hook = found->second;
+        }
+        try {
+            if (hook) hook();
+        } catch (...) {
+            say("throws");
+            throw;
+        }
         return call;
+    }
+    std::optional<int> scripted(Call call)
+    {
+        const std::lock_guard lock(token_.mutex_);
+        auto& queue = token_.results_[call];
+        if (queue.empty()) return std::nullopt;
+        const int result = queue.front();
+        queue.pop_front();
+        return result;
+    }
+    void say(const std::string& answer)
+    {
+        if (token_.onCall) token_.onCall(underWay_, answer);
     }
     int tell(int result, const std::string& given = "")
     {
-        return token_.tell(result, given.empty() ? std::to_string(result) : std::to_string(result) + ", " + given);
+        say(given.empty() ? std::to_string(result) : std::to_string(result) + ", " + given);
+        return result;
+    }
+    std::vector<std::string> pollByMonitor()
+    {
+        std::unique_lock lock(token_.mutex_);
+        ++token_.polls_;
+        const auto found = token_.devices_;
+        token_.lastPollFoundNothing_ = found.empty();
+        const auto hook = token_.hooks_[Call::monitorPoll];
+        lock.unlock();
+        if (hook) hook();
+        return found;
     }
     int answer(Call call)
     {
@@ -290,7 +336,7 @@ private:
     template <class Give>
     int answer(Call call, Give give, bool evenIfRefused = false)
     {
-        const int result = token_.scripted(call).value_or(0);
+        const int result = scripted(call).value_or(0);
         return result == 0 || evenIfRefused ? tell(result, give()) : tell(result);
     }
     // Counts what has changed the token, once nothing in here can fail any more.
@@ -335,13 +381,14 @@ private:
     template <class Record>
     std::vector<Record>& handOut(const std::deque<Record>& content, auto textOf)
     {
-        token_.tell(0, listText(content, textOf));
-        auto& storage = std::get<std::vector<Record>>(token_.handedOutToThread());
+        say(listText(content, textOf));
+        auto& storage = std::get<std::vector<Record>>(handedOut);
         storage.assign(content.begin(), content.end());
         return storage;
     }
 
     FakeDeviceLibrary& token_ = FakeDeviceLibrary::instance();
+    std::string underWay_;
 };
 
 } // namespace test

@@ -4,7 +4,6 @@
 #include "token/record_fields.h"
 
 #include <chrono>
-#include <cstring>
 #include <utility>
 
 namespace quelta::test {
@@ -21,11 +20,6 @@ Bytes publicKeyFor(std::uint32_t algorithm, unsigned char number)
     return key;
 }
 
-void spoil(auto& records)
-{
-    for (auto& record : records) std::memset(static_cast<void*>(&record), 0xEE, sizeof record);
-}
-
 } // namespace
 
 FakeDeviceLibrary& FakeDeviceLibrary::instance()
@@ -37,7 +31,6 @@ FakeDeviceLibrary& FakeDeviceLibrary::instance()
 void FakeDeviceLibrary::reset()
 {
     const std::lock_guard lock(mutex_);
-    handedOut_.clear();
     static_cast<FakeToken&>(*this) = {};
     info.serialNumber = "SN-1";
 }
@@ -98,52 +91,6 @@ bool FakeDeviceLibrary::waitForMonitorPoll()
         std::this_thread::sleep_for(2ms);
     }
     return false;
-}
-
-void FakeDeviceLibrary::begin(Call call, std::string text)
-{
-    std::apply([](auto&... before) { (spoil(before), ...); }, handedOutToThread());
-    std::function<void()> hook;
-    {
-        const std::lock_guard lock(mutex_);
-        calls_.push_back(std::move(text));
-        if (onCall) underWay_ = calls_.back();
-        if (const auto found = hooks_.find(call); found != hooks_.end()) hook = found->second;
-    }
-    try {
-        if (hook) hook();
-    } catch (...) {
-        tell(0, "throws");
-        throw;
-    }
-}
-
-std::optional<int> FakeDeviceLibrary::scripted(Call call)
-{
-    const std::lock_guard lock(mutex_);
-    auto& queue = results_[call];
-    if (queue.empty()) return std::nullopt;
-    const int result = queue.front();
-    queue.pop_front();
-    return result;
-}
-
-int FakeDeviceLibrary::tell(int result, const std::string& answer)
-{
-    if (onCall) onCall(underWay_, answer);
-    return result;
-}
-
-std::vector<std::string> FakeDeviceLibrary::pollByMonitor()
-{
-    std::unique_lock lock(mutex_);
-    ++polls_;
-    const auto found = devices_;
-    lastPollFoundNothing_ = found.empty();
-    const auto hook = hooks_[Call::monitorPoll];
-    lock.unlock();
-    if (hook) hook();
-    return found;
 }
 
 bool calledByMonitor()

@@ -10,7 +10,6 @@
 #include <mutex>
 #include <optional>
 #include <thread>
-#include <tuple>
 #include <utility>
 
 namespace quelta::test {
@@ -114,9 +113,6 @@ public:
 
 private:
     friend class FakeDeviceCalls;
-    // What one thread was handed, and its next call spoils.
-    using HandedOut = std::tuple<std::vector<QueltaKeyPair>, std::vector<QueltaCertificate>, std::vector<QueltaSymmetricKey>>;
-
     // Until the end of the expression.
     template <class Value>
     struct Locked {
@@ -132,15 +128,7 @@ private:
 
     FakeDeviceLibrary() = default;
 
-    HandedOut& handedOutToThread() { return (*locked(handedOut_))[std::this_thread::get_id()]; }
-    void begin(Call call, std::string text);
-    std::optional<int> scripted(Call call);
-    int tell(int result, const std::string& answer);
-    std::vector<std::string> pollByMonitor();
-
     std::mutex mutex_;
-    std::string underWay_;
-    std::map<std::thread::id, HandedOut> handedOut_;
     int polls_ = 0;
     bool lastPollFoundNothing_ = false;
 };

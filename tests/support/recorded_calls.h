@@ -1,5 +1,6 @@
 #pragma once
 
+#include "support/call_with_last_error.h"
 #include "support/guarded_buffer.h"
 #include "support/recorder.h"
 
@@ -11,21 +12,6 @@ namespace quelta::test {
 
 // What a caller hands in; nothing for a null pointer.
 using Input = std::optional<Bytes>;
-std::string inputWords(const Input& input);
-
-// The bytes of one call's input, which end at an inaccessible page.
-class HandedInput {
-public:
-    explicit HandedInput(const Input& input)
-    {
-        if (input) bytes_.emplace(*input);
-    }
-    unsigned char* data() { return bytes_ ? bytes_->data() : nullptr; }
-    DWORD size() const { return bytes_ ? bytes_->length() : 0; }
-
-private:
-    std::optional<GuardedBuffer> bytes_;
-};
 
 // Where a caller wants its answer: the size of its buffer, and the room that it states.
 struct Place {
@@ -35,43 +21,10 @@ struct Place {
     bool shared = false;
 };
 
-// "room 256", "no buffer", "no buffer, room 7", "room 256, no length", "neither buffer nor length", "one variable of 4 bytes".
-std::string words(const Place& place);
-
 // Data that is overwritten by its result, at the front of a buffer of this size.
 struct InPlace {
     Bytes data;
     DWORD room;
-};
-
-// The buffer and the length of one call, each at the edge of an inaccessible page.
-class HandedBuffer {
-public:
-    // What the length holds before the call: the room, or a value that no call writes.
-    enum class Length { room, unset, none };
-
-    HandedBuffer(const Place& place, Length length);
-    explicit HandedBuffer(const InPlace& given);
-
-    BYTE* data() { return buffer_ ? buffer_->data() : nullptr; }
-    DWORD room() const { return room_; }
-    DWORD* length();
-
-    // The bytes that the answer says are there, as far as the buffer goes.
-    Bytes written() const;
-    // ", length 256, 256 bytes rising from 01" and whatever else was changed; `value` stands for the bytes where it is given.
-    std::string outcome(const std::optional<std::string>& value = std::nullopt) const;
-
-private:
-    static constexpr DWORD noResult = 0x5EED5EED;
-
-    std::size_t reported() const;
-
-    std::optional<GuardedBuffer> buffer_;
-    std::optional<GuardedBuffer> length_;
-    Bytes before_;
-    DWORD room_ = 0;
-    bool shared_ = false;
 };
 
 ULONG_PTR addressOf(const void* object);
@@ -90,13 +43,20 @@ struct Function {
     // A letter for each argument, a capital for one that can't be null:
     //   P the context or the provider, K a key or a hash, T a text, D an input, L its length, l one that has no limit,
     //   B a buffer, R its room, C where its length goes (unless R stands before it, it holds the room), H where a new handle
-    //   goes, A where another answer goes, X what is not looked at, f flags, q those of an enumeration, g flags that are not
-    //   looked at, s a key spec, e one that may be none, o a number, a an algorithm, b a blob type, and parameters: v a
-    //   provider's, w one to set, y a key's, h a hash's.
+    //   goes, A where another answer goes, X what is not looked at, f flags, g flags that are not looked at, n another number.
     std::string arguments;
     LONG(WINAPI* address)
     (ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR);
 };
+
+// What kind the new handle of a function is of, and which function frees it.
+struct MadeHandle {
+    const char* kind;
+    const char* freedBy;
+};
+MadeHandle handleMadeBy(const std::string& function);
+// `owner` is the context or the provider, which may be what is freed.
+void freeMade(const Function& freeing, ULONG_PTR owner, ULONG_PTR made);
 
 // The recorded calls of an interface. What they hand out is freed at the end, if it is not freed before.
 class RecordedCalls {
@@ -140,32 +100,28 @@ public:
     void trySingleFlags(const Rows& rows);
 
 protected:
-    explicit RecordedCalls(Recorder& recorder) : recorder_(recorder) {}
-    ~RecordedCalls() = default;
-
-    virtual const std::vector<Function>& functions() const = 0;
-    // Makes the call. Gives the result in words, too.
-    virtual std::pair<LONG, std::string> call(const Function& function, const Function::Values& values) const = 0;
-    virtual bool succeeded(LONG result) const = 0;
-    // Of a handle that the function makes: "key".
-    virtual const char* kindOf(const Function& function) const = 0;
-    virtual std::string inputText(const Function&, const Input& input) const { return inputWords(input); }
-    virtual std::optional<std::string> valueText(const Function&, const Function::Values&, ByteView) const
-    {
-        return std::nullopt;
-    }
+    RecordedCalls(Recorder& recorder, const std::vector<Function>& functions) : recorder_(recorder), functions_(functions) {}
+    ~RecordedCalls();
 
     std::string handle(Handle handle) const { return recorder_.handle(handle); }
 
     Recorder& recorder_;
     // The context or the provider that all calls go to.
     Handle opened_ = 0;
-    // By their handles, what kind they are of.
-    std::map<Handle, std::string> made_;
 
 private:
+    const Function& named(std::string_view name) const { return *std::ranges::find(functions_, name, &Function::name); }
+
+    const std::vector<Function>& functions_;
+    // With the functions that free them.
+    std::map<Handle, std::string> made_;
     // Without what was handed out, whose number says nothing.
     std::string lastAnswer_;
 };
+
+// "TRUE, ERROR_MORE_DATA"
+std::string answerText(const Called<BOOL>& called);
+// "NTE_FAIL", or 0
+std::string statusText(LONG status);
 
 } // namespace quelta::test

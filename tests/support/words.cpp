@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <map>
 
 namespace quelta::test {
 
@@ -120,6 +121,19 @@ std::string flagsText(DWORD flags)
     return flags == 0 ? "" : ", flags " + std::to_string(flags);
 }
 
+std::string keyWords(const TokenKey& key)
+{
+    std::string text = toHex(key.keyId) + ": algorithm " + std::to_string(key.algorithm) + ", " + std::to_string(key.bitLength) +
+                       " bits, usage " + std::to_string(key.keyUsage) + ", flag " + std::to_string(key.keyPairFlag);
+    if (!key.label.empty()) text += ", label \"" + std::string(key.label.view().begin(), key.label.view().end()) + "\"";
+    for (const auto& [name, bytes] : {std::pair<const char*, ByteView>{", reference ", key.objectId.view()},
+                                      {", public key ", key.publicKey.view()},
+                                      {", symmetric key ", key.symmetricKey->view()}}) {
+        if (!bytes.empty()) text += name + toHex(bytes);
+    }
+    return text;
+}
+
 std::vector<std::string> answerLines(const Answers& answers)
 {
     std::vector<std::string> lines;
@@ -135,49 +149,29 @@ std::vector<std::string> answerLines(const Answers& answers)
     return lines;
 }
 
-Names::Names(std::string_view names, std::initializer_list<DWORD> values)
+// By their values; constants are of signed and of unsigned types.
+#define QUELTA_NAMES(...) named(#__VA_ARGS__, __VA_ARGS__)
+static std::map<DWORD, std::string> named(const std::string& names, auto... values)
 {
-    auto value = values.begin();
-    for (const std::string& name : Utils::split(std::string(names), ", ")) names_.emplace_back(*value++, name);
+    std::map<DWORD, std::string> result;
+    auto name = Utils::split(names, ", ");
+    std::size_t next = 0;
+    (result.emplace(static_cast<DWORD>(values), name[next++]), ...);
+    return result;
 }
 
-std::string Names::operator()(DWORD value) const
+std::string errorName(DWORD error)
 {
-    const auto found = std::ranges::find(names_, value, &std::pair<DWORD, std::string>::first);
-    return found == names_.end() ? std::to_string(value) : found->second;
+    static const auto names = QUELTA_NAMES(
+        ERROR_SUCCESS, ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER, ERROR_CALL_NOT_IMPLEMENTED,
+        ERROR_MORE_DATA, ERROR_NO_MORE_ITEMS, NTE_BAD_UID, NTE_BAD_HASH, NTE_BAD_KEY, NTE_BAD_LEN, NTE_BAD_DATA,
+        NTE_BAD_SIGNATURE, NTE_BAD_VER, NTE_BAD_ALGID, NTE_BAD_FLAGS, NTE_BAD_TYPE, NTE_BAD_KEY_STATE, NTE_NO_KEY, NTE_NO_MEMORY,
+        NTE_EXISTS, NTE_PERM, NTE_NOT_FOUND, NTE_KEYSET_NOT_DEF, NTE_KEYSET_ENTRY_BAD, NTE_PROVIDER_DLL_FAIL, NTE_BAD_KEYSET,
+        NTE_BAD_KEYSET_PARAM, NTE_FAIL, NTE_TOKEN_KEYSET_STORAGE_FULL, NTE_SILENT_CONTEXT, NTE_INVALID_HANDLE,
+        NTE_INVALID_PARAMETER, NTE_BUFFER_TOO_SMALL, NTE_NOT_SUPPORTED, NTE_NO_MORE_ITEMS, NTE_INTERNAL_ERROR,
+        NTE_VALIDATION_FAILED, NTE_DEVICE_NOT_FOUND);
+    const auto found = names.find(error);
+    return found == names.end() ? std::to_string(error) : found->second;
 }
-
-#define QUELTA_NAMES(...) Names(#__VA_ARGS__, __VA_ARGS__)
-
-const Names errorName = QUELTA_NAMES(
-    ERROR_SUCCESS, ERROR_ACCESS_DENIED, ERROR_NOT_ENOUGH_MEMORY, ERROR_INVALID_PARAMETER, ERROR_CALL_NOT_IMPLEMENTED,
-    ERROR_MORE_DATA, ERROR_NO_MORE_ITEMS, NTE_BAD_UID, NTE_BAD_HASH, NTE_BAD_KEY, NTE_BAD_LEN, NTE_BAD_DATA, NTE_BAD_SIGNATURE,
-    NTE_BAD_VER, NTE_BAD_ALGID, NTE_BAD_FLAGS, NTE_BAD_TYPE, NTE_BAD_KEY_STATE, NTE_NO_KEY, NTE_NO_MEMORY, NTE_EXISTS, NTE_PERM,
-    NTE_NOT_FOUND, NTE_KEYSET_NOT_DEF, NTE_KEYSET_ENTRY_BAD, NTE_PROVIDER_DLL_FAIL, NTE_BAD_KEYSET, NTE_BAD_KEYSET_PARAM,
-    NTE_FAIL, NTE_TOKEN_KEYSET_STORAGE_FULL, NTE_SILENT_CONTEXT, NTE_INVALID_HANDLE, NTE_INVALID_PARAMETER, NTE_BUFFER_TOO_SMALL,
-    NTE_NOT_SUPPORTED, NTE_NO_MORE_ITEMS, NTE_INTERNAL_ERROR, NTE_VALIDATION_FAILED, NTE_DEVICE_NOT_FOUND);
-
-const Names algorithmName =
-    QUELTA_NAMES(CALG_MD5, CALG_SHA1, CALG_SHA_256, CALG_SHA_384, CALG_SHA_512, CALG_HMAC, CALG_RSA_SIGN, CALG_RSA_KEYX,
-                 CALG_3DES, CALG_AES_128, CALG_AES_192, CALG_AES_256, AT_SIGNATURE, AT_KEYEXCHANGE);
-
-const Names keySpecName = QUELTA_NAMES(AT_SIGNATURE, AT_KEYEXCHANGE);
-
-const Names blobTypeName =
-    QUELTA_NAMES(SIMPLEBLOB, PUBLICKEYBLOB, PRIVATEKEYBLOB, PLAINTEXTKEYBLOB, PUBLICKEYBLOBEX, SYMMETRICWRAPKEYBLOB);
-
-const Names providerParameterName =
-    QUELTA_NAMES(PP_ENUMALGS, PP_ENUMCONTAINERS, PP_IMPTYPE, PP_NAME, PP_VERSION, PP_CONTAINER, PP_CERTCHAIN, PP_PROVTYPE,
-                 PP_KEYSTORAGE, PP_ENUMALGS_EX, PP_KEYSET_TYPE, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN, PP_KEYSPEC,
-                 PP_USE_HARDWARE_RNG, PP_ENUMEX_SIGNING_PROT, PP_UNIQUE_CONTAINER);
-
-// Where 1 is not an enumeration.
-const Names settableParameterName =
-    QUELTA_NAMES(PP_CLIENT_HWND, PP_NAME, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN, PP_SIGNATURE_PIN, PP_USE_HARDWARE_RNG);
-
-const Names keyParameterName =
-    QUELTA_NAMES(KP_IV, KP_PADDING, KP_MODE, KP_PERMISSIONS, KP_ALGID, KP_BLOCKLEN, KP_KEYLEN, KP_CERTIFICATE);
-
-const Names hashParameterName = QUELTA_NAMES(HP_ALGID, HP_HASHVAL, HP_HASHSIZE, HP_HMAC_INFO);
 
 } // namespace quelta::test

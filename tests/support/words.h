@@ -3,6 +3,7 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "token/token_key.h"
 
 #include <windows.h>
 
@@ -21,26 +22,14 @@ std::string quoted(const wchar_t* text);
 // Nothing for none, else ", flags 5".
 std::string flagsText(DWORD flags);
 
+// What the record of a key handle holds, which no call tells in full.
+std::string keyWords(const TokenKey& key);
+
 // How answers depend on something, as sizes: "room 1, room 3 -> FALSE" is a line, "room 4 -> TRUE" the next.
 using Answers = std::vector<std::pair<std::string, std::string>>;
 std::vector<std::string> answerLines(const Answers& answers);
 
-// Gives a value its published name; one without is written as the number that it is.
-class Names {
-public:
-    // `names` as they stand in the source, with commas in between; constants are of signed and of unsigned types.
-    template <class... Values>
-    explicit Names(std::string_view names, Values... values) : Names(names, {static_cast<DWORD>(values)...})
-    {}
-    std::string operator()(DWORD value) const;
-
-private:
-    Names(std::string_view names, std::initializer_list<DWORD> values);
-
-    std::vector<std::pair<DWORD, std::string>> names_;
-};
-
-extern const Names errorName, algorithmName, keySpecName, blobTypeName;
-extern const Names providerParameterName, settableParameterName, keyParameterName, hashParameterName;
+// The published name; an error without one is written as its number.
+std::string errorName(DWORD error);
 
 } // namespace quelta::test

@@ -62,7 +62,7 @@ TRANSCRIPT(ConnectionTranscript, "a token that was pulled out is opened again an
     waitForTwoPolls();
     openBoth();
     user.entersPin("1234");
-    csp.genKey(CALG_RSA_SIGN);
+    csp("CPGenKey", {CALG_RSA_SIGN});
 }
 
 // What the monitor's thread writes itself stands where it comes to it, and is not here.
