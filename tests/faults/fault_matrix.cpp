@@ -1,5 +1,7 @@
 #include "faults/fault_matrix.h"
 
+#include "csp/csp_calls.h"
+#include "ksp/ksp_calls.h"
 #include "support/heap.h"
 #include "support/machine_registry.h"
 #include "support/transcript.h"
@@ -86,23 +88,47 @@ void FaultMatrix::TearDown()
     if (!lines_.empty()) expectTranscript(lines_);
 }
 
+const Function& FaultMatrix::functionNamed(std::string_view name)
+{
+    return *std::ranges::find(name.starts_with("KSP") ? kspSlots() : entryPoints(), name.substr(0, name.find(' ')),
+                              &Function::name);
+}
+
+FaultMatrix::Outcome FaultMatrix::call(const Row& row)
+{
+    const Function& function = functionNamed(row.name);
+    Function::Values values = row.values;
+    std::ranges::replace(values, whatIsMade, made);
+    const auto [result, lastError] = callWithLastError([&] { return function(values); });
+    const bool isStatus = function.name.starts_with("KSP"), succeeded = isStatus ? result == 0 : result != FALSE;
+    const DWORD code = isStatus ? static_cast<DWORD>(result) : lastError;
+    return {succeeded, succeeded && code == ERROR_SUCCESS ? sentinelError : code};
+}
+
+void FaultMatrix::undo(const Row& row)
+{
+    const Function& function = functionNamed(row.name);
+    if (function.arguments.contains('H')) freeMade(functionNamed(handleMadeBy(function.name).freedBy), row.values[0], out);
+    row.undo();
+    forgetSecrets();
+}
+
 void FaultMatrix::expect(const Row& row)
 {
     const ::testing::ScopedTrace trace(__FILE__, __LINE__, row.name);
-    names.insert(row.name.substr(0, row.name.find(' ')));
+    names.insert(functionNamed(row.name).name);
     setLogLevel(2);
     prepared_ = token;
     cachePin();
     row.prepare();
     token.takeCalls();
-    row.call();
+    call(row);
     std::vector<std::string> calls;
     for (const auto& text : token.takeCalls()) {
         const std::string name = text.substr(0, text.find('('));
         if (std::ranges::find(calls, name) == calls.end()) calls.push_back(name);
     }
-    row.undo();
-    forgetSecrets();
+    undo(row);
     token.takeCalls();
     // With what it keeps for itself.
     prepared_ = token;
@@ -207,13 +233,13 @@ FaultMatrix::Run FaultMatrix::run(const Row& row, const Fault& fault)
         hashes += token.openHashes - hashesBefore;
     };
     Outcome outcome{};
-    const auto call = [&](int allowed) {
+    const auto callAllowing = [&](int allowed) {
         out = untouched;
-        length = buffer.length();
+        length = buffer.length(), largeLength = large.length();
         std::ranges::fill(std::span(buffer.data(), buffer.size()), GuardedBuffer::untouched);
         counted([&] {
             const RefusedAllocation refusal(allowed);
-            outcome = row.call();
+            outcome = call(row);
         });
     };
     token.become(prepared_);
@@ -225,7 +251,7 @@ FaultMatrix::Run FaultMatrix::run(const Row& row, const Fault& fault)
     const std::size_t before = fingerprint(records);
     fault.arm();
     log.forget();
-    call(fault.allowed);
+    callAllowing(fault.allowed);
     const Run result{outcome, textOf(log.takeLines(), fault.said, fault.number), heap().refused};
     const bool changed = token.changes != changes;
     token.become(prepared_);
@@ -237,13 +263,10 @@ FaultMatrix::Run FaultMatrix::run(const Row& row, const Fault& fault)
         EXPECT_TRUE(fault.said.empty() || result.logged.contains('!')) << "no line of the log tells of the exception";
         // An enumeration that has come to its end stays there.
         const bool over = outcome.code == static_cast<DWORD>(NTE_NO_MORE_ITEMS);
-        if (!over) call(Heap::all);
+        if (!over) callAllowing(Heap::all);
         EXPECT_TRUE(outcome.succeeded || over) << "and again with all well: " << errorName(outcome.code);
     }
-    counted([&] {
-        row.undo();
-        forgetSecrets();
-    });
+    counted([&] { undo(row); });
     const bool atOnce = result.outcome.succeeded;
     EXPECT_TRUE(atOnce ? blocks == row.keptBlocks : blocks <= row.keptBlocks) << blocks << " blocks are left behind";
     // The token has no call to give one back, so that a failure may cost one as well.

@@ -6,9 +6,8 @@
 // for the number that was reported. The first failure of each row is run once more at level 3, and all its lines stand there.
 #pragma once
 
-#include "support/call_with_last_error.h"
-#include "support/guarded_buffer.h"
 #include "support/module_test.h"
+#include "support/recorded_calls.h"
 
 #include <set>
 
@@ -16,21 +15,18 @@ namespace quelta::test {
 
 class FaultMatrix : public ModuleTest {
 protected:
-    struct Outcome {
-        bool succeeded;
-        // The last error, or the status.
-        DWORD code;
-    };
     using Step = std::function<void()>;
     static constexpr ULONG_PTR untouched = 0x1234;
+    // Stands for `made` among the values of a row.
+    static constexpr ULONG_PTR whatIsMade = 0x5678;
 
     struct Row {
-        // The call's, and after a blank what distinguishes the row.
+        // The function's, and after a blank what distinguishes the row.
         std::string name;
-        std::function<Outcome()> call;
-        // After a success.
-        Step undo = [] {};
+        Function::Values values;
         Step prepare = [] {};
+        // After a success. A new handle is freed without it.
+        Step undo = [] {};
         // What the interface wants left behind: blocks of the heap, hashes on the token.
         int keptBlocks = 0;
         int keptHashes = 0;
@@ -41,25 +37,27 @@ protected:
     FaultMatrix();
     void TearDown() override;
 
-    static std::function<Outcome()> csp(std::function<BOOL()> call)
-    {
-        return [call = std::move(call)] {
-            const auto called = callWithLastError(std::ref(call));
-            return Outcome{called.result != FALSE, called.lastError};
-        };
-    }
+    // An entry point or a slot. What comes after a blank does not count.
+    static const Function& functionNamed(std::string_view name);
     void expect(const Row& row);
 
     // What a key handle is, which no failure may change.
     std::vector<ByteView> records;
     const Bytes secret = toBytes("the secret has thirty-two bytes.");
+    // What a row's `prepare` makes.
+    ULONG_PTR made = 0;
     // Where calls put things, anew for each.
     ULONG_PTR out = untouched;
-    GuardedBuffer buffer{256};
-    DWORD length = 0;
+    GuardedBuffer buffer{256}, large{4096};
+    DWORD length = 0, largeLength = 0;
     std::set<std::string> names;
 
 private:
+    struct Outcome {
+        bool succeeded;
+        // The last error, or the status.
+        DWORD code;
+    };
     struct Fault {
         std::string label;
         Step arm = [] {};
@@ -78,6 +76,8 @@ private:
     // By what is wrong.
     using Faults = std::vector<std::pair<std::string, std::vector<Fault>>>;
 
+    Outcome call(const Row& row);
+    void undo(const Row& row);
     Faults faultsOf(Call call);
     std::function<void(int)> lengthsOf(Call call);
     Run run(const Row& row, const Fault& fault);
