@@ -76,4 +76,16 @@ TRANSCRIPT(SignTranscript, "the last signing key of the token replaces a contain
     csp.signHash(finishedHash());
 }
 
+TRANSCRIPT(SignTranscript, "the length changes during the call")
+{
+    errorsAlone();
+    GuardedBuffer signature(256);
+    DWORD length = signature.length();
+    token.during(Call::getKeyPairList, [&] { length = 4096; });
+    recorder.record("CPSignHash", "room 256, then 4096", [&] {
+        CPSignHash(csp.context, hash, AT_SIGNATURE, nullptr, 0, signature.data(), &length);
+        return "length " + std::to_string(length);
+    });
+}
+
 } // namespace quelta::test
