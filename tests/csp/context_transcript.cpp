@@ -21,10 +21,6 @@ TRANSCRIPT(ContextTranscript, "the library is started again until a token was op
     token.unplug();
     csp.acquire(nullptr, CRYPT_VERIFYCONTEXT);
     token.connect({FakeDeviceLibrary::deviceId});
-    errorsAlone();
-    token.willAnswer(Call::initDevice, -7);
-    csp.acquire();
-    everyLine();
     recorder.note("a library that does not start is not noticed, and a token without keys is one");
     token.willAnswer(Call::init, 5);
     csp.acquire("", CRYPT_NEWKEYSET);
