@@ -14,15 +14,7 @@ TRANSCRIPT(ContextTranscript, "the first opening starts the library and the moni
     csp.acquire("whatever the name", CRYPT_VERIFYCONTEXT | CRYPT_SILENT);
     csp("CPReleaseContext", {1});
     csp("CPReleaseContext");
-}
-
-TRANSCRIPT(ContextTranscript, "the library is started again until a token was opened")
-{
-    token.unplug();
-    csp.acquire(nullptr, CRYPT_VERIFYCONTEXT);
-    token.connect({FakeDeviceLibrary::deviceId});
-    recorder.note("a library that does not start is not noticed, and a token without keys is one");
-    token.willAnswer(Call::init, 5);
+    token.keyPairs.clear();
     csp.acquire("", CRYPT_NEWKEYSET);
 }
 

@@ -11,14 +11,7 @@ protected:
 
 TRANSCRIPT(KspProviderTranscript, "the first opening starts the library and opens the first token")
 {
-    token.unplug();
-    token.willAnswer(Call::init, 3);
-    ksp.openProvider();
-    errorsAlone();
     token.connect({"TOKEN-2", "TOKEN-1"});
-    token.willAnswer(Call::initDevice, -21);
-    ksp.openProvider();
-    everyLine();
     token.openSingleSignOn();
     ksp.openProvider(L"any name", 64);
     ksp("KSPPromptUser");
