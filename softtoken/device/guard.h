@@ -2,8 +2,8 @@
 // an application meets every day (no token, a wrong PIN, too little room, data for another key) is answered without an exception:
 // the first one in a thread costs the statically linked runtime handles that no unloading of the library gives back.
 //
-// For the same reason no process-wide object here is a static of a function: the guard of such a one makes that runtime keep a record of
-// the thread, with two handles and a TLS slot.
+// For the same reason no process-wide object here is a static of a function: the guard of such a one makes that runtime keep a
+// record of the thread, with two handles and a TLS slot.
 #pragma once
 
 #include "base/token_error.h"
