@@ -70,22 +70,4 @@ TEST_P(Signing, OpensslAndTheModuleAcceptWhatTheTokenSignsAndNothingElse)
                              ".pub.pem -signature $signature\"\n$verify message; refuses $verify other; done"));
 }
 
-class MadeKeys : public TokenTest {};
-
-TEST_F(MadeKeys, SignAndAreGoneWhenDeleted)
-{
-    const Bytes hash(32, 9);
-    const auto before = storage.names();
-    for (const auto& [algorithm, signatureSize] : {std::pair(L"RSA", 256U), {L"ECDSA_P521", 132U}}) {
-        const StoredKey made = storage.create(algorithm);
-        ASSERT_EQ(made.call(&Table::FinalizeKey, 0), 0);
-        EXPECT_EQ(storage.names().size(), before.size() + 1);
-        const Bytes signature = made.sign(hash);
-        EXPECT_EQ(signature.size(), signatureSize);
-        EXPECT_EQ(made.verify(hash, signature), 0);
-        EXPECT_EQ(made.call(&Table::DeleteKey, 0), 0);
-        EXPECT_EQ(storage.names(), before);
-    }
-}
-
 } // namespace quelta::test

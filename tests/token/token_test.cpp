@@ -2,7 +2,6 @@
 
 #include "token/key_unwrap.h"
 #include "token/token.h"
-#include "token/token_connection.h"
 
 #include <gmock/gmock.h>
 
@@ -25,64 +24,6 @@ TEST_F(TokenCalls, ListsAreCopiedBeforeTheNextCallSpoilsThem)
     device.keyPairs();
     ASSERT_EQ(pairs.size(), 1U);
     EXPECT_EQ(pairs[0].usage, usageSigning);
-}
-
-TEST_F(TokenCalls, PassTheirArgumentsAndTheLibraryContextWhereverThereIsRoomForIt)
-{
-    int context = 0;
-    const Token withContext{id, &context};
-    EXPECT_EQ(openFirstToken(&context, {.startingLibrary = "", .noToken = "", .openFailed = ""}), id);
-    EXPECT_THAT(token.takeCalls(), ElementsAre("init(0, 2)", "getConnectedDeviceList(false, with a context)",
-                                               "initDevice(TOKEN-1, false, with a context)"));
-
-    const PinText pin("1234");
-    const Bytes keyId(keyIdSize, 0x22), one{1}, two{2, 2}, three{3, 3, 3};
-    const std::string idText = toHex(keyId), noId = toHex(Bytes(keyIdSize));
-    QueltaKeyPair pair{};
-    QueltaCertificate certificate{};
-    QueltaSymmetricKey aesKey{};
-    aesKey.flag = 1;
-    setReference(aesKey, one);
-    Bytes out(encryptionRoom);
-    void* hash = nullptr;
-    int remaining = 0;
-    withContext.singleSignOnOpen();
-    withContext.validatePassword("1234", remaining);
-    withContext.keyPairs();
-    withContext.certificates();
-    withContext.aesKeys();
-    withContext.generateKeyPair(pin, pair);
-    withContext.deleteKeyPair(keyId, pin, true);
-    withContext.importCertificate(pin, certificate);
-    withContext.importAesKey(pin, aesKey);
-    withContext.decryptAes(aesKey, two);
-    EXPECT_THAT(token.takeCalls(),
-                ElementsAre("getTokenInfo(TOKEN-1, with a context)", "validatePassword(TOKEN-1, 1234, 1, 0, with a context)",
-                            "getKeyPairList(TOKEN-1, with a context)", "getCertificateList(TOKEN-1, with a context)",
-                            "getAesKeyList(TOKEN-1, with a context)",
-                            "generateKeyPair(TOKEN-1, 1234, 0, 0, " + noId + ", \"\", with a context)",
-                            "deleteKeyPair(TOKEN-1, " + idText + ", 1234, true, with a context)",
-                            "importCertificate(TOKEN-1, 1234, " + noId + ", empty, empty, \"\", with a context)",
-                            "importAesKey(TOKEN-1, 1234, empty, 0, with a context)",
-                            "decryptAes(TOKEN-1, 01, 0202, true, null, with a context)"));
-    withContext.signHash(keyId, pin, one, std::span(out).first(4));
-    withContext.verifySignatureHash(algorithmRsa4096, one, two, three);
-    withContext.decrypt(keyId, pin, one, true);
-    withContext.encrypt(EncryptionType{9}, paddingOaep, one, std::span<unsigned char, encryptionRoom>(out), two);
-    withContext.decryptSymmetric(one, out, two, three);
-    withContext.initHash(7, hash);
-    withContext.updateHash(hash, one);
-    withContext.finalHash(hash, std::span<unsigned char, digestRoom>(out.data(), digestRoom), 5);
-    withContext.random(std::span(out).first(6), true);
-    publicKeyOfCertificate(one);
-    EXPECT_THAT(token.takeCalls(),
-                ElementsAre("signHash(TOKEN-1, " + idText + ", 1234, 01, room 4, false, with a context)",
-                            "verifySignatureHash(4, TOKEN-1, 01, 0202, 030303)",
-                            "decrypt(TOKEN-1, " + idText + ", 1234, 01, true, with a context)",
-                            "encrypt(9, 4, 01, 0202, with a context)",
-                            "decryptSymetric(TOKEN-1, 01, 0202, 030303, with a context)", "initHash(TOKEN-1, 7, with a context)",
-                            "updateHash(1, 01, with a context)", "finalHash(1, room 5, with a context)",
-                            "generateRamdomNumber(TOKEN-1, 6, true, with a context)", "getCertificateDetails(01)"));
 }
 
 TEST_F(TokenCalls, KeyReferenceOutOfItsFieldIsEmptyAndTheLongestKeyIsImportedWholeAndWipedFromItsRecord)

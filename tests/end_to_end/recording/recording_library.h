@@ -1,55 +1,26 @@
-// A QueltaDSCLibrary.dll that writes down the arguments of each call and succeeds. Its token "DEVICE" has one RSA-2048 key pair
-// for all uses, whose hardware flag is set.
+// A QueltaDSCLibrary.dll that keeps the arguments of each call and passes the call on to the software token.
 #pragma once
 
-#include "token/device_library.h"
-
-#include <concepts>
+#include <array>
 #include <cstdint>
+#include <map>
 #include <string>
-#include <type_traits>
-#include <vector>
 
 namespace quelta::test {
 
-inline std::string argumentText(bool flag)
-{
-    return flag ? "true" : "false";
-}
-inline std::string argumentText(const char* text)
-{
-    return text ? text : "null";
-}
-template <class Number>
-requires(std::integral<Number> || std::is_enum_v<Number>) std::string argumentText(Number number)
-{
-    return std::to_string(static_cast<std::int64_t>(number));
-}
-// An address, with a mark that tells it from a number.
-inline std::string argumentText(const void* address)
-{
-    return address ? "@" + std::to_string(reinterpret_cast<std::uintptr_t>(address)) : "null";
-}
-inline std::string argumentText(const CertificateDetails& details)
-{
-    return argumentText(static_cast<const void*>(&details));
-}
+// As the calling convention passes them: a bool is the lowest byte, an int the lower half. The rest of the eight bytes, and what
+// comes after a function's last argument, is not defined. A result that is an object has the first place.
+using Argument = std::uintptr_t;
+using Arguments = std::array<Argument, 11>;
+// The last call of each function.
+using RecordedCalls = std::map<std::string, Arguments>;
 
-template <class... Arguments>
-std::string callText(std::string function, const Arguments&... arguments)
-{
-    ((function += ' ' + argumentText(arguments)), ...);
-    return function;
-}
-
-struct RecordingLibrary {
-    // Equal calls appear once, so that the device monitor's polls do not disturb.
-    std::vector<std::string> calls;
-    // The module's own class, which calls the functions of this library.
-    DeviceLibrary& forwarding;
-};
+using TokensFunction = Argument (*)(Argument, Argument, Argument, Argument, Argument, Argument, Argument, Argument, Argument,
+                                    Argument, Argument);
+TokensFunction tokensFunction(const char* name);
+void record(const char* function, const Arguments& arguments);
 
 } // namespace quelta::test
 
 // Exported beside the library's own functions.
-extern "C" __declspec(dllexport) quelta::test::RecordingLibrary* recordingLibrary();
+extern "C" __declspec(dllexport) quelta::test::RecordedCalls recordedCalls();
