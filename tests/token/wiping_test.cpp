@@ -29,18 +29,6 @@ protected:
     const Token device{id, nullptr};
 };
 
-// Within the string itself, and outside of it.
-TEST_F(Wiping, PinGoesWithItsLastReader)
-{
-    for (const char* text : {"24681357", "a PIN with more characters than a string keeps inside itself"}) {
-        auto held = std::make_shared<const PinText>(text);
-        const FreedMemory freed(charactersOf(text));
-        held.reset();
-        EXPECT_GT(freed.blocks, 0);
-        EXPECT_EQ(freed.withSecret, 0) << text;
-    }
-}
-
 // The user types into the system's control, whose memory is the system's. This test searches the module's: the blocks that its
 // code made on the heap, and the thread's stack, both as bytes. The fake library keeps the PIN in the middle of its own texts.
 TEST_F(Wiping, TypedPinIsHeldOnceWhileItIsKeptAndNowhereBeforeAndAfter)
