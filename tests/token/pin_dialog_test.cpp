@@ -1,14 +1,11 @@
 #include "support/heap.h"
 #include "support/module_test.h"
 
-#include "csp/context.h"
-#include "log/log_writer.h"
 #include "token/pin_dialog.h"
 
 #include <gmock/gmock.h>
 
 #include <array>
-#include <mutex>
 #include <thread>
 
 namespace quelta::test {
@@ -26,33 +23,6 @@ PinDialog otherDialogThan(PinDialog known)
     }
     ADD_FAILURE() << "there is no second dialog";
     return known;
-}
-
-using Edges = std::array<LONG, 4>;
-
-Edges edgesOf(const RECT& rectangle)
-{
-    return {rectangle.left, rectangle.top, rectangle.right, rectangle.bottom};
-}
-
-// Left, top, width and height in dialog units.
-struct Place {
-    LONG left, top, width, height;
-
-    Edges inPixels(HWND dialog) const
-    {
-        RECT each{left, top, width, height};
-        MapDialogRect(dialog, &each);
-        return {each.left, each.top, each.left + each.right, each.top + each.bottom};
-    }
-};
-
-std::string givenPin()
-{
-    CspContext context;
-    context.serialNumber = FakeDeviceLibrary::deviceId;
-    const auto pin = ensurePinValidated(context);
-    return pin ? (***pin).c_str() : "none";
 }
 
 } // namespace
@@ -89,20 +59,6 @@ TEST_F(PinDialogWindow, LoginIsAllowedFrom4To63Characters)
     });
 }
 
-TEST_F(PinDialogWindow, OnlyLoginGivesTheText)
-{
-    for (const auto& [leave, text] : {std::pair(&PinDialog::pressLogin, "p w\\%s9"),
-                                      {&PinDialog::pressCancel, ""},
-                                      {&PinDialog::close, ""},
-                                      {&PinDialog::pressEnter, "p w\\%s9"}}) {
-        EXPECT_EQ(textAfter([leave = leave](PinDialog dialog) {
-                      dialog.type("p w\\%s9");
-                      (dialog.*leave)();
-                  }),
-                  text);
-    }
-}
-
 TEST_F(PinDialogWindow, LoginNeedsNoMemory)
 {
     heap();
@@ -129,70 +85,27 @@ TEST_F(PinDialogWindow, EnterIsNothingBeforeLoginIsAllowed)
               "1234");
 }
 
-TEST_F(PinDialogWindow, LooksAsDesigned)
-{
-    textAfter([](PinDialog dialog) {
-        const HWND window = dialog.window();
-        RECT screen{}, outside{}, inside{};
-        SystemParametersInfoA(SPI_GETWORKAREA, 0, &screen, 0);
-        GetWindowRect(window, &outside);
-        GetClientRect(window, &inside);
-        EXPECT_EQ(edgesOf(inside), (Place{0, 0, 200, 78}.inPixels(window)));
-        EXPECT_NEAR(outside.left + outside.right, screen.left + screen.right, 1);
-        EXPECT_NEAR(outside.top + outside.bottom, screen.top + screen.bottom, 1);
-        constexpr LONG_PTR style = WS_POPUP | WS_CAPTION | WS_SYSMENU;
-        EXPECT_EQ(GetWindowLongPtrA(window, GWL_STYLE) & style, style);
-        EXPECT_NE(GetWindowLongPtrA(window, GWL_EXSTYLE) & WS_EX_TOPMOST, 0) << "it must not be hidden";
-        EXPECT_EQ(GetWindow(window, GW_OWNER), nullptr);
-
-        HWND control = GetWindow(window, GW_CHILD);
-        for (const auto& [text, place] : {std::pair<std::string, Place>{"Please enter user pin to verify,", {12, 6, 163, 13}},
-                                          {"User Pin :", {12, 30, 42, 12}},
-                                          {"", {65, 27, 111, 14}},
-                                          {"Login", {64, 50, 50, 14}},
-                                          {"Cancel", {127, 50, 50, 14}}}) {
-            EXPECT_EQ(textOf(control), text);
-            RECT actual{};
-            GetWindowRect(control, &actual);
-            MapWindowPoints(nullptr, window, reinterpret_cast<POINT*>(&actual), 2);
-            EXPECT_EQ(edgesOf(actual), place.inPixels(window)) << text;
-            control = GetWindow(control, GW_HWNDNEXT);
-        }
-        EXPECT_EQ(control, nullptr);
-        constexpr LONG_PTR hidden = ES_PASSWORD | ES_AUTOHSCROLL | WS_TABSTOP;
-        EXPECT_EQ(GetWindowLongPtrA(dialog.edit(), GWL_STYLE) & hidden, hidden);
-        dialog.pressCancel();
-    });
-}
-
 // One step after the other: Wine's edit controls share a cache of glyphs, and two threads that draw or drop theirs in the same
 // moment break it.
 TEST_F(PinDialogWindow, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
 {
-    for (int i = 0; i < 2; ++i) token.willAnswer(Call::validatePassword, 0);
     std::array<std::string, 2> pins;
     std::jthread second;
-    // Held, it stops both threads at the line that follows their dialog, until both texts were given. It is in its place before
-    // either thread looks there.
-    std::mutex atTheLog;
-    logMutexSlot() = &atTheLog;
     user.meetsPinDialog([&](PinDialog older) {
         older.type("1111");
         older.waitUntilDrawn();
-        second = callerThread([&] { pins[1] = givenPin(); });
+        second = callerThread([&] { showPasswordDialog(pins[1]); });
         const PinDialog newer = otherDialogThan(older);
         newer.type("2222");
         newer.waitUntilDrawn();
-        const std::lock_guard lock(atTheLog);
         // Without the mouse, which would bring it to the front and have both drawn.
         PostMessageA(older.window(), WM_COMMAND, IDOK, 0);
         while (IsWindow(older.window())) Sleep(5);
         newer.pressLogin();
         while (IsWindow(newer.window())) Sleep(5);
     });
-    pins[0] = givenPin();
+    showPasswordDialog(pins[0]);
     second.join();
-    logMutexSlot() = nullptr;
     EXPECT_THAT(pins, ::testing::ElementsAre("1111", "2222"));
 }
 
