@@ -18,8 +18,10 @@ protected:
     const std::filesystem::path target_ = folder_ / L"t\u00E4rget";
 };
 
+// A process that was killed has left its file.
 TEST_F(FileReplacementTest, TakesTheTargetsPlaceAtTheEndAlone)
 {
+    folder_.write(L"t\u00E4rget.new", toBytes("left behind"));
     for (const std::string_view text : {"old", "newer"}) {
         FileReplacement file(target_, L".new");
         ASSERT_TRUE(file.write(toBytes(text)));
