@@ -151,9 +151,8 @@ public:
 
     // Gives the token's PIN, for both interfaces, so that no dialog asks for it.
     void usePin() const;
-    StoredKey open(const std::wstring& name) const { return key(&Table::OpenKey, name.c_str(), 0, 0); }
     // By the label that it has among the tests' keys.
-    StoredKey openLabelled(const std::string& label) const { return open(toWide(keyName(label))); }
+    StoredKey openLabelled(const std::string& label) const { return key(&Table::OpenKey, toWide(keyName(label)).c_str(), 0, 0); }
     StoredKey create(const wchar_t* algorithm) const
     {
         return key(&Table::CreatePersistedKey, algorithm, L"a name", AT_SIGNATURE, 0);

@@ -4,17 +4,6 @@
 
 namespace quelta::test {
 
-// For survives_kill.sh, which ends it: writes a line for each key that the token has acknowledged.
-TEST(OneProcess, DISABLED_StoresKeysUntilKilled)
-{
-    std::ofstream lines(std::getenv("QUELTA_ACKNOWLEDGED"), std::ios::app);
-    const KeyStorage storage;
-    storage.usePin();
-    const Bytes key = concat({littleEndian({BCRYPT_KEY_DATA_BLOB_MAGIC, 1, 16}), counting(16)});
-    while (storage.import(L"KeyDataBlob", key).status() == 0) lines << "stored" << std::endl;
-    FAIL() << "a key was refused";
-}
-
 // For quelta.sh, an application that knows nothing of the token: it finds a certificate in the user's store by its subject, and
 // signs a file with crypt32, detached.
 TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
