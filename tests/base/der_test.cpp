@@ -25,6 +25,16 @@ TEST(Der, UnsignedIntegersNeverTurnNegativeAndSetsAreSorted)
     EXPECT_EQ(setOf({smallInteger(9), smallInteger(1)}), (Bytes{0x31, 6, 2, 1, 1, 2, 1, 9}));
 }
 
+TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
+{
+    const Bytes halves{0, 0, 5, 0, 0xFF, 1, 2, 3};
+    const Bytes signature{0x30, 11, 2, 2, 5, 0, 2, 5, 0, 0xFF, 1, 2, 3};
+    EXPECT_EQ(ecdsaSignature(halves), signature);
+    EXPECT_EQ(ecdsaHalves(signature, 4), halves);
+    EXPECT_FALSE(ecdsaHalves(concat({signature, null()}), 4)) << "with bytes behind it";
+    EXPECT_FALSE(ecdsaHalves(sequence({smallInteger(1), smallInteger(2), null()}), 4)) << "or behind its numbers";
+}
+
 // What it refuses, and that it never leaves its bytes, the fuzzer sees with its seeds.
 TEST(Der, ReaderLeavesAnElementOfAnotherTagUnread)
 {
@@ -48,6 +58,13 @@ TEST(Der, NumbersOf64BitsAreReadAndLongerOnesStayUnread)
         EXPECT_EQ(reader.smallInteger(), number) << ::testing::PrintToString(bytes);
         EXPECT_EQ(reader.atEnd(), number.has_value());
     }
+}
+
+TEST(Der, ObjectIdentifiersSurviveThereAndBack)
+{
+    EXPECT_EQ(oid("1.2.840.113549.1.1.1"), (Bytes{6, 9, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 1, 1, 1}));
+    for (const char* dotted : {"0.0", "1.39.127", "2.999.3", "2.5.29.15", "1.3.6.1.4.1.18446744073709551615"})
+        EXPECT_EQ(Reader(oid(dotted)).oid(), dotted);
 }
 
 } // namespace

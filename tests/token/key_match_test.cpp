@@ -20,17 +20,6 @@ struct Guarded {
     Record& record = *reinterpret_cast<Record*>(memory.data());
 };
 
-// Only a length within the field counts.
-template <class Record>
-void expectBounds(std::int32_t Record::*length, std::int32_t room, ByteView (*view)(const Record&))
-{
-    Guarded<Record> guarded;
-    for (const std::int32_t value : {-1, INT_MIN, INT_MAX, room + 1, room, 0}) {
-        guarded.record.*length = value;
-        EXPECT_EQ(view(guarded.record).size(), static_cast<std::size_t>(value == room ? room : 0)) << value << " of " << room;
-    }
-}
-
 TokenKey keyWith(ByteView reference, std::string_view label)
 {
     TokenKey key;
@@ -40,15 +29,6 @@ TokenKey keyWith(ByteView reference, std::string_view label)
 }
 
 } // namespace
-
-TEST(KeyMatch, LengthsOutsideTheirFieldReadAsEmpty)
-{
-    expectBounds(&QueltaKeyPair::publicKeyLength, 1024, publicKeyOf);
-    expectBounds(&QueltaKeyPair::keyReferenceLength, 128, keyReferenceOf);
-    expectBounds(&QueltaCertificate::certificateLength, 3072, certificateOf);
-    expectBounds(&QueltaCertificate::keyReferenceLength, 128, keyReferenceOf);
-    expectBounds(&QueltaSymmetricKey::keyReferenceLength, 128, keyReferenceOf);
-}
 
 TEST(KeyMatch, LabelsEndWithTheirFieldIfNotBefore)
 {
