@@ -2,6 +2,7 @@
 #include "soak/soak.h"
 #include "store/pin.h"
 #include "store/token_store.h"
+#include "support/child_process.h"
 
 #include <process.h>
 
@@ -21,25 +22,15 @@ constexpr ULONGLONG patience = 30'000;
 constexpr int attempts = 1000;
 constexpr DWORD tick = 100;
 
-// STILL_ACTIVE while it runs.
-DWORD exitCode(const File& process)
-{
-    DWORD code = 0;
-    GetExitCodeProcess(process.get(), &code);
-    return code;
-}
-
 class Driver {
 public:
     Driver(std::filesystem::path folder, double minutes, std::uint32_t seed) : folder_(std::move(folder)), random_(seed)
     {
         board_.minutes = minutes;
         board_.seed = seed;
-        wchar_t self[MAX_PATH + 1]{};
-        GetModuleFileNameW(nullptr, self, MAX_PATH);
         for (std::size_t i = 0; i < workers; ++i) {
-            const auto process =
-                _wspawnl(_P_NOWAIT, self, L"quelta-soak", boardName_.c_str(), std::to_wstring(i).c_str(), nullptr);
+            const auto process = _wspawnl(_P_NOWAIT, test::ownExecutable().c_str(), L"quelta-soak", boardName_.c_str(),
+                                          std::to_wstring(i).c_str(), nullptr);
             if (process == -1) throw std::runtime_error("a worker can't be started");
             processes_.emplace_back(reinterpret_cast<HANDLE>(process));
         }
@@ -51,7 +42,8 @@ public:
         round(Stage::firstRound, Stage::firstRest);
         round(Stage::secondRound, Stage::secondRest);
         countWrongPins();
-        awaitEach([&](std::size_t i) { return exitCode(processes_[i]) != STILL_ACTIVE; });
+        for (const File& process : processes_)
+            if (WaitForSingleObject(process.get(), patience) != WAIT_OBJECT_0) giveUp("A worker does not end");
         watchdog = {};
         return report(board_, folder_, findings_);
     }
@@ -72,7 +64,7 @@ private:
         }
         board_.stage = rest;
         change(signedOn);
-        awaitAll(work);
+        await(work);
     }
 
     // Through the token's own functions: a start of quelta-token would take longer than some states last.
@@ -116,25 +108,18 @@ private:
         const auto tokenHas = [] { return readToken(tokenFolder()).value()->wrongPins; };
         const std::uint64_t before = board_.wrongPins - tokenHas();
         board_.stage = Stage::quiet;
-        awaitAll(Stage::quiet);
+        await(Stage::quiet);
         if (board_.wrongPins - tokenHas() != before)
             findings_.emplace_back("While nobody else called, the token got another number of wrong PINs than were entered: look "
                                    "at who calls quelta_validatePassword, and with which PIN");
     }
 
-    void awaitAll(Stage stage)
-    {
-        awaitEach([&](std::size_t i) { return board_.workers[i].finished >= stage; });
-    }
-
     // A worker may need a minute to compare what it holds.
-    template <class Predicate>
-    void awaitEach(Predicate isDone)
+    void await(Stage stage)
     {
-        constexpr ULONGLONG most = 300'000;
-        const ULONGLONG end = GetTickCount64() + most;
+        const ULONGLONG end = GetTickCount64() + 300'000;
         for (std::size_t i = 0; i < workers; ++i)
-            for (; !isDone(i); Sleep(tick))
+            for (; board_.workers[i].finished < stage; Sleep(tick))
                 if (GetTickCount64() > end) giveUp("Worker " + std::to_string(i + 1) + " does not come to an end");
     }
 
@@ -143,7 +128,8 @@ private:
     {
         for (; !stop.stop_requested(); Sleep(tick)) {
             for (std::size_t i = 0; i < workers; ++i) {
-                const DWORD code = exitCode(processes_[i]);
+                DWORD code = STILL_ACTIVE;
+                GetExitCodeProcess(processes_[i].get(), &code);
                 if (code != STILL_ACTIVE && (code != 0 || board_.workers[i].finished != Stage::quiet))
                     giveUp("Worker " + std::to_string(i + 1) + " ended with exit code " + std::to_string(code));
                 for (const ThreadLine& thread : board_.workers[i].threads)

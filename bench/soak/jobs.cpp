@@ -1,9 +1,7 @@
-#include "common/bcrypt_calls.h"
 #include "common/hex.h"
-#include "crypto/key_encoding.h"
-#include "crypto/primitives.h"
 #include "crypto/rsa.h"
-#include "soak/session.h"
+#include "soak/csp_session.h"
+#include "soak/ksp_session.h"
 #include "store/token_store.h"
 
 #include <stdexcept>
@@ -42,60 +40,75 @@ void judgeText(const Caller& caller, ByteView plain, ByteView text, const char* 
         find(std::string("The text that the module ") + what + " is another one: look into the log at level 3");
 }
 
-void sign(Session& session, Caller& caller)
+void sign(auto& session, Caller& caller)
 {
     const Bytes text = caller.bytes(1 + caller.below(3000));
     Bytes signature = session.sign(text);
     if (signature.empty()) return;
-    if (!judgeSignature(caller, known.key.shown, sha256(text), signature)) return;
-    session.verify(text, signature);
+    if (!judgeSignature(caller, known.key.shown, digestOf(softtoken::sha256, text), signature)) return;
+    session.verify(text, signature, false);
     signature[caller.below(signature.size())] ^= 1;
     session.verify(text, signature, true);
 }
 
-void encrypt(Session& session, Caller& caller)
+void encrypt(auto& session, Caller& caller)
 {
     const Bytes text = caller.bytes(1 + caller.below(200)), cipher = session.encrypt(text);
     if (!cipher.empty()) judgeText(caller, rsaDecrypt(known.key, cipher).value_or(Bytes()), text, "encrypted");
 }
 
-void decrypt(Session& session, Caller& caller)
+void decrypt(auto& session, Caller& caller)
 {
     const Bytes text = caller.bytes(1 + caller.below(200)), plain = session.decrypt(encryptedToToken(text));
     if (!plain.empty()) judgeText(caller, plain, text, "decrypted");
 }
 
-void decryptByAes(Session& session, Caller& caller)
+void decryptByAes(auto& session, Caller& caller)
 {
     const Bytes plain = session.decryptUnder(encryptedToToken(aesKey), aesIv, aesCipher);
     if (!plain.empty()) judgeText(caller, plain, aesText, "decrypted by AES");
 }
 
-void exportPublicKey(Session& session, Caller&)
-{
-    const Bytes modulus = session.modulus();
-    if (!modulus.empty() && modulus != known.key.shown.modulus) find("The module exports another public key than the token's");
-}
-
-void readCertificates(Session& session, Caller&)
+void readCertificates(auto& session, Caller&)
 {
     for (const Bytes& answer : session.certificates())
         if (!answer.empty() && std::ranges::search(answer, known.certificate).empty())
             find("The module gives another certificate than the key's");
 }
 
+// A session makes each call and has the answer judged; an answer is empty if the call was refused.
+template <class Session>
 constexpr void (*jobs[])(Session&, Caller&) = {
     sign,
     encrypt,
     decrypt,
     decryptByAes,
     [](Session& session, Caller& caller) { session.importSecrets(caller.bytes(16), wrappedKey); },
-    exportPublicKey,
     readCertificates,
     [](Session& session, Caller&) { session.enumerateKeys(); },
     [](Session& session, Caller&) { session.enterPin(); },
     [](Session& session, Caller&) { session.makeKey(); },
 };
+
+template <class Session>
+void doJobs(Caller& caller)
+{
+    Session session(caller);
+    if (!session) return;
+    for (std::size_t count = caller.below(20); count > 0; --count)
+        jobs<Session>[caller.below(std::size(jobs<Session>))](session, caller);
+}
+
+template <class Session>
+void enterWrongPinInto(Caller& caller)
+{
+    Session session(caller);
+    if (!session) return;
+    // The first one asks for the PIN, which then is cached.
+    sign(session, caller);
+    if (session.enterWrongPin()) find("A wrong PIN was accepted");
+    sign(session, caller);
+}
 
 } // namespace
 
@@ -108,11 +121,6 @@ void readToken()
              (*token)->certificates.front().der};
 }
 
-Bytes sha256(ByteView data)
-{
-    return digestOf(softtoken::sha256, data);
-}
-
 bool judgeSignature(const Caller& caller, const softtoken::PublicKey& key, ByteView digest, ByteView signature)
 {
     ++caller.board.signatures;
@@ -123,21 +131,13 @@ bool judgeSignature(const Caller& caller, const softtoken::PublicKey& key, ByteV
 
 void useInterface(Caller& caller)
 {
-    const auto session = caller.oneIn(2) ? openCryptoApi(caller) : openKeyStorage(caller);
-    if (!session) return;
-    for (std::size_t count = caller.below(20); count > 0; --count) jobs[caller.below(std::size(jobs))](*session, caller);
+    caller.oneIn(2) ? doJobs<CryptoApiSession>(caller) : doJobs<KeyStorageSession>(caller);
 }
 
 void enterWrongPins(Caller& caller)
 {
-    for (const auto& open : {openCryptoApi, openKeyStorage}) {
-        const auto session = open(caller);
-        if (!session) continue;
-        // The first one asks for the PIN, which then is cached.
-        sign(*session, caller);
-        if (session->enterWrongPins() != 0) find("A wrong PIN was accepted");
-        sign(*session, caller);
-    }
+    enterWrongPinInto<CryptoApiSession>(caller);
+    enterWrongPinInto<KeyStorageSession>(caller);
 }
 
 } // namespace quelta::soak

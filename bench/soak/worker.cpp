@@ -1,4 +1,4 @@
-#include "soak/session.h"
+#include "soak/jobs.h"
 #include "soak/soak.h"
 #include "support/holdings.h"
 
@@ -18,43 +18,20 @@ bool moduleIsLoaded()
     return GetModuleHandleA(moduleName) != nullptr;
 }
 
-// Otherwise Wine would start a debugger and show a window, and the process would wait for both.
-LONG WINAPI endAtCrash(EXCEPTION_POINTERS* crash)
-{
-    const EXCEPTION_RECORD& record = *crash->ExceptionRecord;
-    std::printf("exception %08lX at %p; the module stands at %p\n", record.ExceptionCode, record.ExceptionAddress,
-                static_cast<void*>(GetModuleHandleA(moduleName)));
-    std::fflush(stdout);
-    TerminateProcess(GetCurrentProcess(), record.ExceptionCode);
-    return EXCEPTION_CONTINUE_SEARCH;
-}
-
-// Looks until no more than `most` is held, at most `tries` times. Idle threads of the process's pool end by themselves after some
-// seconds.
-Holdings leastHoldings(const Holdings& most, int tries)
-{
-    Holdings least = test::holdings();
-    for (; tries > 0 && !test::nothingMore(least, most); --tries) {
-        Sleep(500);
-        std::ranges::transform(least, test::holdings(), least.begin(), [](auto a, auto b) { return std::min(a, b); });
-    }
-    return least;
-}
-
-// The first time it only keeps in `before` what is held.
+// The first time it only keeps in `before` what is held. Idle threads of the process's pool end by themselves after some seconds.
 void compareHoldings(Holdings& before, const Holdings& tolerated, const std::string& when)
 {
     const bool first = before == Holdings{};
-    Holdings most{};
+    Holdings most{}, now = test::holdings();
     std::ranges::transform(before, tolerated, most.begin(), std::plus());
-    const Holdings now = leastHoldings(most, first ? 14 : 60);
-    for (std::size_t kind = 0; kind < now.size(); ++kind) {
-        const std::string held = std::to_string(now[kind]) + " " + test::holdingNames[kind] + " " + when;
-        std::printf("%s\n", held.c_str());
-        if (!first && now[kind] > most[kind])
-            find("A worker holds " + held + " after the second round, " + std::to_string(before[kind]) +
-                 " after the first: look for what is not released");
+    for (int tries = first ? 14 : 60; tries > 0 && !test::nothingMore(now, most); --tries) {
+        Sleep(500);
+        std::ranges::transform(now, test::holdings(), now.begin(), [](auto a, auto b) { return std::min(a, b); });
     }
+    for (std::size_t kind = 0; kind < now.size() && !first; ++kind)
+        if (now[kind] > most[kind])
+            find("A worker holds " + std::to_string(now[kind]) + " " + test::holdingNames[kind] + " " + when +
+                 " after the second round, " + std::to_string(before[kind]) + " after the first: look for what is not released");
     before = now;
 }
 
@@ -103,18 +80,13 @@ private:
     {
         std::mt19937 random(static_cast<unsigned>(board_.seed + 1000 * number_ + 10 * row) + static_cast<unsigned>(round));
         while (board_.stage == round) {
-            std::jthread([&, seed = random()] { workOnce(row, seed); }).join();
+            std::jthread([&, seed = random()] {
+                Caller caller(board_, line_.threads[row], seed);
+                useInterface(caller);
+            }).join();
             Sleep(random() % longestPause);
             if (!moduleIsLoaded()) ++board_.unloadings;
         }
-    }
-
-    void workOnce(std::size_t row, std::uint32_t seed)
-    try {
-        Caller caller(board_, line_.threads[row], seed);
-        useInterface(caller);
-    } catch (const std::exception& error) {
-        find(std::string("A thread of the soak's own ended: ") + error.what());
     }
 
     Board& board_;
@@ -127,7 +99,8 @@ private:
 
 void work(const std::wstring& name, std::size_t number)
 {
-    SetUnhandledExceptionFilter(endAtCrash);
+    // Otherwise Wine would start a debugger at a crash and show a window, and the process would wait for both.
+    SetErrorMode(SEM_NOGPFAULTERRORBOX);
     const std::filesystem::path folder = _wgetenv(L"TMP");
     _wfreopen((folder / ("worker-" + std::to_string(number + 1) + ".txt")).c_str(), L"w", stdout);
     readToken();
