@@ -31,7 +31,7 @@ int sizeOf(ByteView bytes)
 
 } // namespace
 
-OpenModule::OpenModule(const std::string& pin) : csp_(module_), pin_(pin)
+OpenModule::OpenModule(const std::string& pin) : csp_{module_}, pin_(pin)
 {
     expectDone(ksp().OpenProvider(&provider_, L"", 0), "KSPOpenProvider");
     const auto devices = deviceLibrary().getConnectedDeviceList(false, nullptr);

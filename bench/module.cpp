@@ -38,25 +38,6 @@ void* Module::address(const char* name) const
     return address;
 }
 
-CryptoApiExports::CryptoApiExports(const Module& module)
-    : acquireContext(module.function<decltype(CPAcquireContext)>("CPAcquireContext")),
-      releaseContext(module.function<decltype(CPReleaseContext)>("CPReleaseContext")),
-      getProvParam(module.function<decltype(CPGetProvParam)>("CPGetProvParam")),
-      setProvParam(module.function<decltype(CPSetProvParam)>("CPSetProvParam")),
-      getUserKey(module.function<decltype(CPGetUserKey)>("CPGetUserKey")),
-      getKeyParam(module.function<decltype(CPGetKeyParam)>("CPGetKeyParam")),
-      destroyKey(module.function<decltype(CPDestroyKey)>("CPDestroyKey")),
-      createHash(module.function<decltype(CPCreateHash)>("CPCreateHash")),
-      hashData(module.function<decltype(CPHashData)>("CPHashData")),
-      getHashParam(module.function<decltype(CPGetHashParam)>("CPGetHashParam")),
-      destroyHash(module.function<decltype(CPDestroyHash)>("CPDestroyHash")),
-      signHash(module.function<decltype(CPSignHash)>("CPSignHash")),
-      verifySignature(module.function<decltype(CPVerifySignature)>("CPVerifySignature")),
-      encrypt(module.function<decltype(CPEncrypt)>("CPEncrypt")),
-      decrypt(module.function<decltype(CPDecrypt)>("CPDecrypt")),
-      genRandom(module.function<decltype(CPGenRandom)>("CPGenRandom"))
-{}
-
 void expectTrue(BOOL answer, const char* call)
 {
     if (!answer) failWith(call, static_cast<long>(GetLastError()));

@@ -30,24 +30,24 @@ private:
 
 // Those that are measured or needed for it.
 struct CryptoApiExports {
-    explicit CryptoApiExports(const Module& module);
+    const Module& module;
 
-    decltype(CPAcquireContext)* acquireContext;
-    decltype(CPReleaseContext)* releaseContext;
-    decltype(CPGetProvParam)* getProvParam;
-    decltype(CPSetProvParam)* setProvParam;
-    decltype(CPGetUserKey)* getUserKey;
-    decltype(CPGetKeyParam)* getKeyParam;
-    decltype(CPDestroyKey)* destroyKey;
-    decltype(CPCreateHash)* createHash;
-    decltype(CPHashData)* hashData;
-    decltype(CPGetHashParam)* getHashParam;
-    decltype(CPDestroyHash)* destroyHash;
-    decltype(CPSignHash)* signHash;
-    decltype(CPVerifySignature)* verifySignature;
-    decltype(CPEncrypt)* encrypt;
-    decltype(CPDecrypt)* decrypt;
-    decltype(CPGenRandom)* genRandom;
+    decltype(CPAcquireContext)* acquireContext = module.function<decltype(CPAcquireContext)>("CPAcquireContext");
+    decltype(CPReleaseContext)* releaseContext = module.function<decltype(CPReleaseContext)>("CPReleaseContext");
+    decltype(CPGetProvParam)* getProvParam = module.function<decltype(CPGetProvParam)>("CPGetProvParam");
+    decltype(CPSetProvParam)* setProvParam = module.function<decltype(CPSetProvParam)>("CPSetProvParam");
+    decltype(CPGetUserKey)* getUserKey = module.function<decltype(CPGetUserKey)>("CPGetUserKey");
+    decltype(CPGetKeyParam)* getKeyParam = module.function<decltype(CPGetKeyParam)>("CPGetKeyParam");
+    decltype(CPDestroyKey)* destroyKey = module.function<decltype(CPDestroyKey)>("CPDestroyKey");
+    decltype(CPCreateHash)* createHash = module.function<decltype(CPCreateHash)>("CPCreateHash");
+    decltype(CPHashData)* hashData = module.function<decltype(CPHashData)>("CPHashData");
+    decltype(CPGetHashParam)* getHashParam = module.function<decltype(CPGetHashParam)>("CPGetHashParam");
+    decltype(CPDestroyHash)* destroyHash = module.function<decltype(CPDestroyHash)>("CPDestroyHash");
+    decltype(CPSignHash)* signHash = module.function<decltype(CPSignHash)>("CPSignHash");
+    decltype(CPVerifySignature)* verifySignature = module.function<decltype(CPVerifySignature)>("CPVerifySignature");
+    decltype(CPEncrypt)* encrypt = module.function<decltype(CPEncrypt)>("CPEncrypt");
+    decltype(CPDecrypt)* decrypt = module.function<decltype(CPDecrypt)>("CPDecrypt");
+    decltype(CPGenRandom)* genRandom = module.function<decltype(CPGenRandom)>("CPGenRandom");
 };
 
 // Throw unless the call was done.
