@@ -15,15 +15,6 @@ protected:
     {
         for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
     }
-    void inner(const char* name, void (*call)())
-    {
-        recorder.recordInner(name, "", [=] {
-            call();
-            return "done";
-        });
-    }
-    void start() { inner("startDeviceMonitor", startDeviceMonitor); }
-    void stop() { inner("stopDeviceMonitor", stopMonitor); }
 
     CspCalls csp{recorder};
     KspCalls ksp{recorder};
@@ -63,17 +54,6 @@ TRANSCRIPT(ConnectionTranscript, "a token that was pulled out is opened again an
     openBoth();
     user.entersPin("1234");
     csp("CPGenKey", {CALG_RSA_SIGN});
-}
-
-// What the monitor's thread writes itself stands where it comes to it, and is not here.
-TRANSCRIPT(ConnectionTranscript, "the monitor is started once and stopped once")
-{
-    start();
-    stop();
-    stop();
-    start();
-    start();
-    stopMonitor();
 }
 
 } // namespace quelta::test

@@ -105,14 +105,6 @@ TRANSCRIPT(PinPromptTranscript, "the dialog is in the middle of the screen and a
     for (const std::string& control : controls) recorder.note(control);
 }
 
-TRANSCRIPT(PinPromptTranscript, "the longest PIN arrives whole")
-{
-    errorsAlone();
-    token.pin = std::string(63, 'p');
-    user.entersPin(token.pin);
-    cspAsks();
-}
-
 TRANSCRIPT(PinPromptTranscript, "a longer PIN is sent whole, and CryptoAPI keeps 63 bytes of it")
 {
     errorsAlone();
