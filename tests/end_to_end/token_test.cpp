@@ -58,9 +58,10 @@ echo $? >status.new && mv status.new status
     return ::testing::AssertionFailure() << commands << "\n" << toText(read("output"));
 }
 
-EndToEndTest::EndToEndTest()
+TokenTest::TokenTest()
 {
     user.watch();
+    storage.usePin();
 }
 
 void drive(const std::string& command)

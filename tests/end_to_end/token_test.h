@@ -21,22 +21,16 @@ public:
 // Runs quelta-token on it.
 void drive(const std::string& command);
 
-// The built module over such a token. The provider is registered for CryptoAPI in this process's own registry. A window that the
-// test does not announce is a failure.
-class EndToEndTest : public ::testing::Test {
+// The built module over such a token, with the PIN given already. The provider is registered for CryptoAPI in this process's own
+// registry. A window that the test does not announce is a failure.
+class TokenTest : public ::testing::Test {
 protected:
-    EndToEndTest();
+    TokenTest();
 
     const TokenFolder folder;
     LogFolder log;
     DialogUser user;
     const KeyStorage storage;
-};
-
-// Most of them have the PIN given already.
-class TokenTest : public EndToEndTest {
-protected:
-    TokenTest() { storage.usePin(); }
 };
 
 } // namespace quelta::test
