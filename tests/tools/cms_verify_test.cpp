@@ -68,10 +68,10 @@ TEST_F(SignatureCheck, SignaturesOfAnotherImplementationHoldForTheirContentAndRo
 TEST_F(SignatureCheck, AttributesRewrittenForAnotherContentAreRefused)
 {
     Bytes changed = signatureIn("rsa_with_attributes");
-    const Bytes digest = digestOf(digestOfName("sha256"), toBytes(signedContent));
+    const Bytes digest = digestOf(knownDigests[0], toBytes(signedContent));
     const auto at = std::ranges::search(changed, digest).begin();
     ASSERT_NE(at, changed.end());
-    std::ranges::copy(digestOf(digestOfName("sha256"), toBytes("forged")), at);
+    std::ranges::copy(digestOf(knownDigests[0], toBytes("forged")), at);
     EXPECT_THROW(check(changed, "forged"), Refusal);
 }
 
@@ -84,13 +84,6 @@ TEST_F(SignatureCheck, ATimeStampIsSeenAndProvesNothing)
     const Bytes stamp = der::sequence({der::oid(oid::timeStampToken), der::setOf({der::null()})});
     message.signerInfos[0] = der::sequence({signer->content, der::element(der::explicitTag(1), stamp)});
     EXPECT_TRUE(check(message.encoded()).signers[0].hasTimeStamp);
-}
-
-TEST_F(SignatureCheck, WhatIsNoSignatureSaysSo)
-{
-    EXPECT_THROW(check({}), Failure);
-    EXPECT_THROW(check(toBytes("text")), Failure);
-    EXPECT_THROW(check(toBytes(encodedOf(*certificateIn("ecdsa_p384")))), Failure);
 }
 
 } // namespace

@@ -1,21 +1,10 @@
 #include "support/scratch_folder.h"
-#include "tools/console/failure.h"
 #include "tools/console/files.h"
 
-#include <gmock/gmock.h>
+#include <gtest/gtest.h>
 
 namespace quelta::tools {
 namespace {
-
-TEST(InputFiles, AreNeverTheOutputAndSayWhenTheyAreMissing)
-{
-    const ScratchFolder folder;
-    const auto input = folder.write("in", {});
-    EXPECT_THROW(refuseSameFile(input, folder / "./in"), Failure);
-    EXPECT_NO_THROW(refuseSameFile(input, folder / "elsewhere"));
-    EXPECT_THAT([&] { InputFile(folder / "absent"); },
-                testing::ThrowsMessage<Failure>(testing::HasSubstr("there is no such file")));
-}
 
 TEST(InputFiles, PiecesAddUpToTheFileAtEveryBoundary)
 {

@@ -1,4 +1,3 @@
-#include "tools/check/check.h"
 
 #include "base/table.h"
 #include "common/files.h"
@@ -12,8 +11,6 @@
 
 #include <algorithm>
 #include <array>
-#include <deque>
-#include <fstream>
 
 namespace quelta::tools {
 
@@ -69,19 +66,6 @@ std::string computerName()
     return toUtf8(name.data());
 }
 
-// Errors alone: at the loudest level the other lines have keys in clear.
-std::deque<std::string> lastErrors(const std::filesystem::path& log)
-{
-    std::deque<std::string> lines;
-    std::ifstream file(log, std::ios::binary);
-    for (std::string line; std::getline(file, line);) {
-        if (line.find(errorTag) == std::string::npos) continue;
-        lines.push_back(line);
-        if (lines.size() > linesOfEachLog) lines.pop_front();
-    }
-    return lines;
-}
-
 // The newest log of a program is the one whose name, a date, comes last.
 std::filesystem::path newestLogIn(const std::filesystem::path& folder)
 {
@@ -98,51 +82,24 @@ std::string logsText()
     std::error_code ignored;
     for (const auto& program : std::filesystem::directory_iterator(logFolder(), ignored)) {
         const auto log = newestLogIn(program.path());
-        const auto lines = lastErrors(log);
-        if (lines.empty()) continue;
-        text += "\nlast errors in " + nameOf(log) + "\n";
-        for (const std::string& line : lines) text += "  " + line + "\n";
+        // Errors alone: at the loudest level the other lines have keys in clear.
+        const auto lines = errorLinesIn(log);
+        if (!lines.empty()) text += "\nlast errors in " + nameOf(log) + "\n";
+        for (const std::string& line : std::span(lines).last(std::min(lines.size(), linesOfEachLog))) text += "  " + line + "\n";
     }
     return text;
 }
 
-// A report that can't be written does not cost the findings: fault() says why.
-class Report {
-public:
-    explicit Report(const std::string& file) : name_(file)
-    {
-        if (name_.empty()) return;
-        file_ = fileOf(CreateFileW(pathOf(name_).c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr));
-        if (!file_) noteFault();
-        write("quelta check, version " + std::string(version) + ", " + timeText(timeNow()) + ", on " + computerName() + "\n\n");
-    }
-    void write(const std::string& text)
-    {
-        if (file_ && !writeAll(file_, toBytes(text))) noteFault();
-    }
-    const std::string& fault() const { return fault_; }
-
-private:
-    void noteFault()
-    {
-        try {
-            failWithLastError("can't write " + name_);
-        } catch (const Failure& failure) {
-            fault_ = failure.what();
-        }
-        file_.reset();
-    }
-
-    std::string name_;
-    File file_;
-    std::string fault_;
-};
-
 class Findings {
 public:
-    explicit Findings(const CheckOptions& options) : json_(options.json), report_(options.report)
+    explicit Findings(const CheckOptions& options) : json_(options.json), reportName_(options.report)
     {
         outcome_.json["steps"] = Json::array();
+        if (reportName_.empty()) return;
+        const std::filesystem::path path = pathOf(reportName_);
+        report_ = fileOf(CreateFileW(path.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr, CREATE_ALWAYS, 0, nullptr));
+        if (!report_) giveUpReport();
+        write("quelta check, version " + std::string(version) + ", " + timeText(timeNow()) + ", on " + computerName() + "\n\n");
     }
     void lookAtAll(std::span<const CheckStep> steps, Examination& examination)
     {
@@ -150,8 +107,8 @@ public:
     }
     Outcome finish()
     {
-        report_.write(logsText());
-        if (!report_.fault().empty()) add("report", {Verdict::failed, report_.fault()});
+        write(logsText());
+        if (!reportFault_.empty()) add("report", {Verdict::failed, reportFault_});
         const bool well = outcome_.status == exitDone;
         say(well ? "All is well." : "Not all is well: see the lines that begin with FAILED.");
         outcome_.json["well"] = well;
@@ -169,11 +126,23 @@ private:
     void say(const std::string& line)
     {
         if (!json_) printLine(line);
-        report_.write(line + "\n");
+        write(line + "\n");
+    }
+    void write(const std::string& text)
+    {
+        if (report_ && !writeAll(report_, toBytes(text))) giveUpReport();
+    }
+    // A report that can't be written does not cost the findings.
+    void giveUpReport()
+    {
+        reportFault_ = failureText("can't write " + reportName_, GetLastError());
+        report_.reset();
     }
 
     bool json_;
-    Report report_;
+    std::string reportName_;
+    File report_;
+    std::string reportFault_;
     Outcome outcome_;
 };
 

@@ -23,25 +23,27 @@ bool isFile(const std::filesystem::path& path)
     return std::filesystem::is_regular_file(path, ignored);
 }
 
-std::filesystem::path ownFolder()
+template <class Fill>
+std::filesystem::path pathBy(Fill fill)
 {
     std::array<wchar_t, 1024> path{};
-    GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()));
-    return std::filesystem::path(path.data()).parent_path();
+    fill(path.data(), static_cast<DWORD>(path.size()));
+    return path.data();
+}
+
+std::filesystem::path ownFolder()
+{
+    return pathBy([](wchar_t* path, DWORD size) { GetModuleFileNameW(nullptr, path, size); }).parent_path();
 }
 
 std::filesystem::path systemFolder()
 {
-    std::array<wchar_t, 1024> path{};
-    GetSystemDirectoryW(path.data(), static_cast<UINT>(path.size()));
-    return path.data();
+    return pathBy([](wchar_t* path, DWORD size) { GetSystemDirectoryW(path, size); });
 }
 
 std::filesystem::path onSearchPath(const wchar_t* name)
 {
-    std::array<wchar_t, 1024> path{};
-    SearchPathW(nullptr, name, nullptr, static_cast<DWORD>(path.size()), path.data(), nullptr);
-    return path.data();
+    return pathBy([&](wchar_t* path, DWORD size) { SearchPathW(nullptr, name, nullptr, size, path, nullptr); });
 }
 
 // A name alone is looked for where the system looks for DLLs.
@@ -99,23 +101,22 @@ Found lookAtModule(Examination& examination)
                                           ownFolder() / moduleName, systemFolder() / moduleName});
     const auto& module = examination.module;
     if (module.empty())
-        return {Verdict::failed,
-                "QueltaCSP.dll is neither registered nor beside this program nor in the system's folder; install it"};
+        throw Failure("QueltaCSP.dll is neither registered nor beside this program nor in the system's folder; install it");
     examination.deviceLibrary = firstThatExists({module.parent_path() / libraryName, onSearchPath(libraryName)});
     if (const auto dll = readDllFile(module); !dll.fault.empty())
-        return {Verdict::failed, nameOf(module) + " " + dll.fault + ", and a 64-bit one is needed; install it anew"};
+        throw Failure(nameOf(module) + " " + dll.fault + ", and a 64-bit one is needed; install it anew");
     return {Verdict::ok, nameOf(module)};
 }
 
-std::string whyTheyDoNotFit(const Examination& examination, Compiler module, Compiler library)
+void refuseMisfit(const Examination& examination, Compiler module, Compiler library)
 {
-    if (module == library || module == Compiler::unknown || library == Compiler::unknown) return {};
-    const std::string start = "the library and the module were built with different compilers and can't work together: " +
-                              nameOf(examination.deviceLibrary);
-    if (library == Compiler::visualCpp)
-        return start +
-               " with Visual C++, the module without; change the module: install the QueltaCSP.dll that was built with it";
-    return start + " with GCC, as the software token is, the module with Visual C++; change the library: install the maker's";
+    if (module == library || module == Compiler::unknown || library == Compiler::unknown) return;
+    throw Failure(
+        "the library and the module were built with different compilers and can't work together: " +
+        nameOf(examination.deviceLibrary) +
+        (library == Compiler::visualCpp
+             ? " with Visual C++, the module without; change the module: install the QueltaCSP.dll that was built with it"
+             : " with GCC, as the software token is, the module with Visual C++; change the library: install the maker's"));
 }
 
 Found lookAtDeviceLibrary(Examination& examination)
@@ -123,15 +124,13 @@ Found lookAtDeviceLibrary(Examination& examination)
     if (examination.module.empty()) return {Verdict::leftOut, "there is no module"};
     const auto& library = examination.deviceLibrary;
     if (library.empty())
-        return {Verdict::failed, "the maker's QueltaDSCLibrary.dll is missing; put it beside " + nameOf(examination.module)};
+        throw Failure("the maker's QueltaDSCLibrary.dll is missing; put it beside " + nameOf(examination.module));
     const DllFile dll = readDllFile(library);
     if (!dll.fault.empty())
-        return {Verdict::failed,
-                nameOf(library) + " " + dll.fault + ", and a 64-bit one is needed; install the maker's library anew"};
+        throw Failure(nameOf(library) + " " + dll.fault + ", and a 64-bit one is needed; install the maker's library anew");
     const DllFile module = readDllFile(examination.module);
     if (!module.fault.empty()) return {Verdict::leftOut, "the module is damaged"};
-    if (const std::string misfit = whyTheyDoNotFit(examination, module.compiler, dll.compiler); !misfit.empty())
-        return {Verdict::failed, misfit};
+    refuseMisfit(examination, module.compiler, dll.compiler);
     examination.filesFit = true;
     if (dll.compiler == Compiler::unknown)
         return {Verdict::note, nameOf(library) + ", whose compiler can't be told; it must be the module's"};
@@ -144,7 +143,7 @@ Found lookAtLoading(Examination& examination)
 {
     examination.loaded.reset(LoadLibraryExW(examination.module.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
     const DWORD error = GetLastError();
-    if (!examination.loaded) return {Verdict::failed, "the module can't be loaded: " + whyNotLoaded(examination, error)};
+    if (!examination.loaded) throw Failure("the module can't be loaded: " + whyNotLoaded(examination, error));
     return {Verdict::ok, "Windows loads the module with the library"};
 }
 
@@ -154,22 +153,20 @@ Found lookAtCryptoApi(Examination&)
     DWORD type = 0;
     DWORD size = sizeof type;
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Type", RRF_RT_REG_DWORD, nullptr, &type, &size))
-        return {Verdict::failed,
-                "not registered; install anew, or write Image Path, Type and Signature under HKLM\\" + providerRegistryKey()};
-    if (type != PROV_RSA_FULL)
-        return {Verdict::failed, "registered with type " + std::to_string(type) + " in place of 1; install anew"};
+        throw Failure("not registered; install anew, or write Image Path, Type and Signature under HKLM\\" +
+                      providerRegistryKey());
+    if (type != PROV_RSA_FULL) throw Failure("registered with type " + std::to_string(type) + " in place of 1; install anew");
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Signature", RRF_RT_ANY, nullptr, nullptr, nullptr))
-        return {Verdict::failed, "registered without a Signature, which Windows asks for; install anew"};
+        throw Failure("registered without a Signature, which Windows asks for; install anew");
     const auto image = registeredImage();
     if (!isFile(image))
-        return {Verdict::failed,
-                "registered, but its Image Path leads to no file, " + nameOf(registeredModule()) + "; install anew"};
-    if (!isNamedAsModule(image)) return {Verdict::failed, "registered with another DLL, " + nameOf(image) + "; install anew"};
+        throw Failure("registered, but its Image Path leads to no file, " + nameOf(registeredModule()) + "; install anew");
+    if (!isNamedAsModule(image)) throw Failure("registered with another DLL, " + nameOf(image) + "; install anew");
     const auto installed = systemFolder() / moduleName;
     std::error_code ignored;
     if (isFile(installed) && !std::filesystem::equivalent(image, installed, ignored))
-        return {Verdict::failed, "registered with another copy, " + nameOf(image) + ", than the installed " + nameOf(installed) +
-                                     "; install anew"};
+        throw Failure("registered with another copy, " + nameOf(image) + ", than the installed " + nameOf(installed) +
+                      "; install anew");
     return {Verdict::ok, "registered as " + nameOf(image)};
 }
 
@@ -177,7 +174,7 @@ Found lookAtKeyStorage(Examination&)
 {
     if (isWine())
         return {Verdict::note, "this is Wine, which loads no key storage providers; the module is loaded by this program"};
-    if (!isKeyStorageRegistered()) return {Verdict::failed, "not registered; as an administrator: regsvr32 QueltaCSP.dll"};
+    if (!isKeyStorageRegistered()) throw Failure("not registered; as an administrator: regsvr32 QueltaCSP.dll");
     NCRYPT_PROV_HANDLE provider = 0;
     const SECURITY_STATUS status = NCryptOpenStorageProvider(&provider, wideProviderName, 0);
     if (status == 0) NCryptFreeObject(provider);
@@ -186,7 +183,6 @@ Found lookAtKeyStorage(Examination&)
     failOpening("registered, but the system can't open it", static_cast<unsigned long>(status));
 }
 
-// Empty if the file says none.
 std::string versionOf(const std::filesystem::path& dll)
 {
     DWORD ignored = 0;
@@ -195,24 +191,19 @@ std::string versionOf(const std::filesystem::path& dll)
     UINT size = 0;
     if (block.empty() || !GetFileVersionInfoW(dll.c_str(), 0, static_cast<DWORD>(block.size()), block.data()) ||
         !VerQueryValueW(block.data(), L"\\", &found, &size))
-        return {};
+        return "of no stated version";
     const auto& info = *static_cast<const VS_FIXEDFILEINFO*>(found);
     return std::to_string(HIWORD(info.dwFileVersionMS)) + '.' + std::to_string(LOWORD(info.dwFileVersionMS)) + '.' +
            std::to_string(HIWORD(info.dwFileVersionLS));
 }
 
-std::string orUnknown(const std::string& text)
-{
-    return text.empty() ? "of no stated version" : text;
-}
-
 Found lookAtVersions(Examination& examination)
 {
     const std::string module = versionOf(examination.module);
-    const std::string text = "quelta " + std::string(version) + ", QueltaCSP.dll " + orUnknown(module) +
-                             ", QueltaDSCLibrary.dll " + orUnknown(versionOf(examination.deviceLibrary));
+    const std::string text = "quelta " + std::string(version) + ", QueltaCSP.dll " + module + ", QueltaDSCLibrary.dll " +
+                             versionOf(examination.deviceLibrary);
     if (examination.module.empty() || module == version) return {Verdict::ok, text};
-    return {Verdict::failed, text + "; install the tool and the module of the same version"};
+    throw Failure(text + "; install the tool and the module of the same version");
 }
 
 int logLevel()
@@ -236,8 +227,7 @@ Found lookAtLog(Examination&)
     const auto folder = ownLogFile().parent_path();
     const int level = logLevel();
     const std::string where = "level " + std::to_string(level) + ", in " + nameOf(logFolder());
-    if (!canWriteInto(folder))
-        return {Verdict::failed, "can't write into " + nameOf(folder) + "; see to its permissions and to the disk"};
+    if (!canWriteInto(folder)) throw Failure("can't write into " + nameOf(folder) + "; see to its permissions and to the disk");
     if (level < 2) return {Verdict::note, where + ": nothing is logged; set logLevel under HKLM\\Software\\Oskvar\\Quelta to 2"};
     if (level > 2) return {Verdict::note, where + ": all is logged, symmetric keys in clear; set logLevel back to 2 when done"};
     return {Verdict::ok, where};

@@ -2,8 +2,7 @@
 #pragma once
 
 #include "base/windows_objects.h"
-#include "tools/check/check.h"
-#include "tools/token/open_token.h"
+#include "tools/commands/commands.h"
 
 #include <filesystem>
 #include <memory>
@@ -41,6 +40,7 @@ enum class Need { nothing, fittingFiles, module, token, key, certificate, pin };
 struct CheckStep {
     const char* name;
     Need need;
+    // A Failure that it throws is a finding too, "failed".
     Found (*look)(Examination& examination);
 };
 

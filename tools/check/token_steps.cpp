@@ -46,7 +46,7 @@ Found judged(const std::string& faults, Verdict ifAny, const std::string& well, 
 Found lookAtKeys(Examination& examination)
 {
     examination.keys = listKeys();
-    if (examination.keys.empty()) return {Verdict::failed, "the token holds no key; make one on it, or ask who issued it"};
+    if (examination.keys.empty()) throw Failure("the token holds no key; make one on it, or ask who issued it");
     return {Verdict::ok, std::to_string(examination.keys.size()) + " on the token; quelta list shows them"};
 }
 
@@ -119,7 +119,7 @@ Found lookAtPin(Examination& examination)
             if (examination.ksp) examination.ksp->usePin(*examination.pin);
         }
     } catch (const CallFailure& failure) {
-        return {Verdict::failed, std::string("refused: ") + failure.what()};
+        throw Failure(std::string("refused: ") + failure.what());
     }
     examination.pinAccepted = true;
     return {Verdict::ok, "accepted"};
@@ -135,7 +135,7 @@ Found lookAtSignature(TokenProvider* provider)
     Bytes signature = provider->sign(*able, knownDigests[0], data);
     if (able->algorithm != "RSA") signature = der::ecdsaSignature(signature);
     if (!signatureHolds(*able->certificate, knownDigests[0], digestOf(knownDigests[0], data), signature))
-        return {Verdict::failed, "made, but it does not fit the certificate; the token has another certificate for the key"};
+        throw Failure("made, but it does not fit the certificate; the token has another certificate for the key");
     return {Verdict::ok, "made with key " + shortName(*able) + " and verified"};
 }
 

@@ -130,10 +130,8 @@ Bytes BerStream::elementAfter(const Header& head, int depth, int& partsLeft)
 
 void BerStream::octets(const std::function<void(ByteView)>& take)
 {
-    const Header head = header();
-    if (head.tag == der::implicitTag(0)) return pass(head.length, take);
-    if (head.tag != der::explicitTag(0)) refuse();
-    segments(head, take, 0);
+    if (nextIs(der::implicitTag(0))) return pass(header().length, take);
+    wrappedOctets(take);
 }
 
 void BerStream::wrappedOctets(const std::function<void(ByteView)>& take)
@@ -158,7 +156,7 @@ void BerStream::segments(const Header& outer, const std::function<void(ByteView)
 
 void BerStream::pass(std::uint64_t length, const std::function<void(ByteView)>& take)
 {
-    Bytes piece(static_cast<std::size_t>(std::min<std::uint64_t>(length, pieceSize)));
+    Bytes piece;
     while (length) {
         piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(length, pieceSize)));
         bytes(piece);

@@ -2,13 +2,11 @@
 
 #include "base/hex.h"
 #include "base/table.h"
-#include "common/der_reader.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
 #include "common/pem.h"
 #include "common/text.h"
 #include "tools/console/failure.h"
-#include "tools/console/fetched.h"
 #include "tools/console/files.h"
 #include "tools/console/text.h"
 
@@ -20,25 +18,27 @@ namespace quelta::tools {
 
 namespace {
 
-std::string nameText(const CERT_NAME_BLOB& name)
+// Calls put(text, size), which returns the length with the terminating zero.
+template <class Put>
+std::string nameBy(Put put)
 {
-    constexpr DWORD style = CERT_X500_NAME_STR | CERT_NAME_STR_REVERSE_FLAG;
-    CERT_NAME_BLOB copy = name;
-    std::wstring text(CertNameToStrW(X509_ASN_ENCODING, &copy, style, nullptr, 0), L'\0');
-    const DWORD length = CertNameToStrW(X509_ASN_ENCODING, &copy, style, text.data(), static_cast<DWORD>(text.size()));
-    text.resize(length ? length - 1 : 0);
-    return text.empty() ? "(no name)" : toUtf8(text);
-}
-
-std::string displayName(const CERT_CONTEXT& certificate, DWORD flags)
-{
-    const auto put = [&](wchar_t* text, DWORD size) {
-        return CertGetNameStringW(&certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, flags, nullptr, text, size);
-    };
     std::wstring text(put(nullptr, 0), L'\0');
     const DWORD length = put(text.data(), static_cast<DWORD>(text.size()));
     text.resize(length ? length - 1 : 0);
     return text.empty() ? "(no name)" : toUtf8(text);
+}
+
+std::string nameText(CERT_NAME_BLOB name)
+{
+    constexpr DWORD style = CERT_X500_NAME_STR | CERT_NAME_STR_REVERSE_FLAG;
+    return nameBy([&](wchar_t* text, DWORD size) { return CertNameToStrW(X509_ASN_ENCODING, &name, style, text, size); });
+}
+
+std::string displayName(const CERT_CONTEXT& certificate, DWORD flags)
+{
+    return nameBy([&](wchar_t* text, DWORD size) {
+        return CertGetNameStringW(&certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, flags, nullptr, text, size);
+    });
 }
 
 unsigned modulusBits(const CERT_CONTEXT& certificate)
@@ -133,22 +133,20 @@ ByteView serialContent(const CERT_CONTEXT& certificate)
     return serial ? serial->content : ByteView();
 }
 
-Validity validityAt(const CERT_CONTEXT& certificate, const FILETIME& time)
+std::string validityAt(const CERT_CONTEXT& certificate, const FILETIME& time)
 {
     FILETIME copy = time;
     const LONG where = CertVerifyTimeValidity(&copy, certificate.pCertInfo);
-    if (where == 0) return Validity::valid;
-    return where > 0 ? Validity::expired : Validity::notYetValid;
+    if (where == 0) return "valid";
+    return where > 0 ? "expired" : "not yet valid";
 }
 
 std::string validityFault(const CERT_CONTEXT& certificate, const FILETIME& time)
 {
-    switch (validityAt(certificate, time)) {
-    case Validity::expired: return "expired on " + timeText(certificate.pCertInfo->NotAfter);
-    case Validity::notYetValid: return "is not valid before " + timeText(certificate.pCertInfo->NotBefore);
-    case Validity::valid: break;
-    }
-    return {};
+    const std::string state = validityAt(certificate, time);
+    if (state == "valid") return {};
+    if (state == "expired") return "expired on " + timeText(certificate.pCertInfo->NotAfter);
+    return "is not valid before " + timeText(certificate.pCertInfo->NotBefore);
 }
 
 bool mayBeUsedFor(const CERT_CONTEXT& certificate, BYTE usage)
@@ -160,6 +158,12 @@ bool mayBeUsedFor(const CERT_CONTEXT& certificate, BYTE usage)
 Bytes issuerAndSerial(const CERT_CONTEXT& certificate)
 {
     return der::sequence({viewOf(certificate.pCertInfo->Issuer), der::element(der::tagInteger, serialContent(certificate))});
+}
+
+bool isNamedBy(const CERT_CONTEXT& certificate, const der::Element& name)
+{
+    if (name.tag != der::implicitTag(0)) return sameBytes(name.whole, issuerAndSerial(certificate));
+    return !name.content.empty() && sameBytes(name.content, propertyOf(certificate, CERT_KEY_IDENTIFIER_PROP_ID));
 }
 
 Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property)

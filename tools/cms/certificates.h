@@ -3,6 +3,7 @@
 
 #include "base/bytes.h"
 #include "base/windows_objects.h"
+#include "common/der_reader.h"
 
 #include <filesystem>
 #include <optional>
@@ -10,6 +11,19 @@
 #include <vector>
 
 namespace quelta::tools {
+
+// Calls a function of Windows twice, for the size and for the value: call(nullptr, &size), call(value, &size), each true if all
+// is well. Empty, with the function's last error, if it is not.
+template <class Call>
+Bytes fetched(Call call)
+{
+    DWORD size = 0;
+    if (!call(nullptr, &size)) return {};
+    Bytes value(size);
+    if (!call(value.data(), &size)) return {};
+    value.resize(std::min<std::size_t>(size, value.size()));
+    return value;
+}
 
 ByteView viewOf(const CRYPT_DATA_BLOB& blob);
 CRYPT_DATA_BLOB blobOf(ByteView bytes);
@@ -33,8 +47,8 @@ std::string serialOf(const CERT_CONTEXT& certificate);
 // The INTEGER's content, byte for byte as the certificate has it.
 ByteView serialContent(const CERT_CONTEXT& certificate);
 
-enum class Validity { valid, expired, notYetValid };
-Validity validityAt(const CERT_CONTEXT& certificate, const FILETIME& time);
+// "valid", "expired" or "not yet valid".
+std::string validityAt(const CERT_CONTEXT& certificate, const FILETIME& time);
 // "expired on 2026-11-25 10:00:00 UTC"; empty for a certificate that is valid at this time.
 std::string validityFault(const CERT_CONTEXT& certificate, const FILETIME& time);
 // A certificate that says nothing of key usage may do everything. `usage` has bits of CERT_DIGITAL_SIGNATURE_KEY_USAGE and such,
@@ -46,9 +60,10 @@ constexpr BYTE encryptionUsage = CERT_KEY_ENCIPHERMENT_KEY_USAGE | CERT_DATA_ENC
 
 // IssuerAndSerialNumber, as a message names a certificate.
 Bytes issuerAndSerial(const CERT_CONTEXT& certificate);
+// Whether a message means the certificate: by that, or by the key identifier under the tag [0].
+bool isNamedBy(const CERT_CONTEXT& certificate, const der::Element& name);
 
-// Empty if it has no such property. CERT_KEY_IDENTIFIER_PROP_ID is what messages may name a certificate by in place of issuer and
-// serial number.
+// Empty if it has no such property.
 Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property);
 bool isSelfIssued(const CERT_CONTEXT& certificate);
 

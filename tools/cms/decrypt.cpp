@@ -1,11 +1,8 @@
-#include "tools/cms/decrypt.h"
+#include "tools/cms/enveloped_data.h"
 
-#include "common/bcrypt_calls.h"
-#include "common/der_reader.h"
-#include "common/known_algorithms.h"
+#include "base/table.h"
 #include "common/object_ids.h"
 #include "tools/cms/ber_stream.h"
-#include "tools/cms/certificates.h"
 #include "tools/console/failure.h"
 #include "tools/token/key_choice.h"
 
@@ -19,14 +16,14 @@ namespace {
 constexpr std::string_view authEnvelopedData = "1.2.840.113549.1.9.16.1.23";
 
 struct Recipient {
-    // One of the two names the certificate: issuer and serial number, or its key identifier.
-    Bytes issuerAndSerial;
-    Bytes keyIdentifier;
-    Bytes algorithm;
-    Bytes wrappedKey;
+    der::Element certificate;
+    std::string algorithm;
+    ByteView wrappedKey;
 };
 
 struct Envelope {
+    // The SET that the recipients point into.
+    Bytes recipientInfos;
     std::vector<Recipient> recipients;
     const KnownCipher* cipher;
     Bytes iv;
@@ -37,44 +34,34 @@ std::optional<Recipient> readRecipient(const der::Element& info)
 {
     if (info.tag != der::tagSequence) return std::nullopt;
     der::Reader fields(info.content);
-    Recipient recipient;
-    if (!fields.next(der::tagInteger)) return std::nullopt;
-    if (const auto identity = fields.next(der::tagSequence))
-        recipient.issuerAndSerial = toBytes(identity->whole);
-    else if (const auto identifier = fields.next(der::implicitTag(0)))
-        recipient.keyIdentifier = toBytes(identifier->content);
-    const auto algorithm = fields.next(der::tagSequence);
-    const auto key = fields.next(der::tagOctetString);
-    const auto oid = algorithm ? der::Reader(algorithm->content).next(der::tagOid) : std::nullopt;
-    if (!oid || !key) return std::nullopt;
-    recipient.algorithm = toBytes(oid->whole);
-    recipient.wrappedKey = toBytes(key->content);
-    return recipient;
+    const auto version = fields.next(der::tagInteger);
+    const auto certificate = version ? fields.next() : std::nullopt;
+    auto algorithm = fields.enter(der::tagSequence);
+    const auto key = fields.octetString();
+    const auto oid = algorithm ? algorithm->oid() : std::nullopt;
+    if (!certificate || !oid || !key) return std::nullopt;
+    return Recipient{*certificate, *oid, *key};
 }
 
 std::vector<Recipient> readRecipients(ByteView set)
 {
     std::vector<Recipient> recipients;
-    const auto all = der::Reader(set).next(der::tagSet);
-    der::Reader infos(all ? all->content : ByteView());
-    while (const auto info = infos.next())
+    auto infos = der::Reader(set).enter(der::tagSet);
+    while (const auto info = infos ? infos->next() : std::nullopt)
         if (auto recipient = readRecipient(*info)) recipients.push_back(std::move(*recipient));
     return recipients;
 }
 
 void readCipher(ByteView algorithm, Envelope& envelope)
 {
-    const auto outer = der::Reader(algorithm).next(der::tagSequence);
-    der::Reader fields(outer ? outer->content : ByteView());
-    const auto oid = fields.next(der::tagOid);
-    const auto iv = fields.next(der::tagOctetString);
-    const auto* known = std::ranges::find_if(
-        knownCiphers, [&](const KnownCipher& cipher) { return oid && sameBytes(oid->whole, der::oid(cipher.oid)); });
-    envelope.cipher = known == std::end(knownCiphers) ? nullptr : known;
-    if (!envelope.cipher || !iv || iv->content.size() != envelope.cipher->blockSize)
+    auto fields = der::Reader(algorithm).enter(der::tagSequence);
+    const auto oid = fields ? fields->oid() : std::nullopt;
+    const auto iv = oid ? fields->octetString() : std::nullopt;
+    envelope.cipher = iv ? findRow(knownCiphers, &KnownCipher::oid, *oid) : nullptr;
+    if (!envelope.cipher || iv->size() != envelope.cipher->blockSize)
         throw Failure(
             "the content's cipher is not one of AES-128, AES-192, AES-256 and triple DES in CBC mode; ask for one of these");
-    envelope.iv = toBytes(iv->content);
+    envelope.iv = toBytes(*iv);
 }
 
 // Leaves the stream before the encrypted content.
@@ -91,20 +78,14 @@ Envelope readEnvelope(BerStream& stream)
     stream.enter(der::explicitTag(0));
     stream.enter(der::tagSequence);
     stream.element();
-    Bytes recipients = stream.element();
+    envelope.recipientInfos = stream.element();
     // Certificates of the sender may stand before the recipients.
-    if (recipients.at(0) == der::explicitTag(0)) recipients = stream.element();
-    envelope.recipients = readRecipients(recipients);
+    if (envelope.recipientInfos.at(0) == der::explicitTag(0)) envelope.recipientInfos = stream.element();
+    envelope.recipients = readRecipients(envelope.recipientInfos);
     stream.enter(der::tagSequence);
     stream.element();
     readCipher(stream.element(), envelope);
     return envelope;
-}
-
-bool isFor(const Recipient& recipient, const CERT_CONTEXT& certificate)
-{
-    if (!recipient.issuerAndSerial.empty()) return recipient.issuerAndSerial == issuerAndSerial(certificate);
-    return !recipient.keyIdentifier.empty() && recipient.keyIdentifier == propertyOf(certificate, CERT_KEY_IDENTIFIER_PROP_ID);
 }
 
 struct Match {
@@ -126,7 +107,7 @@ std::vector<Match> matchesOf(const std::vector<KeyEntry>& keys, const Envelope& 
     std::vector<Match> matches;
     for (const KeyEntry& key : keys) {
         for (const Recipient& recipient : envelope.recipients) {
-            const bool named = key.certificate && key.canDecrypt && isFor(recipient, *key.certificate);
+            const bool named = key.certificate && key.canDecrypt && isNamedBy(*key.certificate, recipient.certificate);
             if (named || couldOpen(key, recipient)) matches.push_back({&key, &recipient, named});
         }
     }
@@ -136,8 +117,8 @@ std::vector<Match> matchesOf(const std::vector<KeyEntry>& keys, const Envelope& 
 
 Wiped<Bytes> unwrapContentKey(TokenProvider& provider, const Match& match, const KnownCipher& cipher)
 {
-    const bool oaep = match.recipient->algorithm == der::oid(oid::rsaOaep);
-    if (!oaep && match.recipient->algorithm != der::oid(oid::rsaEncryption))
+    const bool oaep = match.recipient->algorithm == oid::rsaOaep;
+    if (!oaep && match.recipient->algorithm != oid::rsaEncryption)
         throw Failure("the content key is not encrypted with RSA as PKCS#1 v1.5 or OAEP; ask for one of these");
     Wiped<Bytes> key = provider.unwrap(*match.key, match.recipient->wrappedKey, oaep);
     if (key->size() != cipher.keySize)
@@ -156,7 +137,7 @@ Wiped<Bytes> openContentKey(TokenProvider& provider, std::vector<KeyEntry> keys,
                             const Envelope& envelope, const std::string& fileName)
 {
     if (!keyName.empty()) {
-        KeyEntry chosen = chooseDecryptionKey(std::move(keys), {keyName});
+        KeyEntry chosen = chooseKey(std::move(keys), decryption, keyName);
         keys.clear();
         keys.push_back(std::move(chosen));
     }

@@ -1,9 +1,6 @@
-#include "tools/cms/encrypt.h"
+#include "tools/cms/enveloped_data.h"
 
 #include "base/der.h"
-#include "base/wipe.h"
-#include "common/bcrypt_calls.h"
-#include "common/known_algorithms.h"
 #include "common/object_ids.h"
 #include "tools/cms/certificates.h"
 #include "tools/console/failure.h"

@@ -24,10 +24,10 @@ std::vector<Bytes> certificatesFor(const SigningKey& signer)
 void addSignature(SignedData& message, const SigningKey& signer, ByteView contentDigest)
 {
     const CERT_CONTEXT& certificate = *signer.key.certificate;
-    Signature signature{&signer.hash, &certificate, signedAttributes(contentDigest, certificate), {}};
-    signature.value = signer.provider.sign(signer.key, signer.hash, signature.attributes);
-    if (!holdsRsaKey(certificate)) signature.value = der::ecdsaSignature(signature.value);
-    message.add(signature, certificatesFor(signer));
+    const Bytes attributes = signedAttributes(contentDigest, certificate);
+    Bytes value = signer.provider.sign(signer.key, signer.hash, attributes);
+    if (!holdsRsaKey(certificate)) value = der::ecdsaSignature(value);
+    message.add(signer.hash, certificate, attributes, value, certificatesFor(signer));
 }
 
 } // namespace

@@ -1,7 +1,6 @@
 // Signs a file of any size. It is hashed here; the token signs the attributes alone.
 #pragma once
 
-#include "tools/cms/digests.h"
 #include "tools/console/files.h"
 #include "tools/token/token_provider.h"
 

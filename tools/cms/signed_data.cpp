@@ -39,7 +39,7 @@ Bytes signingCertificate(const CERT_CONTEXT& signer)
 {
     const Bytes issuer = der::sequence({der::element(der::explicitTag(4), viewOf(signer.pCertInfo->Issuer))});
     const Bytes serial = der::element(der::tagInteger, serialContent(signer));
-    const Bytes hash = der::octetString(digestOf(digestOfName("sha256"), encodedOf(signer)));
+    const Bytes hash = der::octetString(digestOf(knownDigests[0], encodedOf(signer)));
     return der::sequence({der::sequence({der::sequence({hash, der::sequence({issuer, serial})})})});
 }
 
@@ -48,19 +48,10 @@ Bytes digestAlgorithm(const KnownDigest& hash)
     return der::sequence({der::oid(hash.oid)});
 }
 
-Bytes signatureAlgorithm(const Signature& signature)
+Bytes signatureAlgorithm(const KnownDigest& hash, const CERT_CONTEXT& signer)
 {
-    if (holdsRsaKey(*signature.signer)) return der::sequence({der::oid(oid::rsaEncryption), der::null()});
-    return der::sequence({der::oid(signature.hash->ecdsaOid)});
-}
-
-Bytes signerInfo(const Signature& signature)
-{
-    // The attributes are signed as a SET OF and sent under the tag [0].
-    Bytes attributes = signature.attributes;
-    attributes.at(0) = der::explicitTag(0);
-    return der::sequence({der::smallInteger(1), issuerAndSerial(*signature.signer), digestAlgorithm(*signature.hash), attributes,
-                          signatureAlgorithm(signature), der::octetString(signature.value)});
+    if (holdsRsaKey(signer)) return der::sequence({der::oid(oid::rsaEncryption), der::null()});
+    return der::sequence({der::oid(hash.ecdsaOid)});
 }
 
 void addOnce(std::vector<Bytes>& to, Bytes element)
@@ -90,11 +81,16 @@ Bytes signedAttributes(ByteView contentDigest, const CERT_CONTEXT& signer)
                        attribute(signingCertificateV2, signingCertificate(signer))});
 }
 
-void SignedData::add(const Signature& signature, const std::vector<Bytes>& more)
+void SignedData::add(const KnownDigest& hash, const CERT_CONTEXT& signer, const Bytes& attributes, ByteView value,
+                     const std::vector<Bytes>& more)
 {
-    addOnce(digestAlgorithms, digestAlgorithm(*signature.hash));
+    addOnce(digestAlgorithms, digestAlgorithm(hash));
     for (const Bytes& certificate : more) addOnce(certificates, certificate);
-    signerInfos.push_back(signerInfo(signature));
+    // The attributes are signed as a SET OF and sent under the tag [0].
+    Bytes sent = attributes;
+    sent.at(0) = der::explicitTag(0);
+    signerInfos.push_back(der::sequence({der::smallInteger(1), issuerAndSerial(signer), digestAlgorithm(hash), sent,
+                                         signatureAlgorithm(hash, signer), der::octetString(value)}));
 }
 
 SignedData SignedData::withoutContent() const
@@ -152,8 +148,7 @@ Bytes readMessage(const std::filesystem::path& path)
 
 Bytes headOfAttached(const KnownDigest& hash)
 {
-    const Bytes noLength{0x80};
-    const auto open = [&](unsigned char tag) { return concat({Bytes{tag}, noLength}); };
+    const auto open = [](unsigned char tag) { return Bytes{tag, 0x80}; };
     return concat({open(der::tagSequence), der::oid(oid::signedData), open(der::explicitTag(0)), open(der::tagSequence),
                    der::smallInteger(1), der::setOf({digestAlgorithm(hash)}), open(der::tagSequence), der::oid(oid::data),
                    open(der::explicitTag(0)), open(constructedOctets)});

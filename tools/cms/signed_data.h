@@ -4,7 +4,7 @@
 
 #include "base/bytes.h"
 #include "base/windows_objects.h"
-#include "tools/cms/digests.h"
+#include "common/bcrypt_calls.h"
 
 #include <filesystem>
 #include <optional>
@@ -16,15 +16,6 @@ namespace quelta::tools {
 // signing-certificate-v2 (RFC 5035) is among them, which ties the signature to the signer's certificate.
 Bytes signedAttributes(ByteView contentDigest, const CERT_CONTEXT& signer);
 
-struct Signature {
-    const KnownDigest* hash;
-    const CERT_CONTEXT* signer;
-    // As signedAttributes() gave them.
-    Bytes attributes;
-    // RSA: big-endian; ECDSA: the SEQUENCE of r and s.
-    Bytes value;
-};
-
 // A whole message in its parts, DER each.
 struct SignedData {
     Bytes version;
@@ -35,8 +26,10 @@ struct SignedData {
     std::vector<Bytes> revocationLists;
     std::vector<Bytes> signerInfos;
 
-    // The signer and the certificates, those alone that are not there yet.
-    void add(const Signature& signature, const std::vector<Bytes>& certificates);
+    // Adds a signature, and the certificates that are not there yet. `attributes` are those that signedAttributes() gave; `value`
+    // is big-endian for RSA, the SEQUENCE of r and s for ECDSA.
+    void add(const KnownDigest& hash, const CERT_CONTEXT& signer, const Bytes& attributes, ByteView value,
+             const std::vector<Bytes>& certificates);
     SignedData withoutContent() const;
     // The ContentInfo.
     Bytes encoded() const;

@@ -1,5 +1,6 @@
 #include "tools/cms/verify.h"
 
+#include "base/table.h"
 #include "common/der_reader.h"
 #include "common/known_algorithms.h"
 #include "common/object_ids.h"
@@ -15,6 +16,7 @@ namespace quelta::tools {
 namespace {
 
 constexpr std::string_view rsaPss = "1.2.840.113549.1.1.10";
+constexpr auto damaged = "the signature is damaged; get it anew";
 
 SignedData parsed(ByteView signature)
 {
@@ -25,9 +27,7 @@ SignedData parsed(ByteView signature)
 
 // A SignerInfo taken apart. The views point into the message.
 struct SignerFields {
-    // One of the two names the certificate.
-    ByteView issuerAndSerial;
-    ByteView keyIdentifier;
+    der::Element certificate;
     std::string hash;
     std::optional<der::Element> attributes;
     std::string algorithm;
@@ -62,20 +62,26 @@ SignerFields fieldsOf(ByteView signerInfo)
 {
     SignerFields signer{};
     auto fields = der::Reader(signerInfo).enter(der::tagSequence);
-    if (!fields || !fields->next(der::tagInteger)) throw Failure("the signature is damaged; get it anew");
-    if (const auto identifier = fields->next(der::implicitTag(0)))
-        signer.keyIdentifier = identifier->content;
-    else if (const auto name = fields->next(der::tagSequence))
-        signer.issuerAndSerial = name->whole;
+    const auto version = fields ? fields->next(der::tagInteger) : std::nullopt;
+    const auto certificate = version ? fields->next() : std::nullopt;
+    if (!certificate) throw Failure(damaged);
+    signer.certificate = *certificate;
     signer.hash = oidIn(*fields);
     signer.attributes = fields->next(der::explicitTag(0));
     signer.algorithm = oidIn(*fields);
     const auto value = fields->octetString();
-    if (!value) throw Failure("the signature is damaged; get it anew");
+    if (!value) throw Failure(damaged);
     signer.value = *value;
     const auto unsignedAttributes = fields->next(der::explicitTag(1));
     signer.hasTimeStamp = unsignedAttributes && attributeValues(unsignedAttributes->content, oid::timeStampToken);
     return signer;
+}
+
+// Nobody should believe a signature over another digest.
+const KnownDigest* digestOfOid(std::string_view oid)
+{
+    const KnownDigest* kind = findRow(knownDigests, &KnownDigest::oid, oid);
+    return kind && !kind->ecdsaOid.empty() ? kind : nullptr;
 }
 
 const KnownDigest& hashOf(const SignerFields& signer)
@@ -85,26 +91,19 @@ const KnownDigest& hashOf(const SignerFields& signer)
     return *hash;
 }
 
-class RunningDigests {
-public:
-    explicit RunningDigests(const std::vector<const KnownDigest*>& hashes)
-    {
-        for (const KnownDigest* hash : hashes) running_.try_emplace(hash, *hash);
-    }
-    void update(ByteView piece)
-    {
-        for (auto& [hash, digest] : running_) digest.update(piece);
-    }
-    Digests finish()
-    {
-        Digests finished;
-        for (auto& [hash, digest] : running_) finished.emplace(hash, digest.finish());
-        return finished;
-    }
-
-private:
-    std::map<const KnownDigest*, Digest> running_;
-};
+// The digests of a content that is handed out in pieces by `forEach`.
+template <class ForEach>
+Digests digestsOf(const std::vector<const KnownDigest*>& hashes, ForEach forEach)
+{
+    std::map<const KnownDigest*, Digest> running;
+    for (const KnownDigest* hash : hashes) running.try_emplace(hash, *hash);
+    forEach([&](ByteView piece) {
+        for (auto& [hash, digest] : running) digest.update(piece);
+    });
+    Digests finished;
+    for (auto& [hash, digest] : running) finished.emplace(hash, digest.finish());
+    return finished;
+}
 
 // Those of a message's own list that are known here.
 std::vector<const KnownDigest*> hashesIn(ByteView algorithms)
@@ -151,17 +150,11 @@ std::optional<FILETIME> signingTime(const SignerFields& signer)
     return time;
 }
 
-bool isMeant(const SignerFields& signer, const CERT_CONTEXT& certificate)
-{
-    if (!signer.keyIdentifier.empty())
-        return sameBytes(signer.keyIdentifier, propertyOf(certificate, CERT_KEY_IDENTIFIER_PROP_ID));
-    return sameBytes(signer.issuerAndSerial, issuerAndSerial(certificate));
-}
-
 CertificateContext signersCertificate(const SignerFields& signer, const std::vector<Bytes>& certificates)
 {
     for (const Bytes& der : certificates)
-        if (auto certificate = parseCertificate(der); certificate && isMeant(signer, *certificate)) return certificate;
+        if (auto certificate = parseCertificate(der); certificate && isNamedBy(*certificate, signer.certificate))
+            return certificate;
     throw Failure("the signer's certificate is not in the message; ask the signer for one that includes it");
 }
 
@@ -207,9 +200,7 @@ std::vector<const KnownDigest*> hashesOf(ByteView signature)
 
 Digests digestsOf(InputFile& file, const std::vector<const KnownDigest*>& hashes)
 {
-    RunningDigests running(hashes);
-    forEachPiece(file, [&](ByteView piece) { running.update(piece); });
-    return running.finish();
+    return digestsOf(hashes, [&](const auto& take) { forEachPiece(file, take); });
 }
 
 CheckedSignature checkSignature(ByteView signature, const Digests& digests)
@@ -240,17 +231,17 @@ CheckedSignature checkAttached(InputFile& message, const std::function<void(Byte
     const Bytes type = stream.element();
     if (stream.atEnd(content)) throw Failure(message.name() + " is a detached signature; name the file that was signed as well");
 
-    RunningDigests running(hashesIn(algorithms));
-    stream.wrappedOctets([&](ByteView piece) {
-        running.update(piece);
-        take(piece);
+    const Digests digests = digestsOf(hashesIn(algorithms), [&](const auto& update) {
+        stream.wrappedOctets([&](ByteView piece) {
+            update(piece);
+            take(piece);
+        });
     });
     if (!stream.atEnd(content)) stream.refuse();
     fields = concat({fields, algorithms, der::sequence({type})});
     while (!stream.atEnd(body)) append(fields, stream.element());
     const Bytes detached = der::sequence({fields});
-    return checkSignature(der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), detached)}),
-                          running.finish());
+    return checkSignature(der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), detached)}), digests);
 }
 
 } // namespace quelta::tools

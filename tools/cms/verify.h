@@ -2,8 +2,7 @@
 // check of a detached message would, on some systems, want the whole file in memory.
 #pragma once
 
-#include "base/windows_objects.h"
-#include "tools/cms/digests.h"
+#include "common/bcrypt_calls.h"
 #include "tools/console/files.h"
 
 #include <map>

@@ -80,18 +80,13 @@ Placed UserStore::put(ByteView certificate, const KeyPlace* place)
         // Not replaced in place, which on some systems keeps the old properties.
         remove(certificate);
     }
-    add(certificate, place);
-    return Placed::added;
-}
-
-void UserStore::add(ByteView certificate, const KeyPlace* place)
-{
     const CertificateContext context = parseCertificate(certificate);
     if (!context) throw Failure("the token holds what is no certificate; quelta check tells which");
     setMark(*context);
     if (place) setPlace(*context, *place);
     if (!CertAddCertificateContextToStore(store_.get(), context.get(), CERT_STORE_ADD_NEW, nullptr))
         failWithLastError("can't put a certificate into the store " + toUtf8(name_));
+    return Placed::added;
 }
 
 bool UserStore::leadsToProvider(ByteView certificate) const

@@ -34,7 +34,6 @@ public:
 
 private:
     CertificateContext find(ByteView certificate) const;
-    void add(ByteView certificate, const KeyPlace* place);
 
     std::wstring name_;
     CertificateStore store_;

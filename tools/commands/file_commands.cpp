@@ -1,8 +1,8 @@
-#include "tools/commands/file_commands.h"
+#include "tools/commands/commands.h"
 
+#include "base/table.h"
 #include "tools/cms/certificates.h"
-#include "tools/cms/decrypt.h"
-#include "tools/cms/encrypt.h"
+#include "tools/cms/enveloped_data.h"
 #include "tools/cms/sign.h"
 #include "tools/cms/signed_data.h"
 #include "tools/console/failure.h"
@@ -25,11 +25,6 @@ std::string shownTarget(const std::string& file)
     return isStandardStream(pathOf(file)) ? "standard output" : file;
 }
 
-Bytes signatureOf(const SigningKey& signer, InputFile& file, const std::string& addTo)
-{
-    return addTo.empty() ? signDetached(signer, file) : signToo(signer, readMessage(pathOf(addTo)), file);
-}
-
 Json signFile(const SigningKey& signer, const std::string& name, const std::string& target, const SignOptions& options)
 {
     InputFile file(pathOf(name), "signing");
@@ -37,10 +32,12 @@ Json signFile(const SigningKey& signer, const std::string& name, const std::stri
     std::error_code ignored;
     const bool replaces = !options.add && std::filesystem::exists(pathOf(target), ignored);
     OutputFile output(pathOf(target));
-    if (options.attached && !options.add)
+    if (options.add)
+        output.write(signToo(signer, readMessage(pathOf(target)), file));
+    else if (options.attached)
         signAttached(signer, file, output);
     else
-        output.write(signatureOf(signer, file, options.add ? target : ""));
+        output.write(signDetached(signer, file));
     output.commit();
     return {{"file", name}, {"signature", target}, {"replaced", replaces}};
 }
@@ -65,7 +62,7 @@ void refuseUnusableFiles(const SignOptions& options)
 
 CertificateContext recipientFor(const EncryptOptions& options)
 {
-    if (options.certificate.empty()) return std::move(openKey(options.token, options.force, chooseEncryptionKey).key.certificate);
+    if (options.certificate.empty()) return std::move(openKey(options.token, encryption, options.force).key.certificate);
     CertificateContext certificate = std::move(readCertificates(pathOf(options.certificate)).front());
     if (!options.force) refuseForEncryption(*certificate);
     return certificate;
@@ -75,9 +72,9 @@ CertificateContext recipientFor(const EncryptOptions& options)
 
 Outcome sign(const SignOptions& options)
 {
-    const KnownDigest& hash = digestOfName(options.hash);
+    const KnownDigest& hash = *findRow(knownDigests, &KnownDigest::name, options.hash);
     refuseUnusableFiles(options);
-    const OpenedKey opened = openKey(options.token, options.force, chooseSigningKey);
+    const OpenedKey opened = openKey(options.token, signing, options.force);
     logIn(*opened.provider, options.token.pin);
     if (options.token.pin.isDialog()) askForPin(*opened.provider, opened.key);
 

@@ -1,4 +1,4 @@
-#include "tools/commands/list.h"
+#include "tools/commands/commands.h"
 
 #include "base/text.h"
 #include "tools/cms/certificates.h"
@@ -13,30 +13,23 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-const char* stateOf(const CERT_CONTEXT& certificate)
+// The words that hold, of two.
+Row words(bool firstHolds, const char* first, bool secondHolds, const char* second)
 {
-    switch (validityAt(certificate, timeNow())) {
-    case Validity::expired: return "expired";
-    case Validity::notYetValid: return "not yet valid";
-    case Validity::valid: break;
-    }
-    return "valid";
+    Row all;
+    if (firstHolds) all.emplace_back(first);
+    if (secondHolds) all.emplace_back(second);
+    return all;
 }
 
 Row abilities(const KeyEntry& key)
 {
-    Row all;
-    if (key.canSign) all.emplace_back("sign");
-    if (key.canDecrypt) all.emplace_back("decrypt");
-    return all;
+    return words(key.canSign, "sign", key.canDecrypt, "decrypt");
 }
 
 Row interfaces(const ListedKey& row)
 {
-    Row all;
-    if (row.throughCsp) all.emplace_back("csp");
-    if (row.throughKsp) all.emplace_back("ksp");
-    return all;
+    return words(row.throughCsp, "csp", row.throughKsp, "ksp");
 }
 
 std::string joined(const Row& words)
@@ -49,7 +42,7 @@ std::string joined(const Row& words)
 std::string untilText(const CERT_CONTEXT& certificate)
 {
     const std::string day = timeText(certificate.pCertInfo->NotAfter).substr(0, 10);
-    const std::string state = stateOf(certificate);
+    const std::string state = validityAt(certificate, timeNow());
     if (state == "not yet valid") return "NOT YET VALID, from " + timeText(certificate.pCertInfo->NotBefore).substr(0, 10);
     return state == "valid" ? day : day + " EXPIRED";
 }
@@ -80,7 +73,7 @@ Json jsonOf(const ListedKey& listed, std::size_t number)
                            {"serial", serialOf(certificate)},
                            {"validFrom", timeText(certificate.pCertInfo->NotBefore)},
                            {"validUntil", timeText(certificate.pCertInfo->NotAfter)},
-                           {"state", stateOf(certificate)}};
+                           {"state", validityAt(certificate, timeNow())}};
     return json;
 }
 

@@ -1,4 +1,4 @@
-#include "tools/commands/publish.h"
+#include "tools/commands/commands.h"
 
 #include "common/publishing_end.h"
 #include "tools/cms/certificates.h"
@@ -96,18 +96,11 @@ void putAll(UserStore& store, const std::vector<Entry>& entries, const char* nam
     }
 }
 
-Outcome emptyOutcome()
-{
-    Outcome outcome;
-    outcome.json = {{"certificates", Json::array()}, {"removed", Json::array()}};
-    return outcome;
-}
-
 Outcome makeIt(const Content& content)
 {
     UserStore own(L"My");
     UserStore issuers(L"CA");
-    Outcome outcome = emptyOutcome();
+    Outcome outcome{{}, {{"certificates", Json::array()}, {"removed", Json::array()}}};
     removeOthers(own, content.own, "My", outcome);
     removeOthers(issuers, content.issuers, "CA", outcome);
     putAll(own, content.own, "My", outcome);
@@ -137,15 +130,14 @@ bool installerAsks()
 
 Outcome watch()
 {
-    TokenWatch token;
-    std::optional<std::vector<std::string>> seen;
+    CryptContext held;
     tell(makeIt(contentIfPluggedIn()));
     printLine("waiting for tokens; Ctrl-C ends it");
-    seen = token.look();
+    auto seen = keysIfPluggedIn(held);
     for (int polls = 0; !wasInterrupted(); Sleep(pollMilliseconds)) {
         if (installerAsks()) return {{"ended for the installer; what is published stays"}};
         if (!seen && ++polls % pollsWithoutToken != 0) continue;
-        auto now = token.look();
+        auto now = keysIfPluggedIn(held);
         if (now == seen) continue;
         seen = std::move(now);
         tell(makeIt(seen ? contentIfPluggedIn() : Content{}));

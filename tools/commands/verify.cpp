@@ -1,4 +1,4 @@
-#include "tools/commands/verify.h"
+#include "tools/commands/commands.h"
 
 #include "tools/cms/certificates.h"
 #include "tools/cms/chain_check.h"
@@ -21,11 +21,6 @@ struct ChainWish {
     std::string atText;
 };
 
-struct JudgedChain {
-    std::string text;
-    bool trusted;
-};
-
 std::string textOf(const ChainEnd& end, const ChainWish& wish)
 {
     if (!wish.roots.empty()) return "leads to " + end.name + ", which you named";
@@ -35,23 +30,22 @@ std::string textOf(const ChainEnd& end, const ChainWish& wish)
     return "NOT CHECKED: it ends in " + end.name + ", which this system does not trust" + advice;
 }
 
-JudgedChain judge(const Signer& signer, const CheckedSignature& checked, const ChainWish& wish)
+ChainEnd judge(const Signer& signer, const CheckedSignature& checked, const ChainWish& wish)
 {
     try {
-        const ChainEnd end = checkChain(signer, checked, wish.roots, wish.at);
-        return {textOf(end, wish), end.trusted};
+        return checkChain(signer, checked, wish.roots, wish.at);
     } catch (const Refusal& refusal) {
         throw Refusal(std::string(refusal.what()) + " (judged for " + wish.atText + ")");
     }
 }
 
-void describe(Outcome& outcome, const Signer& signer, const JudgedChain& chain, const ChainWish& wish)
+void describe(Outcome& outcome, const Signer& signer, const ChainEnd& end, const ChainWish& wish)
 {
     const CERT_CONTEXT& certificate = *signer.certificate;
     const std::string signedAt = signer.time ? timeText(*signer.time) + ", as the signer says" : "at a time that is not told";
-    for (const std::string& line :
-         {"  signer  " + subjectOf(certificate), "  issuer  " + issuerOf(certificate), "  serial  " + serialOf(certificate),
-          "  hash    " + signer.hashName, "  signed  " + signedAt, "  chain   " + chain.text, "  judged  for " + wish.atText})
+    for (const std::string& line : {"  signer  " + subjectOf(certificate), "  issuer  " + issuerOf(certificate),
+                                    "  serial  " + serialOf(certificate), "  hash    " + signer.hashName, "  signed  " + signedAt,
+                                    "  chain   " + textOf(end, wish), "  judged  for " + wish.atText})
         outcome.lines.push_back(line);
     if (signer.hasTimeStamp) outcome.lines.emplace_back("  stamp   there is a time stamp, which was not checked");
     outcome.json["signers"].push_back({{"subject", subjectOf(certificate)},
@@ -59,17 +53,17 @@ void describe(Outcome& outcome, const Signer& signer, const JudgedChain& chain, 
                                        {"serial", serialOf(certificate)},
                                        {"hash", signer.hashName},
                                        {"signed", signer.time ? Json(timeText(*signer.time)) : Json()},
-                                       {"chain", chain.text},
-                                       {"chainChecked", chain.trusted},
+                                       {"chain", textOf(end, wish)},
+                                       {"chainChecked", end.trusted},
                                        {"judgedFor", timeText(wish.at)},
                                        {"hasTimeStamp", signer.hasTimeStamp}});
 }
 
 Outcome describeAll(const std::string& file, const CheckedSignature& checked, const ChainWish& wish)
 {
-    std::vector<JudgedChain> chains;
+    std::vector<ChainEnd> chains;
     for (const Signer& signer : checked.signers) chains.push_back(judge(signer, checked, wish));
-    const bool trusted = std::ranges::all_of(chains, &JudgedChain::trusted);
+    const bool trusted = std::ranges::all_of(chains, &ChainEnd::trusted);
     Outcome outcome{{"good signature of " + file + (trusted ? "" : ", but the signer's chain was NOT CHECKED")},
                     {{"good", true}, {"signers", Json::array()}},
                     trusted ? exitDone : exitChainNotChecked};
@@ -93,6 +87,11 @@ ChainWish wishOf(const VerifyOptions& options)
 
 CheckedSignature check(const VerifyOptions& options, std::optional<OutputFile>& content)
 {
+    if (!options.output.empty()) {
+        if (!options.file.empty()) throw Failure("-o takes the content of a signature that has it within; leave FILE out then");
+        refuseSameFile(pathOf(options.signature), pathOf(options.output));
+        content.emplace(pathOf(options.output));
+    }
     if (options.file.empty()) {
         InputFile message(pathOf(options.signature), "verifying");
         return checkAttached(message, [&](ByteView piece) {
@@ -104,21 +103,12 @@ CheckedSignature check(const VerifyOptions& options, std::optional<OutputFile>& 
     return checkSignature(signature, file);
 }
 
-void openContent(const VerifyOptions& options, std::optional<OutputFile>& content)
-{
-    if (options.output.empty()) return;
-    if (!options.file.empty()) throw Failure("-o takes the content of a signature that has it within; leave FILE out then");
-    refuseSameFile(pathOf(options.signature), pathOf(options.output));
-    content.emplace(pathOf(options.output));
-}
-
 } // namespace
 
 Outcome verify(const VerifyOptions& options)
 {
     const ChainWish wish = wishOf(options);
     std::optional<OutputFile> content;
-    openContent(options, content);
     const CheckedSignature checked = check(options, content);
     Outcome outcome = describeAll(inputName(pathOf(options.file.empty() ? options.signature : options.file)), checked, wish);
     if (content) content->commit();

@@ -76,10 +76,10 @@ std::string hexOf(unsigned long code)
     return buffer;
 }
 
-[[noreturn]] void fail(std::string_view what, unsigned long code, std::string_view advice)
+std::string failureText(std::string_view what, unsigned long code, std::string_view advice)
 {
     const std::string text = advice.empty() ? systemText(code) : std::string(advice);
-    throw CallFailure(std::string(what) + ": " + text + " (" + hexOf(code) + ")" + quoteOfLog(code), code);
+    return std::string(what) + ": " + text + " (" + hexOf(code) + ")" + quoteOfLog(code);
 }
 
 std::string_view adviceOf(unsigned long code)
@@ -91,9 +91,14 @@ std::string_view adviceOf(unsigned long code)
 
 } // namespace
 
+std::string failureText(std::string_view what, unsigned long code)
+{
+    return failureText(what, code, adviceOf(code));
+}
+
 void fail(std::string_view what, unsigned long code)
 {
-    fail(what, code, adviceOf(code));
+    throw CallFailure(failureText(what, code), code);
 }
 
 void failWithLastError(std::string_view what)
@@ -104,7 +109,7 @@ void failWithLastError(std::string_view what)
 void failOpening(std::string_view what, unsigned long code)
 {
     const Advice* row = findRow(adviceWhenOpening, &Advice::code, code);
-    fail(what, code, row ? row->text : adviceOf(code));
+    throw CallFailure(failureText(what, code, row ? row->text : adviceOf(code)), code);
 }
 
 } // namespace quelta::tools

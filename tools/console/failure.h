@@ -29,6 +29,8 @@ private:
 // `what` names the step, `code` is a Win32 code, an NTE_ code or a SECURITY_STATUS; what to do next is looked up by the code. The
 // newest error line that the provider's log has of this run is quoted.
 [[noreturn]] void fail(std::string_view what, unsigned long code);
+// The text of that failure.
+std::string failureText(std::string_view what, unsigned long code);
 // As above with the thread's last error.
 [[noreturn]] void failWithLastError(std::string_view what);
 

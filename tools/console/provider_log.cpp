@@ -16,6 +16,7 @@ constexpr unsigned long noPinEntered = 0x80090020;
 constexpr unsigned long pinRefusedByCryptoApi = 0x8009001A;
 constexpr unsigned long pinRefusedByKeyStorage = 0x80090032;
 constexpr auto dialogFailed = "Password dialog creation failed";
+constexpr std::string_view errorTag = "->ERROR ::=>";
 constexpr auto digits = "0123456789";
 
 // The token's answer to a PIN, at the end of the log's line. A number that is not here names no cause.
@@ -79,15 +80,20 @@ void rememberLogEnd()
     endAtStart = sizeOf(ownLogFile());
 }
 
+std::vector<std::string> errorLinesIn(const std::filesystem::path& log, std::uintmax_t from)
+{
+    std::ifstream file(log, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(from));
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(file, line);)
+        if (line.find(errorTag) != std::string::npos) lines.push_back(line);
+    return lines;
+}
+
 std::vector<std::string> ownErrorLines()
 {
-    std::ifstream file(ownLogFile(), std::ios::binary);
-    file.seekg(static_cast<std::streamoff>(endAtStart));
-    std::vector<std::string> lines;
-    for (std::string line; std::getline(file, line);) {
-        const std::size_t tag = line.find(errorTag);
-        if (tag != std::string::npos) lines.push_back(line.substr(tag + errorTag.size()));
-    }
+    std::vector<std::string> lines = errorLinesIn(ownLogFile(), endAtStart);
+    for (std::string& line : lines) line.erase(0, line.find(errorTag) + errorTag.size());
     return lines;
 }
 

@@ -8,8 +8,6 @@
 
 namespace quelta::tools {
 
-constexpr std::string_view errorTag = "->ERROR ::=>";
-
 // The folder with a folder for each program that loads the provider.
 std::filesystem::path logFolder();
 // Today's file of this program, whether or not it is there.
@@ -17,6 +15,8 @@ std::filesystem::path ownLogFile();
 
 // To be called first: error lines from then on are this run's.
 void rememberLogEnd();
+// The lines of a log at the level of errors. `from` is a position in the file.
+std::vector<std::string> errorLinesIn(const std::filesystem::path& log, std::uintmax_t from = 0);
 // The texts of this run's error lines, without time and level.
 std::vector<std::string> ownErrorLines();
 

@@ -3,7 +3,6 @@
 #include "base/provider_name.h"
 #include "tools/cms/certificates.h"
 #include "tools/console/failure.h"
-#include "tools/console/fetched.h"
 
 #include <algorithm>
 #include <map>
@@ -63,11 +62,6 @@ DWORD keyParameter(const CryptKey& key, DWORD parameter)
     return key && CryptGetKeyParam(key.get(), parameter, reinterpret_cast<BYTE*>(&value), &size, 0) ? value : 0;
 }
 
-bool allowsDecryption(const CryptKey& key)
-{
-    return keyParameter(key, KP_PERMISSIONS) & CRYPT_DECRYPT;
-}
-
 CertificateContext certificateOf(const CryptKey& key)
 {
     return parseCertificate(
@@ -103,87 +97,75 @@ std::vector<Bytes> chainOf(HCRYPTPROV context)
 
 class CryptoApiToken : public TokenProvider {
 public:
-    CryptoApiToken();
+    CryptoApiToken() : first_(acquire(nullptr, CRYPT_VERIFYCONTEXT)) {}
 
-    std::vector<KeyEntry> keys() override;
-    void usePin(const std::string& pin) override;
-    std::vector<Bytes> chain(const KeyEntry& key) override;
-    Bytes sign(const KeyEntry& key, const KnownDigest& hash, ByteView data) override;
-    Wiped<Bytes> unwrap(const KeyEntry& key, ByteView wrapped, bool oaep) override;
+    std::vector<KeyEntry> keys() override
+    {
+        std::vector<KeyEntry> found;
+        for (const std::string& name : containers(first_.get())) {
+            const HCRYPTPROV context = contextOf(name);
+            const CryptKey signing = userKey(context, AT_SIGNATURE);
+            const CryptKey exchange = userKey(context, AT_KEYEXCHANGE);
+            KeyEntry key;
+            key.name = name;
+            key.certificate = certificateOf(signing ? signing : exchange);
+            // A provider of this type signs and decrypts with RSA alone, and signs with another key if the container's may not.
+            describeAlgorithm(key, signing ? signing : exchange);
+            const bool rsa = key.algorithm == "RSA";
+            key.keySpec = keySpecOf(context);
+            key.canSign = rsa && key.keySpec == AT_SIGNATURE;
+            key.canDecrypt = rsa && (keyParameter(exchange, KP_PERMISSIONS) & CRYPT_DECRYPT);
+            found.push_back(std::move(key));
+        }
+        return found;
+    }
+
+    void usePin(const std::string& pin) override
+    {
+        if (!CryptSetProvParam(first_.get(), PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(pin.c_str()), 0))
+            failWithLastError("can't log in to the token");
+    }
+
+    std::vector<Bytes> chain(const KeyEntry& key) override { return chainOf(contextOf(key.name)); }
+
+    Bytes sign(const KeyEntry& key, const KnownDigest& hash, ByteView data) override
+    {
+        CryptHash hashing;
+        if (!CryptCreateHash(contextOf(key.name), hash.algId, 0, 0, hashing.out()) ||
+            !CryptHashData(hashing.get(), data.data(), static_cast<DWORD>(data.size()), 0))
+            failWithLastError("the token can't hash");
+        Bytes signature = fetched(
+            [&](BYTE* value, DWORD* size) { return CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, value, size); });
+        if (signature.empty()) failWithLastError("can't sign");
+        std::ranges::reverse(signature);
+        return signature;
+    }
+
+    Wiped<Bytes> unwrap(const KeyEntry& key, ByteView wrapped, bool oaep) override
+    {
+        const CryptKey exchange = userKey(contextOf(key.name), AT_KEYEXCHANGE);
+        if (!exchange) failWithLastError("can't use key " + key.name);
+        Wiped<Bytes> data(wrapped.rbegin(), wrapped.rend());
+        auto size = static_cast<DWORD>(data->size());
+        if (!CryptDecrypt(exchange.get(), 0, TRUE, oaep ? CRYPT_OAEP : 0, data->data(), &size))
+            failWithLastError("can't decrypt");
+        data->resize(size);
+        return data;
+    }
 
 private:
     // The context of a key's container, open as long as this object lives.
-    HCRYPTPROV contextOf(const std::string& container);
+    HCRYPTPROV contextOf(const std::string& container)
+    {
+        const auto known = contexts_.find(container);
+        if (known != contexts_.end()) return known->second.get();
+        return contexts_.emplace(container, acquire(container.c_str(), 0)).first->second.get();
+    }
 
     // Open from first to last: the module keeps its PIN only while it is loaded, and a context keeps it loaded.
     CryptContext first_;
     std::map<std::string, CryptContext> contexts_;
 };
-
-CryptoApiToken::CryptoApiToken() : first_(acquire(nullptr, CRYPT_VERIFYCONTEXT)) {}
-
-std::vector<KeyEntry> CryptoApiToken::keys()
-{
-    std::vector<KeyEntry> found;
-    for (const std::string& name : containers(first_.get())) {
-        const HCRYPTPROV context = contextOf(name);
-        const CryptKey signing = userKey(context, AT_SIGNATURE);
-        const CryptKey exchange = userKey(context, AT_KEYEXCHANGE);
-        KeyEntry key;
-        key.name = name;
-        key.certificate = certificateOf(signing ? signing : exchange);
-        // A provider of this type signs and decrypts with RSA alone, and signs with another key if the container's may not.
-        describeAlgorithm(key, signing ? signing : exchange);
-        const bool rsa = key.algorithm == "RSA";
-        key.keySpec = keySpecOf(context);
-        key.canSign = rsa && key.keySpec == AT_SIGNATURE;
-        key.canDecrypt = rsa && allowsDecryption(exchange);
-        found.push_back(std::move(key));
-    }
-    return found;
-}
-
-void CryptoApiToken::usePin(const std::string& pin)
-{
-    if (!CryptSetProvParam(first_.get(), PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(pin.c_str()), 0))
-        failWithLastError("can't log in to the token");
-}
-
-std::vector<Bytes> CryptoApiToken::chain(const KeyEntry& key)
-{
-    return chainOf(contextOf(key.name));
-}
-
-Bytes CryptoApiToken::sign(const KeyEntry& key, const KnownDigest& hash, ByteView data)
-{
-    CryptHash hashing;
-    if (!CryptCreateHash(contextOf(key.name), hash.algId, 0, 0, hashing.out()) ||
-        !CryptHashData(hashing.get(), data.data(), static_cast<DWORD>(data.size()), 0))
-        failWithLastError("the token can't hash");
-    Bytes signature =
-        fetched([&](BYTE* value, DWORD* size) { return CryptSignHashW(hashing.get(), AT_SIGNATURE, nullptr, 0, value, size); });
-    if (signature.empty()) failWithLastError("can't sign");
-    std::ranges::reverse(signature);
-    return signature;
-}
-
-Wiped<Bytes> CryptoApiToken::unwrap(const KeyEntry& key, ByteView wrapped, bool oaep)
-{
-    const CryptKey exchange = userKey(contextOf(key.name), AT_KEYEXCHANGE);
-    if (!exchange) failWithLastError("can't use key " + key.name);
-    Wiped<Bytes> data(wrapped.rbegin(), wrapped.rend());
-    auto size = static_cast<DWORD>(data->size());
-    if (!CryptDecrypt(exchange.get(), 0, TRUE, oaep ? CRYPT_OAEP : 0, data->data(), &size)) failWithLastError("can't decrypt");
-    data->resize(size);
-    return data;
-}
-
-HCRYPTPROV CryptoApiToken::contextOf(const std::string& container)
-{
-    const auto known = contexts_.find(container);
-    if (known != contexts_.end()) return known->second.get();
-    return contexts_.emplace(container, acquire(container.c_str(), 0)).first->second.get();
-}
 
 } // namespace
 
@@ -192,12 +174,12 @@ std::unique_ptr<TokenProvider> openCsp()
     return std::make_unique<CryptoApiToken>();
 }
 
-std::optional<std::vector<std::string>> TokenWatch::look()
+std::optional<std::vector<std::string>> keysIfPluggedIn(CryptContext& held)
 {
     CryptContext now = tryAcquire(nullptr, CRYPT_VERIFYCONTEXT);
     if (!now) return std::nullopt;
-    held_ = std::move(now);
-    return containers(held_.get());
+    held = std::move(now);
+    return containers(held.get());
 }
 
 std::vector<Bytes> chainFromCsp(const std::string& container)

@@ -8,18 +8,9 @@
 
 namespace quelta::tools {
 
-std::unique_ptr<TokenProvider> openCsp();
-
-// Looks again and again whether a token is there.
-class TokenWatch {
-public:
-    // The names of its keys; nullopt without a token.
-    std::optional<std::vector<std::string>> look();
-
-private:
-    // Keeps the provider loaded from one look to the next, so that it does not start the token anew each time.
-    CryptContext held_;
-};
+// The names of the token's keys; nullopt without a token. `held` keeps the provider loaded from one call to the next, so that it
+// does not start the token anew each time.
+std::optional<std::vector<std::string>> keysIfPluggedIn(CryptContext& held);
 
 // The certificates that the provider holds for a container; none if it isn't registered or has none.
 std::vector<Bytes> chainFromCsp(const std::string& container);

@@ -1,7 +1,6 @@
 #include "tools/token/key_choice.h"
 
 #include "base/hex.h"
-#include "tools/cms/certificates.h"
 #include "tools/console/failure.h"
 #include "tools/console/text.h"
 
@@ -12,17 +11,6 @@
 namespace quelta::tools {
 
 namespace {
-
-struct Need {
-    bool KeyEntry::*ability;
-    const char* purpose;
-    // Of the certificate; 0 if it is not asked.
-    BYTE usage;
-};
-
-constexpr Need signing{&KeyEntry::canSign, "sign", signatureUsage};
-constexpr Need encryption{&KeyEntry::canDecrypt, "encrypt", encryptionUsage};
-constexpr Need decryption{&KeyEntry::canDecrypt, "decrypt", 0};
 
 using Indices = std::vector<std::size_t>;
 
@@ -61,66 +49,50 @@ std::optional<std::size_t> rowOf(const std::string& text, std::size_t count)
     return row - 1;
 }
 
-Indices byIdentifier(const std::vector<KeyEntry>& keys, const std::string& text)
-{
-    if (!std::ranges::all_of(text, [](char c) { return hexDigit(c).has_value(); })) return {};
-    return indicesWhere(keys, [&](const KeyEntry& key) { return folded(key.name).starts_with(folded(text)); });
-}
-
-Indices byHolder(const std::vector<KeyEntry>& keys, const std::string& text)
-{
-    return indicesWhere(
-        keys, [&](const KeyEntry& key) { return key.certificate && folded(displayNameOf(*key.certificate)) == folded(text); });
-}
-
-Indices bySubject(const std::vector<KeyEntry>& keys, const std::string& text)
-{
-    return indicesWhere(keys, [&](const KeyEntry& key) {
-        return key.certificate && folded(subjectOf(*key.certificate)).find(folded(text)) != std::string::npos;
-    });
-}
+// A key's name, in hexadecimal digits, or the beginning of it; then the holder; then a part of the subject.
+constexpr bool (*waysToFit[])(const KeyEntry& key, const std::string& text) = {
+    [](const KeyEntry& key, const std::string& text) {
+        return std::ranges::all_of(text, [](char c) { return hexDigit(c).has_value(); }) && folded(key.name).starts_with(text);
+    },
+    [](const KeyEntry& key, const std::string& text) {
+        return key.certificate && folded(displayNameOf(*key.certificate)) == text;
+    },
+    [](const KeyEntry& key, const std::string& text) {
+        return key.certificate && folded(subjectOf(*key.certificate)).find(text) != std::string::npos;
+    },
+};
 
 // Why the certificate should not be used for this; empty if nothing speaks against it.
-std::string objection(const CERT_CONTEXT& certificate, const Need& need)
+std::string objection(const CERT_CONTEXT& certificate, const Purpose& purpose)
 {
-    if (!need.usage) return {};
+    if (!purpose.usage) return {};
     if (std::string fault = validityFault(certificate, timeNow()); !fault.empty()) return fault;
-    return mayBeUsedFor(certificate, need.usage) ? "" : std::string("does not allow the key to ") + need.purpose;
+    return mayBeUsedFor(certificate, purpose.usage) ? "" : std::string("does not allow the key to ") + purpose.verb;
 }
 
-[[noreturn]] void refuse(const std::string& whose, const std::string& fault, const Need& need, const char* other)
+[[noreturn]] void refuse(const std::string& whose, const std::string& fault, const Purpose& purpose, const char* other)
 {
-    throw Failure("the certificate of " + whose + " " + fault + "; choose another with " + other + ", or " + need.purpose +
+    throw Failure("the certificate of " + whose + " " + fault + "; choose another with " + other + ", or " + purpose.verb +
                   " all the same with --force");
 }
 
-void refuseUnable(const KeyEntry& key, const Need& need)
+void refuseUnable(const KeyEntry& key, const Purpose& purpose)
 {
     if (!key.certificate)
         throw Failure("key " + shortName(key) + " has no certificate on the token; import one, or choose another with --key");
-    if (!(key.*need.ability))
-        throw Failure("key " + describe(key) + " can't " + need.purpose +
+    if (!(key.*purpose.ability))
+        throw Failure("key " + describe(key) + " can't " + purpose.verb +
                       " through this provider; choose another with --key, or try the other --provider");
 }
 
-const KeyEntry& bestOf(const std::vector<KeyEntry>& keys, const Need& need)
+std::size_t bestOf(const std::vector<KeyEntry>& keys, const Purpose& purpose)
 {
-    const Indices able = indicesWhere(keys, [&](const KeyEntry& key) { return key.certificate && key.*need.ability; });
+    const Indices able = indicesWhere(keys, [&](const KeyEntry& key) { return key.certificate && key.*purpose.ability; });
     if (able.empty())
-        throw Failure(std::string("no key on the token can ") + need.purpose + " and has a certificate; it has " +
+        throw Failure(std::string("no key on the token can ") + purpose.verb + " and has a certificate; it has " +
                       describeAll(keys, everyIndex(keys)) + "; import a certificate for one of them");
-    const auto good = std::ranges::find_if(able, [&](std::size_t i) { return objection(*keys[i].certificate, need).empty(); });
-    return keys[good == able.end() ? able.front() : *good];
-}
-
-KeyEntry choose(std::vector<KeyEntry> keys, const KeyWish& wish, const Need& need)
-{
-    if (keys.empty()) throw Failure("the token holds no key; make one on it first");
-    const KeyEntry& chosen = wish.wanted.empty() ? bestOf(keys, need) : keys[findKey(keys, wish.wanted)];
-    refuseUnable(chosen, need);
-    const std::string fault = wish.force ? "" : objection(*chosen.certificate, need);
-    if (!fault.empty()) refuse("key " + describe(chosen), fault, need, "--key");
-    return std::move(keys[static_cast<std::size_t>(&chosen - keys.data())]);
+    const auto good = std::ranges::find_if(able, [&](std::size_t i) { return objection(*keys[i].certificate, purpose).empty(); });
+    return good == able.end() ? able.front() : *good;
 }
 
 } // namespace
@@ -128,27 +100,22 @@ KeyEntry choose(std::vector<KeyEntry> keys, const KeyWish& wish, const Need& nee
 std::size_t findKey(const std::vector<KeyEntry>& keys, const std::string& wanted)
 {
     if (const auto row = rowOf(wanted, keys.size())) return *row;
-    for (const auto find : {byIdentifier, byHolder, bySubject}) {
-        const Indices found = find(keys, wanted);
+    for (const auto fits : waysToFit) {
+        const Indices found = indicesWhere(keys, [&](const KeyEntry& key) { return fits(key, folded(wanted)); });
         if (found.size() == 1) return found.front();
         if (!found.empty()) throw Failure(wanted + " fits several keys; say which with --key: " + describeAll(keys, found));
     }
     throw Failure("no key on the token fits " + wanted + "; choose one with --key: " + describeAll(keys, everyIndex(keys)));
 }
 
-KeyEntry chooseSigningKey(std::vector<KeyEntry> keys, const KeyWish& wish)
+KeyEntry chooseKey(std::vector<KeyEntry> keys, const Purpose& purpose, const std::string& wanted, bool force)
 {
-    return choose(std::move(keys), wish, signing);
-}
-
-KeyEntry chooseEncryptionKey(std::vector<KeyEntry> keys, const KeyWish& wish)
-{
-    return choose(std::move(keys), wish, encryption);
-}
-
-KeyEntry chooseDecryptionKey(std::vector<KeyEntry> keys, const KeyWish& wish)
-{
-    return choose(std::move(keys), wish, decryption);
+    if (keys.empty()) throw Failure("the token holds no key; make one on it first");
+    const std::size_t chosen = wanted.empty() ? bestOf(keys, purpose) : findKey(keys, wanted);
+    refuseUnable(keys[chosen], purpose);
+    const std::string fault = force ? "" : objection(*keys[chosen].certificate, purpose);
+    if (!fault.empty()) refuse("key " + describe(keys[chosen]), fault, purpose, "--key");
+    return std::move(keys[chosen]);
 }
 
 void refuseForEncryption(const CERT_CONTEXT& certificate)

@@ -1,6 +1,7 @@
 // Which of the token's keys is meant, and whether its certificate is good for what is wanted.
 #pragma once
 
+#include "tools/cms/certificates.h"
 #include "tools/token/token_provider.h"
 
 namespace quelta::tools {
@@ -9,17 +10,21 @@ namespace quelta::tools {
 // part of the subject that no other key has. A Failure lists the candidates.
 std::size_t findKey(const std::vector<KeyEntry>& keys, const std::string& wanted);
 
-struct KeyWish {
-    // As for findKey(); empty for the first that will do, one with a good certificate before others.
-    std::string wanted = {};
-    // Whatever the certificate says.
-    bool force = false;
+struct Purpose {
+    bool KeyEntry::*ability;
+    const char* verb;
+    // Bits of the certificate's key usage; 0 if the certificate is not looked at.
+    BYTE usage;
 };
 
 // Signing and encryption keep to valid certificates that allow it; decryption opens old messages too.
-KeyEntry chooseSigningKey(std::vector<KeyEntry> keys, const KeyWish& wish);
-KeyEntry chooseEncryptionKey(std::vector<KeyEntry> keys, const KeyWish& wish);
-KeyEntry chooseDecryptionKey(std::vector<KeyEntry> keys, const KeyWish& wish);
+constexpr Purpose signing{&KeyEntry::canSign, "sign", signatureUsage};
+constexpr Purpose encryption{&KeyEntry::canDecrypt, "encrypt", encryptionUsage};
+constexpr Purpose decryption{&KeyEntry::canDecrypt, "decrypt", 0};
+
+// `wanted` is as for findKey(); empty for the first that will do, one with a good certificate before others. With `force` a
+// certificate is taken whatever it says.
+KeyEntry chooseKey(std::vector<KeyEntry> keys, const Purpose& purpose, const std::string& wanted, bool force = false);
 
 // Throws a Failure if the certificate is out of date or not for encryption.
 void refuseForEncryption(const CERT_CONTEXT& certificate);

@@ -16,16 +16,15 @@ auto opened(const std::optional<Interface>& wanted, Open open)
 {
     auto result = [&] {
         if (wanted) return open(*wanted);
-        std::exception_ptr refusal;
         try {
             return open(Interface::csp);
         } catch (const Failure&) {
-            refusal = std::current_exception();
-        }
-        try {
-            return open(Interface::ksp);
-        } catch (const Failure&) {
-            std::rethrow_exception(refusal);
+            const auto refusal = std::current_exception();
+            try {
+                return open(Interface::ksp);
+            } catch (const Failure&) {
+                std::rethrow_exception(refusal);
+            }
         }
     }();
     // Error lines that the provider wrote while its keys were looked at do not explain a later failure.
@@ -51,11 +50,11 @@ void merge(std::vector<ListedKey>& into, std::vector<KeyEntry> keys, bool Listed
 
 } // namespace
 
-OpenedKey openKey(const TokenOptions& options, bool force, ChooseKey choose)
+OpenedKey openKey(const TokenOptions& options, const Purpose& purpose, bool force)
 {
     return opened(options.provider, [&](Interface kind) -> OpenedKey {
         auto provider = openProvider(kind);
-        KeyEntry key = choose(provider->keys(), {options.key, force});
+        KeyEntry key = chooseKey(provider->keys(), purpose, options.key, force);
         return {std::move(provider), std::move(key)};
     });
 }

@@ -20,11 +20,9 @@ struct OpenedKey {
     KeyEntry key;
 };
 
-using ChooseKey = KeyEntry (*)(std::vector<KeyEntry> keys, const KeyWish& wish);
-
 // The key that the options mean, through their provider; without one through the first that can do it with this key. The failure
 // of CryptoAPI is reported if neither can.
-OpenedKey openKey(const TokenOptions& options, bool force, ChooseKey choose);
+OpenedKey openKey(const TokenOptions& options, const Purpose& purpose, bool force);
 
 // The provider alone, chosen in the same way.
 std::unique_ptr<TokenProvider> openAny(const TokenOptions& options);

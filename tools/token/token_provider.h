@@ -5,7 +5,7 @@
 #include "base/bytes.h"
 #include "base/windows_objects.h"
 #include "base/wipe.h"
-#include "tools/cms/digests.h"
+#include "common/bcrypt_calls.h"
 
 #include <memory>
 #include <string>
@@ -41,12 +41,21 @@ public:
     virtual Wiped<Bytes> unwrap(const KeyEntry& key, ByteView wrapped, bool oaep) = 0;
 };
 
+std::unique_ptr<TokenProvider> openCsp();
+std::unique_ptr<TokenProvider> openKeyStorage();
+
 enum class Interface { csp, ksp };
 
-std::unique_ptr<TokenProvider> openProvider(Interface kind);
+inline std::unique_ptr<TokenProvider> openProvider(Interface kind)
+{
+    return kind == Interface::ksp ? openKeyStorage() : openCsp();
+}
 
 // Has the provider's dialog ask for the PIN now, if it is needed, and not after hours of hashing. Nothing else lets it ask than
 // the use of the key: random bytes are signed, and the signature is forgotten.
-void askForPin(TokenProvider& provider, const KeyEntry& key);
+inline void askForPin(TokenProvider& provider, const KeyEntry& key)
+{
+    provider.sign(key, knownDigests[0], randomBytes(32));
+}
 
 } // namespace quelta::tools
