@@ -8,6 +8,7 @@ pin=135790
 # shellcheck source=scripts/provider.sh
 source "$(dirname "$0")/../../scripts/provider.sh"
 work=$(mktemp -d "$(dirname "$shared")/sign.XXXXXX")
+trap 'rm -rf "$work"' EXIT
 cp -r "$shared/token" "$work/token"
 export QUELTA_TOKEN_DIR=$work/token
 cd "$work"
@@ -17,17 +18,12 @@ fail() {
     exit 1
 }
 
-clean_up() {
-    cd / && rm -rf "$work"
-}
-trap clean_up EXIT
-
 # The prefix may have the provider registered already, from another build: it gets that back.
 restore() {
     wine "$bin/quelta.exe" unpublish >/dev/null 2>&1 </dev/null || true
     wine reg delete "$provider_key" /f >/dev/null 2>&1 || true
     [[ ! -e before.reg ]] || wine regedit /S before.reg
-    clean_up
+    cd / && rm -rf "$work"
 }
 if wine reg query "$provider_key" >/dev/null 2>&1; then
     wine regedit /E before.reg "$provider_key"
@@ -35,127 +31,126 @@ if wine reg query "$provider_key" >/dev/null 2>&1; then
 fi
 trap restore EXIT
 
-run() {
-    wine "$bin/quelta.exe" "$@" 2>errors </dev/null
+# register DLL
+register() {
+    registration_of "$1" >provider.reg
+    wine regedit /S provider.reg
 }
 
-tool() {
-    run "$@" >output || fail "quelta $* failed: $(<errors)"
+# Each of the texts, with " & " between them.
+says() {
+    local text
+    while read -r text; do
+        grep -q -- "$text" output errors || fail "it does not say \"$text\": $(cat output errors)"
+    done <<<"${1// & /$'\n'}"
 }
 
-# answers STATUS COMMAND...
+# answers STATUS TEXTS COMMAND...
 answers() {
     local status=0
-    run "${@:2}" >output || status=$?
-    [[ $status -eq $1 ]] || fail "quelta ${*:2} answers $status and not $1: $(<errors)"
+    wine "${quelta:-$bin/quelta.exe}" "${@:3}" >output 2>errors <"${input:-/dev/null}" || status=$?
+    [[ $status -eq $1 ]] || fail "quelta ${*:3} answers $status and not $1: $(<errors)"
+    [[ -z $2 ]] || says "$2"
 }
 
-# In one line, and nothing on standard output.
+# does COMMAND...
+does() {
+    answers 0 "" "$@"
+}
+
+# refuses TEXTS COMMAND...: in one line, and nothing on standard output.
 refuses() {
     answers 1 "$@"
-    [[ $(wc -l <errors) -eq 1 && ! -s output ]] || fail "quelta $* is not refused in one line: $(<errors)"
-}
-
-says() {
-    grep -q -- "$1" output errors || fail "it does not say \"$1\": $(cat output errors)"
-}
-
-says_not() {
-    ! grep -q -- "$1" output errors || fail "it says \"$1\": $(cat output errors)"
+    [[ $(wc -l <errors) -eq 1 && ! -s output ]] || fail "quelta ${*:2} is not refused in one line: $(<errors)"
 }
 
 token() {
     wine "$bin/../softtoken/quelta-token.exe" "$@" >log 2>&1 </dev/null || fail "quelta-token $* failed: $(<log)"
 }
 
-id_of() {
-    tr -d '\r\n' <"$shared/$1.id"
+# token_with FILE...: a new token with a key and its certificate
+token_with() {
+    token init --pin "$pin" --force
+    token import "$@"
 }
 
-# openssl_verifies KEY SIGNATURE [ARGUMENT]...
+# openssl_verifies ROOTS SIGNATURE [ARGUMENT]...
 openssl_verifies() {
-    openssl cms -verify -binary -cades -inform DER -purpose any -CAfile "$shared/$1.root.pem" -in "$2" "${@:3}" 2>errors
+    openssl cms -verify -binary -cades -inform DER -purpose any -CAfile "$1" -in "$2" -out back "${@:3}" 2>errors ||
+        fail "openssl refuses the signature $2: $(<errors)"
 }
 
-# As openssl shows the algorithms of the signers: "sha384", "ecdsa-with-SHA384".
-hashes_named_in() {
-    openssl cms -cmsout -print -inform DER -in "$1" | sed -n '/signerInfos:/,$s/.*lgorithm: .*\(sha[0-9]*\).*/\L\1/Ip' | sort -u
+# openssl_signs KEY ARGUMENT...: data into theirs
+openssl_signs() {
+    openssl cms -sign -binary -in data -signer "$shared/$1.leaf.pem" -inkey "$shared/$1.pem" -outform DER -out theirs "${@:2}"
+}
+
+# openssl_encrypts ARGUMENT...: data into message
+openssl_encrypts() {
+    openssl cms -encrypt -binary -in data -outform DER -out message "$@"
+}
+
+openssl_decrypts() {
+    openssl cms -decrypt -binary -inform DER -in message -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
+    cmp back data
 }
 
 # sign_and_verify PROVIDER KEY HASH
 sign_and_verify() {
+    local root=$shared/$2.root.pem
     rm -f signature
-    tool sign data -o signature --provider "$1" --key "$(id_of "$2")" --pin "$pin" --hash "$3"
-    openssl_verifies "$2" signature -content data -out back || fail "openssl refuses the signature of $*: $(<errors)"
-    [[ $(hashes_named_in signature) == "$3" ]] || fail "the signature of $* names another hash"
-    ! openssl_verifies "$2" signature -content changed -out back || fail "openssl accepts a changed file: $*"
-    tool verify signature data --root "$shared/$2.root.pem"
-    refuses verify signature changed --root "$shared/$2.root.pem"
+    does sign data -o signature --provider "$1" --key "$(tr -d '\r\n' <"$shared/$2.id")" --pin "$pin" --hash "$3"
+    openssl_verifies "$root" signature -content data
+    ! (openssl_verifies "$root" signature -content changed >/dev/null) || fail "openssl accepts a changed file: $*"
+    answers 0 "hash *$3" verify signature data --root "$root"
+    refuses "NOT VALID" verify signature changed --root "$root"
 }
 
-registration_of "$(winepath -w "$bin/QueltaCSP.dll")" >provider.reg
-wine regedit /S provider.reg
+register "$(winepath -w "$bin/QueltaCSP.dll")"
 printf 'one line\r\nanother\n' >data
 {
     cat data
     echo
 } >changed
 
-tool list
-says "rsa4096 of the tests .* RSA-4096 *sign,decrypt *csp,ksp"
-says "p256 of the tests .* P-256 *sign *ksp"
-answers 2 sign data --provider smartcard
-says "csp (CryptoAPI) or ksp"
+answers 0 "rsa4096 of the tests .* RSA-4096 *sign,decrypt *csp,ksp & p256 of the tests .* P-256 *sign *ksp" list
+answers 2 "csp (CryptoAPI) or ksp" sign data --provider smartcard
 for command in "" list sign verify encrypt decrypt publish unpublish check; do
     # shellcheck disable=SC2086
-    tool $command --help
+    does $command --help
     ! grep -E '.{80}' output || fail "the help of quelta $command has lines that are too long"
 done
 ! wine "$bin/quelta.exe" list >/dev/full 2>errors </dev/null || fail "a full disk is no failure"
 
-sign_and_verify csp rsa2048 sha256
-refuses verify signature data --root "$shared/rsa4096.root.pem"
-answers 3 verify signature data
-says "NOT CHECKED"
-says "^good signature of data, but .* NOT CHECKED"
-refuses verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
-says "certificate of CN=rsa2048 of the tests is not valid before"
-answers 1 verify --json signature changed
-says '"good": false'
-answers 1 verify --json absent data
-says '"error": .*no such file'
-refuses verify data data
-says "no CMS"
 sign_and_verify csp rsa4096 sha512
 sign_and_verify ksp rsa2048 sha1
 sign_and_verify ksp rsa4096 sha384
 sign_and_verify ksp p256 sha384
-refuses sign data -o wrong-pin --key rsa2048 --pin 000000
-says "the PIN is wrong; another wrong one may lock the token .*log says: .* failed"
-refuses sign data -o wrong-pin --key rsa2048 --pin ""
-says "the PIN is empty"
-[[ ! -e wrong-pin ]] || fail "a refused signature leaves a file"
-refuses sign data --key "of the tests" --pin "$pin"
-says "fits several keys"
+sign_and_verify csp rsa2048 sha256
+refuses "which is not the root" verify signature data --root "$shared/rsa4096.root.pem"
+answers 3 "^good signature of data, but .* NOT CHECKED" verify signature data
+refuses "certificate of CN=rsa2048 of the tests is not valid before" \
+    verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
+answers 1 '"good": false' verify --json signature changed
+answers 1 '"error": .*no such file' verify --json absent data
+refuses "no CMS" verify data data
+refuses "the PIN is wrong; another wrong one may lock the token .*log says: .* failed" sign data -o wrong --key rsa2048 --pin 000000
+refuses "the PIN is empty" sign data -o wrong --key rsa2048 --pin ""
+[[ ! -e wrong ]] || fail "a refused signature leaves a file"
+refuses "fits several keys; say which with --key: 2 [0-9A-F]* (rsa2048 of the tests), 4 " sign data --key "of the tests" --pin "$pin"
+refuses "no key on the token fits nobody; choose one with --key: 1 [0-9A-F]* (" sign data --key nobody --pin "$pin"
+refuses "the input itself" sign data -o ./data --pin "$pin"
 
 # Several files for one PIN, names that nobody can type, one more signature by another key, and streams.
 cp data "bläu 1"
-printf '%s\n' "$pin" | wine "$bin/quelta.exe" sign data "bläu 1" --key rsa2048 --pin-stdin >output 2>errors || fail "$(<errors)"
-says "data.p7s$"
-tool sign data --key rsa2048 --pin "$pin"
-says "data.p7s, in place of the one that was there"
-tool sign "bläu 1" --add --key "p256 of the tests" --pin "$pin"
+printf '%s\n' "$pin" >line
+input=line answers 0 "data.p7s$" sign data "bläu 1" --key rsa2048 --pin-stdin
+answers 0 "data.p7s, in place of the one that was there" sign data --key rsa2048 --pin "$pin"
+does sign "bläu 1" --add --key "p256 of the tests" --pin "$pin"
 cat "$shared"/{rsa2048,p256}.root.pem >both.root.pem
-tool verify --root "$shared/rsa2048.root.pem" --root "$shared/p256.root.pem" "bläu 1.p7s" "bläu 1"
-says "CN=p256 of the tests"
-openssl cms -verify -binary -cades -inform DER -purpose any -CAfile both.root.pem -in "bläu 1.p7s" -content data -out back 2>errors ||
-    fail "openssl refuses two signers: $(<errors)"
-refuses sign changed -o data.p7s --add --pin "$pin"
-wine "$bin/quelta.exe" sign - --attached --key rsa2048 --pin "$pin" <data >attached 2>errors || fail "$(<errors)"
-openssl_verifies rsa2048 attached -out back || fail "openssl refuses the attached signature: $(<errors)"
-cmp back data
-tool verify attached -o content --root "$shared/rsa2048.root.pem"
-cmp content data
+answers 0 "CN=p256 of the tests" verify --root "$shared/rsa2048.root.pem" --root "$shared/p256.root.pem" "bläu 1.p7s" "bläu 1"
+openssl_verifies both.root.pem "bläu 1.p7s" -content data
+refuses "the file is not the one that was signed" sign changed -o data.p7s --add --pin "$pin"
 
 # How often a process has the PIN in its memory: as bytes, and as UTF-16.
 copies_of_pin() {
@@ -181,50 +176,47 @@ for ((i = 0; i < 300 && $(stat -c %s attached) == 0; ++i)); do sleep 0.1; done
 cat data >&3
 exec 3>&-
 wait "$signer" || fail "$(<errors)"
-openssl_verifies rsa2048 attached -out back
-
-for form in DER PEM; do
-    openssl cms -sign -binary -keyid -in data -signer "$shared/rsa2048.leaf.pem" -inkey "$shared/rsa2048.pem" -outform "$form" \
-        -out theirs
-    answers 3 verify theirs data
-    refuses verify theirs changed
-done
-openssl cms -sign -binary -nodetach -stream -in data -signer "$shared/p256.leaf.pem" -inkey "$shared/p256.pem" -outform DER -out theirs
-answers 3 verify theirs -o content
+openssl_verifies "$shared/rsa2048.root.pem" attached
+cmp back data
+does verify attached -o content --root "$shared/rsa2048.root.pem"
 cmp content data
 
-tool encrypt data -o message --cert "$shared/rsa4096.leaf.pem"
-openssl cms -decrypt -binary -inform DER -in message -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
-cmp back data || fail "openssl decrypts something else"
-wine "$bin/quelta.exe" encrypt - --cert "$shared/rsa4096.leaf.pem" <data >message 2>errors || fail "$(<errors)"
-openssl cms -decrypt -binary -inform DER -in message -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
-cmp back data || fail "openssl decrypts something else of a stream"
+for form in DER PEM; do
+    openssl_signs rsa2048 -keyid -outform "$form"
+    answers 3 "" verify theirs data
+    refuses "NOT VALID" verify theirs changed
+done
+openssl_signs p256 -nodetach -stream
+answers 3 "" verify theirs -o content
+cmp content data
+
+does encrypt data -o message --cert "$shared/rsa4096.leaf.pem"
+openssl_decrypts
+input=data does encrypt - --cert "$shared/rsa4096.leaf.pem"
+mv output message
+openssl_decrypts
 for provider in csp ksp; do
     for padding in pkcs1 oaep; do
-        openssl cms -encrypt -binary -aes256 -in data -outform DER -out message -recip "$shared/rsa2048.leaf.pem" \
-            -keyopt "rsa_padding_mode:$padding"
+        openssl_encrypts -aes256 -recip "$shared/rsa2048.leaf.pem" -keyopt "rsa_padding_mode:$padding"
         rm -f back
-        tool decrypt message -o back --provider "$provider" --pin "$pin"
+        does decrypt message -o back --provider "$provider" --pin "$pin"
         cmp back data || fail "quelta decrypts something else: $provider $padding"
     done
 done
 head -c -60 message >damaged
-refuses decrypt damaged -o none --pin "$pin"
+refuses "ends too early" decrypt damaged -o none --pin "$pin"
 [[ ! -e none ]] || fail "a refused message leaves a file"
-openssl cms -encrypt -binary -aes-256-gcm -in data -outform DER -out message -recip "$shared/rsa2048.leaf.pem"
-refuses decrypt message -o none --pin "$pin"
-says "AES-GCM"
-openssl cms -encrypt -binary -aes256 -in data -outform PEM -out message -recip "$shared/rsa2048.leaf.pem"
-refuses decrypt message -o none --pin "$pin"
-says "convert it first: openssl cms"
+openssl_encrypts -aes-256-gcm -recip "$shared/rsa2048.leaf.pem"
+refuses "AES-GCM" decrypt message -o none --pin "$pin"
+openssl_encrypts -aes256 -outform PEM -recip "$shared/rsa2048.leaf.pem"
+refuses "convert it first: openssl cms" decrypt message -o none --pin "$pin"
 openssl req -x509 -key "$shared/rsa2048.pem" -subj "/CN=Signer only" -addext keyUsage=digitalSignature -out signer.pem
-refuses encrypt data -o none --cert signer.pem
-says "Signer only does not allow the key to encrypt"
-tool encrypt data -o message --cert signer.pem --force
+refuses "Signer only does not allow the key to encrypt" encrypt data -o none --cert signer.pem
+does encrypt data -o message --cert signer.pem --force
 # A certificate that the key had before the one that is on the token.
 openssl req -x509 -key "$shared/rsa2048.pem" -subj "/CN=Formerly" -days 2 -out former.pem
-openssl cms -encrypt -binary -aes128 -in data -outform DER -out message -recip former.pem
-tool decrypt message -o back --pin "$pin"
+openssl_encrypts -aes128 -recip former.pem
+does decrypt message -o back --pin "$pin"
 cmp back data
 
 # Another program finds what was published, by the subject alone.
@@ -232,47 +224,31 @@ application() {
     QUELTA_SUBJECT="rsa2048 of the tests" wine "$bin/quelta_end_to_end.exe" --gtest_also_run_disabled_tests \
         --gtest_filter=OneProcess.DISABLED_SignsWithACertificateOfTheStore >errors 2>&1 </dev/null
 }
-answers 1 check --pin "$pin"
-says "FAILED *published"
-tool publish
-tool publish
+does publish
+does publish
 ! grep -q "put into" output || fail "publishing twice changes something: $(<output)"
-openssl pkcs7 -inform DER -in data.p7s -print_certs -out issuing.pem
-cat "$shared/rsa2048.root.pem" >>issuing.pem
 application || fail "the application can't sign: $(<errors)"
-openssl cms -verify -binary -inform DER -purpose any -CAfile issuing.pem -in theirs \
-    -content data -out back 2>errors || fail "openssl refuses what the application signed: $(<errors)"
-tool check --pin "$pin" --report report
+answers 3 "signer *CN=rsa2048 of the tests" verify theirs data
+answers 0 "ok *PIN: accepted" check --pin "$pin" --report report
 ! grep -q "$pin" report output || fail "the PIN is in the report"
-says "ok *PIN: accepted"
-tool unpublish
+does unpublish
 ! application || fail "the certificate is still there"
-tool unpublish
-says "nothing was published"
+answers 0 "nothing was published" unpublish
 
-# What the help desk reads in each state: check SAYS... [-- ARGUMENT...]
-check() {
-    local texts=()
-    while [[ $# -gt 0 && $1 != -- ]]; do
-        texts+=("$1")
-        shift
-    done
-    answers 1 check "${@:2}"
-    for text in "${texts[@]}"; do says "$text"; done
-}
-check "FAILED *published: .*quelta publish" "note *chains: .*a root that this system does not trust"
-check "FAILED *PIN: refused: .*the PIN is wrong" "-- *signature through CryptoAPI" -- --pin 99999
+# What the help desk reads in each state.
+answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this system does not trust" check
+answers 1 "FAILED *PIN: refused: .*the PIN is wrong & -- *signature through CryptoAPI" check --pin 99999
 token pin lock
-check "FAILED *PIN: refused: .*PIN is locked" "-- *signature through key storage" -- --pin "$pin"
+answers 1 "FAILED *PIN: refused: .*PIN is locked & -- *signature through key storage" check --pin "$pin"
 token pin unlock
 token clock mismatch
-check "FAILED *PIN: refused: .*clock" -- --pin "$pin"
+answers 1 "FAILED *PIN: refused: .*clock" check --pin "$pin"
 token clock ok
-check "FAILED *report: can't write" "ok *keys: 7" -- --report nowhere/report
-tool check --installation
+answers 1 "FAILED *report: can't write & ok *keys: 7" check --report nowhere/report
+does check --installation
 token unplug
-tool check --installation
-check "FAILED *token: .*plug it in" "-- *keys: there is no token"
+does check --installation
+answers 1 "FAILED *token: .*plug it in & -- *keys: there is no token" check
 # The provider prints what it can't log.
 mkdir temp && touch temp/Oskvar
 wine cmd /c "set TMP=$(winepath -w temp)&& $(winepath -w "$bin/quelta.exe") list --json" >output 2>errors </dev/null || true
@@ -281,61 +257,46 @@ says "Unable to write log"
 token plug
 mv token full
 token init --pin "$pin"
-check "FAILED *keys: the token holds no key" "-- *validity: the token holds no key"
+answers 1 "FAILED *keys: the token holds no key & -- *validity: the token holds no key" check
 token keygen --type rsa2048
-check "FAILED *certificates: .*has none" "-- *validity: there is no certificate"
+answers 1 "FAILED *certificates: .*has none & -- *validity: there is no certificate" check
 openssl req -x509 -newkey rsa:2048 -nodes -subj "/CN=Authority" -keyout authority.key -out authority.pem 2>log
 openssl req -newkey rsa:2048 -nodes -subj "/CN=Orphan" -keyout orphan.key -out orphan.csr 2>log
 openssl x509 -req -in orphan.csr -CA authority.pem -CAkey authority.key -CAcreateserial -days 2 -out orphan.pem 2>log
-token init --pin "$pin" --force
-token import orphan.key orphan.pem
-check "note *chains: .*Orphan. has an issuer whose certificate is missing, CN=Authority"
+token_with orphan.key orphan.pem
+answers 1 "note *chains: .*Orphan. has an issuer whose certificate is missing, CN=Authority" check
 # It ends the second it begins.
 openssl x509 -req -in orphan.csr -signkey orphan.key -days 0 -out late.pem 2>log
-token init --pin "$pin" --force
-token import orphan.key late.pem
-check "FAILED *validity: .*Orphan. expired on"
-refuses encrypt data -o none --cert late.pem
-says "Orphan expired on"
+token_with orphan.key late.pem
+answers 1 "FAILED *validity: .*Orphan. expired on" check
+refuses "Orphan expired on" encrypt data -o none --cert late.pem
 rm -r token && mv full token
 
-# installed CHANGE...: check over a copy of what is installed, changed by a command
-installed() {
-    rm -rf installed && mkdir installed
-    cp "$bin"/{quelta.exe,QueltaCSP.dll} "$bin/../softtoken/QueltaDSCLibrary.dll" installed
-    (cd installed && "$@")
-}
-installed true
-registration_of "$(winepath -w installed/QueltaCSP.dll)" >installed.reg
-wine regedit /S installed.reg
 # A byte of the file's header: the processor that it is for.
 make_32_bit() {
     local header
     header=$(od -An -tu4 -j60 -N4 "$1")
-    printf '\x4c' | dd of="$1" bs=1 seek=$((header + 4)) conv=notrunc status=none
-    printf '\x01' | dd of="$1" bs=1 seek=$((header + 5)) conv=notrunc status=none
+    printf '\x4c\x01' | dd of="$1" bs=1 seek=$((header + 4)) conv=notrunc status=none
 }
+register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
 library=QueltaDSCLibrary.dll
 foreign="sed -i s/msvcrt.dll/MSVCP1.dll/"
-rows=(
-    "rm QueltaCSP.dll|FAILED *module: QueltaCSP.dll is neither"
-    "truncate -s0 QueltaCSP.dll|FAILED *module: .*is empty"
-    "rm $library|FAILED *device library: .*is missing; put it beside"
-    "make_32_bit $library|FAILED *device library: .*is a 32-bit DLL.*maker's library anew"
-    "truncate -s100000 $library|FAILED *device library: .*is cut short"
-    "truncate -s0 $library|FAILED *device library: .*is empty"
-    "$foreign $library|FAILED *device library: .*change the module"
-    "$foreign QueltaCSP.dll|FAILED *device library: .*with GCC.*install the maker's"
-)
-for row in "${rows[@]}"; do
+# What is done to a copy of the installed files, and the finding. Nothing is loaded then.
+while IFS='|' read -r change finding; do
+    rm -rf installed && mkdir installed
+    cp "$bin"/{quelta.exe,QueltaCSP.dll} "$bin/../softtoken/$library" installed
     # shellcheck disable=SC2086
-    installed ${row%%|*}
-    status=0
-    WINEPATH='' wine installed/quelta.exe check >output 2>errors </dev/null || status=$?
-    [[ $status -eq 1 ]] || fail "check answers $status after ${row%%|*}"
-    says "${row#*|}"
-    says "-- *loading"
-done
-registration_of '%SystemRoot%\system32\rsaenh.dll' >other.reg
-wine regedit /S other.reg
-check "FAILED *CryptoAPI: registered with another DLL, .*rsaenh.dll"
+    (cd installed && $change)
+    quelta=installed/quelta.exe WINEPATH='' answers 1 "FAILED *$finding & -- *loading" check
+done <<END
+rm QueltaCSP.dll|module: QueltaCSP.dll is neither
+truncate -s0 QueltaCSP.dll|module: .*is empty
+rm $library|device library: .*is missing; put it beside
+make_32_bit $library|device library: .*is a 32-bit DLL.*maker's library anew
+truncate -s100000 $library|device library: .*is cut short
+truncate -s0 $library|device library: .*is empty
+$foreign $library|device library: .*change the module
+$foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's
+END
+register '%SystemRoot%\system32\rsaenh.dll'
+answers 1 "FAILED *CryptoAPI: registered with another DLL, .*rsaenh.dll" check
