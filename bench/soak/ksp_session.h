@@ -47,6 +47,7 @@ public:
     }
     Bytes decryptUnder(ByteView transportedKey, ByteView iv, ByteView cipher)
     {
+        if (!key_) return {};
         const StoredKey key = import("ImportKey OpaqueTransport", L"OpaqueTransport", reversed(transportedKey), key_->get());
         if (key.status()) return {};
         key.set(L"IV", iv);
@@ -97,6 +98,7 @@ private:
     }
     SECURITY_STATUS setPin(const char* pin) const
     {
+        if (!storage_) return NTE_INVALID_HANDLE;
         return storage_->table().SetProviderProperty(storage_->provider(), L"SmartCardPin", dataOf(bytesOfText(pin)), 0, 0);
     }
 

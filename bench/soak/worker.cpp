@@ -4,6 +4,8 @@
 
 #include <cstdio>
 #include <functional>
+#include <iterator>
+#include <stdexcept>
 
 namespace quelta::soak {
 
@@ -106,6 +108,7 @@ void work(const std::wstring& name, std::size_t number)
     readToken();
     Board& board = sharedBoard(name);
     const std::jthread user = startUser(board);
+    if (number >= std::size(board.workers)) throw std::out_of_range("There is no worker of this number.");
     Worker(board, number).run();
 }
 

@@ -18,7 +18,11 @@ std::optional<DWORD> runProcess(std::string commandLine)
     STARTUPINFOA startup{};
     startup.cb = sizeof startup;
     PROCESS_INFORMATION started{};
-    if (!CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started))
+    const auto start = [&] {
+        return CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started);
+    };
+    // Wine was once seen to refuse a start with this error, on a machine that did much else.
+    if (!start() && (GetLastError() != ERROR_INTERNAL_ERROR || !start()))
         throw std::runtime_error("Starting " + commandLine + " failed: " + std::to_string(GetLastError()));
     const File thread(started.hThread), process(started.hProcess);
     constexpr DWORD twoMinutes = 120'000;

@@ -57,8 +57,8 @@ void readCipher(ByteView algorithm, Envelope& envelope)
     auto fields = der::Reader(algorithm).enter(der::tagSequence);
     const auto oid = fields ? fields->oid() : std::nullopt;
     const auto iv = oid ? fields->octetString() : std::nullopt;
-    envelope.cipher = iv ? findRow(knownCiphers, &KnownCipher::oid, *oid) : nullptr;
-    if (!envelope.cipher || iv->size() != envelope.cipher->blockSize)
+    if (iv) envelope.cipher = findRow(knownCiphers, &KnownCipher::oid, *oid);
+    if (!iv || !envelope.cipher || iv->size() != envelope.cipher->blockSize)
         throw Failure(
             "the content's cipher is not one of AES-128, AES-192, AES-256 and triple DES in CBC mode; ask for one of these");
     envelope.iv = toBytes(*iv);

@@ -69,14 +69,16 @@ TEST(LibraryCalls, OfTheBuiltModulePassWhatTheLibraryExpects)
     EXPECT_EQ(made.call(&Table::DeleteKey, 0), 0);
     EXPECT_EQ(storage.names(), before);
 
-    auto calls =
-        reinterpret_cast<decltype(&recordedCalls)>(reinterpret_cast<void*>(GetProcAddress(library.get(), "recordedCalls")))();
+    void* const function = reinterpret_cast<void*>(GetProcAddress(library.get(), "recordedCalls"));
+    ASSERT_TRUE(function);
+    RecordedCalls calls;
+    reinterpret_cast<decltype(&recordedCalls)>(function)(calls);
     for (const std::string expected : expectedCalls) {
         std::istringstream words(expected);
-        std::string function, word;
-        words >> function;
-        EXPECT_TRUE(calls.contains(function)) << expected;
-        for (const Argument argument : calls[function]) {
+        std::string name, word;
+        words >> name;
+        EXPECT_TRUE(calls.contains(name)) << expected;
+        for (const Argument argument : calls[name]) {
             if (!(words >> word)) break;
             EXPECT_TRUE(isExpected(word, argument)) << expected << ", not " << word << " but " << argument;
         }

@@ -28,8 +28,8 @@ void record(const char* function, const Arguments& arguments)
 
 } // namespace quelta::test
 
-quelta::test::RecordedCalls recordedCalls()
+void recordedCalls(quelta::test::RecordedCalls& calls)
 {
     const std::lock_guard lock(quelta::test::callsMutex);
-    return quelta::test::calls;
+    calls = quelta::test::calls;
 }

@@ -23,4 +23,4 @@ void record(const char* function, const Arguments& arguments);
 } // namespace quelta::test
 
 // Exported beside the library's own functions.
-extern "C" __declspec(dllexport) quelta::test::RecordedCalls recordedCalls();
+extern "C" __declspec(dllexport) void recordedCalls(quelta::test::RecordedCalls& calls);
