@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <stdexcept>
 
 // Where the addresses of the runtime's functions stand, through which all code of this executable calls them.
@@ -55,7 +56,13 @@ auto counted(std::size_t size, Make make) -> decltype(make())
 
 void* countedMalloc(std::size_t size)
 {
-    return counted(size, [=] { return realMalloc(size); });
+    return counted(size, [=] {
+        void* const made = realMalloc(size);
+        // The block may hold what another thread or the fake library freed. Found there later, that would pass for a secret of
+        // the module's.
+        if (made) std::memset(made, 0xDD, _msize(made));
+        return made;
+    });
 }
 void* countedCalloc(std::size_t count, std::size_t size)
 {
