@@ -69,7 +69,7 @@ Bytes BlockCipher::pass(Call call, ByteView blocks, const char* step)
     return output;
 }
 
-// Both keep the chaining value themselves: whether bcrypt writes it back to the caller depends on the system.
+// Encryption and decryption keep the chaining value themselves. Whether bcrypt writes it back depends on the system.
 Bytes BlockCipher::encrypt(ByteView blocks)
 {
     Bytes output = pass(BCryptEncrypt, blocks, "can't encrypt the content");

@@ -35,7 +35,7 @@ public:
         if (handle_) Release(handle_);
     }
     ULONG_PTR get() const { return handle_; }
-    // For a function that gives out a handle; this one must hold none.
+    // The place for a function that gives out a handle. The object must hold none.
     ULONG_PTR* out() { return &handle_; }
     explicit operator bool() const { return handle_ != 0; }
 

@@ -22,7 +22,7 @@ public:
     bool atEnd() const { return rest_.empty(); }
     bool nextIs(unsigned char tag) const { return !rest_.empty() && rest_[0] == tag; }
 
-    // Nothing if no whole element follows, or its length is indefinite or takes more bytes than it needs.
+    // Nullopt if no whole element follows, or if its length is indefinite or takes more bytes than it needs.
     std::optional<Element> next();
     std::optional<Element> next(unsigned char tag);
     // The content of a constructed element.
@@ -33,7 +33,7 @@ public:
     std::optional<std::uint64_t> smallInteger();
     // Dotted.
     std::optional<std::string> oid();
-    // Nothing unless it ends with a whole byte.
+    // Nullopt if the string does not end with a whole byte.
     std::optional<ByteView> bitString();
     std::optional<ByteView> octetString();
 

@@ -1,4 +1,5 @@
-// What the driver and its workers share. It lies in shared memory: the driver reads it when a worker hangs or has died.
+// The board that the driver and its workers share. It lies in shared memory, so that the driver can read it when a worker hangs
+// or has died.
 #pragma once
 
 #include "soak/calls.h"

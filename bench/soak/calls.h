@@ -1,4 +1,4 @@
-// What the soak calls, and what each call may answer.
+// The calls that the soak makes, and the answers that each may give.
 #pragma once
 
 #include <windows.h>
@@ -19,8 +19,8 @@ using Code = LONG;
 // Stands for FALSE without a last error, and for an enumeration that lacks a key.
 constexpr Code noCode = 0x20000001;
 
-// What a state of the token offers; each includes those before it. `pin` is a user who knows the PIN, `session` an open single
-// sign-on. No state offers `more`.
+// A state of the token offers one of these; each includes those before it. `pin` is a user who knows the PIN, `session` an open
+// single sign-on. No state offers `more`.
 enum class Needs { nothing, token, pin, session, more };
 using enum Needs;
 

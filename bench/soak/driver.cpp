@@ -18,7 +18,7 @@ using namespace softtoken;
 namespace {
 
 constexpr ULONGLONG patience = 30'000;
-// So many that no number of wrong PINs locks the token unasked.
+// Wrong PINs never use up this many attempts, so only the driver locks the token.
 constexpr int attempts = 1000;
 constexpr DWORD tick = 100;
 

@@ -1,4 +1,4 @@
-// What a thread of a worker does with the module. The most significant byte comes first everywhere.
+// The jobs that a thread of a worker does with the module. The most significant byte comes first everywhere.
 #pragma once
 
 #include "crypto/asymmetric_key.h"

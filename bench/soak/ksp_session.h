@@ -90,7 +90,7 @@ private:
     {
         return caller_.ask(call, [&] { return storage_->import(type, blob, unwrapping); });
     }
-    // As the token gives it, behind a header and an exponent.
+    // The modulus as the token gives it. In the blob it follows the header and the exponent.
     Bytes exported(const StoredKey& key)
     {
         const Bytes blob = caller_.ask("ExportKey", [&] { return key.exported(BCRYPT_RSAPUBLIC_BLOB); });

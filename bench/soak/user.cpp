@@ -18,7 +18,7 @@ void meet(HWND window, Board& board, bool wrong)
         PostMessageA(window, WM_COMMAND, IDOK, 0);
     } else if (caption == pinCaption) {
         if (wrong) ++board.wrongPins;
-        // Not typed: a dialog that comes to the front selects what it has so far, and the next character takes its place.
+        // The text is set, not typed. A dialog that comes to the front selects its text, and the next character would replace it.
         SendMessageA(PinDialog(window).edit(), WM_SETTEXT, 0, reinterpret_cast<LPARAM>(wrong ? wrongPin : pins[board.pin]));
         PinDialog(window).pressLogin();
     } else {
