@@ -10,7 +10,7 @@ namespace {
 constexpr unsigned char longForm = 0x80;
 constexpr unsigned char moreFollows = 0x80;
 
-// Base 128, most significant group first, every byte but the last with its top bit set.
+// Appends `arc` in base 128: most significant group first, the top bit set in every byte except the last.
 void appendArc(Bytes& to, std::uint64_t arc)
 {
     Bytes groups{static_cast<unsigned char>(arc & 0x7F)};

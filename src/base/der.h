@@ -1,4 +1,4 @@
-// A writer of DER (ITU-T X.690): elements of one-byte tags, in memory.
+// Writes DER (ITU-T X.690) in memory, with one-byte tags. Each function returns the encoded bytes.
 #pragma once
 
 #include "base/bytes.h"
@@ -20,7 +20,7 @@ constexpr unsigned char tagGeneralizedTime = 0x18;
 constexpr unsigned char tagSequence = 0x30;
 constexpr unsigned char tagSet = 0x31;
 
-// Context-specific tags, constructed and primitive.
+// Return the context-specific tag with this number: constructed (explicit) or primitive (implicit).
 constexpr unsigned char explicitTag(unsigned char number)
 {
     return static_cast<unsigned char>(0xA0 | number);
@@ -31,17 +31,17 @@ constexpr unsigned char implicitTag(unsigned char number)
 }
 
 Bytes length(std::uint64_t value);
-// Identifier and length alone, for content that follows by itself and may exceed memory.
+// Encodes only the tag and the length, for content that is written separately and may be too large for memory.
 Bytes header(unsigned char tag, std::uint64_t length);
 Bytes element(unsigned char tag, ByteView content);
 Bytes sequence(std::initializer_list<ByteView> parts);
-// Elements in the order that DER asks of a SET OF.
+// Sorts the encoded elements, as DER requires for a SET OF.
 Bytes setOf(std::vector<Bytes> elements, unsigned char tag = tagSet);
-// Of a well-formed dotted text: at least two numbers, without signs.
+// Encodes an object identifier. `dotted` must be well formed: at least two numbers, without signs.
 Bytes oid(std::string_view dotted);
 Bytes null();
 Bytes smallInteger(unsigned char value);
-// Of a magnitude, most significant byte first, of any length and whether or not zeros lead.
+// Encodes an unsigned number of any length, most significant byte first. Leading zeros are dropped.
 Bytes unsignedInteger(ByteView magnitude);
 Bytes octetString(ByteView bytes);
 Bytes bitString(ByteView bytes, unsigned char unusedBits = 0);

@@ -6,10 +6,10 @@
 
 namespace quelta {
 
-// Upper case, two characters a byte, no separators.
+// Returns upper-case hexadecimal: two characters for each byte, no separators.
 std::string toHex(ByteView bytes);
 
-// The value of a digit of either case.
+// Returns the value of a hexadecimal digit in upper or lower case; nullopt for any other character.
 std::optional<unsigned char> hexDigit(char character);
 
 } // namespace quelta

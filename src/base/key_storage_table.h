@@ -1,4 +1,4 @@
-// The published NCRYPT_KEY_STORAGE_FUNCTION_TABLE, version 1.0, which mingw's headers lack.
+// The published NCRYPT_KEY_STORAGE_FUNCTION_TABLE, version 1.0. The mingw headers do not declare it.
 #pragma once
 
 #include <windows.h>

@@ -4,7 +4,7 @@
 
 namespace quelta {
 
-// Puts the thread's last error back as it was found, whatever is called in between.
+// Saves the thread's last error and restores it at the end of the scope.
 class LastErrorKeeper {
 public:
     LastErrorKeeper() : saved_(GetLastError()) {}

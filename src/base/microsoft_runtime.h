@@ -4,7 +4,7 @@
 
 namespace quelta {
 
-// True if a DLL of this name, in any case, is a runtime that Microsoft's compiler links.
+// True if a DLL of this name is a runtime of Microsoft's compiler. The comparison ignores case.
 bool isMicrosoftRuntime(std::string_view import);
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// Values of plain types as bytes, and back. The bytes need not be aligned.
+// Converts values of plain types to bytes and back. The bytes need not be aligned.
 #pragma once
 
 #include "base/bytes.h"
@@ -8,14 +8,14 @@
 
 namespace quelta {
 
-// Refers to the value, which must outlive the view.
+// Returns a view of the value's bytes. The value must outlive the view.
 template <class Value>
 ByteView bytesOf(const Value& value)
 {
     return {reinterpret_cast<const unsigned char*>(&value), sizeof value};
 }
 
-// Reads as many bytes at `memory` as the type has.
+// Reads a value from the `sizeof(Value)` bytes at `memory`.
 template <class Value>
 Value valueOf(const void* memory)
 {

@@ -1,4 +1,4 @@
-// The name under which Windows and applications know the provider, through both interfaces. The scripts read it from here too.
+// The provider's name in Windows and in applications, the same for both interfaces. Scripts read the name from this file too.
 #pragma once
 
 #include <array>
@@ -20,7 +20,7 @@ consteval std::array<wchar_t, size> widened(const char (&text)[size])
 inline constexpr auto wideProviderNameArray = widened(providerName);
 inline constexpr const wchar_t* wideProviderName = wideProviderNameArray.data();
 
-// Where CryptoAPI keeps what it knows of the provider, under HKEY_LOCAL_MACHINE.
+// Returns the path of CryptoAPI's registry key for the provider, below HKEY_LOCAL_MACHINE.
 inline std::string providerRegistryKey()
 {
     return std::string("Software\\Microsoft\\Cryptography\\Defaults\\Provider\\") + providerName;

@@ -7,16 +7,15 @@
 
 namespace quelta {
 
-// A value that threads share. It never changes, but is replaced whole; whoever has read it keeps what was read.
+// A value that threads share. The value never changes but is replaced whole. A reader keeps the value that it has read.
 //
-// Not std::atomic<std::shared_ptr>: that of libstdc++ 12 lets go of its lock with relaxed order when it has read, so that the
-// next writer's access is not ordered after the read, and by the standard the two race. Others wait for their lock by means that
-// are looked up at the first wait, and a thread for which an unloading waits must need no loader. Here a turn is taken for the
-// few instructions of a copy or a swap, in which nothing is called, allocated or freed.
+// A spin lock guards the pointer for the few instructions of a copy or a swap. Nothing is called, allocated or freed under it.
+// std::atomic<std::shared_ptr> of libstdc++ 12 has a data race: after a read it releases its lock with relaxed order. Other locks
+// look up their wait functions through the loader at the first wait. A thread that an unload waits for must not need the loader.
 template <class T>
 class SharedValue {
 public:
-    // Null before the first store.
+    // Returns null before the first store.
     std::shared_ptr<const T> load() const
     {
         const Turn turn(taken_);
@@ -29,7 +28,7 @@ public:
             const Turn turn(taken_);
             value_.swap(next);
         }
-        // What was there goes here, in nobody's turn.
+        // The old value is freed here, after the lock was released.
         next.reset();
     }
 
@@ -38,7 +37,7 @@ private:
     public:
         explicit Turn(std::atomic_flag& taken) : taken_(taken)
         {
-            // Who has it may be waiting for a processor.
+            // The holder of the lock may be waiting for a processor.
             while (taken_.test_and_set(std::memory_order_acquire)) std::this_thread::yield();
         }
         ~Turn() { taken_.clear(std::memory_order_release); }

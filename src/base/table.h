@@ -6,7 +6,7 @@
 
 namespace quelta {
 
-// The first row whose column holds the value, or null.
+// Returns the first row whose `column` equals `value`, or null.
 template <class Row, std::size_t Count, class Column, class Value>
 const Row* findRow(const Row (&table)[Count], Column Row::*column, const Value& value)
 {

@@ -5,10 +5,10 @@
 
 namespace quelta {
 
-// Invalid UTF-8 becomes replacement characters.
+// Converts UTF-8 to UTF-16. Invalid bytes become replacement characters.
 std::wstring toWide(std::string_view utf8);
 
-// Each unit keeps its low 8 bits.
+// Narrows a text: each UTF-16 unit keeps its low 8 bits.
 std::string toNarrow(std::wstring_view wide);
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// What a module has to know, and to leave behind, when it goes.
+// Helpers for the end of the module: they detect process exit, and free memory of the C++ runtime at unload.
 #pragma once
 
 #include <windows.h>
@@ -7,15 +7,15 @@
 
 #ifdef __GLIBCXX__
 namespace __gnu_cxx {
-// Of the C++ runtime, which declares it in no header.
+// This function belongs to the C++ runtime, but none of its headers declares it.
 void __freeres() noexcept; // NOLINT(bugprone-reserved-identifier)
 } // namespace __gnu_cxx
 #endif
 
 namespace quelta {
 
-// At the end of a process its other threads are gone before a module is told: nobody is left to wait for, and a lock that one of
-// them held stays locked. This asks the loader: not for a thread for which an unloading waits.
+// True if the process is exiting. Windows has then ended the other threads already: nobody is left to wait for, and a lock that
+// one of them held stays locked. This function calls the loader, so a thread that an unload waits for must not call it.
 inline bool processIsExiting()
 {
     using Query = BOOLEAN(NTAPI*)();
@@ -25,8 +25,8 @@ inline bool processIsExiting()
     return query && query();
 }
 
-// The statically linked C++ runtime keeps 73 KB for exceptions that find no memory, and gives them back only when asked. Nothing
-// may throw after this one's end: it comes first in the one object whose destructors run when the module goes.
+// Frees, when destroyed, the 73 KB that the statically linked C++ runtime reserves to throw exceptions in exhausted memory.
+// No code may throw afterwards. So this is the first member, destroyed last, of the one object that is destroyed at unload.
 class ExceptionReserve {
 public:
     ExceptionReserve() = default;
@@ -35,7 +35,7 @@ public:
     ~ExceptionReserve()
     {
 #ifdef __GLIBCXX__
-        // A thread that the process's end has killed may have left the heap locked, and the memory goes with the process.
+        // At process exit a killed thread may have left the heap locked. The memory is released with the process anyway.
         if (!processIsExiting()) __gnu_cxx::__freeres();
 #endif
     }

@@ -1,4 +1,4 @@
-// Owning types for what Windows hands out.
+// Owning types for handles and objects that Windows returns: each is released when its owner is destroyed.
 #pragma once
 
 #include <windows.h>
@@ -33,7 +33,7 @@ using Library = WindowsObject<HMODULE, FreeLibrary>;
 using ThreadpoolWork = WindowsObject<PTP_WORK, CloseThreadpoolWork>;
 
 using File = WindowsObject<HANDLE, CloseHandle>;
-// Null where the file could not be opened, so that it tests like the others.
+// Takes the result of CreateFile. INVALID_HANDLE_VALUE becomes null, so that a failed call tests false.
 inline File fileOf(HANDLE opened)
 {
     return File(opened == INVALID_HANDLE_VALUE ? nullptr : opened);

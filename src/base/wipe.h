@@ -7,16 +7,16 @@
 
 namespace quelta {
 
-// Overwrites memory with zeros in a way that the compiler keeps.
+// Overwrites memory with zeros. The compiler cannot optimise the writes away.
 inline void wipe(void* memory, std::size_t size)
 {
     volatile unsigned char* at = static_cast<unsigned char*>(memory);
     for (std::size_t i = 0; i < size; ++i) at[i] = 0;
 }
 
-// Owns what must not stay in memory: a record of plain fields, an array, or a vector or string of such. Overwritten when it goes,
-// when it is moved from, and before another value takes its place. A container that outgrows its room leaves a copy behind, so
-// reserve first.
+// Owns a secret: a record of plain fields, an array, or a vector or string of plain elements. Overwrites the value with zeros
+// when the owner is destroyed, is moved from or gets another value. Reserve the capacity first: a container that grows leaves an
+// unwiped copy behind.
 template <class T>
 class Wiped {
 public:
@@ -41,12 +41,12 @@ public:
     const T* operator->() const { return &value_; }
     bool operator==(const Wiped&) const = default;
 
-    // What is left is zeros, or nothing where the value can be empty.
+    // Overwrites the value with zeros. A vector or string is empty afterwards.
     void clear() noexcept
     {
         if constexpr (requires { value_.capacity(); }) {
             static_assert(std::is_trivially_copyable_v<std::ranges::range_value_t<T>>);
-            // What an earlier, longer value left behind lies between size and capacity.
+            // An earlier, longer value may have left bytes between size and capacity.
             value_.resize(value_.capacity());
             wipe(value_.data(), value_.size() * sizeof *value_.data());
             value_.clear();
