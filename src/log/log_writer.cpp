@@ -37,7 +37,7 @@ std::string_view tagOf(int level)
     }
 }
 
-// Paths are cut silently where they outgrow their buffer.
+// Cuts the path silently at the capacity of a path buffer.
 void appendToPath(std::string& path, std::string_view text)
 {
     constexpr std::size_t capacity = std::tuple_size_v<LogPath> - 1;
@@ -46,7 +46,7 @@ void appendToPath(std::string& path, std::string_view text)
 
 SYSTEMTIME localTime()
 {
-    // Not localtime_s, which in one of the runtimes asks the loader for a function at its first call: see token/device_library.h.
+    // Do not use localtime_s: in one of the runtimes its first call needs the loader. See token/device_library.h.
     SYSTEMTIME now{};
     GetLocalTime(&now);
     return now;
@@ -140,7 +140,7 @@ void writeLog(int level, std::string_view message) noexcept
     }
 }
 
-// The value's first byte alone is the level, whatever its type: a DWORD of 256 says 0, the text "3" says 51 and so 2.
+// The level is the first byte of the value, whatever its type: a DWORD of 256 gives 0; the text "3" gives 51, which becomes 2.
 int getLogLevel()
 {
     std::array<signed char, 32> data{};

@@ -1,6 +1,6 @@
-// One line a call into today's log file, <temporary folder>/Oskvar/<process>/<date>.LOG. Nothing is kept between lines: the level
-// is read from the registry and the file opened for each, so that a changed level or a deleted folder shows at the next line. No
-// failure reaches the caller, and the thread's last error stays as it was.
+// Each call writes one line to today's log file, <temporary folder>/Oskvar/<process>/<date>.LOG. Each line reads the level from
+// the registry and opens the file anew, so a changed level or a deleted folder takes effect at the next line. No failure reaches
+// the caller, and the thread's last error stays unchanged.
 #pragma once
 
 #include "base/bytes.h"
@@ -20,7 +20,7 @@ constexpr int logLevelException = 1;
 constexpr int logLevelError = 2;
 constexpr int logLevelDebug = 3;
 
-// Bytes that are spelled out in upper-case hexadecimal if the line is written at all.
+// Bytes that become upper-case hexadecimal text only if the line is written.
 struct HexText {
     ByteView bytes;
 };
@@ -29,7 +29,7 @@ inline HexText hex(ByteView bytes)
     return {bytes};
 }
 
-// A wide text of which each unit keeps its low 8 bits.
+// A wide text that becomes narrow text only if the line is written: each UTF-16 unit keeps its low 8 bits.
 struct NarrowedText {
     std::wstring_view text;
 };
@@ -38,7 +38,7 @@ inline NarrowedText narrowed(std::wstring_view text)
     return {text};
 }
 
-// One piece of a line; put into words only if the line is written.
+// One piece of a line. It becomes text only if the line is written.
 class LogPiece {
 public:
     LogPiece(const char* text) : value_(std::string_view(text)) {}
@@ -79,13 +79,13 @@ int getLogLevel();
 
 using LogPath = std::array<char, 1024>;
 
-// 0 on success; -1 leaves the buffer empty.
+// Writes the temporary folder into `buffer` and returns 0. Returns -1 and leaves the buffer empty if there is no such folder.
 int getLogBaseFolderPath(LogPath& buffer) noexcept;
 std::string getProcessName();
-// Stops after the first folder that it had to make, so the first line of a process may find no folder yet.
+// Creates only the first missing folder of `path`, so the first line of a process may be lost. The writer ignores the result.
 int createLogFolder(std::string_view path) noexcept;
 
-// A mutex installed here is held while a line is written. Nothing installs one.
+// The slot for a mutex. If a mutex is installed, each line is written under it. The module installs none.
 std::mutex*& logMutexSlot();
 
 } // namespace quelta

@@ -6,16 +6,16 @@
 
 namespace quelta {
 
-// Text helpers that the log writer and the key names share. No state.
+// Text helpers without state.
 class Utils {
 public:
     virtual ~Utils() = default;
 
-    // The pieces between occurrences of `delimiter`, in order; at least one, empty ones included. An empty delimiter splits
-    // nothing.
+    // Returns the pieces of `text` between occurrences of `delimiter`, empty ones included: at least one. An empty delimiter does
+    // not split the text.
     static std::vector<std::string> split(std::string text, std::string_view delimiter);
 
-    // Upper-case hexadecimal, two characters a byte, no separators. A length below 1 gives an empty text.
+    // Returns upper-case hexadecimal: two characters for each byte, no separators. A length below 1 gives an empty text.
     static std::string toHex(const unsigned char* bytes, int length);
 };
 
