@@ -1,5 +1,5 @@
-// CNG key blobs: the published BCRYPT_RSAKEY_BLOB and BCRYPT_KEY_DATA_BLOB_HEADER. Integers are little-endian, moduli most
-// significant byte first. Reads only within the span it is given; the views in a result refer to it.
+// Reads and writes CNG key blobs: the published BCRYPT_RSAKEY_BLOB and BCRYPT_KEY_DATA_BLOB_HEADER. Integers are little-endian,
+// moduli begin with the most significant byte. Functions read only within the given span, and views in a result refer to it.
 #pragma once
 
 #include "base/bytes.h"
@@ -14,13 +14,13 @@ struct CngPublicKey {
     ByteView modulus;
 };
 
-// Nothing if the blob is shorter than its header and what that announces, or lacks the magic "RSA1".
+// Parses a public key blob. Returns nullopt if the magic "RSA1" is missing or the blob is shorter than its header announces.
 std::optional<CngPublicKey> parseCngPublicBlob(ByteView blob);
 
-// A blob of 27 bytes more than the key: the key's bytes as they stand, their number as length, exponent 65537.
+// Returns a public key blob: 27 bytes (header with the bit length, exponent 65537), then the key's bytes unchanged.
 Bytes writeCngPublicBlob(ByteView publicKey);
 
-// The key bytes; nothing if the blob is shorter than its header and what that announces, or lacks the magic "KDBM".
+// Returns the key bytes; nullopt if the magic "KDBM" is missing or the blob is shorter than its header announces.
 std::optional<ByteView> parseKeyDataBlob(ByteView blob);
 
 } // namespace quelta

@@ -9,7 +9,7 @@ namespace quelta {
 constexpr std::uint32_t rsaPublicMagic = 0x31415352; // "RSA1"
 constexpr std::uint32_t defaultPublicExponent = 65537;
 
-// The 32-bit number at `offset`, which must lie within `bytes` with its four bytes.
+// Reads the 32-bit number at `offset`. All four bytes must lie within `bytes`.
 inline std::uint32_t readU32(ByteView bytes, std::size_t offset)
 {
     std::uint32_t value = 0;

@@ -7,12 +7,12 @@ namespace quelta {
 
 namespace {
 
-// SEQUENCE of the object identifier rsaEncryption (1.2.840.113549.1.1.1) and NULL.
+// A DER SEQUENCE of the object identifier rsaEncryption (1.2.840.113549.1.1.1) and NULL.
 constexpr unsigned char rsaAlgorithmIdentifier[] = {
     0x30, 0x0D, 0x06, 0x09, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 0x01, 0x01, 0x01, 0x05, 0x00,
 };
 
-// Not the shortest form, which DER asks for: zeros that lead stay, and no bytes give an empty number.
+// DER asks for the shortest form, but here leading zeros stay, and no bytes give an empty number.
 Bytes encodeInteger(ByteView magnitude)
 {
     constexpr unsigned char zero[] = {0};
