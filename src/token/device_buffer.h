@@ -12,8 +12,8 @@
 
 namespace quelta {
 
-// A buffer that the device library allocates and returns through an unsigned char**, with the length that it reports. The buffer
-// comes from the C runtime's heap. It holds a secret, so the whole heap block is wiped before it is freed.
+// Owns a buffer that the device library returns through an unsigned char**, with its reported length. The buffer comes from the C
+// runtime's heap. It holds a secret, so the whole heap block is wiped before it is freed.
 class DeviceBuffer {
 public:
     DeviceBuffer() = default;
@@ -33,16 +33,16 @@ public:
         std::free(memory_);
     }
 
-    // Where the library puts the buffer and its length. The buffer is owned even if the library throws after that.
+    // The library writes the buffer and its length here. The buffer is then owned, even if the library throws afterwards.
     unsigned char** place() { return &memory_; }
     int* lengthPlace() { return &length_; }
 
     // False if the library returned no buffer, whatever length it reported.
     explicit operator bool() const { return memory_ != nullptr; }
-    // The length as the library reported it, unchecked.
+    // Returns the length as the library reported it, unchecked.
     int reportedLength() const { return length_; }
 
-    // The bytes. Nullopt for no buffer, a negative length, a length above `most` and a length above the heap block.
+    // Returns the bytes; nullopt for no buffer, a negative length, or a length above `most` or above the heap block.
     std::optional<ByteView> upTo(std::size_t most) const
     {
         if (!memory_ || length_ < 0) return std::nullopt;
@@ -52,7 +52,7 @@ public:
     }
 
 private:
-    // Nullopt if the heap does not know the block.
+    // Returns nullopt if the heap does not know the block.
     std::optional<std::size_t> blockSize() const
     {
         const std::size_t size = _msize(memory_);

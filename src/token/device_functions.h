@@ -1,12 +1,12 @@
-// The functions that QueltaDSCLibrary.dll exports, with the types of their binary contract: the module imports them, the software
-// token defines them. Standard-library types cross this boundary: a module that is to load the maker's own binary must be built
-// with the maker's compiler and its release runtime.
+// The functions that QueltaDSCLibrary.dll exports, with the types of their binary contract. The module imports them; the software
+// token defines them. Standard-library types cross this boundary, so a module for the maker's own binary must be built with the
+// maker's compiler and its release runtime.
 #pragma once
 
 #include "token/device_records.h"
 
-// The same in the release runtimes of both compilers. It also instantiates the class: as the result of a function of C linkage,
-// Microsoft's compiler takes none that is not (C2526).
+// The size is the same in the release runtimes of both compilers. The assertion also instantiates the class: Microsoft's compiler
+// needs that before a function with C linkage can return the class (C2526).
 static_assert(sizeof(std::vector<std::string>) == 24);
 
 #if defined(__clang__)
@@ -14,7 +14,7 @@ static_assert(sizeof(std::vector<std::string>) == 24);
 #pragma clang diagnostic ignored "-Wreturn-type-c-linkage"
 #elif defined(_MSC_VER)
 #pragma warning(push)
-#pragma warning(disable : 4190) // C linkage with a C++ class as result: the contract has it so
+#pragma warning(disable : 4190) // a function with C linkage returns a C++ class: the contract requires it
 #endif
 
 extern "C" {

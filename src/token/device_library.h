@@ -1,10 +1,10 @@
-// The seam to the maker's device library: one member for each function that QueltaDSCLibrary.dll exports under the prefix
-// "quelta_" (spellings are the library's). Every int answered is a result, 0 for success. The last argument is a library context,
-// which may be null. Lists come back by reference to storage that the next call may overwrite: copy at once.
+// Interface to the maker's device library: one member for each function that QueltaDSCLibrary.dll exports under the prefix
+// "quelta_". The names keep the library's spelling. An int result is 0 for success. The last argument is a library context, which
+// may be null. Lists are returned by reference to storage that the next call may overwrite, so copy them at once.
 //
-// The device monitor polls getConnectedDeviceList on a thread for which the module's unloading waits, and whoever unloads holds
-// the loader's lock. So nothing that a poll or a line of the log reaches, in here or behind this seam, may need the loader: no
-// LoadLibrary, GetModuleHandle, GetProcAddress, no function that is looked up at its first call.
+// The device monitor polls getConnectedDeviceList on a thread that the module's unload waits for, and the unloading thread holds
+// the loader lock. So nothing that a poll or a log line reaches, in the module or in the library, may need the loader: no
+// LoadLibrary, GetModuleHandle or GetProcAddress, and no function that is looked up at its first call.
 #pragma once
 
 #include "token/device_records.h"
@@ -16,15 +16,15 @@ namespace quelta {
 
 class DeviceLibrary {
 public:
-    // Starts the library. Always called with 0 and 2; what they select is not known.
+    // Starts the library. The arguments are always 0 and 2; their meaning is not known.
     virtual int init(int first, int second) = 0;
-    // Opens the token. The flag is false when a provider is opened and true before a certificate look-up; what it selects is not
+    // Opens the token. The flag is false when a provider is opened and true before a certificate look-up. Its meaning is not
     // known.
     virtual int initDevice(const char* deviceId, bool flag, void* libContext) = 0;
-    // The identifiers of the connected tokens. The flag is always false.
+    // Returns the identifiers of the connected tokens. The flag is always false.
     virtual std::vector<std::string> getConnectedDeviceList(bool flag, void* libContext) = 0;
     virtual TokenInfo getTokenInfo(const char* deviceId, void* libContext) = 0;
-    // `mode` is always 1. A refusal writes the number of attempts left; some refusals write nothing.
+    // Checks the PIN. `mode` is always 1. A refusal writes the number of attempts left; some refusals write nothing.
     virtual int validatePassword(const char* deviceId, const char* pin, int mode, int* remaining, void* libContext) = 0;
 
     virtual std::vector<QueltaKeyPair>& getKeyPairList(const char* deviceId, void* libContext) = 0;
@@ -38,7 +38,7 @@ public:
     virtual int importCertificate(const char* deviceId, const char* pin, QueltaCertificate* inOut, void* libContext) = 0;
     virtual int importAesKey(const char* deviceId, const char* pin, QueltaSymmetricKey* inOut, void* libContext) = 0;
 
-    // In: the size of `signature`. Out: the length of what was written. The flag is always false.
+    // `*signatureLength` is the size of `signature` on the way in, the signature's length on the way out. The flag is false.
     virtual int signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash,
                          int hashLength, unsigned char* signature, int* signatureLength, bool flag, void* libContext) = 0;
     virtual int verifySignatureHash(unsigned int algorithm, const char* deviceId, const unsigned char* hash, int hashLength,
@@ -50,28 +50,28 @@ public:
     // `*outLength` is 0 on the way in: the library is not told the size of `out`.
     virtual int encrypt(EncryptionType type, PaddingMode padding, const unsigned char* data, int length, unsigned char* out,
                         int* outLength, const unsigned char* publicKey, int publicKeyLength, void* libContext) = 0;
-    // Decrypts with an AES key of the token. The flag is the key record's flag byte. Allocates like decrypt.
+    // Decrypts with an AES key of the token. The flag is the flag byte of the key's record. Allocates like decrypt.
     virtual int decryptAes(const char* deviceId, const unsigned char* keyReference, int keyReferenceLength,
                            const unsigned char* data, int length, unsigned char** plain, int* plainLength, bool flag,
                            const unsigned char* iv, int ivLength, void* libContext) = 0;
-    // Decrypts with the given key. `out` is as long as the data; the library is not told its size.
+    // Decrypts with the given key. `out` is as long as the data; the library is not told the size of `out`.
     virtual int decryptSymetric(const char* deviceId, const unsigned char* data, int length, unsigned char* out, int* outLength,
                                 const unsigned char* iv, int ivLength, const unsigned char* key, int keyLength,
                                 void* libContext) = 0;
 
     virtual int initHash(const char* deviceId, int algorithm, void** hash, void* libContext) = 0;
     virtual int updateHash(void* hash, const unsigned char* data, int length, void* libContext) = 0;
-    // In: the capacity of `out`, at most 128. Out: the length of the digest.
+    // `*length` is the capacity of `out` on the way in, at most 128, and the digest's length on the way out.
     virtual int finalHash(void* hash, unsigned char* out, int* length, void* libContext) = 0;
     // Fills `length` bytes. The flag is true while the hardware generator is switched off (PP_USE_HARDWARE_RNG is 0).
     virtual int generateRamdomNumber(const char* deviceId, int length, unsigned char* out, bool flag, void* libContext) = 0;
 
 protected:
-    // Nobody owns one through this type. Trivial, so that the module's own outlives everything that may still call it.
+    // Nobody deletes through this type. The trivial destructor lets the module's static instance be called until the end.
     ~DeviceLibrary() = default;
 };
 
-// The library in use. The module and the tests each define it: the module forwards to the imported functions.
+// Returns the library in use. The module's definition forwards to the imported functions; the tests define their own.
 DeviceLibrary& deviceLibrary();
 
 } // namespace quelta

@@ -18,7 +18,7 @@ bool isConnected() noexcept
     try {
         return !deviceLibrary().getConnectedDeviceList(false, nullptr).empty();
     } catch (...) {
-        // Not a sign that the token is gone; the next poll asks again.
+        // An exception does not mean that the token is gone. The next poll asks again.
         return true;
     }
 }
@@ -42,13 +42,13 @@ void DeviceMonitor::stop()
 {
     watch_.askToStop();
     if (work_ && !processIsExiting()) {
-        // A thread of its own would have to be joined here, under the loader's lock, which a thread needs to end: a deadlock. A
-        // thread of the process's pool only has to come back from the callback. One that has not begun is cancelled.
+        // A queued callback is cancelled, a running one only has to return. Joining a thread here would deadlock: the caller
+        // holds the loader lock, and a thread needs that lock to end. So the loop runs in the process's thread pool.
         WaitForThreadpoolWorkCallbacks(work_.get(), TRUE);
         work_.reset();
         logDebug("Monitor thread joined (stopDeviceMonitor).");
     }
-    // Where the process is exiting, its end closes this.
+    // At process exit the work object is not closed here: the end of the process does that.
     static_cast<void>(work_.release());
     watch_.ended();
 }

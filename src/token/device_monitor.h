@@ -1,5 +1,5 @@
-// The module's only thread of its own: asks once a second whether a token is connected, and while none is, forgets the PIN and
-// that the library was initialised. It runs until the module is unloaded.
+// Polls once a second whether a token is connected, on a thread of the process's pool. While no token is connected, clears the
+// PIN cache and the library-initialised flag. Runs until the module is unloaded.
 #pragma once
 
 #include "base/windows_objects.h"
@@ -15,11 +15,11 @@ public:
     DeviceMonitor(const DeviceMonitor&) = delete;
     DeviceMonitor& operator=(const DeviceMonitor&) = delete;
 
-    // Starts the loop unless it is running. Without a thread to be had, nothing is started and the next call tries again.
+    // Starts the loop unless it is running. If no thread is available, nothing starts and the next call tries again.
     void start();
 
-    // Sets the stop flag, waits until nothing of the loop runs any more (up to one poll interval and one library call), then says
-    // so in the log.
+    // Sets the stop flag, waits until the loop has ended (up to one poll interval and one library call) and logs the end. At
+    // process exit it neither waits nor logs.
     void stop();
 
 private:

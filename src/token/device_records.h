@@ -1,5 +1,5 @@
-// The records of QueltaDSCLibrary.dll: the binary contract with the maker's library. All integers are little-endian. Lengths are
-// the library's word and must not be trusted: read fields through token/record_fields.h, which knows the width of each.
+// The records of QueltaDSCLibrary.dll: the binary contract with the maker's library. All integers are little-endian. Do not trust
+// lengths: read fields through token/record_fields.h, which checks each length against its field.
 #pragma once
 
 #include <cstddef>
@@ -31,7 +31,7 @@ constexpr std::uint32_t encryptionAes128 = 8;
 constexpr std::uint32_t encryptionAes256 = 10;
 constexpr std::uint32_t encryptionTripleDes = 11;
 
-// Results that callers tell apart; any other non-zero one is an ordinary failure.
+// Results that callers handle separately. Any other non-zero result is an ordinary failure.
 constexpr int resultClockMismatch = 48;
 constexpr int resultSignOnExpired = 49;
 
@@ -63,7 +63,7 @@ static_assert(offsetof(QueltaKeyPair, usage) == 1312);
 static_assert(offsetof(QueltaKeyPair, algorithm) == 1316);
 static_assert(offsetof(QueltaKeyPair, hardware) == 1320);
 
-// An import request carries the key's identifier; in a listed record these bytes are not read.
+// An import request carries the key's identifier in `keyId`. In a listed record `keyId` is not read.
 struct QueltaCertificate {
     std::uint32_t unread0;
     unsigned char keyId[keyIdSize];
@@ -108,7 +108,7 @@ static_assert(offsetof(QueltaSymmetricKey, usage) == 412);
 static_assert(offsetof(QueltaSymmetricKey, encryptionType) == 416);
 static_assert(offsetof(QueltaSymmetricKey, flag) == 420);
 
-// A std::string takes 32 bytes with MSVC (release) and libstdc++ alike, so the offsets agree; what is inside a string does not.
+// A std::string takes 32 bytes in MSVC (release) and in libstdc++, so the offsets agree. The insides of a string differ.
 struct TokenInfo {
     std::string serialNumber;
     std::string otherTexts[6];

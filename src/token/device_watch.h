@@ -1,4 +1,4 @@
-// What the device monitor does, apart from the thread that it does it on.
+// The polling loop of the device monitor, without the thread that runs the loop.
 #pragma once
 
 #include "token/token_state.h"
@@ -13,12 +13,12 @@ public:
     // `state` must outlive the watch.
     explicit DeviceWatch(TokenState& state) : state_(state) {}
 
-    // True for the caller that is to start the thread: none runs, and no other caller was told so.
+    // True if no thread runs the loop. The caller then starts the thread, or calls ended(). Only one caller gets true.
     bool begin();
-    // Asks, forgets and pauses by turns until it is to stop. `isConnected` asks whether a token is connected.
+    // Runs the loop until askToStop(). While `isConnected` returns false, clears the PIN and the initialised flag.
     void run(bool (*isConnected)() noexcept, void (*pause)() noexcept) noexcept;
     void askToStop() { stopping_ = true; }
-    // No thread runs it any more, or could be had.
+    // Records that no thread runs the loop: the thread has ended or could not be started.
     void ended() { running_ = false; }
 
 private:

@@ -7,9 +7,9 @@
 
 namespace quelta {
 
-// Calls the token; if it answers that its single sign-on has expired, says so, drops the PIN, has `askAgain` renew it and calls
-// once more: a second expiry is a failure like any other. `call` takes the PIN and gives a DeviceResult; `askAgain` gives the new
-// PIN or a refusal, which is handed on.
+// Calls the token. If the token answers that its single sign-on has expired, logs `expiredText`, drops the PIN, gets a new one
+// from `askAgain` and calls once more. A second expiry is an ordinary failure. `call` takes the PIN and returns a DeviceResult.
+// `askAgain` returns the new PIN or a refusal, which becomes the result.
 template <class Call, class AskAgain>
 auto callWithFreshPin(Pin pin, const char* expiredText, Call call, AskAgain askAgain)
 {
@@ -18,7 +18,7 @@ auto callWithFreshPin(Pin pin, const char* expiredText, Call call, AskAgain askA
     if (outcome || outcome.error() != resultSignOnExpired) return Result(std::move(outcome));
     logDebug(expiredText);
     tokenState().pinCache.clear();
-    // The last reference to it: it is not to stay in memory for as long as the dialog is open.
+    // Drop this reference too, so that the PIN is not in memory while the dialog is open.
     pin.reset();
     const auto renewed = askAgain();
     return renewed ? Result(call(**renewed)) : Result(std::unexpect, renewed.error());

@@ -1,5 +1,5 @@
-// A handle is the address of the record behind it. These are the only places that convert one into the other. A handle that was
-// freed or never was one can't be told from a live one.
+// A handle is the address of its record. Only these functions convert one into the other. They cannot detect a handle that was
+// freed or that is no handle.
 #pragma once
 
 #include <cstdint>
@@ -8,7 +8,7 @@
 
 namespace quelta {
 
-// For the entry points whose answer to exhausted memory differs from the usual one, or comes without a log line.
+// Returns null if memory is exhausted. For entry points that then return an error code of their own, or must not log it.
 template <class Record>
 std::unique_ptr<Record> makeRecordOrNull()
 {

@@ -1,4 +1,4 @@
-// What the token's codes for usage, algorithm and size say.
+// Interprets the token's codes for key usage, algorithm and key size.
 #pragma once
 
 #include "token/device_records.h"
@@ -10,12 +10,12 @@ namespace quelta {
 bool canSign(std::uint32_t usage);
 bool canExchangeKeys(std::uint32_t usage);
 bool isEllipticCurve(std::uint32_t algorithm);
-// 0 for an unknown code.
+// Returns the key size in bits; 0 for an unknown code.
 std::uint32_t bitsOfAlgorithm(std::uint32_t algorithm);
-// The code of an RSA key of this size, if there is one.
+// Returns the code of an RSA key of this size; nullopt if there is none.
 std::optional<std::uint32_t> rsaAlgorithmOfBits(std::uint32_t bits);
 
-// How the library is told a key's size for encryption; the default for a size that it does not know.
+// Returns the code that tells the library's encryption the key size. An unknown size gets the code of 2048.
 EncryptionType encryptionTypeOfSize(std::size_t size);
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// Which of the token's records belong together.
+// Finds the token's records that belong together.
 #pragma once
 
 #include "token/device_records.h"
@@ -9,13 +9,13 @@
 
 namespace quelta {
 
-// The key's name on both interfaces: its identifier in upper-case hexadecimal.
+// Returns the key's name on both interfaces: its identifier in upper-case hexadecimal.
 std::string keyName(const QueltaKeyPair& pair);
 
-// Null if none has this identifier.
+// Returns the key pair with this identifier, or null.
 const QueltaKeyPair* findKeyPair(const std::vector<QueltaKeyPair>& pairs, ByteView keyId);
 
-// By label if the certificate has one that is the key's, else by key reference: two references of length zero are the same.
+// True if the certificate's label is not empty and is the key's, or if the key references are equal, even if both are empty.
 bool belongsTo(const QueltaCertificate& record, const TokenKey& key);
 
 } // namespace quelta

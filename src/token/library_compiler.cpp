@@ -15,7 +15,7 @@ const Type& at(HMODULE image, DWORD offset)
     return *reinterpret_cast<const Type*>(reinterpret_cast<const unsigned char*>(image) + offset);
 }
 
-// The loader has checked what it mapped, so that the headers can be followed as they stand. Null if there is none.
+// Returns the name of the Microsoft runtime that the image imports, or null. The loader has already checked the headers.
 const char* foreignRuntimeOf(HMODULE image)
 {
     const auto& headers = at<IMAGE_NT_HEADERS>(image, static_cast<DWORD>(at<IMAGE_DOS_HEADER>(image, 0).e_lfanew));

@@ -1,5 +1,5 @@
-// Names that belong to this generation of the maker's software. Nothing in the module reads them; they are defined so that a
-// search of the binary for one of them finds it.
+// Names that belong to this generation of the maker's software. The module does not read them. They are defined so that a search
+// of the binary finds them.
 #pragma once
 
 namespace quelta {

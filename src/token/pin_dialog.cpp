@@ -18,7 +18,7 @@ constexpr int cancelButton = IDCANCEL;
 
 using TextBuffer = std::array<char, 256>;
 
-// Each run of the dialog has its own PIN: two threads that ask at once do not read each other's. Null before WM_INITDIALOG.
+// Returns the PIN of this dialog; null before WM_INITDIALOG. Two threads that ask at once have two dialogs and two PINs.
 std::string* pinOf(HWND dialog)
 {
     return reinterpret_cast<std::string*>(GetWindowLongPtrA(dialog, DWLP_USER));
@@ -34,7 +34,7 @@ bool isPinLength(int length)
     return static_cast<unsigned>(length) - 4U < 60U;
 }
 
-// `pin` has room for the text, so nothing is allocated inside the dialog procedure.
+// `pin` has the capacity for the text, so the dialog procedure allocates nothing.
 void readText(HWND dialog, std::string& pin)
 {
     Wiped<TextBuffer> text;

@@ -24,11 +24,11 @@ bool askForText(PinText& text)
     return !text->empty();
 }
 
-// The accepted PIN, an empty one under single sign-on, or null if the dialog was cancelled or no attempt is left. Empties the
-// cache before it shows the dialog.
+// Returns the accepted PIN; an empty one under single sign-on; null if the dialog was cancelled or the token reported no attempts
+// left. Clears the PIN cache before it shows the dialog.
 Pin promptForPin(const Token& token, const PinTexts& texts)
 {
-    // Nothing is allocated once the token has accepted the PIN.
+    // Allocate first. Memory must not run out after the token has accepted the PIN.
     auto typed = std::make_shared<PinText>();
     if (token.singleSignOnOpen()) return typed;
     tokenState().pinCache.clear();
@@ -39,7 +39,7 @@ Pin promptForPin(const Token& token, const PinTexts& texts)
             (*typed)->resize(std::min((*typed)->size(), texts.longestPin));
             return typed;
         }
-        // The refused PIN does not stay in memory while the message is shown.
+        // The refused PIN must not stay in memory while the message is shown.
         typed->clear();
         MessageBoxA(nullptr, refusalText(result, remaining, texts).c_str(), "Quelta", MB_OK);
         if (remaining == 0) return nullptr;
@@ -65,7 +65,7 @@ std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cach
 
 int validateGivenPin(const Token& token, const char* pin)
 {
-    // One copy is both checked and cached: another thread of the application may change its text meanwhile.
+    // Check and cache the same copy: another thread of the application may change `pin` meanwhile.
     const auto copy = std::make_shared<const PinText>(pin);
     int remaining = 0;
     const int result = token.validatePassword((*copy)->c_str(), remaining);

@@ -15,15 +15,15 @@ struct PinTexts {
     const char* askingForPin;
     const char* clockMismatch;
     const char* cancelled;
-    // In bytes. The token always gets the whole PIN.
+    // The longest PIN in bytes. The token always gets the whole PIN.
     std::size_t longestPin = std::string::npos;
 };
 
-// The PIN to use, which is now cached as validated; it is empty under single sign-on. Nullopt if the PIN was refused or the
-// dialog cancelled. `cached` is the cached PIN, null if there is none: a caller that has acted on it hands it in.
+// Returns the PIN to use, which is now cached as validated; it is empty under single sign-on. Returns nullopt if the PIN was
+// refused or the dialog cancelled. `cached` is the cached PIN or null; a caller that has read the cache already passes it on.
 std::optional<Pin> ensurePin(const Token& token, const PinTexts& texts, Pin cached = tokenState().pinCache.pinIfValidated());
 
-// Checks a PIN that an application supplied, and caches it if the token accepts it. The library's result, 0 for success.
+// Checks a PIN from an application, and caches it if the token accepts it. Returns the library's result, 0 for success.
 int validateGivenPin(const Token& token, const char* pin);
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// Fields of what the token lists. One whose reported length is negative or larger than the field reads as empty.
+// Reads fields of the records that the token lists. A field reads as empty if its length is negative or exceeds its size.
 #pragma once
 
 #include "base/bytes.h"
@@ -17,7 +17,7 @@ std::string_view labelOf(const QueltaCertificate& record);
 ByteView keyReferenceOf(const QueltaSymmetricKey& key);
 std::string_view labelOf(const QueltaSymmetricKey& key);
 
-// A text field ends at its first zero or with the field.
+// Returns a text field up to its first zero, or whole if it has no zero.
 std::string_view textOf(std::span<const char> field);
 
 } // namespace quelta

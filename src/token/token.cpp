@@ -137,7 +137,7 @@ int Token::initHash(int mechanism, void*& hash) const
 
 int Token::updateHash(void* hash, ByteView data) const
 {
-    // The library's length is a signed int: what is longer goes in pieces.
+    // The library's length is a signed int, so longer data goes in pieces.
     do {
         const ByteView piece = data.first(std::min<std::size_t>(data.size(), longestDeviceLength));
         if (const int result = deviceLibrary().updateHash(hash, piece.data(), lengthOf(piece.size()), libContext_)) return result;

@@ -13,42 +13,42 @@
 
 namespace quelta {
 
-// The value, or the library's non-zero result, or `brokenAnswer`.
+// The value; or the library's non-zero result; or `brokenAnswer`.
 template <class T>
 using DeviceResult = std::expected<T, int>;
 
 // The library reported success, but without a buffer or with a length out of bounds. The log shows it as the result 0.
 constexpr int brokenAnswer = 0;
 
-// The largest length that the library's signed int carries; anything longer is refused before it gets here.
+// The largest length that the library's signed int can hold. Callers refuse anything longer.
 constexpr std::uint32_t longestDeviceLength = 0x7FFFFFFF;
 
-// Large enough for what any key of the token encrypts; the library is not told a capacity.
+// Large enough for the ciphertext of any key of the token. The library is not told a capacity.
 constexpr std::size_t encryptionRoom = 1024;
 
-// What an import request holds of a key's value.
+// The size of the key value in an import request.
 constexpr std::size_t importedKeyRoom = sizeof(QueltaSymmetricKey::keyValue);
 
-// The digest of any algorithm fits.
+// Large enough for the digest of any algorithm.
 constexpr std::size_t digestRoom = 128;
 
-// Refers to the identifier that the provider's record holds; lives no longer than the call.
+// Refers to the identifier in the provider's record, so a Token must not outlive that record.
 class Token {
 public:
     Token(const std::string& deviceId, void* libContext) : deviceId_(deviceId.c_str()), libContext_(libContext) {}
 
-    // Every int is the library's result, 0 for success.
+    // Every int result is the library's, 0 for success.
 
-    // Opens the token. Opening a provider passes false; a certificate look-up passes true. What the flag selects is not known.
+    // Opens the token. The flag is false when a provider is opened and true before a certificate look-up.
     int initDevice(bool flag) const;
-    // True if the token reports an open single sign-on session: then no PIN is needed.
+    // True if the token reports an open single sign-on session. Then no PIN is needed.
     bool singleSignOnOpen() const;
     // `remaining` receives the number of attempts left if the PIN is refused; some refusals leave it unchanged.
     int validatePassword(const char* pin, int& remaining) const;
 
     std::vector<QueltaKeyPair> keyPairs() const;
     std::vector<QueltaCertificate> certificates() const;
-    // The records may hold key values.
+    // Wiped, because the records may hold key values.
     Wiped<std::vector<QueltaSymmetricKey>> aesKeys() const;
 
     int generateKeyPair(const PinText& pin, QueltaKeyPair& inOut) const;
@@ -56,25 +56,25 @@ public:
     int importCertificate(const PinText& pin, QueltaCertificate& inOut) const;
     int importAesKey(const PinText& pin, QueltaSymmetricKey& inOut) const;
 
-    // The length of the signature in `signature`. The library is told the size of `signature` and must not exceed it.
+    // Returns the length of the signature. The library is told the size of `signature` and must not exceed it.
     DeviceResult<std::size_t> signHash(ByteView keyId, const PinText& pin, ByteView hash,
                                        std::span<unsigned char> signature) const;
-    // 0 when the signature is right.
+    // Returns 0 if the signature is right.
     int verifySignatureHash(std::uint32_t algorithm, ByteView hash, ByteView publicKey, ByteView signature) const;
-    // The library allocates the buffer. Its length is unchecked: see checkedBytes().
+    // Returns a buffer that the library allocated. Its length is unchecked: see checkedBytes().
     DeviceResult<DeviceBuffer> decrypt(ByteView keyId, const PinText& pin, ByteView cipher, bool hardware) const;
-    // The length of the ciphertext in `out`. The library is not told the size of `out`.
+    // Returns the length of the ciphertext in `out`. The library is not told the size of `out`.
     DeviceResult<std::size_t> encrypt(EncryptionType type, PaddingMode padding, ByteView data,
                                       std::span<unsigned char, encryptionRoom> out, ByteView publicKey) const;
-    // The length of the plaintext in `out`, which must be as long as `data`. The library is not told the size of `out`.
+    // Returns the length of the plaintext in `out`, which must be as long as `data`. The library is not told the size of `out`.
     DeviceResult<std::size_t> decryptSymmetric(ByteView data, std::span<unsigned char> out, ByteView iv, ByteView key) const;
 
-    // Unwraps with the token's own AES key. The length of the buffer is unchecked.
+    // Unwraps with an AES key of the token. The length of the returned buffer is unchecked.
     DeviceResult<DeviceBuffer> decryptAes(const QueltaSymmetricKey& key, ByteView wrapped) const;
 
     int initHash(int mechanism, void*& hash) const;
     int updateHash(void* hash, ByteView data) const;
-    // The length of the digest. `preset` is the capacity that the library is told; it must not exceed the size of `digest`.
+    // Returns the length of the digest. The library is told `preset` as capacity; `preset` must not exceed the size of `digest`.
     DeviceResult<std::size_t> finalHash(void* hash, std::span<unsigned char, digestRoom> digest, std::size_t preset) const;
     // Fills `out`. `flag` is true while PP_USE_HARDWARE_RNG is off.
     int random(std::span<unsigned char> out, bool flag) const;
@@ -84,12 +84,12 @@ private:
     void* libContext_;
 };
 
-// The bytes of a buffer of at most `most` bytes, or why there are none.
+// Returns the buffer's bytes; the library's result if its call failed; `brokenAnswer` if the length is invalid or above `most`.
 DeviceResult<ByteView> checkedBytes(const DeviceResult<DeviceBuffer>& buffer, std::size_t most);
-// The view refers to the buffer.
+// A temporary buffer would leave the view dangling.
 DeviceResult<ByteView> checkedBytes(DeviceResult<DeviceBuffer>&& buffer, std::size_t most) = delete;
 
-// The certificate's public key in the encoding of a key pair's, or the library's result.
+// Returns the certificate's public key in the encoding that key pairs have, or the library's result.
 DeviceResult<Bytes> publicKeyOfCertificate(ByteView der);
 
 } // namespace quelta

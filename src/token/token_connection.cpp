@@ -14,7 +14,7 @@ std::expected<std::string, OpeningFailure> openFirstToken(void* libContext, cons
     auto& initialised = tokenState().libraryInitialised;
     if (!initialised) {
         logDebug(texts.startingLibrary);
-        // Whether that went well shows when the device is opened.
+        // The result is ignored: a failure shows when the device is opened.
         deviceLibrary().init(0, 2);
 #ifndef _MSC_VER
         if (deviceLibraryIsForeign()) return std::unexpected(OpeningFailure::deviceOpenFailed);

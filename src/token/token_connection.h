@@ -1,5 +1,5 @@
-// How both providers reach the token when a handle is opened: start the library and the monitor, take the first connected token,
-// and open it once per process.
+// Connects to the token when either provider opens a handle. Starts the monitor and takes the first connected token. Starts the
+// library and opens the token only if that was not done before.
 #pragma once
 
 #include <expected>
@@ -10,13 +10,13 @@ namespace quelta {
 struct OpeningTexts {
     const char* startingLibrary;
     const char* noToken;
-    // Followed by the library's result.
+    // The library's result is appended.
     const char* openFailed;
 };
 
 enum class OpeningFailure { noToken, deviceOpenFailed };
 
-// The token's identifier. Failures are logged with the caller's texts.
+// Returns the token's identifier. Logs failures with the caller's texts.
 std::expected<std::string, OpeningFailure> openFirstToken(void* libContext, const OpeningTexts& texts);
 
 } // namespace quelta

@@ -1,4 +1,4 @@
-// What both providers' key handles hold of a key: a copy, taken once, that never goes back to the token.
+// The part of a key handle that both providers share: a copy of the key's data. Changes on the token do not reach it.
 #pragma once
 
 #include "base/bytes.h"
@@ -19,7 +19,7 @@ public:
     std::size_t size() const { return length_; }
     bool empty() const { return length_ == 0; }
 
-    // False, and nothing changed, if it does not fit.
+    // Returns false and changes nothing if `content` does not fit.
     bool assign(std::span<const Unit> content)
     {
         if (content.size() > Room) return false;
@@ -36,25 +36,25 @@ private:
 template <std::size_t Room>
 using BoundedBytes = Bounded<unsigned char, Room>;
 
-// No field has memory of its own: to take over what the token has made can't fail.
+// No field allocates memory, so copying a key that the token has just made cannot fail.
 struct TokenKey {
     std::array<unsigned char, keyIdSize> keyId{};
     std::uint32_t algorithm = 0;
     std::uint32_t keyUsage = 0;
-    // Raw big-endian modulus, or a DER form, whose first byte is 0x30.
+    // A raw big-endian modulus; or DER, which begins with 0x30.
     BoundedBytes<1024> publicKey;
-    // With the label, what tells the certificates of the key.
+    // The token's key reference. The key's certificates are found by this or by the label.
     BoundedBytes<128> objectId;
     Bounded<char, 128> label;
     std::uint32_t bitLength = 0;
     std::uint8_t keyPairFlag = 0;
-    // In clear; only of symmetric keys that came encrypted to a key pair.
+    // The clear key. Only a symmetric key that was imported encrypted to a key pair has one.
     Wiped<BoundedBytes<32>> symmetricKey;
 };
 
-// Identifier, public key, object identifier, label and flag. Algorithm, usage and bit length are the caller's to set.
+// Copies identifier, public key, object identifier, label and flag. The caller sets algorithm, usage and bit length.
 void copyIdentity(const QueltaKeyPair& pair, TokenKey& key);
-// Identifier, object identifier, label, usage and flag of a symmetric key that the token stored.
+// Copies identifier, object identifier, label, usage and flag of a symmetric key that the token stored.
 void copyIdentity(const QueltaSymmetricKey& stored, TokenKey& key);
 
 } // namespace quelta

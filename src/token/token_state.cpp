@@ -7,9 +7,9 @@ namespace quelta {
 
 namespace {
 
-// A thread that the process's end kills while it copies a shared value leaves its turn taken, with half a pointer inside: the
-// destructor must not run then, and need not, for the memory goes with the process. Nothing that can't be left like that was
-// taken in its place, since it would matter to a call during the process's end alone, and nobody may call a provider from there.
+// Destroys the state at unload, but not at process exit. A thread that is killed while it copies a shared value leaves the spin
+// lock locked and the pointer half copied: the destructor must not run then. The memory is released with the process anyway. A
+// lock that survives this would help only a call during process exit, and nobody may call a provider then.
 struct UnlessTheProcessEnds {
     union {
         TokenState state;
@@ -24,9 +24,9 @@ struct UnlessTheProcessEnds {
     }
 };
 
-// One object at namespace scope: the monitor is gone before what it uses is. And not a static of a function: the guard of such a
-// one makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that no unloading
-// releases.
+// One object at namespace scope: the monitor is destroyed before the state that it uses. A static local would leak: its guard
+// makes the statically linked thread runtime keep a record of the thread, with two handles and a TLS slot, that an unload does
+// not release.
 struct ProcessWide {
     ExceptionReserve reserve;
     UnlessTheProcessEnds kept;

@@ -1,5 +1,5 @@
-// All that is process-wide: what callers' threads and the device monitor share. Flags are atomic; texts and bytes are immutable
-// values swapped whole, so a reader takes one at the start of an operation and goes on with it, whatever is swapped in meanwhile.
+// All process-wide state, which callers' threads and the device monitor share. Flags are atomic. Texts and bytes are immutable
+// and replaced whole: a reader takes a value at the start of an operation and keeps it, whatever replaces it meanwhile.
 #pragma once
 
 #include "base/bytes.h"
@@ -13,34 +13,33 @@
 
 namespace quelta {
 
-// Wiped from memory when its last reader drops it.
+// The text of a PIN, wiped from memory when the last reader releases it.
 using PinText = Wiped<std::string>;
-// Never null.
 using Pin = std::shared_ptr<const PinText>;
 
 class PinCache {
 public:
-    // The cached PIN; empty when there is none.
+    // Returns the cached PIN; never null, but empty if there is none.
     Pin pin() const
     {
         Pin pin = content_.load();
         return pin ? pin : none_;
     }
-    // Null while the validated flag is clear.
+    // Returns null while the validated flag is clear.
     Pin pinIfValidated() const { return content_.load(); }
     void setValidated(Pin pin) { content_.store(std::move(pin)); }
-    // Empties the cache and takes the validated flag back.
+    // Empties the cache and clears the validated flag.
     void clear() { content_.store(nullptr); }
 
 private:
-    // Null: not validated, and so nothing cached. Validated with an empty text: the token's own single sign-on.
+    // Null means not validated, with nothing cached. An empty text means validated by the token's own single sign-on.
     SharedValue<PinText> content_;
     const Pin none_ = std::make_shared<const PinText>("");
 };
 
 class SharedIv {
 public:
-    // Never null.
+    // Returns the IV; never null, but empty if none is set.
     std::shared_ptr<const Bytes> bytes() const
     {
         auto bytes = bytes_.load();
@@ -55,21 +54,21 @@ private:
 };
 
 struct TokenState {
-    // Set by the first device open that succeeds, cleared by the monitor while no token is connected.
+    // Set by the first device open that succeeds; cleared by the monitor while no token is connected.
     std::atomic<bool> libraryInitialised = false;
     PinCache pinCache;
     SharedIv sharedIv;
-    // PP_USE_HARDWARE_RNG.
+    // The value of PP_USE_HARDWARE_RNG.
     std::atomic<std::uint8_t> hardwareRngFlag = 1;
-    // Set by the first query for the container's name, never cleared: from then on a key spec filters nothing.
+    // Set by the first query for the container's name and never cleared. While it is set, the key spec does not filter keys.
     std::atomic<std::uint8_t> containerSelectedFlag = 0;
-    // The module's own handle, from which the PIN dialog's template is loaded.
+    // The module's own handle. The PIN dialog's template is loaded from this module.
     std::atomic<void*> moduleHandle = nullptr;
 };
 
 TokenState& tokenState();
 
-// The process's device monitor. It stops by itself when the module is unloaded.
+// Start and stop the process's device monitor. Unloading the module also stops the monitor.
 void startDeviceMonitor();
 void stopDeviceMonitor();
 
