@@ -17,8 +17,8 @@ namespace {
 using Chain = std::vector<std::size_t>;
 using CertificateChainMap = std::map<std::string, Chain>;
 
-// A certificate's subject or issuer as it is encoded. Two names are the same if their bytes are: CertCompareCertificateName
-// compares nothing else either.
+// A certificate's subject or issuer in its encoding. Two names are equal if their bytes are equal, as in
+// CertCompareCertificateName.
 using EncodedName = std::string_view;
 
 EncodedName encoded(const CERT_NAME_BLOB& name)
@@ -26,8 +26,8 @@ EncodedName encoded(const CERT_NAME_BLOB& name)
     return {reinterpret_cast<const char*>(name.pbData), name.cbData};
 }
 
-// The token's certificates, each parsed once. Issuers are found by an index: a search through the list for each step of each
-// chain would cost the square of the number of certificates.
+// The token's certificates, each parsed once. An index finds the issuers: a search of the list for every step of every chain
+// would take quadratic time.
 class CertificateSet {
 public:
     explicit CertificateSet(std::vector<QueltaCertificate> records) : records_(std::move(records))
@@ -43,10 +43,10 @@ public:
 
     std::size_t size() const { return records_.size(); }
     ByteView der(std::size_t position) const { return certificateOf(records_[position]); }
-    // Null if it does not parse.
+    // Returns null if the certificate could not be parsed.
     PCCERT_CONTEXT parsed(std::size_t position) const { return parsed_[position].get(); }
 
-    // The first certificate with this subject, other than the one at `leaf`.
+    // Returns the position of the first certificate with this subject, except `leaf`; nullopt if there is none.
     std::optional<std::size_t> findBySubject(EncodedName subject, std::size_t leaf) const
     {
         const auto found = bySubject_.find(subject);
@@ -72,7 +72,7 @@ Chain issuerChain(const CertificateSet& certificates, std::size_t leaf)
         return chain;
     }
     while (const auto issuer = certificates.findBySubject(encoded(current->pCertInfo->Issuer), leaf)) {
-        // A ring of issuers would never end.
+        // Stop when the issuers form a loop.
         if (std::ranges::find(chain, *issuer) != chain.end()) break;
         chain.push_back(*issuer);
         current = certificates.parsed(*issuer);
@@ -123,7 +123,7 @@ CertificateChain buildChain(PCCERT_CONTEXT leaf, HCERTSTORE store)
     return CertificateChain(chain);
 }
 
-// Each simple chain from its root end down to the leaf. The blobs refer to the chain's certificates.
+// Returns the certificates of each simple chain from the root end to the leaf. The blobs refer to the chain's certificates.
 std::vector<CERT_BLOB> encodedCertificates(PCCERT_CHAIN_CONTEXT chain)
 {
     std::vector<CERT_BLOB> blobs;

@@ -75,8 +75,8 @@ BOOL WINAPI CPAcquireContext(HCRYPTPROV* phProv, LPCSTR szContainer, DWORD dwFla
 {
     return entryPoint("CPAcquireContext", [&]() -> Answer {
         if (!phProv || !pVTable) return fail(ERROR_INVALID_PARAMETER);
-        // Whatever the flags ask for, a context on the connected token is what there is; silence does not keep the PIN dialog
-        // away.
+        // The flags are only logged: every call gets a context on the connected token. CRYPT_SILENT does not suppress the PIN
+        // dialog.
         logDebug("CPAcquireContext - dwFlags : ", dwFlags);
         auto context = makeRecordOrNull<CspContext>();
         if (!context) return fail(NTE_NO_MEMORY);

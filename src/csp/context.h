@@ -1,4 +1,4 @@
-// The record behind HCRYPTPROV, owned by the handle: made by CPAcquireContext, freed by CPReleaseContext.
+// The record behind HCRYPTPROV. The handle owns the record: CPAcquireContext makes it, CPReleaseContext frees it.
 #pragma once
 
 #include "csp/entry.h"
@@ -11,14 +11,14 @@
 namespace quelta {
 
 struct CspContext {
-    // PP_CLIENT_HWND. The dialogs have no owner window all the same.
+    // PP_CLIENT_HWND. The value is only stored: the dialogs have no owner window.
     void* ownerWindow = nullptr;
     std::string serialNumber;
-    // Passed to every call of the device library; never set.
+    // Passed to the device library. Always null.
     void* libContext = nullptr;
     std::string containerName;
     bool valid = false;
-    // PP_KEYSET_TYPE.
+    // The value of PP_KEYSET_TYPE.
     DWORD keysetType = 0;
     DWORD algorithmCursor = 0;
     DWORD containerCursor = 0;
@@ -26,14 +26,14 @@ struct CspContext {
     std::vector<std::string> keyIdentifiers;
 
     Token token() const { return {serialNumber, libContext}; }
-    // An empty container name stands for any key pair.
+    // True if the context's container is this key pair. An empty container name matches any key pair.
     bool names(const QueltaKeyPair& pair) const;
 };
 
-// Null for a null handle and for one whose acquisition did not succeed.
+// Returns null for a null handle and for a context that is not valid.
 CspContext* contextOf(HCRYPTPROV handle);
 
-// The PIN to use; a refusal is logged and becomes NTE_FAIL.
+// Returns the PIN to use. A refusal is logged and becomes NTE_FAIL.
 Outcome<Pin> ensurePinValidated(const CspContext& context);
 
 } // namespace quelta

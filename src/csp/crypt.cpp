@@ -12,17 +12,17 @@ namespace quelta {
 
 namespace {
 
-// In place. The caller's length was read once: it may change while a dialog is open.
+// Encrypts in place. `inputLength` was read once: the caller may change its variable while a dialog is open.
 Answer encryptInto(Output out, const CspContext& context, const KeyContext& key, DWORD flags, DWORD inputLength)
 {
-    // Although only the public key is used.
+    // Encryption asks for the PIN although it uses only the public key.
     if (const auto pin = ensurePinValidated(context); !pin) return pin.error();
     const ByteView publicKey = key.publicKey.view();
     logDebug(isRawModulus(publicKey) ? "CSP: Public key is raw modulus, converting to DER"
                                      : "CSP: Public key is already DER encoded");
     Wiped<std::array<unsigned char, encryptionRoom>> work;
     const auto padding = flags & CRYPT_OAEP ? paddingOaep : paddingPkcs1;
-    // By the number of public-key bytes, not of bits, so that every real key takes the default. What the library is used to.
+    // The size is passed in bytes, not bits, so every real key gets the default type. This is meant so.
     const auto type = encryptionTypeOfSize(publicKey.size());
     const auto encrypted = context.token().encrypt(type, padding, {out.data, inputLength}, *work, publicKeyForDevice(publicKey));
     if (!encrypted) {
@@ -36,7 +36,7 @@ Answer encryptInto(Output out, const CspContext& context, const KeyContext& key,
     return answer;
 }
 
-// The plaintext is never longer than the input, so it fits. The length goes first: a caller may use one variable for both.
+// The plaintext fits, because it is never longer than the input. Write the length first: both may be one variable.
 Answer putPlainText(Output out, ByteView plain)
 {
     *out.length = static_cast<DWORD>(plain.size());

@@ -1,4 +1,4 @@
-// What every CryptoAPI entry point has in common: its name in the log, no exception out, the last error set once, at the end.
+// Wraps every CryptoAPI entry point: logs its name, stops exceptions, and sets the last error once, at the end.
 #pragma once
 
 #include "base/last_error.h"
@@ -17,8 +17,8 @@
 
 namespace quelta {
 
-// The Boolean that is returned and the last error that goes with it; without one, the caller keeps the last error it came with.
-// TRUE with ERROR_MORE_DATA is an answer too.
+// The Boolean result and the last error. If there is no last error, the caller's last error stays unchanged. TRUE with
+// ERROR_MORE_DATA is possible.
 struct Answer {
     BOOL value;
     std::optional<DWORD> lastError;
@@ -28,7 +28,7 @@ inline Answer done()
 {
     return {TRUE, std::nullopt};
 }
-// Takes the published constants as they come: NTE_ codes are of a signed type, Win32 codes of another.
+// Accepts every code without a cast: the published constants have signed types, GetLastError() returns an unsigned one.
 inline Answer fail(std::integral auto code)
 {
     return {FALSE, static_cast<DWORD>(code)};

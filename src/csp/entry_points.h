@@ -1,4 +1,4 @@
-// The exported functions of the CryptoAPI service-provider interface.
+// Declares the exported functions of the CryptoAPI service-provider interface.
 #pragma once
 
 #include <windows.h>

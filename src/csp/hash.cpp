@@ -50,7 +50,7 @@ struct ReadableHash {
     DWORD size;
 };
 
-// Narrower than the hashes that can be made: a SHA-384 or SHA-512 digest is for signing only, and not read back.
+// SHA-384 and SHA-512 are missing: such a digest can be signed but not read back.
 constexpr ReadableHash readableHashes[] = {
     {1, CALG_MD5, 16},
     {2, CALG_SHA1, 20},
@@ -70,7 +70,7 @@ Answer startDeviceHash(const CspContext& context, HashContext& hash)
     return done();
 }
 
-// The buffer is checked before the algorithm. A size query succeeds for any algorithm.
+// The buffer is checked before the algorithm, so a size query succeeds for any algorithm.
 Answer getAlgorithm(const HashContext& hash, Output out)
 {
     if (out.isQuery()) return tellLength(out, sizeof(ALG_ID));
@@ -102,7 +102,7 @@ Answer getValue(const CspContext& context, HashContext& hash, Output out)
         return fail(NTE_BAD_ALGID);
     }
     if (out.isQuery()) return tellLength(out, row->size);
-    // A buffer that turns out too small still finishes the hash; the next call reads the kept digest.
+    // A buffer that is too short still finishes the hash. The next call reads the stored digest.
     if (!hash.finished) {
         if (!finaliseDigest(context.token(), hash, row->size)) return fail(NTE_FAIL);
         hash.finished = true;
@@ -126,15 +126,15 @@ Answer setValue(HashContext& hash, const BYTE* data)
     return done();
 }
 
-// The new hash is a plain digest: the token is never told of the structure, nor that the previous hash is over.
+// Starts a new, plain digest. The token gets neither the HMAC_INFO nor a notice that the previous hash has ended.
 Answer setHmacInfo(const CspContext& context, HashContext& hash, const BYTE* data)
 {
     std::memcpy(&hash.hmacInfo, data, sizeof hash.hmacInfo);
     return startDeviceHash(context, hash);
 }
 
-// The source's running state on the token is neither shared nor cloned: what was hashed so far is not part of the duplicate,
-// unless the source was finished.
+// Copies the record but not the running hash on the token: the duplicate lacks the data that was hashed so far, unless the source
+// was finished.
 std::unique_ptr<HashContext> copyOf(const HashContext& source)
 {
     auto copy = std::make_unique<HashContext>(source);
@@ -143,7 +143,7 @@ std::unique_ptr<HashContext> copyOf(const HashContext& source)
     return copy;
 }
 
-// Most significant byte first.
+// Returns the address with the most significant byte first.
 std::array<unsigned char, sizeof(void*)> addressBytes(const void* address)
 {
     auto bytes = std::bit_cast<std::array<unsigned char, sizeof address>>(address);

@@ -1,4 +1,4 @@
-// The record behind HCRYPTHASH, owned by the handle and freed by CPDestroyHash. The digest is computed on the token.
+// The record behind HCRYPTHASH. The handle owns the record; CPDestroyHash frees it. The token computes the digest.
 #pragma once
 
 #include "csp/entry.h"
@@ -9,34 +9,34 @@
 namespace quelta {
 
 struct HashContext {
-    // The token's hash mechanism; signing overwrites it with the chosen key pair's algorithm code, which is what later queries
-    // see.
+    // The token's hash mechanism. Signing overwrites this with the algorithm code of the chosen key pair, and later queries see
+    // that code.
     std::int32_t mechanism = 0;
-    // Never set, only logged.
+    // Always 0; only logged.
     std::int32_t hashAlgorithm = 0;
-    // As the caller last set it; its pointers are never followed.
+    // The value that the caller last set. Its pointers are never followed.
     HMAC_INFO hmacInfo{};
-    // Abandoned, never released: the library has no call for it.
+    // The token's hash. It is never released: the library has no function for that.
     void* hashHandle = nullptr;
     bool inUse = false;
-    // Never set, so that HP_HMAC_INFO can't be read back.
+    // Never set, so HP_HMAC_INFO cannot be read back.
     bool hmacSet = false;
-    // The final digest was read or set.
+    // True after the final digest was read or set.
     bool finished = false;
     std::array<unsigned char, digestRoom> hashValue{};
-    // Of the key pair that signs, once it is chosen.
+    // The identifier of the key pair that signs, once chosen.
     std::optional<std::array<unsigned char, keyIdSize>> keyId;
-    // 0 as long as the digest is not final.
+    // 0 until the digest is final.
     std::uint32_t hashLength = 0;
     std::uint32_t hashSize = 0;
 
     ByteView digest() const { return ByteView(hashValue).first(hashLength); }
 };
 
-// Null for a null handle.
+// Returns null for a null handle.
 HashContext* hashOf(HCRYPTHASH handle);
 
-// Has the token finish the digest and keeps it; false, with nothing kept, if it can't or reports a length above `preset`.
+// Lets the token finish the digest and stores it. Returns false and stores nothing if that fails or it is longer than `preset`.
 bool finaliseDigest(const Token& token, HashContext& hash, std::size_t preset);
 
 } // namespace quelta

@@ -21,7 +21,7 @@ struct Import {
     const CspContext& context;
     ByteView blob;
     CapiBlobHeader header;
-    // Null where the caller named none.
+    // Null if the caller gave none.
     const KeyContext* importKey;
 };
 
@@ -89,7 +89,7 @@ ImportedKey importPlainTextKey(const Import& import)
     return key;
 }
 
-// The unwrapped key's bytes. The token alone has judged whether they are a key.
+// Returns the unwrapped bytes. The module does not check whether they are a key.
 Outcome<ByteView> unwrappedBytes(const DeviceBuffer& key)
 {
     if (const auto bytes = key.upTo(importedKeyRoom)) return *bytes;
@@ -116,14 +116,14 @@ ImportedKey importWrappedKey(const Import& import)
     if (!value) return std::unexpected(value.error());
     const std::uint32_t sizeCode = import.header.algorithm == CALG_AES_128 ? encryptionAes128 : encryptionAes256;
     const auto stored = importSymmetricKey(import.context.token(), *pin, *value, sizeCode);
-    // The clear key is wiped before anything else is done.
+    // Wipe the clear key before anything else is done.
     unwrapped->key = DeviceBuffer();
     if (!stored) {
         logError("Import of unwrapped AES key failed");
         return refuse(NTE_BAD_TYPE);
     }
     copyIdentity(*stored, *key);
-    // The blob's own algorithm identifier, not the token's code for it.
+    // This is the blob's algorithm identifier, not the token's code for the algorithm.
     key->algorithm = import.header.algorithm;
     logDebug("SYMMETRICWRAPKEYBLOB imported successfully");
     return key;
@@ -136,7 +136,7 @@ DeviceResult<DeviceBuffer> decryptOnce(const Import& import, const PinText& pin,
     return clear;
 }
 
-// CryptoAPI stores the encrypted key least significant byte first; a caller that did not is served all the same.
+// Tries CryptoAPI's byte order first, least significant byte first, and then the bytes as given.
 Outcome<DeviceBuffer> decryptSimpleBlob(const Import& import)
 {
     const Pin pin = tokenState().pinCache.pin();
@@ -220,10 +220,10 @@ Answer exportPublicKey(const CspContext& context, const KeyContext& key, Output 
 {
     const auto pairs = context.token().keyPairs();
     const auto* pair = findKeyPair(pairs, key.keyId);
-    // Keys of 2048 bits only.
+    // Only RSA keys of 2048 bits can be exported.
     if (!pair || pair->algorithm != algorithmRsa2048) return fail(NTE_BAD_KEY);
     const Bytes blob = writeCapiPublicBlob(key.algorithm, publicKeyOf(*pair));
-    // The length goes first: a caller may use one variable for both.
+    // Write the length first: a caller that uses one variable for both gets the blob.
     *out.length = static_cast<DWORD>(blob.size());
     if (out.isQuery()) {
         logDebug("Emport public key more data required");

@@ -1,4 +1,4 @@
-// The record behind HCRYPTKEY, owned by the handle and freed by CPDestroyKey. It never changes once made.
+// The record behind HCRYPTKEY. The handle owns the record; CPDestroyKey frees it. It does not change after it was made.
 #pragma once
 
 #include "csp/entry.h"
@@ -6,15 +6,15 @@
 
 namespace quelta {
 
-// What a signing key pair on an elliptic curve is called, where one of RSA is CALG_RSA_SIGN.
+// The algorithm identifier of an elliptic-curve key pair that signs, as CALG_RSA_SIGN is for RSA.
 constexpr ALG_ID algorithmEcSign = 0x2200;
 
-// `algorithm` holds an ALG_ID for a key pair of the token and for a key that came wrapped under a token key; the token's
-// algorithm code (1 to 4) for an imported public key; the encryption-type code for a symmetric key that came in clear or
-// encrypted to a key pair.
+// `algorithm` is an ALG_ID for a key pair of the token and for a key that was imported wrapped under a token key. It is the
+// token's algorithm code (1 to 4) for an imported public key. It is the encryption-type code for a symmetric key that was
+// imported in clear or encrypted to a key pair.
 struct KeyContext : TokenKey {};
 
-// Null for a null handle.
+// Returns null for a null handle.
 KeyContext* keyOf(HCRYPTKEY handle);
 
 } // namespace quelta

@@ -22,8 +22,8 @@ namespace {
 
 constexpr DWORD defaultBits = 2048;
 
-// The algorithm under which this key pair is handed out for the key spec, if it is. Once an application has asked for the
-// container's name, the key spec filters nothing any more: the pair's usage alone decides, signing before key exchange.
+// Returns the algorithm to report for this key pair; nullopt if the key spec excludes the pair. After an application has asked
+// for the container's name, only the pair's usage decides, not the key spec: signing comes before key exchange.
 std::optional<ALG_ID> algorithmForKeySpec(const QueltaKeyPair& pair, DWORD keySpec)
 {
     const bool anySpec = tokenState().containerSelectedFlag != 0;
@@ -68,7 +68,7 @@ std::optional<std::uint32_t> usageToGenerate(ALG_ID algorithm)
     return std::nullopt;
 }
 
-// The size is recorded only: the token makes the key that it makes for such a request.
+// The size is only recorded. The token does not get it and chooses the key's size.
 void fillGenerated(KeyContext& key, const QueltaKeyPair& made, ALG_ID algorithm, DWORD bits)
 {
     copyIdentity(made, key);
@@ -126,7 +126,7 @@ constexpr KeyParameter keyParameters[] = {
 };
 // clang-format on
 
-// How much of a vector this key's algorithm takes; 0 for a key that takes none, AES-128 included.
+// Returns the IV length of the key's algorithm; 0 if the key takes no IV. AES-128 gives 0 too.
 std::size_t ivLengthOf(const KeyContext& key)
 {
     if (key.algorithm == encryptionAes256) return 16;

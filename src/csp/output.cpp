@@ -7,7 +7,7 @@ namespace quelta {
 
 namespace {
 
-// For a value that is known to fit.
+// Writes a value that is known to fit.
 Answer put(Output out, ByteView value)
 {
     std::ranges::copy(value, out.data);

@@ -1,5 +1,5 @@
-// How an entry point hands out data. The rules differ in what a null or a short buffer gets; each parameter names its rule. All
-// of them write the value before its length.
+// The rules by which entry points return data. They differ in the answer to a null or a short buffer; each parameter names its
+// rule. Every rule writes the value before its length.
 #pragma once
 
 #include "base/bytes.h"
@@ -10,12 +10,12 @@ namespace quelta {
 
 struct Output {
     BYTE* data;
-    // Read once: another thread of the caller's may change what it was read from.
+    // Read once, because another thread of the caller may change the variable.
     DWORD room;
     // Never null.
     DWORD* length;
 
-    // For parameters whose length is the room on the way in.
+    // Here one variable holds the buffer size on the way in and the length on the way out.
     Output(BYTE* buffer, DWORD* roomAndLength) : Output(buffer, *roomAndLength, roomAndLength) {}
     Output(BYTE* buffer, DWORD bufferRoom, DWORD* written) : data(buffer), room(bufferRoom), length(written) {}
 
@@ -23,23 +23,23 @@ struct Output {
     bool holds(std::size_t size) const { return data && room >= size; }
 };
 
-// A text's characters with its terminating zero; the text must outlive the view.
+// Returns the text with its terminating zero. The text must outlive the view.
 ByteView bytesWithZero(const std::string& text);
 
-// Writes the length alone.
+// Writes only the length. Returns `answer`.
 Answer tellLength(Output out, std::size_t length, Answer answer = done());
 
-// TRUE always, written when it fits.
+// Any buffer: TRUE. Writes the value only if it fits.
 Answer putQuietly(Output out, ByteView value);
-// The same for a text. The length counts the terminating zero if the text is not written, and leaves it out if it is.
+// The same for a text. The length includes the terminating zero only if the text is not written.
 Answer putTextQuietly(Output out, const std::string& text);
-// Null or short: TRUE with ERROR_MORE_DATA.
+// Null or short buffer: TRUE with ERROR_MORE_DATA.
 Answer putOrMoreData(Output out, ByteView value);
-// Null: TRUE, short: FALSE, ERROR_MORE_DATA both.
+// Null buffer: TRUE with ERROR_MORE_DATA. Short buffer: FALSE with ERROR_MORE_DATA.
 Answer putEnumerated(Output out, ByteView value);
-// Null: TRUE and no error, short: FALSE with ERROR_MORE_DATA.
+// Null buffer: TRUE without an error. Short buffer: FALSE with ERROR_MORE_DATA.
 Answer putOrRefuse(Output out, ByteView value);
-// Null or no room at all: TRUE and no error; short: FALSE with ERROR_MORE_DATA and an error line, `shortText` and the length.
+// Null or empty buffer: TRUE without an error. Short buffer: FALSE with ERROR_MORE_DATA; logs `shortText` and the length.
 Answer putKeyParameter(Output out, ByteView value, const char* shortText);
 
 } // namespace quelta

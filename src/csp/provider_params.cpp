@@ -38,7 +38,7 @@ Answer getImplementationType(CspContext&, Output out, DWORD)
 
 Answer getName(CspContext&, Output out, DWORD)
 {
-    // 34 before a copy and 33 after it: a caller sizes by the first and reads by the second.
+    // The length is 34 while the buffer is null or short, and 33 after a copy. Callers size by the first and read by the second.
     return logged(putTextQuietly(out, providerName), out);
 }
 
@@ -95,7 +95,7 @@ Answer getSigningProtection(CspContext&, Output out, DWORD)
     return answer;
 }
 
-// The position moves before the buffer is looked at: a size query with CRYPT_NEXT uses up an item. False for any other flag.
+// Moves before the buffer is checked, so a size query with CRYPT_NEXT uses up an item. Returns false for any other flag.
 bool moveCursor(DWORD& cursor, DWORD flags)
 {
     if (flags == CRYPT_FIRST) {
@@ -208,7 +208,7 @@ Answer setPin(CspContext& context, const BYTE* data)
         logError("CPSetProvParam: NULL PIN data");
         return fail(ERROR_INVALID_PARAMETER);
     }
-    // The length of the PIN that is cached so far, not of the new one.
+    // This logs the length of the cached PIN, not of the new one.
     logDebug("CPSetProvParam - passwordLength : ", (*tokenState().pinCache.pin())->size());
     if (const int result = validateGivenPin(context.token(), reinterpret_cast<const char*>(data))) {
         logError("CPSetProvParam - Token password validation failed : ", result);

@@ -19,8 +19,7 @@ void choose(const QueltaKeyPair& pair, HashContext& hash)
     hash.mechanism = static_cast<std::int32_t>(pair.algorithm);
 }
 
-// Signs with another key pair than the named one: a container whose own key can't sign falls back to the token's last one that
-// can.
+// If the container's own key cannot sign, the token's last key pair that can sign is used instead.
 void chooseLastEligible(const std::vector<QueltaKeyPair>& pairs, HashContext& hash)
 {
     for (const auto& pair : pairs) {
@@ -68,7 +67,7 @@ Answer signInto(const CspContext& context, const HashContext& hash, DWORD flags,
         logError("Sign hash failed : ", signedLength.error());
         return fail(NTE_PROVIDER_DLL_FAIL);
     }
-    // The token gives the most significant byte first, CryptoAPI wants it last.
+    // The token returns the most significant byte first; CryptoAPI expects it last.
     std::ranges::reverse(room.first(*signedLength));
     signatureLength = static_cast<DWORD>(*signedLength);
     return done();
@@ -88,7 +87,7 @@ Outcome<DWORD> finishedSize(HCRYPTPROV hProv, HCRYPTHASH hHash, const HashContex
     return size;
 }
 
-// Through the entry point, as a caller would, so that its rules on what can be read back hold here too.
+// Calls the entry point, so that its rules for reading a digest back apply here too.
 Outcome<void> readDigest(HCRYPTPROV hProv, HCRYPTHASH hHash, HashContext& hash)
 {
     auto size = finishedSize(hProv, hHash, hash);
@@ -112,7 +111,7 @@ Outcome<Bytes> publicKeyOfContainer(const CspContext& context)
     const auto pair =
         std::ranges::find_if(pairs, [&](const auto& candidate) { return canSign(candidate.usage) && context.names(candidate); });
     if (pair == pairs.end()) return std::unexpected(fail(NTE_BAD_KEY));
-    // Always a raw modulus here, even if it begins with the byte that elsewhere stands for DER.
+    // The key counts as a raw modulus here, even if it begins with the byte that means DER elsewhere.
     return rawModulusToDer(publicKeyOf(*pair));
 }
 
@@ -131,7 +130,7 @@ Outcome<Bytes> verificationKey(const CspContext& context, const KeyContext* key)
 
 using namespace quelta;
 
-// The key spec is not looked at: whichever is asked for, the container's key signs.
+// The key spec is ignored: the container decides which key signs.
 BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD dwFlags, BYTE* pbSignature, DWORD* pdwSigLen)
 {
     return entryPoint("CPSignHash", [&]() -> Answer {
@@ -140,7 +139,7 @@ BOOL WINAPI CPSignHash(HCRYPTPROV hProv, HCRYPTHASH hHash, DWORD, LPCWSTR, DWORD
         auto* hash = hashOf(hHash);
         if (!hash) return fail(NTE_BAD_HASH);
         if (!pdwSigLen) return fail(ERROR_INVALID_PARAMETER);
-        // Read once: what was checked is what the token is told, whatever the caller's other threads write meanwhile.
+        // Read once, so that the token gets the checked value even if another thread of the caller changes the variable.
         const DWORD room = pbSignature ? *pdwSigLen : 0;
         if (room > longestDeviceLength) return fail(ERROR_INVALID_PARAMETER);
         if (hash->hashLength == 0 && !finaliseDigest(context->token(), *hash, digestRoom)) return fail(NTE_FAIL);
@@ -176,9 +175,9 @@ BOOL WINAPI CPVerifySignature(HCRYPTPROV hProv, HCRYPTHASH hHash, const BYTE* pb
         }
         const auto publicKey = verificationKey(*context, keyOf(hPubKey));
         if (!publicKey) return publicKey.error();
-        // The caller's buffer is not changed: CryptoAPI's last byte first goes to the token as a copy the other way round.
+        // The token expects the most significant byte first, so it gets a reversed copy. The caller's buffer must not change.
         const Bytes signature = reversed({pbSignature, cbSigLen});
-        // Whatever the key, this side names the algorithm by the same number.
+        // CryptoAPI's side passes the same algorithm code for every key.
         constexpr std::uint32_t algorithm = 2;
         const int result = context->token().verifySignatureHash(algorithm, hash->digest(), *publicKey, signature);
         logDebug("pContext->serialNumber: ", context->serialNumber);

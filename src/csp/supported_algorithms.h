@@ -18,11 +18,11 @@ struct SupportedAlgorithm {
     std::string_view longName;
 };
 
-// What PP_ENUMALGS and PP_ENUMALGS_EX enumerate.
+// The algorithms that PP_ENUMALGS and PP_ENUMALGS_EX enumerate.
 constexpr SupportedAlgorithm supportedAlgorithms[] = {
     {CALG_RSA_SIGN, 1024, 4096, 2048, 0x20, "RSA-Sign", "RSA Signature Algorithm"},
     {CALG_RSA_KEYX, 1024, 4096, 2048, 0x40, "RSA-KeyX", "RSA Key Exchange Algorithm"},
-    // 256 bits, not 160: what this provider has always reported.
+    // The reported length is 256 bits, not 160: this provider has always reported it so.
     {CALG_SHA1, 256, 256, 256, 0x80, "SHA1", "SHA-1 Hash Algorithm"},
     {CALG_SHA_256, 256, 256, 256, 0x80, "SHA256", "SHA-256 Hash Algorithm"},
 };
