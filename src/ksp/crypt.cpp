@@ -17,8 +17,8 @@ bool isInput(const BYTE* data, DWORD length)
 
 std::expected<Pin, SECURITY_STATUS> pinFor(const KspProvider& provider, DWORD flags)
 {
-    // Whether a silent caller can be served shows by the flag alone: an open single sign-on is not asked for. And the PIN that
-    // came with the flag is the one to use: the cache may be emptied in between, and then a dialog would show.
+    // A silent call needs a validated PIN in the cache; an open single sign-on is not checked. Pass on the PIN that was found:
+    // the cache may be cleared meanwhile, and a second read would then open a dialog.
     Pin cached = tokenState().pinCache.pinIfValidated();
     if ((flags & NCRYPT_SILENT_FLAG) && !cached) return std::unexpected(NTE_SILENT_CONTEXT);
     return kspEnsurePin(provider, std::move(cached));
@@ -81,7 +81,7 @@ SECURITY_STATUS decryptWithSymmetricKey(KspOutput out, const KspProvider& provid
         return NTE_INTERNAL_ERROR;
     }
     if (!out.holds(*plain)) {
-        // The same line for a buffer that is only too short.
+        // A buffer that is too short logs the same line as a null buffer.
         logDebug("pbOutput == NULL ");
         return tellLength(out, *plain, out.isQuery() ? statusDone : NTE_BUFFER_TOO_SMALL);
     }
@@ -163,7 +163,7 @@ SECURITY_STATUS WINAPI KSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAND
         if (cbSignature < size) return tellLength(out, size, NTE_BUFFER_TOO_SMALL);
         auto pin = pinFor(*provider, dwFlags);
         if (!pin) return pin.error();
-        // Only now: the user is asked for the PIN even for a request that is then refused.
+        // This check comes after the PIN: the user is asked even for a request that is then refused.
         if ((dwFlags & BCRYPT_PAD_PSS) && !(dwFlags & BCRYPT_PAD_PKCS1)) {
             logError("KSP: PSS padding not supported");
             return NTE_NOT_SUPPORTED;

@@ -1,4 +1,4 @@
-// What every slot of the key storage table has in common: its name in the log, no exception out.
+// Wraps every slot of the key storage table: logs its name and stops exceptions.
 #pragma once
 
 #include "log/log_writer.h"

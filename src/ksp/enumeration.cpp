@@ -32,7 +32,7 @@ constexpr std::wstring_view supportedAlgorithmNames[] = {
     L"RSA", L"ECDSA_P256", L"ECDSA_P384", L"ECDSA_P521", L"SHA256", L"SHA1", L"SHA384", L"SHA512",
 };
 
-// What callers are given comes from malloc, for KSPFreeBuffer releases it with free.
+// Memory for callers comes from malloc, because KSPFreeBuffer releases it with free.
 struct Free {
     void operator()(void* memory) const { std::free(memory); }
 };
@@ -42,7 +42,7 @@ using Allocated = std::unique_ptr<Type, Free>;
 template <class Type>
 Allocated<Type> allocate(std::size_t count)
 {
-    // At least a byte, since null stands for exhausted memory.
+    // Allocate at least one byte: null from malloc means exhausted memory here.
     void* memory = std::malloc(std::max<std::size_t>(count * sizeof(Type), 1));
     if (!memory) throw std::bad_alloc();
     return Allocated<Type>(static_cast<Type*>(memory));
@@ -63,8 +63,8 @@ std::vector<EnumeratedAlgorithm> algorithmsFor(DWORD operations)
     return selected;
 }
 
-// KSPFreeBuffer releases the block alone: the list in it stays allocated, as do the texts of names and algorithms. Callers of
-// this interface know only that one call, and it knows only blocks.
+// KSPFreeBuffer frees only the block. The list inside stays allocated, as do the texts of key names and algorithms: callers have
+// no other function, and KSPFreeBuffer does not know what a block contains.
 struct EnumerationState {
     std::uint64_t next = 0;
     std::vector<QueltaKeyPair> pairs;
@@ -111,7 +111,7 @@ SECURITY_STATUS WINAPI KSPEnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwA
         if (!pdwAlgCount || !ppAlgList) return NTE_INVALID_PARAMETER;
         const auto selected = algorithmsFor(dwAlgOperations);
         auto list = allocate<NCryptAlgorithmName>(selected.size());
-        // Handed out together: a copy that finds no memory takes the others back.
+        // If one copy finds no memory, the other copies are freed.
         std::array<Allocated<wchar_t>, std::size(enumeratedAlgorithms)> names;
         std::ranges::transform(selected, names.begin(), copyOf, &EnumeratedAlgorithm::name);
         for (std::size_t i = 0; i < selected.size(); ++i) {
@@ -138,7 +138,7 @@ SECURITY_STATUS WINAPI KSPEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR, NCrypt
             return NTE_NO_MORE_ITEMS;
         }
         const QueltaKeyPair& pair = state.pairs[static_cast<std::size_t>(state.next)];
-        // Put into words before the key counts as handed out: no memory for them afterwards, and it would be skipped.
+        // Make the log text first. If memory ran out after ++next, the key would be skipped.
         const std::string name = keyName(pair);
         *ppKeyName = nameOf(pair);
         ++state.next;

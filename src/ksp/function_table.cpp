@@ -6,7 +6,7 @@ namespace quelta {
 
 namespace {
 
-// Callers get it as a pointer to non-const, as the interface has it; nobody is meant to write to it.
+// The table is not const because the interface returns a pointer to non-const. Nobody should write to the table.
 KeyStorageFunctionTable functionTable = {
     .version = {1, 0},
     .OpenProvider = KSPOpenProvider,

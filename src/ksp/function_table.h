@@ -1,4 +1,4 @@
-// The slots of the key storage provider.
+// Declares the functions in the slots of the key storage table.
 #pragma once
 
 #include "base/key_storage_table.h"

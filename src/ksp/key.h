@@ -1,5 +1,5 @@
-// The record behind NCRYPT_KEY_HANDLE, owned by the handle and freed by KSPFreeKey. It refers to no provider: every operation is
-// given one.
+// The record behind NCRYPT_KEY_HANDLE. The handle owns the record; KSPFreeKey frees it. It refers to no provider: every operation
+// gets the provider as an argument.
 #pragma once
 
 #include "ksp/entry.h"
@@ -14,24 +14,24 @@ namespace quelta {
 
 enum class ChainingMode : std::uint8_t { cbc = 0, ecb = 1 };
 
-// `algorithm` is the token's algorithm code (0: an RSA key whose size is not yet chosen), or the encryption-type code of a
-// symmetric key.
+// `algorithm` is the token's algorithm code, or 0 for an RSA key whose size is not yet chosen. For a symmetric key it is the
+// encryption-type code.
 struct KspKey : TokenKey {
-    // Under which the caller opened or made the key; the token is not told.
+    // The name under which the caller opened or created the key. The token does not get it.
     std::wstring keyName;
-    // False: made, and waiting for KSPFinalizeKey.
+    // False from KSPCreatePersistedKey until KSPFinalizeKey.
     bool finalized = false;
     ChainingMode chainingMode = ChainingMode::cbc;
 
     bool isSymmetric() const { return !symmetricKey->empty(); }
-    // The name on the token: its identifier in hexadecimal.
+    // Returns the key's name on the token: its identifier in hexadecimal.
     std::wstring tokenName() const;
 };
 
-// Null for a null handle.
+// Returns null for a null handle.
 KspKey* kspKeyOf(NCRYPT_KEY_HANDLE handle);
 
-// A finalized key without identity yet.
+// Returns a finalized key that is otherwise empty.
 std::unique_ptr<KspKey> newFinalizedKey();
 
 std::wstring wideKeyName(const QueltaKeyPair& pair);
@@ -39,8 +39,8 @@ std::wstring wideKeyName(const QueltaKeyPair& pair);
 std::wstring_view algorithmNameOf(std::uint32_t algorithm);
 std::wstring_view algorithmGroupOf(std::uint32_t algorithm);
 
-// The key pair that a name means: the first of that identifier or that label, in the token's order; else, by the legacy key
-// spec, the first that can do it; else the only one there is. Null if there is none.
+// Returns the first key pair whose identifier or label is `name`; else the first whose usage fits the legacy key spec; else the
+// only key pair, if there is just one; else null.
 const QueltaKeyPair* chooseKey(const std::vector<QueltaKeyPair>& pairs, std::string_view name, DWORD legacyKeySpec);
 
 } // namespace quelta

@@ -17,12 +17,12 @@ namespace quelta {
 
 namespace {
 
-// The longest public key that is imported, whatever the record could hold.
+// The longest public key that is imported, although the record could hold a longer one.
 constexpr std::size_t importedPublicKeyRoom = 512;
 
 struct Import {
     const KspProvider& provider;
-    // Null where the caller named none.
+    // Null if the caller gave none.
     const KspKey* importKey;
     ByteView blob;
 };
@@ -84,7 +84,7 @@ ImportedKey importLegacyPublicKey(const Import& import)
     return key;
 }
 
-// The clear key stays on the token: the handle only names it.
+// The clear key stays on the token. The handle holds only its identity.
 void takeStored(const QueltaSymmetricKey& stored, KspKey& key)
 {
     copyIdentity(stored, key);
@@ -131,7 +131,7 @@ ImportedKey importWrappedKey(const Import& import)
     if (!value) return refuse(NTE_BAD_DATA);
     const std::uint32_t sizeCode = value->size() == 16 ? encryptionAes128 : encryptionAes256;
     const auto stored = importSymmetricKey(token, *pin, *value, sizeCode);
-    // The clear key is wiped before anything else is done.
+    // Wipe the clear key before anything else is done.
     unwrapped->key = DeviceBuffer();
     if (!stored) {
         logError("KSP: Import of unwrapped AES key failed");
@@ -142,7 +142,7 @@ ImportedKey importWrappedKey(const Import& import)
     return key;
 }
 
-// Least significant byte first is tried before the order in which the bytes were given.
+// Tries the bytes in reversed order first, and then as given.
 std::expected<DeviceBuffer, SECURITY_STATUS> decryptTransport(const Import& import)
 {
     const Pin pin = tokenState().pinCache.pin();
@@ -185,7 +185,7 @@ ImportedKey importTransport(const Import& import)
     return refuse(NTE_BAD_KEY);
 }
 
-// An unknown type is taken for an encrypted key where there is a key to decrypt it with.
+// An unknown type counts as an encrypted key if the caller gives a key to decrypt it.
 ImportedKey importUnknown(const Import& import)
 {
     if (import.importKey) return importEncryptedKey(import);
@@ -217,12 +217,12 @@ Bytes legacyExport(ByteView publicKey)
 
 struct ExportType {
     std::wstring_view name;
-    // Null: the export is refused, and nothing is logged.
+    // Null if the export is refused. Then nothing is logged.
     Bytes (*write)(ByteView publicKey);
     bool logged;
 };
 
-// The key bytes go out as they stand: an EC key or a DER form is written as a modulus of its length.
+// The key bytes are exported unchanged, so an EC key or DER is written as if it were a modulus of that length.
 constexpr ExportType exportTypes[] = {
     {L"PRIVATEBLOB", nullptr, false},
     {L"CAPIPRIVATEBLOB", nullptr, false},

@@ -20,7 +20,7 @@ struct KeyQuery {
 
 constexpr std::wstring_view chainingModeNames[] = {L"ChainingModeCBC", L"ChainingModeECB"};
 
-// The same for every key, those of an elliptic curve included.
+// The lengths are the same for every key, even for elliptic curves.
 constexpr NCRYPT_SUPPORTED_LENGTHS supportedLengths = {
     .dwMinLength = 1024,
     .dwMaxLength = 4096,
@@ -156,7 +156,7 @@ SECURITY_STATUS setUsage(const KeySetting& setting)
 
 constexpr std::size_t longestChainingModeName = std::ranges::max(chainingModeNames, {}, &std::wstring_view::size).size();
 
-// The text up to its zero or to the end of the input. No more is read than shows that it is none of the names.
+// Returns the text up to its zero or the end of the input. Reads at most one character more than the longest known name has.
 std::wstring chainingModeTextOf(ByteView input)
 {
     std::wstring text;
@@ -187,7 +187,7 @@ SECURITY_STATUS setChainingMode(const KeySetting& setting)
     return NTE_NOT_SUPPORTED;
 }
 
-// Nothing where the key's length says nothing about its cipher: then any length does.
+// Returns the IV length of the key's cipher; nullopt if the key's length fits no cipher. Then any IV length is accepted.
 std::optional<std::size_t> ivLengthOf(const KspKey& key)
 {
     switch (key.symmetricKey->size()) {
@@ -198,7 +198,7 @@ std::optional<std::size_t> ivLengthOf(const KspKey& key)
     }
 }
 
-// One vector for the process, not for the key.
+// The IV belongs to the process, not to the key.
 SECURITY_STATUS setIv(const KeySetting& setting)
 {
     const ByteView iv = setting.input;

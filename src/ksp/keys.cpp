@@ -33,7 +33,7 @@ struct Generation {
     std::uint32_t bits;
 };
 
-// A size of its own is kept as it was set, even where the token has no such key and makes one of 2048 bits.
+// The recorded size is the one that the caller set, even if the token has no such RSA key and makes one of 2048 bits.
 Generation generationOf(const KspKey& key)
 {
     if (key.algorithm != 0) return {key.algorithm, key.bitLength};
@@ -69,7 +69,7 @@ std::unique_ptr<KspKey> openedKey(const QueltaKeyPair& pair, std::wstring_view n
     return key;
 }
 
-// An unfinished key of this algorithm; null for one that the token can't make.
+// Returns an unfinished key of this algorithm; null if the token cannot make such a key.
 std::unique_ptr<KspKey> unfinishedKey(std::wstring_view algorithmId, DWORD legacyKeySpec)
 {
     auto key = std::make_unique<KspKey>();
@@ -120,8 +120,8 @@ std::wstring_view algorithmGroupOf(std::uint32_t algorithm)
     return isEllipticCurve(algorithm) ? L"ECDSA" : L"RSA";
 }
 
-// What follows the first search is out of KSPOpenKey's reach, which has refused a name that no key pair bears; the rule stays
-// whole all the same.
+// The first search always succeeds for KSPOpenKey, which has already refused a name that no key pair has. The rest keeps the
+// rule complete.
 const QueltaKeyPair* chooseKey(const std::vector<QueltaKeyPair>& pairs, std::string_view name, DWORD legacyKeySpec)
 {
     const auto first = [&](auto&& fits) -> const QueltaKeyPair* {

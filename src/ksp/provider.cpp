@@ -41,14 +41,14 @@ constexpr ProviderProperty providerProperties[] = {
     {L"Algorithm Name", []() -> PropertyValue { return wideValue(L"RSA"); }},
     {L"Max Name Length", []() -> PropertyValue { return dwordValue(256); }},
     {L"Security Descr Support", []() -> PropertyValue { return dwordValue(0); }},
-    // Known and refused, so that it is not logged as unknown.
+    // This property is known but refused, so it is not logged as unknown.
     {L"Use Count", []() -> PropertyValue { return std::unexpected(NTE_NOT_SUPPORTED); }},
 };
 // clang-format on
 
 SECURITY_STATUS setWindow(KspProvider& provider, ByteView input)
 {
-    // What is too short to be a handle clears it.
+    // An input that is too short for a handle clears the handle.
     provider.hwnd = windowHandleOf(input).value_or(0);
     return statusDone;
 }

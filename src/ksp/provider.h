@@ -1,4 +1,4 @@
-// The record behind NCRYPT_PROV_HANDLE, owned by the handle: made by KSPOpenProvider, freed by KSPFreeProvider.
+// The record behind NCRYPT_PROV_HANDLE. The handle owns the record: KSPOpenProvider makes it, KSPFreeProvider frees it.
 #pragma once
 
 #include "ksp/entry.h"
@@ -13,28 +13,28 @@ namespace quelta {
 
 struct KspProvider {
     std::string deviceId;
-    // Passed to every call of the device library; never set.
+    // Passed to the device library. Always null.
     void* libraryContext = nullptr;
     bool isOpen = false;
-    // "HWND Handle". The dialogs have no owner window all the same.
+    // The value of "HWND Handle". It is only stored: the dialogs have no owner window.
     std::uint64_t hwnd = 0;
 
     Token token() const { return {deviceId, libraryContext}; }
 };
 
-// Null for a null handle and for one that is not open.
+// Returns null for a null handle and for a provider that is not open.
 KspProvider* providerOf(NCRYPT_PROV_HANDLE handle);
 
-// The PIN to use; a refusal becomes NTE_FAIL. `cached` is the cached PIN, null if there is none: a caller that has acted on it
-// hands it in.
+// Returns the PIN to use. A refusal becomes NTE_FAIL. `cached` is the cached PIN or null; a caller that has read the cache
+// already passes it on.
 std::expected<Pin, SECURITY_STATUS> kspEnsurePin(const KspProvider& provider,
                                                  Pin cached = tokenState().pinCache.pinIfValidated());
 
-// "SmartCardPin" of a provider and of a key: an 8-bit text whatever its length argument says, so that of a wide PIN the token
-// sees the first character only.
+// Sets "SmartCardPin" of a provider or a key. The input is an 8-bit text, whatever its length argument says. So the token sees
+// only the first character of a wide PIN.
 SECURITY_STATUS setPinProperty(const KspProvider& provider, const BYTE* input);
 
-// The 64-bit value of "HWND Handle"; nothing if there are fewer than 8 bytes.
+// Returns the 64-bit value of "HWND Handle"; nullopt if there are fewer than 8 bytes.
 std::optional<std::uint64_t> windowHandleOf(ByteView input);
 
 } // namespace quelta
