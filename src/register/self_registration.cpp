@@ -19,7 +19,7 @@ using RemoveContextFunctionProvider = NTSTATUS(WINAPI*)(ULONG table, LPCWSTR con
 constexpr ULONG interfaceId = NCRYPT_KEY_STORAGE_INTERFACE;
 constexpr wchar_t functionName[] = NCRYPT_KEY_STORAGE_ALGORITHM;
 
-// The form in which an NTSTATUS travels as an HRESULT.
+// Returns the HRESULT form of an NTSTATUS.
 HRESULT asResult(NTSTATUS status)
 {
     return static_cast<HRESULT>(static_cast<ULONG>(status) | 0x10000000UL);
@@ -50,7 +50,7 @@ private:
 
 NTSTATUS callRegister(RegisterProvider registerFunction)
 {
-    // The published records take their texts as writable and write to none.
+    // The published records declare their texts as writable, but nothing writes to them.
     wchar_t image[] = L"QueltaCSP.dll";
     wchar_t function[] = NCRYPT_KEY_STORAGE_ALGORITHM;
     PWSTR functions[] = {function};
@@ -83,11 +83,11 @@ HRESULT registerWith(const LoadedLibrary& library)
         logError("Failed to find BCrypt registration functions");
         return E_FAIL;
     }
-    // An earlier registration goes first, so that registering twice is no error.
+    // Remove an earlier registration first, so that registering twice is no error.
     removeFromTable(library.find<RemoveContextFunctionProvider>("BCryptRemoveContextFunctionProvider"));
     unregister(wideProviderName);
     if (const NTSTATUS status = callRegister(registerFunction); status != 0) {
-        // A decimal number behind "0x": the line is what administrators search their logs for, and stays as it always was.
+        // The number after "0x" is decimal. Administrators search their logs for this line, so it stays unchanged.
         logError("BCryptRegisterProvider failed: 0x", status);
         return asResult(status);
     }

@@ -1,5 +1,5 @@
-// Registers the key storage provider with CNG, and removes the registration. This needs administrative rights, which are not
-// checked for. Whoever installs the module registers CryptoAPI's side in the registry.
+// Registers the key storage provider with CNG, and removes the registration. Both need administrative rights, which are not
+// checked. Only CNG's side is registered here: the installation writes CryptoAPI's side into the registry.
 #pragma once
 
 #include <windows.h>
@@ -8,12 +8,12 @@
 
 namespace quelta {
 
-// How bcrypt.dll is reached; the tests have their own. Nothing here throws.
+// Access to bcrypt.dll. The tests have an implementation of their own. No member throws.
 class CngLibrary {
 public:
-    // Null if the library can't be loaded.
+    // Returns null if the library cannot be loaded.
     virtual HMODULE load() const = 0;
-    // Null if the library lacks the function.
+    // Returns null if the library lacks the function.
     virtual FARPROC find(HMODULE library, const char* function) const = 0;
     virtual void free(HMODULE library) const = 0;
 
