@@ -1,5 +1,5 @@
-# An import library made from an export definition alone: the module is linked against the maker's library without having it, and
-# without the stand-in. Defines the interface target `target`.
+# Makes an import library from an export definition alone, so that the module links without the maker's library and without the
+# stand-in. Defines the interface target `target`.
 function(quelta_import_library target definition)
   if(MSVC)
     set(library ${CMAKE_CURRENT_BINARY_DIR}/${target}.lib)

@@ -8,8 +8,8 @@ set(CMAKE_FIND_ROOT_PATH /usr/x86_64-w64-mingw32)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)
-# C++23 makes std::type_info::operator== inline; this runtime's archive defines it as well, outside any group that the linker would
-# merge, so that unoptimised objects clash with it. Both are the same function.
+# C++23 makes std::type_info::operator== inline, but this runtime's archive also defines it as an ordinary function. Unoptimised
+# objects would then not link. Both definitions are the same function.
 set(quelta_link "-static -Wl,--allow-multiple-definition")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "${quelta_link}")
 set(CMAKE_SHARED_LINKER_FLAGS_INIT "${quelta_link}")

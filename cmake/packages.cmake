@@ -1,6 +1,6 @@
-# Other people's libraries. On Windows they come from a package manager that CMake knows of. On Debian the headers lie in
-# /usr/include, among headers that a cross compiler must never see, so that a link in the build tree shows it the one folder that is
-# asked for, and libraries are built from the sources that Debian packs, since those that it builds are for the build machine.
+# Third-party libraries. On Windows a package manager provides them, and CMake finds them. On Debian their headers are in
+# /usr/include, beside headers that a cross compiler must not see, so a link in the build tree shows only the needed folder.
+# GoogleTest is built from Debian's source package, because Debian's built libraries are for the build machine.
 
 function(quelta_find_package package)
   find_package(${package} CONFIG QUIET)
@@ -11,8 +11,8 @@ function(quelta_find_package package)
   endif()
 endfunction()
 
-# Defines the interface target `target` for the package whose main header is <folder/header>. A fifth argument is the package's own
-# target where that is not PACKAGE::PACKAGE.
+# Defines the interface target `target` for the package whose main header is <folder/header>. A fifth argument names the package's
+# own target if that is not PACKAGE::PACKAGE.
 function(quelta_header_only target package folder header)
   if(TARGET ${target})
     return()

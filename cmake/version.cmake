@@ -1,10 +1,9 @@
-# The version stands in project() alone. Sources get it from "version.h" by linking quelta_version, binaries by
-# quelta_version_resource().
+# Only project() states the version. Sources link quelta_version and include "version.h"; binaries call quelta_version_resource().
 configure_file(${CMAKE_CURRENT_LIST_DIR}/version.h.in ${CMAKE_BINARY_DIR}/generated/version.h @ONLY)
 add_library(quelta_version INTERFACE)
 target_include_directories(quelta_version INTERFACE ${CMAKE_BINARY_DIR}/generated)
 
-# What Windows shows of a DLL or a program under "Details".
+# Adds the version resource, which Windows shows under "Details".
 function(quelta_version_resource target description)
   get_target_property(kind ${target} TYPE)
   if(kind STREQUAL EXECUTABLE)

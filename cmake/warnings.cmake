@@ -1,11 +1,11 @@
-# What every target of this project is compiled with; nothing of it reaches GoogleTest or other people's headers.
+# Compile options of every target of this project. They do not apply to GoogleTest or to third-party headers.
 function(quelta_compile target)
   if(MSVC)
-    # Exceptions of C++ alone, but out of functions of C linkage too: the device library's may throw.
+    # /EHs handles only C++ exceptions, but also from functions with C linkage: the device library's may throw.
     target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHs /Z7 $<$<BOOL:${QUELTA_WERROR}>:/WX>)
   else()
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${QUELTA_WERROR}>:-Werror>)
-    # It doubles what a compilation costs, and the tests' own code is not what is to be proved.
+    # The tests go without this option: it doubles the compile time, and their own code needs no proof.
     if(QUELTA_TRAP_UB AND NOT CMAKE_CURRENT_SOURCE_DIR MATCHES "^${PROJECT_SOURCE_DIR}/tests")
       target_compile_options(${target} PRIVATE -fsanitize=undefined -fsanitize-undefined-trap-on-error)
     endif()
@@ -15,8 +15,8 @@ function(quelta_compile target)
   endif()
 endfunction()
 
-# Windows' and the library's headers are most of what a compilation reads. The other compiler reads each source by itself, and so
-# finds what a source forgets to include.
+# Precompiles the headers of Windows and of the standard library, which are most of what a compilation reads. The other compiler
+# reads each source by itself and so finds missing includes.
 function(quelta_precompile target)
   if(MINGW)
     target_precompile_headers(${target} PRIVATE <windows.h> <algorithm> <array> <memory> <string> <vector> ${ARGN})
