@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Measures the release build; it is no test. docs/measurements.md says what the figures mean.
+# Measures the release build. This is not a test. docs/measurements.md explains the figures.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
-# The device library that each is measured above.
+# SECTION:FOLDER. The folder holds the device library that the section uses.
 sections=(overhead:instant growth:instant chains:instant ratio:softtoken)
 
 usage() {
     say "Usage: ./bench.sh [--json] [SECTION]..."
-    say "Builds the release and measures it under Wine, some minutes for all. --json prints one object a line for each section."
+    say "Builds the release and measures it under Wine. All sections take some minutes. --json prints each section as one line."
     say "Sections: ${sections[*]%%:*}"
     say "Example: ./bench.sh overhead ratio"
 }
@@ -48,7 +48,7 @@ make_token() {
     done
 }
 
-# Where a call and Wine's server run on two cores, each waits for the other's to wake up, which takes longer than what is measured.
+# Puts this script and Wine's server on one core. On two cores each waits for the other to wake up, longer than the measured call.
 share_one_core() {
     local cores process
     cores=$(taskset -cp $$ | sed 's/.*: //')

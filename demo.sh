@@ -1,13 +1,13 @@
 #!/usr/bin/env bash
-# Signs a file with a key on a software token, and lets openssl judge the result.
+# Signs a file with a key on a software token, and verifies the signature with openssl.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 if [[ ${1-} == -* || $# -gt 1 ]]; then
     say "Usage: ./demo.sh [FILE]"
-    say "Builds the provider, makes a software token, signs FILE (by default the README) with a key on it, verifies the"
-    say "signature with openssl, and shows that a changed copy is refused. Everything it makes stands in build/demo."
+    say "Builds the provider, makes a software token, signs FILE (default: README.md) with its key and verifies the signature"
+    say "with openssl. Shows that a changed copy is refused. Encrypts and decrypts FILE. All results are in build/demo."
     [[ ${1-} == --help || ${1-} == -h ]] && exit 0 || exit 2
 fi
 
@@ -26,7 +26,7 @@ detail() {
     say "  $*"
 }
 
-# tool NAME ARGUMENT...: one of our programs under Wine; shows what it says only when it fails.
+# tool NAME ARGUMENT...: runs one of our programs under Wine. Shows its output only if it fails.
 tool() {
     quietly "$1.log" wine "$(program "$1")" "${@:2}" || die "$1 ${2-} failed, and so did the demonstration"
 }
@@ -44,7 +44,7 @@ make_token() {
     tool quelta-token cert --export root --out "$(windows_path "$demo/root.pem")"
 }
 
-# openssl_verifies SIGNATURE FILE: leaves the signer's certificate in $demo/signer.pem
+# openssl_verifies SIGNATURE FILE: true if openssl accepts. Leaves the signer's certificate in $demo/signer.pem.
 openssl_verifies() {
     openssl cms -verify -binary -inform DER -in "$1" -content "$2" -CAfile "$demo/root.pem" -purpose any \
         -signer "$demo/signer.pem" -out /dev/null >"$logs/openssl.log" 2>&1 </dev/null
@@ -66,7 +66,7 @@ verify() {
         sed 's/^subject=/  signed by /; s/^issuer=/  issued by /'
 }
 
-# Changes one byte in the middle; an empty file gets one.
+# Makes a copy with one byte changed in the middle; an empty file gets one byte.
 tamper() {
     local copy=$1 middle byte
     cp -- "$file" "$copy"
@@ -78,7 +78,7 @@ tamper() {
         dd of="$copy" bs=1 seek="$middle" conv=notrunc status=none
 }
 
-# Refused for what it says, and not for, say, a missing file.
+# openssl must refuse because of the contents, and not, for example, because a file is missing.
 must_be_refused() {
     ! openssl_verifies "$1" "$2" || die "openssl accepts a changed copy"
     grep -q 'content verify error' "$logs/openssl.log" || {

@@ -1,12 +1,13 @@
 #!/usr/bin/env bash
-# Fuzzes every target for so long, as many at a time as there are processors: ./fuzz.sh 600
-# What it found new stays in build/fuzz and is begun with next time; an input that fails is named.
+# Fuzzes every target for the given time, one target for each processor at a time: ./fuzz.sh 600
+# New inputs stay in build/fuzz for the next run. A log names an input that fails.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 if [[ $# -ne 1 || ! $1 =~ ^[1-9][0-9]*$ ]]; then
     say "Usage: ./fuzz.sh SECONDS"
+    say "Fuzzes every target for SECONDS. New inputs stay in build/fuzz; an input that fails is named in a log."
     [[ ${1-} == --help || ${1-} == -h ]] && exit 0 || exit 2
 fi
 seconds=$1
@@ -15,7 +16,7 @@ take_turn exclusive
 need_packages "${build_packages[@]}" "${test_packages[@]}"
 build_preset native-fuzz
 
-# The first folder takes what is found, the second has the seeds.
+# The fuzzer writes new inputs to the first folder; the second folder has the seeds.
 fuzz() {
     local name=$1 folder=$build/fuzz/$1
     mkdir -p "$folder"

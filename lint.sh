@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Form and likely mistakes: clang-format, shellcheck, clang-tidy, that the changelog knows the version, and the manual every error line.
+# Checks format and likely mistakes (clang-format, shellcheck, clang-tidy), the changelog's version, the manual's error lines.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 usage() {
     say "Usage: ./lint.sh [--fix] [FILE]..."
-    say "Checks FILEs, by default everything: the form of C++ (clang-format), shell scripts (shellcheck), likely mistakes in C++"
-    say "(clang-tidy), the changelog's version; and tells the shares of tests and soak. A source that was found clean is looked at"
-    say "again only when it, a header or a rule has changed."
-    say "--fix    mends the form, and those mistakes that clang-tidy knows a mend for"
+    say "Checks FILEs, or everything: the format of C++ (clang-format), shell scripts (shellcheck), likely mistakes in C++"
+    say "(clang-tidy), the changelog's version, the manual's error lines. Without FILE also prints the shares of tests and soak."
+    say "A clean source is checked again only after the source, a header or a rule has changed."
+    say "--fix    corrects the format, and the mistakes that clang-tidy can correct"
     say "Example: ./lint.sh \$(git diff --name-only main)"
 }
 
@@ -36,7 +36,7 @@ complain() {
     status=1
 }
 
-# Those files that git knows or would take, of these names; of the named ones alone if there are any.
+# files PATTERN...: lists the matching files that git tracks or would add; of the named FILEs only, if any were named.
 files() {
     local file
     while read -r file; do
@@ -71,20 +71,20 @@ check_changelog() {
         complain "CMakeLists.txt has version $version, the first in CHANGELOG.md is ${newest:-none}: make them agree"
 }
 
-# compile_database PRESET FOLDER: says how each source is compiled, with every header read where it is included. Nothing is built.
+# compile_database PRESET FOLDER: records how each source is compiled, without precompiled headers. Builds nothing.
 compile_database() {
     quietly "lint-$1.log" cmake --preset "$1" -S "$root" -B "$2" -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DQUELTA_TRAP_UB=OFF ||
         die "CMake could not configure $1: see build/logs/lint-$1.log"
 }
 
-# The cross compiler's headers, as arguments; those of the compiler proper clang-tidy has its own of.
+# Prints the cross compiler's header folders as arguments, without GCC's own headers: clang-tidy has its own of those.
 cross_headers() {
     x86_64-w64-mingw32-g++-posix -E -x c++ -v - </dev/null 2>&1 >/dev/null |
         sed -n '/search starts/,/End of/s/^ //p' | grep -vE '/gcc/x86_64-w64-mingw32/[^/]+/include(-fixed)?$' |
         sed 's/^/--extra-arg=-isystem\n--extra-arg=/'
 }
 
-# What an answer depends on beside the source itself.
+# Prints everything that clang-tidy's answer depends on, except the source itself.
 rules() {
     clang-tidy-22 --version
     printf '%s\n' "$@"
@@ -92,7 +92,7 @@ rules() {
         xargs cat --
 }
 
-# look_at RULES DATABASE SOURCE ARGUMENT...: one source, in a process of its own, which xargs starts.
+# look_at RULES DATABASE SOURCE ARGUMENT...: checks one source, in a process that xargs starts.
 # shellcheck disable=SC2317
 look_at() {
     local clean output
@@ -108,7 +108,7 @@ look_at() {
 export -f look_at
 export build
 
-# check_mistakes PRESET PATTERN ARGUMENT...: what the preset compiles of these sources.
+# check_mistakes PRESET PATTERN ARGUMENT...: checks the sources of this pattern that the preset compiles.
 check_mistakes() {
     local database=$build/lint/$1 rules sources jobs
     compile_database "$1" "$database"
@@ -116,7 +116,7 @@ check_mistakes() {
     mapfile -t sources < <(comm -12 <(files "$2" | sed "s|^|$root/|" | sort) \
         <(sed -n 's/^ *"file": "\(.*\)",\?$/\1/p' "$database/compile_commands.json" | sort -u))
     [[ ${#sources[@]} -gt 0 ]] || return 0
-    # With mends one after the other: two sources may share a header.
+    # --fix takes one source at a time: two sources may share a header.
     jobs=$(nproc)
     [[ -z $fix ]] || jobs=1
     mkdir -p "$build/lint/clean"
@@ -129,7 +129,7 @@ lines() {
     files "$@" | tr '\n' '\0' | xargs -0 cat -- | grep -c '[^[:space:]]'
 }
 
-# share PART ALL: in percent, with one decimal.
+# share PART ALL: prints the share in percent, with one decimal.
 share() {
     printf '%d.%d %%' $(($1 * 100 / $2)) $(($1 * 1000 / $2 % 10))
 }
@@ -150,7 +150,7 @@ check_changelog
 tests/packaging/error_lines_test.sh || complain "the table of error lines and the module disagree"
 mapfile -t cross < <(cross_headers)
 tidy=(${fix:+--fix} --extra-arg=-std=c++2b --extra-arg=-Wno-sign-conversion
-    # In a header of the cross compiler's, which another front end does not take for the system's own.
+    # One header of the cross compiler needs this: clang-tidy does not treat that header as a system header.
     --extra-arg=-Wno-deprecated-declarations)
 check_mistakes mingw-debug '*.cpp' "${tidy[@]}" --extra-arg-before=--target=x86_64-w64-mingw32 --extra-arg=-nostdinc++ "${cross[@]}"
 for folder in fuzz races; do

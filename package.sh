@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Makes what is handed out: an installer, a zip of the module, the tool and the documents, and their checksums.
+# Makes the release files: an installer; a zip with the module, the tool and the documents; and their checksums.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "${BASH_SOURCE[0]}")/scripts/setup.sh"
@@ -13,22 +13,22 @@ Usage: ./package.sh [--module FILE] [--output FOLDER] [--sign FILE.p12 --passwor
        ./package.sh --from-stage FOLDER [--output FOLDER]
        ./package.sh --sums [--output FOLDER]
 
-Makes the installer, the zip and SHA256SUMS at once (first line), or in steps, so that a key in hardware can sign in between:
+Makes the installer, the zip and SHA256SUMS: all at once (first line), or in steps, so that a key in hardware can sign:
 
-  1. ./package.sh --module QueltaCSP.dll --stage FOLDER    lays out in FOLDER what will be packed
+  1. ./package.sh --module QueltaCSP.dll --stage FOLDER    copies the files to pack into FOLDER
   2. sign the .exe and .dll files in FOLDER and FOLDER/installer with signtool, on Windows
-  3. ./package.sh --from-stage FOLDER                      packs them
+  3. ./package.sh --from-stage FOLDER                      packs the files
   4. sign the .msi with signtool
   5. ./package.sh --sums                                   writes SHA256SUMS
 
-  --module FILE         the QueltaCSP.dll that was built with Visual C++: makes the package for real tokens.
-                        Without it: the developer package, whose module works above the software token alone
-  --output FOLDER       where the installer, the zip and SHA256SUMS go; build/release without it.
-                        Those of an earlier run are removed there
-  --sign FILE.p12       signs at once, for trying out: a public code-signing key sits in hardware and is in no file.
-                        What is signed already, such as the module, keeps its signature
-  --password-file FILE  the key's password is the first line of this file
-  --timestamp URL       has a time stamp put on each signature
+  --module FILE         makes the package for real tokens with this QueltaCSP.dll, which was built with Visual C++.
+                        Without --module: the developer package, whose module works only with the software token
+  --output FOLDER       puts the installer, the zip and SHA256SUMS into FOLDER (default: build/release).
+                        Removes those of an earlier run from FOLDER
+  --sign FILE.p12       signs at once. For tests only: a real code-signing key is in hardware, not in a file.
+                        A file that is already signed, such as the module, keeps its signature
+  --password-file FILE  reads the key's password from the first line of FILE
+  --timestamp URL       adds a time stamp from URL to each signature
 
 Example: ./package.sh --module QueltaCSP.dll
 END
@@ -39,7 +39,7 @@ refuse_usage() {
     exit 2
 }
 
-# What there is to do: all, stage, from-stage or sums.
+# The task is all, stage, from-stage or sums.
 task=all module="" key="" password="" timestamp=() stage=$build/release-stage release=$build/release
 choose_task() {
     [[ $task == all ]] || refuse_usage "$1 and --$task are separate steps"
@@ -72,12 +72,12 @@ done
 [[ -z $module || $task == all || $task == stage ]] || refuse_usage "--$task takes the module that was staged, and no --module"
 
 version=$(project_version)
-# Every time in what is made is that of the commit; strip reads it too.
+# Every time in the release files is the commit's time. strip reads this variable too.
 SOURCE_DATE_EPOCH=$(git -C "$root" log -1 --format=%ct 2>/dev/null || echo 1767225600)
 export SOURCE_DATE_EPOCH
 work=$build/release-work
 
-# Everything that is packed, once. What only the installer takes stands in a folder of its own.
+# Copies everything that is packed into the stage. Files that only the installer uses get a folder of their own.
 lay_out() {
     local programs=$build/mingw-release kind=developer
     mkdir -p "$stage"/{docs,installer}
@@ -94,7 +94,7 @@ lay_out() {
         cp "$programs"/softtoken/{QueltaDSCLibrary.dll,quelta-token.exe} "$root/softtoken/README.md" "$stage/softtoken"
     fi
     "$root/installer/licences.sh" "$kind" >"$stage/licences.txt" || die "the licences could not be collected"
-    # Debugging information stays here.
+    # Debugging information is not released.
     find "$stage" \( -name '*.exe' -o -name '*.dll' \) ! -path "${module:+$stage/QueltaCSP.dll}" \
         -exec x86_64-w64-mingw32-strip --strip-all {} +
     chmod -R u=rwX,go=rX "$stage"
@@ -112,7 +112,7 @@ programs_in() {
     find "$1" -type f \( -name '*.exe' -o -name '*.dll' -o -name '*.msi' \) | LC_ALL=C sort
 }
 
-# For trying out; a release is signed by signtool between the steps.
+# This signature is for tests. A release is signed with signtool between the steps.
 sign_all() {
     local file
     programs_in "$1" | while read -r file; do
@@ -133,14 +133,14 @@ settle_times() {
     find "$1" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} +
 }
 
-# The same content gives the same file: names in order.
+# Sorts the names, so that the same content gives the same file.
 zip_folder() {
     local folder=$1 archive=$2
     settle_times "$folder"
     (cd "$(dirname "$folder")" && find "$(basename "$folder")" | LC_ALL=C sort | TZ=UTC zip -q -X -9 "$archive" -@)
 }
 
-# Which of the two is staged.
+# Prints the name of the staged package.
 staged_name() {
     [[ -e $stage/softtoken ]] && echo "Quelta-developer-$version" || echo "Quelta-$version"
 }

@@ -1,15 +1,15 @@
 #!/usr/bin/env bash
-# Load on the built module, through both interfaces, while the token and the log are disturbed.
+# Puts load on the built module through both interfaces, while the token and the log are disturbed.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 usage() {
     say "Usage: ./soak.sh [MINUTES] [--seed N]"
-    say "Three processes use the release build over a software token for MINUTES (default 1), and up to a minute more, while the"
-    say "token is pulled, locked, expired and given another PIN. Every answer is judged, every signature verified."
-    say "Exit status: 0 everything held, 1 something is wrong (a line for each kind says what), 2 wrong usage."
-    say "--seed N    the same draws as the run that printed N"
+    say "Three processes use the release build with a software token for MINUTES (default 1) and up to a minute longer. Meanwhile"
+    say "the token is removed, locked, expired and given another PIN. Every answer is checked, every signature verified."
+    say "Exit status: 0 no errors, 1 errors (one line for each kind), 2 wrong usage."
+    say "--seed N    repeats the random choices of the run that printed N"
 }
 
 minutes=1
@@ -44,17 +44,17 @@ make_token() {
     token init --pin 24680
     token keygen --type rsa2048 --usage both --label rsa
     token cert rsa --subject "CN=Soak"
-    # First among the keys that unwrap.
+    # This key is imported first, so that it is the first one tried for unwrapping.
     token import --aes 000102030405060708090A0B0C0D0E0F --label wrapping
 }
 
-# The log level of the whole prefix is changed meanwhile.
+# The soak changes the log level of the whole prefix. The level is restored at the end.
 level=('HKLM\Software\Oskvar\Quelta' /v logLevel)
 remember_level() {
     level_before=$(wine reg query "${level[@]}" 2>/dev/null </dev/null 9>&- | grep -oE '0x[0-9a-f]+' || true)
     trap 'status=$?; set +e; put_level_back; (exit "$status"); clean_up' EXIT
 }
-# With a new server: an interruption ends the old one, and the soak may still be at work.
+# Starts a new server: an interruption ends the old one, and the soak may still be running.
 put_level_back() {
     stop_wineserver
     start_wineserver

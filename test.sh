@@ -6,9 +6,9 @@ source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
 
 if [[ ${1-} == --help || ${1-} == -h ]]; then
     say "Usage: ./test.sh [--release] [CTEST-ARGUMENT]..."
-    say "Installs what is missing, builds everything under build/, and runs all tests through ctest."
-    say "--release    the end-to-end tests over the release build as well"
-    say "Example: ./test.sh -R SignHash    the tests whose names contain SignHash"
+    say "Installs missing packages, builds everything under build/, and runs all tests with ctest."
+    say "--release    also runs the end-to-end tests with the release build"
+    say "Example: ./test.sh -R SignHash    runs the tests whose names contain SignHash"
     exit 0
 fi
 release=()
@@ -18,7 +18,7 @@ if [[ ${1-} == --release ]]; then
 fi
 [[ ${1-} != -- ]] || shift
 
-# One test run over both builds, so that there is one summary.
+# Joins the tests of both builds into one run with one summary.
 join_tests() {
     local preset
     for preset in "$@"; do
@@ -26,7 +26,7 @@ join_tests() {
     done >"$build/CTestTestfile.cmake"
 }
 
-# Passed tests are left out of what is shown; asked for something particular, ctest answers in full.
+# Without arguments the passed tests are not shown. With arguments ctest's output is shown in full.
 run_tests() {
     local passed='^ *(Start +[0-9]+:|[0-9]+/[0-9]+ Test +#[0-9]+:.* Passed )'
     local ctest=(ctest --test-dir "$build" --parallel "$(nproc)" --output-on-failure --no-tests=error "${release[@]}" "$@") status=0

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# apart.sh COMMAND...: runs it with its output in a file, which is shown at the end. The first window that is opened under Wine starts
-# a process for the desktop; it inherits the output and outlives the command, and whoever reads a pipe to its end waits for it.
+# apart.sh COMMAND...: runs COMMAND with its output in a file, and shows the file at the end. The first window under Wine starts a
+# desktop process that inherits the output and outlives COMMAND. A pipe would stay open until that process ends.
 set -euo pipefail
 output=$(mktemp)
 trap 'rm -f "$output"' EXIT

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 #
-# What can be read off a DLL without running it; sourced after setup.sh, whose variables it uses.
+# Functions that read a DLL without running it. Source this file after setup.sh, whose variables it uses.
 # shellcheck disable=SC2154
 
 project_version() {
@@ -15,12 +15,12 @@ imports_of() {
     x86_64-w64-mingw32-objdump -p "$1" | sed -n 's/^\tDLL Name: //p' | tr '[:upper:]' '[:lower:]' | sort -u
 }
 
-# As the version resource has it.
+# Prints the product version from the version resource.
 product_version_of() {
     x86_64-w64-mingw32-strings -e l "$1" | grep -x -A1 ProductVersion | tail -n 1
 }
 
-# check_product_module FILE VERSION: the module for real tokens, or the end.
+# check_product_module FILE VERSION: ends the script unless FILE is the module for real tokens in this version.
 check_product_module() {
     local imports found
     [[ $(head -c 2 "$1") == MZ ]] || die "$1 is no DLL"

@@ -1,9 +1,9 @@
 # shellcheck shell=bash
 #
-# How CryptoAPI knows the provider, for scripts that register it; sourced.
+# The provider's registration for CryptoAPI. Scripts that register the provider source this file.
 #
-#   provider_key              its key in the registry
-#   registration_of MODULE    the text of a .reg file that registers the module at this Windows path
+#   provider_key              variable: the provider's key in the registry
+#   registration_of MODULE    prints a .reg file that registers the module at this Windows path
 
 provider_header=$(dirname "${BASH_SOURCE[0]}")/../src/base/provider_name.h
 provider_name=$(sed -n 's/^inline constexpr char providerName\[\] = "\(.*\)";$/\1/p' "$provider_header")
@@ -11,10 +11,10 @@ provider_name=$(sed -n 's/^inline constexpr char providerName\[\] = "\(.*\)";$/\
     echo "$provider_header names no provider" >&2
     exit 1
 }
-# In full: Wine's regedit refuses to export a key that begins with HKLM, and says nothing of it.
+# The root key's full name: Wine's regedit silently refuses to export a key that begins with HKLM.
 provider_key="HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Cryptography\\Defaults\\Provider\\$provider_name"
 
-# Windows wants a signature of the module there, and Wine that the value exists.
+# Windows wants the module's signature in this value. Wine only wants the value to exist.
 registration_of() {
     cat <<END
 Windows Registry Editor Version 5.00

@@ -1,22 +1,22 @@
 # shellcheck shell=bash
 #
-# What the scripts of the top folder have in common; sourced by each, after `set -euo pipefail`. Everything it makes stands under
-# build/: the build folders, the Wine prefix, the logs.
+# Functions that the scripts of the top folder share. Each script sources this file after `set -euo pipefail`. Everything that the
+# functions make is under build/: the build folders, the Wine prefix, the logs.
 #
-#   take_turn exclusive      one run at a time in this checkout
-#   take_turn shared         only beside others that share
-#   need_packages NAME...    installs through apt what is missing
-#   start_display            an X server of our own, so that windows appear on nobody's screen
-#   prepare_prefix           the Wine prefix, made at the first run, with its wineserver running
-#   choose_prefix            the prefix as it stands, for a command by hand
-#   build_preset NAME [TARGET...]   configures if needed, builds all or these
-#   use_build NAME           the build whose programs run from here on, above its software token
-#   program NAME             the path of one of its programs
+#   take_turn exclusive      waits until no other run uses this checkout
+#   take_turn shared         waits until no exclusive run uses this checkout
+#   need_packages NAME...    installs missing packages with apt
+#   start_display            starts an X server of our own, so that no window appears on anybody's screen
+#   prepare_prefix           makes the Wine prefix if needed, and starts its wineserver
+#   choose_prefix            selects the prefix as it is
+#   build_preset NAME [TARGET...]   configures if needed, builds all targets or these
+#   use_build NAME           selects the build whose programs and software token are used
+#   program NAME             prints the path of one of its programs
 #   register_provider DIR    registers DIR/QueltaCSP.dll for CryptoAPI in the prefix
 #
-# Whatever was started ends with the script, however that ends.
+# Every process that these functions start ends with the script.
 
-# Wine turns file names and arguments into Windows' strings by the locale, and openssl's and apt's texts are read below.
+# Wine converts file names and arguments by the locale, and the scripts read English output of openssl and apt.
 export LC_ALL=C.UTF-8
 
 self=$(basename "$0")
@@ -34,7 +34,7 @@ build_packages=(wine wine64 xvfb g++-mingw-w64-x86-64-posix mingw-w64-tools cmak
 release_packages=(zip unzip osslsigncode wixl msitools)
 # shellcheck disable=SC2034
 test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev)
-# The oldest clang-tidy that leaves the system's headers alone; the others take an hour.
+# clang-tidy 22 is the oldest version that skips the system's headers. Older versions take an hour.
 # shellcheck disable=SC2034
 lint_packages=(clang-format clang-tidy-22 shellcheck)
 
@@ -64,7 +64,7 @@ trap 'exit 129' HUP
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# Descriptor 9 holds the lock. No child may inherit it: a process that outlives the script would keep everybody out.
+# Descriptor 9 holds the lock. No child may inherit it: a process that outlives the script would keep the lock.
 take_turn() {
     mkdir -p "$logs" 2>/dev/null || true
     [[ -O $logs && -w $logs ]] ||
@@ -75,7 +75,7 @@ take_turn() {
     flock "--$1" 9
 }
 
-# Runs a command with its output in a log, whose end is shown when it fails.
+# quietly LOG COMMAND...: runs COMMAND with its output in LOG, and shows part of the log if COMMAND fails.
 quietly() {
     local log=$logs/$1
     shift
@@ -84,7 +84,7 @@ quietly() {
     return 1
 }
 
-# A compiler's complaint comes first and is the cause; of anything else the end tells most.
+# Shows the first error of a compiler or of CMake, which is the cause; without one, the end of the log.
 show_failure() {
     local found
     found=$(grep -n -m1 -E '^FAILED:|CMake Error' "$1" | cut -d: -f1)
@@ -111,13 +111,13 @@ need_packages() {
             die "that needs root: run \"apt-get install ${missing[*]}\" as root, then ./$self again"
     fi
     local apt=("${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get -q -y -o DPkg::Lock::Timeout=300)
-    # Old lists may still be good enough, so only the installation decides.
+    # A failed update does not matter if the old package lists are good enough. Only the installation decides.
     "${apt[@]}" update >"$logs/apt.log" 2>&1 </dev/null 9>&- || true
     "${apt[@]}" install --no-install-recommends "${missing[@]}" >>"$logs/apt.log" 2>&1 </dev/null 9>&- ||
         die "apt could not install ${missing[*]}: check the network, then run ./$self again (see build/logs/apt.log)"
 }
 
-# Ends with the script even when that is killed, as does the wineserver.
+# Xvfb, like the wineserver, ends even if the script is killed.
 start_display() {
     local number channel
     exec {channel}< <(exec setpriv --pdeathsig TERM Xvfb -displayfd 1 -screen 0 1280x1024x24 -nolisten tcp \
@@ -128,8 +128,8 @@ start_display() {
     export DISPLAY=:$number
 }
 
-# One server for the whole run: without it each of a few hundred test processes would boot Windows anew. One that serves
-# the prefix already is somebody else's, and tied to another display; it gets the time to end by itself.
+# Starts one server for the whole run. Otherwise each of a few hundred test processes would boot Wine anew. A server that already
+# serves the prefix belongs to another run and its display; it gets ten seconds to end by itself.
 start_wineserver() {
     timeout --foreground 10 wineserver -w 9>&- ||
         die "something else is running in build/wine-prefix: end it (WINEPREFIX=\"$prefix\" wineserver -k), then run ./$self again"
@@ -146,7 +146,7 @@ stop_wineserver() {
     server_pid=
 }
 
-# Names what the prefix was made with; a prefix made otherwise is made again.
+# Prints what the prefix is made with. A prefix with another recipe is made again.
 prefix_recipe() {
     printf '1 %s\n' "$(wine --version 9>&-)"
 }
@@ -169,9 +169,9 @@ make_prefix() {
     mkdir "$prefix"
     start_wineserver
     quietly prefix.log timeout --foreground 600 wineboot -i || return 1
-    # There is no window manager to wait for: unmanaged windows get their focus at once.
+    # There is no window manager. Unmanaged windows get the focus without one.
     quietly prefix.log wine reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /t REG_SZ /d N /f || return 1
-    # Writes the registry to disk.
+    # This writes the registry to disk.
     stop_wineserver
     prefix_recipe >"$prefix/complete"
     start_wineserver
@@ -179,8 +179,8 @@ make_prefix() {
 
 choose_prefix() {
     export WINEPREFIX=$prefix WINEARCH=win64 WINEDEBUG=-all
-    # Neither .NET nor a browser engine, and no menu entries in the user's desktop. No debugger either: Wine starts one for a program
-    # that crashes, and it waits, so that the crash looks like a hang.
+    # No .NET, no browser engine, and no menu entries in the user's desktop. No debugger either: Wine would start one when a
+    # program crashes, and the debugger waits, so that the crash would look like a hang.
     export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe,winedbg.exe=d"
 }
 
@@ -205,19 +205,19 @@ build_preset() {
     quietly "build-$preset.log" ninja -C "$folder" "${@:2}" || die "$preset does not build: see build/logs/build-$preset.log"
 }
 
-# CMake itself looks after its own files; presets it reads only when asked to, and a checkout may have moved.
+# CMake itself notices changes of its own files, but not of the presets, and not that the checkout has moved.
 needs_configuring() {
     [[ ! -e $1/build.ninja || $root/CMakePresets.json -nt $1/CMakeCache.txt ]] ||
         ! grep -qxF "CMAKE_HOME_DIRECTORY:INTERNAL=$root" "$1/CMakeCache.txt"
 }
 
-# The path as programs under Wine see it.
+# Prints the path in the form that programs under Wine use.
 windows_path() {
     local path="Z:$1"
     printf '%s' "${path//\//\\}"
 }
 
-# The software token lies in a folder of its own, which the module finds on the path.
+# The software token is in a folder of its own. The module finds that folder through WINEPATH.
 use_build() {
     # shellcheck disable=SC2034
     bin=$build/$1/bin
