@@ -5,7 +5,7 @@
 
 namespace quelta::softtoken {
 
-// What was asked for, or TokenError.
+// Returns the value. Throws TokenError if there is none.
 template <class Value>
 Value required(std::optional<Value> found)
 {
@@ -13,7 +13,7 @@ Value required(std::optional<Value> found)
     return *std::move(found);
 }
 
-// base/der.h's reader for whoever can only give up: throws TokenError at anything that isn't DER or isn't what is asked for.
+// Wraps the DER reader of `common`. Throws TokenError on a mismatch and on anything that is not DER.
 class DerReader {
 public:
     explicit DerReader(ByteView bytes) : reader_(bytes) {}
@@ -21,7 +21,7 @@ public:
     bool atEnd() const { return reader_.atEnd(); }
     bool nextIs(unsigned char tag) const { return reader_.nextIs(tag); }
 
-    // The content alone; the whole element, header included.
+    // `content` returns the element's content, `element` the whole element with its header.
     ByteView content(unsigned char tag) { return required(reader_.next(tag)).content; }
     ByteView element() { return required(reader_.next()).whole; }
     DerReader enter(unsigned char tag) { return DerReader(content(tag)); }

@@ -5,8 +5,8 @@
 
 namespace quelta::softtoken {
 
-// What the exported functions answer besides 0, 48 (clock mismatch) and 49 (single sign-on expired). Callers take them all as
-// failures; the numbers are for whoever reads a log.
+// The results of the exported functions. Callers know 0, 48 (clock mismatch) and 49 (single sign-on expired), and take all others
+// as failures. The numbers help whoever reads a log.
 enum class Result : int {
     ok = 0,
     failed = 1,
@@ -20,7 +20,7 @@ enum class Result : int {
     usageRefused = 9,
 };
 
-// One line that says what is wrong and, where that isn't plain, what to do next.
+// The text is one line. It says what is wrong and, where that is not obvious, what to do next.
 class TokenError : public std::runtime_error {
 public:
     explicit TokenError(const std::string& message) : std::runtime_error(message) {}

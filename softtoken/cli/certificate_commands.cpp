@@ -32,7 +32,7 @@ void make(const CommandLine& given)
     std::cout << nameText(readCertificate(chain.leaf).subject) << "\n";
 }
 
-// From the key's own certificate on, as far as the token has the issuers.
+// Returns the key's certificate and its issuers, as far as the token has them.
 std::vector<Bytes> chainOf(const StoredToken& state, const StoredKeyPair& pair)
 {
     const auto leaf = std::ranges::find_if(

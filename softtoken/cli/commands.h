@@ -1,4 +1,4 @@
-// What each command of quelta-token does, apart from how its command line is written. All throw TokenError.
+// The commands of quelta-token. `main` parses the command line. All commands throw TokenError.
 #pragma once
 
 #include <filesystem>
@@ -7,19 +7,19 @@
 
 namespace quelta::softtoken::cli {
 
-// The command line as it was given. Each command reads what belongs to it.
+// The parsed command line. Each command reads its own members.
 struct CommandLine {
     std::filesystem::path folder;
     std::string pin;
     int attempts = 10;
     bool force = false;
-    std::string action; // of sso: "on", "off", "expire"; of clock: "ok", "mismatch"
+    std::string action; // sso: "on", "off", "expire"; clock: "ok", "mismatch"
     std::string type = "rsa2048";
     std::string usage;
     std::string label;
     std::vector<std::string> files;
     std::string aes;
-    std::string name; // of a key, or of what is to be deleted
+    std::string name; // selects a key, or the item to delete
     std::string subject;
     std::string exported; // "leaf", "issuing", "root"; empty to make a new chain
     std::string out;

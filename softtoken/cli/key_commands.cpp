@@ -67,7 +67,7 @@ KeyId storeKey(StoredToken& token, const PrivateKey& key, const std::string& lab
     return addKeyPair(token, key, usageFor(key, {}), label).id;
 }
 
-// An issuer's key may be of a kind that the token itself can't hold.
+// An issuer's key may be of a kind that the token can't hold.
 const StoredKeyPair* pairOfCertificate(const StoredToken& state, ByteView der)
 {
     const CertificateFields fields = readCertificate(der);

@@ -19,7 +19,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 using Row = std::vector<std::string>;
 
-// The same figures for both forms of the list.
+// The table and the JSON form show the same values.
 struct Listing {
     std::vector<Row> keyPairs;
     std::vector<Row> certificates;
@@ -27,7 +27,7 @@ struct Listing {
 };
 
 const Row keyPairColumns{"id", "type", "usage", "label", "certificate"};
-// The table has the first five: all would be too wide to read.
+// The table shows the first five columns. All seven would be too wide to read.
 const Row certificateColumns{"thumbprint", "subject", "issuer", "notAfter", "keyId", "notBefore", "serial"};
 const Row certificateColumnsShown(certificateColumns.begin(), certificateColumns.begin() + 5);
 const Row aesKeyColumns{"id", "type", "label"};
@@ -99,7 +99,7 @@ void printJson(const std::filesystem::path& folder, const StoredToken& state, co
     std::cout << json.dump(2, ' ', false, Json::error_handler_t::replace) << "\n";
 }
 
-// Of UTF-8, where every character counts once.
+// Counts the characters of a UTF-8 text.
 std::size_t widthOf(const std::string& text)
 {
     return static_cast<std::size_t>(std::ranges::count_if(text, [](char unit) { return (unit & 0xC0) != 0x80; }));

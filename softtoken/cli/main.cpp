@@ -1,4 +1,4 @@
-// The command line of quelta-token: names, help and exit codes. What the commands do is in the files beside.
+// The command line of quelta-token: names, help and exit codes. The files beside this one carry out the commands.
 #include "cli/commands.h"
 #include "common/bcrypt_calls.h"
 #include "common/text.h"
@@ -49,7 +49,7 @@ public:
 
     CommandLine given;
     std::string folder;
-    // Runs after the whole command line has been read, so that a mistake at its end does nothing by half.
+    // Runs after the whole command line was parsed, so that a mistake at its end leaves nothing half done.
     Work work = nullptr;
 
 private:
@@ -64,7 +64,7 @@ Commands::Commands(CLI::App& app)
 {
     app.name("quelta-token");
     app.footer(closing);
-    // A path may begin with a slash.
+    // Windows' form of options is off, since a path may begin with a slash.
     app.allow_windows_style_options(false);
     app.set_version_flag("--version", std::string("quelta-token ") + quelta::version + " (software token: protects nothing)");
     app.add_option("--dir", folder, "The token's folder");
@@ -194,7 +194,7 @@ struct FreeLocal {
     void operator()(wchar_t** block) const { LocalFree(block); }
 };
 
-// The program's own arguments are in the system's code page, which need not have the characters of a name.
+// Converts the wide command line. The arguments of `main` are in the system's code page, which may lack characters of a name.
 std::vector<std::string> argumentsInUtf8()
 {
     int count = 0;
@@ -210,7 +210,7 @@ std::vector<std::string> argumentsInUtf8()
 
 int main()
 {
-    // Scripts read the output: no carriage returns.
+    // Scripts read the output, so lines end without a carriage return.
     _setmode(_fileno(stdout), _O_BINARY);
     SetConsoleOutputCP(CP_UTF8);
     std::vector<std::string> arguments = quelta::softtoken::argumentsInUtf8();

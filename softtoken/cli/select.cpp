@@ -74,7 +74,7 @@ std::string nameOfUsage(std::uint32_t usage)
     return "none";
 }
 
-// Certificates find their key by its label as well.
+// Labels are unique because certificates find their key by its label as well.
 void requireFreeLabel(const StoredToken& state, const std::string& label)
 {
     const auto has = [&](const auto& item) { return item.label == label; };

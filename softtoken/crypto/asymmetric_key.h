@@ -1,4 +1,4 @@
-// Key pairs as values: RSA with all its numbers, or a curve's scalar and point.
+// Key pairs: RSA with all its numbers, or the scalar and point of a curve.
 #pragma once
 
 #include "base/bytes.h"
@@ -40,21 +40,21 @@ inline PublicKey publicOf(const PrivateKey& key)
 }
 
 struct KeyAlgorithm {
-    std::uint32_t code; // as the device library has it
+    std::uint32_t code; // the device library's
     std::string_view name;
     std::size_t bits;
     bool rsa;
 };
 
-// Throws TokenError for a size that the token does not hold.
+// Returns the algorithm of a key. Throws TokenError for a size that the token does not support.
 std::uint32_t algorithmOf(const PublicKey& key);
-// By the code, and by a name like "rsa2048" or "p256"; null if there is none.
+// Finds an algorithm by its code, or by a name like "rsa2048" or "p256". Returns null if there is none.
 const KeyAlgorithm* keyAlgorithm(std::uint32_t code);
 const KeyAlgorithm* keyAlgorithmNamed(std::string_view name);
 
 PrivateKey generateKey(std::uint32_t algorithm);
 
-// PKCS#1 v1.5 with the DigestInfo of the digest's length, or ECDSA. Throws TokenError for a length that no digest has (RSA).
+// Signs with PKCS#1 v1.5 or ECDSA. The digest's length selects RSA's DigestInfo. Throws TokenError if no digest has that length.
 Bytes signDigest(const PrivateKey& key, ByteView digest);
 bool verifyDigest(const PublicKey& key, ByteView digest, ByteView signature);
 

@@ -1,12 +1,12 @@
-// Whole numbers of a few thousand bits, for what Wine's bcrypt can't do: RSA without padding, OAEP, and the curves P-384 and
-// P-521. Timing tells about the operands: this token protects nothing.
+// Integers of a few thousand bits, for operations that Wine's bcrypt lacks: RSA without padding, OAEP, and the curves P-384 and
+// P-521. The timing depends on the operands. This token protects nothing, so that does not matter.
 #pragma once
 
 #include "base/bytes.h"
 #include "base/token_error.h"
 
-// Boost includes <iostream>, which would start the C++ runtime's streams in the DLL: no unloading gives back their handles. That
-// header's own guard keeps it out.
+// Boost includes <iostream>, which would open the C++ runtime's streams in the DLL. Unloading does not close their handles.
+// Defining that header's own include guard keeps <iostream> out.
 #ifdef __GLIBCXX__
 #define _GLIBCXX_IOSTREAM 1 // NOLINT(bugprone-reserved-identifier)
 #endif
@@ -14,7 +14,7 @@
 
 namespace quelta::softtoken {
 
-// Without expression templates: every operator gives a number.
+// Expression templates are off: every operator returns a number.
 using Number = boost::multiprecision::number<boost::multiprecision::cpp_int_backend<>, boost::multiprecision::et_off>;
 
 inline Number numberFrom(ByteView bigEndian)
@@ -29,7 +29,7 @@ inline std::size_t bitLength(const Number& number)
     return number == 0 ? 0 : msb(number) + 1;
 }
 
-// Throws TokenError if it does not fit.
+// Returns the number in `size` bytes, big endian. Throws TokenError if the number does not fit.
 inline Bytes bigEndian(const Number& number, std::size_t size)
 {
     const std::size_t used = (bitLength(number) + 7) / 8;
@@ -39,7 +39,7 @@ inline Bytes bigEndian(const Number& number, std::size_t size)
     return bytes;
 }
 
-// Neither negative nor as large as the modulus, whatever the number's sign.
+// Returns the remainder from 0 to modulus - 1, also for a negative number.
 inline Number reduced(const Number& number, const Number& modulus)
 {
     Number rest = number % modulus;

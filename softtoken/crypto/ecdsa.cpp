@@ -41,7 +41,7 @@ Number constant(std::string_view hex)
     return Number("0x" + std::string(hex));
 }
 
-// In Jacobian coordinates modulo the field's prime, of either sign; the point at infinity has z = 0.
+// Jacobian coordinates modulo the field's prime. They may be negative. The point at infinity has z = 0.
 struct Point {
     Number x, y, z;
     bool isInfinity() const { return z == 0; }
@@ -73,7 +73,7 @@ private:
     const Number prime_;
 };
 
-// The curves' first coefficient is -3, hence the product of the difference and the sum.
+// The curves' coefficient a is -3, hence the product of the difference and the sum.
 Point CurveArithmetic::twice(const Point& point) const
 {
     const Number delta = point.z * point.z % prime_;
@@ -137,7 +137,7 @@ std::optional<Point> CurveArithmetic::decode(ByteView bytes) const
     return Point{x, y, 1};
 }
 
-// The leftmost bits of the digest, as many as the order has.
+// Returns the leftmost bits of the digest, as many as the order has.
 Number CurveArithmetic::numberOfDigest(ByteView digest) const
 {
     const std::size_t bits = digest.size() * 8;
@@ -165,7 +165,7 @@ const Curve* curveOfAlgorithm(std::uint32_t algorithm)
     return findRow(curves, &Curve::algorithm, algorithm);
 }
 
-// Eight bytes more than the order has, so that the remainder favours no value noticeably.
+// Draws eight bytes more than the order has, so that the remainder is close to uniform.
 Bytes newScalar(const Curve& curve)
 {
     const Number below = numberFrom(randomBytes(curve.coordinateSize() + 8)) % (constant(curve.order) - 1);

@@ -19,12 +19,12 @@ struct Curve : KnownCurve {
     std::string_view generatorY;
 };
 
-// Null when it is none of the three.
+// Returns null if it is none of the three.
 const Curve* curveOfOid(std::string_view oid);
 const Curve* curveOfAlgorithm(std::uint32_t algorithm);
 
 Bytes newScalar(const Curve& curve);
-// Throws TokenError if the scalar is zero or not below the curve's order.
+// Returns the public point of a scalar. Throws TokenError if the scalar is zero or not below the curve's order.
 Bytes pointOfScalar(const Curve& curve, ByteView scalar);
 bool isPointOnCurve(const Curve& curve, ByteView point);
 

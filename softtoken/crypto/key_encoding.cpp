@@ -15,7 +15,7 @@ Bytes algorithmIdentifier(const PublicKey& key)
     return der::sequence({der::oid(oid::rsaEncryption), der::null()});
 }
 
-// Null for RSA.
+// Returns the curve, or null for RSA.
 const Curve* readAlgorithm(DerReader algorithm)
 {
     const std::string oid = algorithm.objectId();

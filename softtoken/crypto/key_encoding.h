@@ -1,4 +1,4 @@
-// The published forms of keys. What is read throws TokenError if it is damaged or of another kind.
+// The published encodings of keys. The readers throw TokenError if the input is damaged or of another kind.
 #pragma once
 
 #include "crypto/asymmetric_key.h"
@@ -14,9 +14,9 @@ PrivateKey decodePrivateKey(ByteView der);
 PrivateKey decodeRsaPrivateKey(ByteView der);
 PrivateKey decodeEcPrivateKey(ByteView der);
 
-// As the device library shows public keys: the modulus of an RSA key, the SubjectPublicKeyInfo of one on a curve.
+// Returns the public key as the device library lists it: the modulus of an RSA key, the SubjectPublicKeyInfo of an EC key.
 Bytes shownPublicKey(const PublicKey& key);
-// What a certificate signs as its key: the content of the SubjectPublicKeyInfo's bit string.
+// Returns the content of the SubjectPublicKeyInfo's bit string. Its digest is a certificate's key identifier.
 Bytes publicKeyBits(const PublicKey& key);
 
 } // namespace quelta::softtoken

@@ -1,4 +1,4 @@
-// The digests of the token, out of the table of all.
+// The digests that the token supports, from the common table.
 #pragma once
 
 #include "base/bytes.h"

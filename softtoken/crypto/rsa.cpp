@@ -33,7 +33,7 @@ Bytes privateBlob(const RsaPrivate& key)
     return blob;
 }
 
-// A key does not outlive the algorithm that it was opened under.
+// The algorithm's handle must outlive the key's.
 struct SystemKey {
     BcryptAlgorithm algorithm = openAlgorithm(BCRYPT_RSA_ALGORITHM);
     BcryptKey key;
@@ -45,7 +45,7 @@ void requireUsable(const RsaPublic& key)
         throw TokenError(Result::badData, "an RSA key of a size that can't be used");
 }
 
-// The fields in the order of the full private blob.
+// The fields stand in the order of the full private blob.
 RsaPrivate keyOfBlob(ByteView blob)
 {
     BCRYPT_RSAKEY_BLOB header{};
@@ -75,7 +75,7 @@ Bytes publicOperation(const RsaPublic& key, ByteView block)
     return bigEndian(powm(numberFrom(block), numberFrom(key.exponent), numberFrom(key.modulus)), key.modulus.size());
 }
 
-// Modulo each prime, then put together (RFC 8017, 5.1.2).
+// Computes modulo each prime and combines the results (RFC 8017, 5.1.2).
 Bytes privateOperation(const RsaPrivate& key, ByteView block)
 {
     const Number input = numberFrom(block);
@@ -138,7 +138,7 @@ void requireConsistent(const RsaPrivate& key)
 
 Bytes rsaSign(const RsaPrivate& key, ByteView digest)
 {
-    // The digest of old TLS versions stands without a DigestInfo, which Wine's bcrypt can't sign.
+    // Old TLS versions sign their digest without a DigestInfo. Wine's bcrypt can't do that.
     if (digest.size() == md5AndSha1Size) return privateOperation(key, signaturePadded(digest, key.shown.modulus.size()));
     BCRYPT_PKCS1_PADDING_INFO padding{digestToSign(digest).systemName};
     const Bytes blob = privateBlob(key);
@@ -157,7 +157,7 @@ Bytes rsaSign(const RsaPrivate& key, ByteView digest)
     return signature;
 }
 
-// Calculated here throughout: Wine's bcrypt refuses MD5 as well.
+// Verifies without bcrypt for every digest, since Wine's bcrypt refuses MD5 as well.
 bool rsaVerify(const RsaPublic& key, ByteView digest, ByteView signature)
 {
     requireUsable(key);

@@ -14,7 +14,7 @@ Bytes mask(const KnownDigest& algorithm, ByteView seed, std::size_t size)
 {
     Bytes bytes;
     for (unsigned char counter = 0; bytes.size() < size; ++counter) {
-        // Of what is no OAEP, the seed holds the text itself.
+        // If the padding is not OAEP, the seed holds plain text. So the input is wiped.
         Wiped<Bytes> input;
         input->reserve(seed.size() + 4);
         append(*input, seed);

@@ -1,4 +1,4 @@
-// The blocks of PKCS#1 (RFC 8017), as long as the key's modulus.
+// The padded blocks of PKCS#1 (RFC 8017). `size` is the length of the key's modulus in bytes.
 #pragma once
 
 #include "crypto/primitives.h"
@@ -10,12 +10,12 @@ namespace quelta::softtoken {
 constexpr std::size_t pkcs1Overhead = 11;
 
 Bytes digestInfo(const KnownDigest& algorithm, ByteView digest);
-// Of type 1; the content is a DigestInfo, or the bare digest where the signature's definition has none.
+// Pads with block type 1. The content is a DigestInfo, or the digest alone for MD5 with SHA-1.
 Bytes signaturePadded(ByteView content, std::size_t size);
-// Of type 2.
+// Pads with block type 2.
 Bytes encryptionPadded(ByteView data, std::size_t size);
 std::optional<Bytes> pkcs1Unpadded(ByteView block);
-// With an empty label, and the same digest for the mask.
+// The label is empty. The mask generation uses the same digest.
 Bytes oaepPadded(const KnownDigest& algorithm, ByteView data, std::size_t size);
 std::optional<Bytes> oaepUnpadded(const KnownDigest& algorithm, ByteView block);
 

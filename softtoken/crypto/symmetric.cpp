@@ -19,7 +19,7 @@ const KnownCipher& cipherFor(bool aes, std::size_t keySize)
     throw TokenError(Result::badArgument, "a symmetric key of " + std::to_string(keySize) + " bytes can't be used");
 }
 
-// Decrypts in CBC, or without chaining if there is no IV.
+// Decrypts in CBC mode with an IV, in ECB mode without one.
 Bytes decryptBlocks(const KnownCipher& cipher, ByteView key, ByteView iv, ByteView data)
 {
     const std::size_t block = cipher.blockSize;
@@ -28,7 +28,7 @@ Bytes decryptBlocks(const KnownCipher& cipher, ByteView key, ByteView iv, ByteVi
     const Bytes zeros(block);
     Bytes plain = BlockCipher(cipher, key, iv.empty() ? zeros : iv).decrypt(data);
     if (!iv.empty()) return plain;
-    // Wine's bcrypt has no ECB for triple DES: take the chaining back out, each block with the cipher text before it.
+    // Wine's bcrypt has no ECB for triple DES. CBC is undone: each block is combined with the cipher block before it.
     for (std::size_t i = block; i < plain.size(); ++i) plain[i] = static_cast<unsigned char>(plain[i] ^ data[i - block]);
     return plain;
 }
@@ -61,7 +61,7 @@ std::optional<Bytes> aesUnwrap(ByteView keyEncryptionKey, ByteView wrapped)
         for (std::size_t i = wrapBlock; i-- > 0; counter >>= 8)
             check[i] = static_cast<unsigned char>(check[i] ^ (counter & 0xFF));
         const Bytes input = concat({check, {part, wrapBlock}});
-        // A fresh key for each block: with an IV that it has seen, Wine's bcrypt goes on with the last call's chaining.
+        // Each block needs a new key object. Given an IV again, Wine's bcrypt continues the last call's chaining.
         const Bytes output = decryptBlocks(cipherFor(true, keyEncryptionKey.size()), keyEncryptionKey, {}, input);
         const auto middle = output.begin() + static_cast<std::ptrdiff_t>(wrapBlock);
         std::copy(output.begin(), middle, check.begin());

@@ -6,12 +6,12 @@
 
 namespace quelta::softtoken {
 
-// AES, or triple DES under a key of 24 bytes; in CBC with an IV, in ECB with an empty one. Checks and removes the padding of
-// PKCS#7, and throws TokenError if it is wrong.
+// Decrypts AES, or triple DES with a key of 24 bytes, in CBC mode, or in ECB mode if the IV is empty. Removes the PKCS#7 padding.
+// Throws TokenError if the padding is wrong.
 Bytes paddedDecrypt(ByteView key, ByteView iv, ByteView data);
 
-// RFC 3394 with the default initial value. Nothing if the key is another, since callers try one after the other, or the data was
-// changed.
+// Unwraps a key (RFC 3394, default initial value). Returns nullopt for the wrong key or changed data. Callers try one key after
+// the other, so that is no error.
 std::optional<Bytes> aesUnwrap(ByteView keyEncryptionKey, ByteView wrapped);
 
 } // namespace quelta::softtoken

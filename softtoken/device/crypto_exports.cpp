@@ -20,7 +20,7 @@ struct FreeBlock {
     void operator()(unsigned char* block) const { std::free(block); }
 };
 
-// The caller releases the block with the C runtime's free. There is none where nothing came out.
+// Copies the bytes into a block that the caller releases with the C runtime's free. Without bytes nothing is allocated.
 Result giveBlock(std::optional<Bytes> bytes, unsigned char** block, int* length)
 {
     if (!bytes) return Result::badData;
@@ -34,7 +34,7 @@ Result giveBlock(std::optional<Bytes> bytes, unsigned char** block, int* length)
     return Result::ok;
 }
 
-// Capacity in, length out; nothing is written if the room is too small.
+// `length` holds the capacity on entry and the length on return. A buffer that is too small is not written.
 Result giveInto(ByteView bytes, unsigned char* room, int* length)
 {
     const bool fits = room != nullptr && *length >= 0 && static_cast<std::size_t>(*length) >= bytes.size();
@@ -59,7 +59,7 @@ PrivateUse privateUse(const StoredToken& state, const unsigned char* keyId, cons
     return {0, pair};
 }
 
-// The size is known before the work is done, so that a caller with too little room costs no signature.
+// Returns the signature's size before the signature is made. A caller with a small buffer costs no signature.
 std::size_t signatureSize(const StoredKeyPair& pair)
 {
     const KeyAlgorithm* algorithm = keyAlgorithm(pair.algorithm);

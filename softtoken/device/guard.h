@@ -1,9 +1,9 @@
-// What every exported function has in common: the token that is plugged in, the PIN, and no exception across the boundary. What
-// an application meets every day (no token, a wrong PIN, too little room, data for another key) is answered without an exception:
-// the first one in a thread costs the statically linked runtime handles that no unloading of the library gives back.
+// Shared by all exported functions: they find the plugged-in token, check the PIN and let no exception out. Everyday failures (no
+// token, a wrong PIN, a small buffer, data for another key) are returned without an exception. A thread's first exception costs
+// the statically linked runtime handles that unloading does not close.
 //
-// For the same reason no process-wide object here is a static of a function: the guard of such a one makes that runtime keep a
-// record of the thread, with two handles and a TLS slot.
+// For the same reason no process-wide object here is a function-local static. Its guard makes the runtime keep a record of the
+// thread, with two handles and a TLS slot.
 #pragma once
 
 #include "base/token_error.h"
@@ -27,7 +27,7 @@ int guarded(Work work) noexcept
 
 bool isToken(const StoredToken& state, const char* deviceId);
 
-// The work gets the state of the token, if one is plugged in. With an identifier, only the token that has it.
+// Calls `work` with the state of the plugged-in token. If an identifier is given, the token must have it.
 template <class Work>
 int withToken(Work work) noexcept
 {
@@ -47,13 +47,13 @@ int withToken(const char* deviceId, Work work) noexcept
     });
 }
 
-// If the PIN allows it, applies the change and writes it when it answers ok. A change that throws leaves the token as it is.
+// Checks the PIN, applies the change, and writes the state if the change returns ok. A change that throws changes nothing.
 int changeAsAdministrator(const char* deviceId, const char* pin, const std::function<Result(StoredToken&)>& change) noexcept;
 
 // Throws TokenError(badArgument) for a negative length, or a null pointer with a length.
 ByteView viewOf(const unsigned char* data, int length);
 
-// A zero-terminated text in a field of a record; all of the field if no zero is there.
+// Returns the zero-terminated text of a record's field, or the whole field if there is no zero.
 template <std::size_t size>
 std::string fieldText(const char (&field)[size])
 {

@@ -10,10 +10,10 @@ namespace quelta::softtoken {
 
 namespace {
 
-// The device library numbers them from 1.
+// The device library numbers the digests from 1.
 constexpr const KnownDigest* mechanisms[] = {&md5, &sha1, &sha256, &sha384, &sha512};
 
-// Callers abandon digests without closing them, so the oldest goes when there are too many.
+// Callers may abandon a digest without closing it. The oldest one is dropped when there are too many.
 constexpr std::size_t mostDigests = 4096;
 
 struct Started {
@@ -21,7 +21,7 @@ struct Started {
     Digest digest;
 };
 
-// The handle that callers hold is a number, never the address of anything, so that a wrong one is only not found.
+// A caller's handle is a number, not an address. A wrong handle is not found and does no harm.
 struct StartedDigests {
     std::mutex mutex;
     std::uintptr_t last = 0;

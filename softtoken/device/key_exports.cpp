@@ -18,7 +18,7 @@ ByteView fieldBytes(const unsigned char (&field)[size], std::int32_t length)
     return {field, static_cast<std::size_t>(length)};
 }
 
-// By the identifier; failing that by the reference, failing that by the label.
+// Finds a key by its identifier, else by its reference, else by its label.
 const StoredKeyPair& pairOf(const StoredToken& state, const QueltaCertificate& request)
 {
     if (const StoredKeyPair* pair = findKeyPair(state, request.keyId)) return *pair;
@@ -44,7 +44,7 @@ int quelta_generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair*
         if (inOut == nullptr) return static_cast<int>(Result::badArgument);
         const auto allowed = [&](const StoredToken& state) { return mayUse(state, Use::administration, pin); };
         if (const int refused = withToken(deviceId, allowed); refused != 0) return refused;
-        // Before the token is locked: a large RSA key takes its time.
+        // Generate before the token is locked. A large RSA key takes seconds.
         const PrivateKey key = generateKey(inOut->algorithm == 0 ? algorithmRsa2048 : inOut->algorithm);
         QueltaKeyPair made{};
         const int result = changeAsAdministrator(deviceId, pin, [&](StoredToken& state) {

@@ -7,7 +7,7 @@ namespace quelta::softtoken {
 
 namespace {
 
-// Two threads that list at once must not overwrite each other's lists before they are copied.
+// Each thread has lists of its own: another thread's call must not overwrite a list before the caller has copied it.
 struct Lists {
     std::vector<QueltaKeyPair> keyPairs;
     std::vector<QueltaCertificate> certificates;
@@ -25,7 +25,7 @@ void fill(std::vector<Record>& list, const char* deviceId, std::vector<Stored> S
 }
 
 PerThread<Lists> threadLists;
-// For a thread that there is no memory for; stays empty.
+// Returned to a thread if memory runs out. Stays empty.
 Lists nothing;
 
 template <class Record>

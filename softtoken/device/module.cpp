@@ -3,7 +3,7 @@
 extern "C" BOOL WINAPI DllMain(HINSTANCE, DWORD reason, void*)
 {
     if (reason == DLL_PROCESS_DETACH) {
-        // Goes here: only the destructors of the library's objects run from now on, and they throw nothing.
+        // The record of this thread can go: only destructors of the library run from here on, and none throws.
         const quelta::ExceptionReserve reserve;
     }
     return TRUE;

@@ -7,8 +7,8 @@
 
 namespace quelta::softtoken {
 
-// One T for each thread that asks, destroyed with the thread or with this. Not thread_local: its destructors would keep the
-// library loaded until every thread that used it has ended.
+// Holds one T for each thread that asks. A T is destroyed with its thread or with this object. thread_local will not do: its
+// destructors would keep the library loaded until every thread that used it has ended.
 template <class T>
 class PerThread {
 public:

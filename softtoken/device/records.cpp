@@ -13,7 +13,7 @@ namespace quelta::softtoken {
 
 namespace {
 
-// What does not fit is left out whole, its length 0: a caller must never meet a truncated key or certificate.
+// Leaves out a value that does not fit and sets its length to 0. A caller must never meet a truncated key or certificate.
 template <std::size_t size>
 std::int32_t put(unsigned char (&field)[size], ByteView bytes)
 {

@@ -1,4 +1,4 @@
-// The records that callers read, from what the token stores.
+// Makes the records that callers read from the token's state.
 #pragma once
 
 #include "store/stored_token.h"
@@ -7,11 +7,11 @@ namespace quelta::softtoken {
 
 QueltaKeyPair keyPairRecord(const StoredKeyPair& pair);
 QueltaCertificate certificateRecord(const StoredCertificate& certificate);
-// Without the key itself.
+// The record does not hold the key's value.
 QueltaSymmetricKey aesKeyRecord(const StoredAesKey& key);
 
-// The texts are, in order: subject, issuer, serial number, begin and end of validity, kind of key, signature's algorithm, SHA-1
-// thumbprint. Throws TokenError for anything but a certificate with a key that the token could hold.
+// The texts are, in this order: subject, issuer, serial number, begin and end of validity, kind of key, signature algorithm,
+// SHA-1 thumbprint. Throws TokenError unless `der` is a certificate with a key that the token supports.
 CertificateDetails certificateDetails(ByteView der);
 
 } // namespace quelta::softtoken

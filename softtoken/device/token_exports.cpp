@@ -6,7 +6,7 @@ namespace quelta::softtoken {
 
 namespace {
 
-// A damaged token is there, and fails, rather than not being there.
+// A damaged token is listed, and its calls fail. An empty list would say that no token is plugged in.
 constexpr const char* unreadableToken = "QUELTA-SOFTWARE-TOKEN-PROTECTS-NOTHING-UNREADABLE";
 
 } // namespace

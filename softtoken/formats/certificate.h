@@ -1,4 +1,4 @@
-// What the token reads of an X.509 certificate (RFC 5280).
+// The fields of an X.509 certificate (RFC 5280) that the token reads.
 #pragma once
 
 #include "base/bytes.h"
@@ -17,7 +17,7 @@ struct CertificateFields {
     std::string signatureOid;
 };
 
-// Throws TokenError if it isn't a certificate, or has something after its end.
+// Throws TokenError if `der` is no certificate, or if bytes follow it.
 CertificateFields readCertificate(ByteView der);
 
 } // namespace quelta::softtoken

@@ -18,17 +18,17 @@ namespace {
 
 constexpr std::size_t authorityBits = 2048;
 constexpr std::time_t day = 24 * 60 * 60;
-// Clocks differ: a certificate that begins now would not be valid yet elsewhere.
+// Validity begins a little earlier. Clocks differ, and a certificate that begins now might not be valid yet elsewhere.
 constexpr std::time_t allowance = 10 * 60;
 
-// The bits of X.509's KeyUsage.
+// The bits of X.509's KeyUsage, in its first byte.
 constexpr unsigned digitalSignature = 0x80;
 constexpr unsigned nonRepudiation = 0x40;
 constexpr unsigned keyEncipherment = 0x20;
 constexpr unsigned certificateSigning = 0x04;
 constexpr unsigned listSigning = 0x02;
 
-// Something that a certificate names: an authority, or the holder of the token's key.
+// The subject of a certificate: an authority, or the holder of the token's key.
 struct Subject {
     Bytes name;
     PublicKey key;
@@ -63,7 +63,7 @@ Bytes usageExtension(unsigned bits)
     return extension("2.5.29.15", true, der::bitString(Bytes{static_cast<unsigned char>(bits)}, unused));
 }
 
-// `below` is the number of authorities that may follow; none of them may where there is no authority.
+// `below` is the encoded path length: the number of authorities that may stand below this one.
 Bytes authorityExtensions(ByteView below)
 {
     const Bytes yes{0x01, 0x01, 0xFF};
@@ -74,7 +74,7 @@ Bytes leafExtensions(std::uint32_t usage)
 {
     const unsigned bits = ((usage & usageSigning) != 0 ? digitalSignature | nonRepudiation : 0U) |
                           ((usage & usageKeyExchange) != 0 ? keyEncipherment : 0U);
-    // For the authentication of clients, and for the protection of mail.
+    // Client authentication and e-mail protection.
     const Bytes purposes = der::sequence({der::oid("1.3.6.1.5.5.7.3.2"), der::oid("1.3.6.1.5.5.7.3.4")});
     return concat(
         {extension("2.5.29.19", true, der::sequence({})), usageExtension(bits), extension("2.5.29.37", false, purposes)});
@@ -98,7 +98,7 @@ Bytes certify(const Authority& issuer, const Subject& subject, int years, ByteVi
 
 MadeChain makeChain(const PublicKey& key, std::uint32_t usage, const std::string& subject)
 {
-    // Issuers are found by their names: two chains on one token must not share them.
+    // Issuers are found by name, so two chains on one token must not share names.
     const std::string mark = toHex(randomBytes(4));
     const Authority root("CN=Quelta Software Token Root CA " + mark);
     const Authority issuing("CN=Quelta Software Token Issuing CA " + mark);

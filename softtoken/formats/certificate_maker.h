@@ -1,4 +1,4 @@
-// Makes certificate chains: a root and an issuing authority, whose keys are thrown away, and a leaf for a key of the token.
+// Makes a certificate chain: a root, an issuing authority and a leaf for a key of the token. The authorities' keys are not kept.
 #pragma once
 
 #include "crypto/asymmetric_key.h"
@@ -9,8 +9,8 @@ struct MadeChain {
     Bytes leaf, issuing, root; // DER
 };
 
-// `usage` is the key pair's. The subject is the leaf's, as encodeName takes it; the authorities get names of their own for each
-// chain. The leaf is valid for a year, the issuing certificate for two, the root for three.
+// `usage` is the key pair's. `subject` names the leaf, in the form that encodeName takes. Each chain's authorities have names of
+// their own. The leaf is valid for one year, the issuing certificate for two, the root for three.
 MadeChain makeChain(const PublicKey& key, std::uint32_t usage, const std::string& subject);
 
 } // namespace quelta::softtoken

@@ -12,7 +12,7 @@ namespace quelta::softtoken {
 
 namespace {
 
-// Commas in quotes separate nothing.
+// A comma within quotes does not separate parts.
 std::vector<std::string> partsOf(const std::string& text)
 {
     std::vector<std::string> parts(1);
@@ -66,7 +66,7 @@ std::string commonName(const std::string& text)
     return quoted + "\"";
 }
 
-// Part by part: Wine's crypt32 takes a value in quotes only at the end.
+// Encodes part by part, since Wine's crypt32 takes a quoted value only at the end.
 Bytes encodeName(const std::string& text)
 {
     Bytes content;

@@ -6,12 +6,12 @@
 
 namespace quelta::softtoken {
 
-// From "CN=Ada, O=\"Example, Inc\", C=XX", in the order as written; a text without an equals sign is a common name. Throws
-// TokenError for what the system does not take for a name.
+// Encodes a name like "CN=Ada, O=\"Example, Inc\"" in the order as written. A text without an equals sign is a common name.
+// Throws TokenError if the system does not accept the text as a name.
 Bytes encodeName(const std::string& text);
-// "CN=Ada, O=Example" in UTF-8.
+// Returns a name like "CN=Ada, O=Example" in UTF-8.
 std::string nameText(ByteView nameDer);
-// A name, or the beginning of one, of a text that may hold any character.
+// Returns CN="text". The text may hold any character; more parts may be appended.
 std::string commonName(const std::string& text);
 
 } // namespace quelta::softtoken

@@ -30,7 +30,7 @@ void addBlock(KeyFile& file, const PemBlock& block)
 
 KeyFile readPem(std::string_view text)
 {
-    // The older form says so in a line within the block.
+    // The older PEM form tells of its encryption in a line within the block.
     if (text.find("-----BEGIN ENCRYPTED") != std::string_view::npos || text.find("4,ENCRYPTED") != std::string_view::npos)
         refuseEncryptedKey();
     const auto blocks = pemBlocks(text);
@@ -40,7 +40,7 @@ KeyFile readPem(std::string_view text)
     return file;
 }
 
-// Keys and PKCS#12 files begin with a number, encrypted keys and certificates with a sequence: what follows tells them apart.
+// Keys and PKCS#12 files begin with a number, encrypted keys and certificates with a sequence. The next element decides.
 KeyFile readDer(ByteView content)
 {
     DerReader outer = DerReader(content).enter(der::tagSequence);

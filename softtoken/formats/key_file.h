@@ -1,4 +1,4 @@
-// Private keys and certificates out of files: PEM, and single keys or certificates in DER.
+// Reads private keys and certificates from files: PEM, or one key or certificate in DER.
 #pragma once
 
 #include "crypto/asymmetric_key.h"
@@ -12,7 +12,7 @@ struct KeyFile {
     std::vector<Bytes> certificates; // DER, in the file's order
 };
 
-// Throws TokenError for anything else; for PKCS#12 and encrypted keys, with the command that converts them.
+// Throws TokenError for anything else. For PKCS#12 and encrypted keys the text names the command that converts the file.
 KeyFile readKeyFile(ByteView content);
 
 } // namespace quelta::softtoken

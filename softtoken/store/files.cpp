@@ -12,7 +12,7 @@ namespace {
 
 constexpr DWORD everythingShared = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;
 constexpr std::uintmax_t mostToRead = 64U * 1024 * 1024;
-// Always the same, so that processes that die leave no more than one file behind.
+// The temporary file always has the same name, so that processes that die leave at most one file behind.
 constexpr std::wstring_view besideSuffix = L".new";
 
 bool isMissing(DWORD error)
@@ -29,7 +29,7 @@ bool isMissing(DWORD error)
     throw TokenError(std::string(what) + " " + textOf(path) + ": " + reason);
 }
 
-// Null if the system refuses.
+// Returns null if the system refuses.
 File tryOpen(const std::filesystem::path& path, DWORD access, DWORD disposition)
 {
     return fileOf(CreateFileW(path.c_str(), access, everythingShared, nullptr, disposition, FILE_ATTRIBUTE_NORMAL, nullptr));
@@ -47,7 +47,7 @@ std::uint64_t joined(DWORD high, DWORD low)
     return std::uint64_t{high} << 32 | low;
 }
 
-// Two changes may fall into one tick of the file system's clock: the stamp of the later one is moved on.
+// Two changes may fall into one tick of the file system's clock. The later change gets a later stamp.
 void setLaterTime(const File& file, std::uint64_t earlier, const std::filesystem::path& path)
 {
     FILETIME now{};

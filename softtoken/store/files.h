@@ -9,27 +9,27 @@
 
 namespace quelta::softtoken {
 
-// Changes with every change of a file that writeAtomically makes.
+// Identifies a file's content: every change by writeAtomically changes the stamp.
 struct FileStamp {
     std::uint64_t time;
     std::uint64_t size;
     bool operator==(const FileStamp&) const = default;
 };
 
-// Nothing if there is no such file.
+// Returns nullopt if there is no such file.
 std::optional<FileStamp> stampOf(const std::filesystem::path& path);
 
 Bytes readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, ByteView content);
-// Whole or not at all. The caller keeps other writers and readers out.
+// Writes the whole file or nothing. The caller must hold the exclusive lock.
 void writeAtomically(const std::filesystem::path& path, ByteView content);
-// Throws TokenError if that would fail; changes nothing. The caller keeps writers out.
+// Throws TokenError if writeAtomically would fail. Changes nothing. The caller must keep writers out.
 void requireWritable(const std::filesystem::path& path);
 
 enum class LockKind { shared, exclusive };
 
-// Held until destruction or until the process dies; waits for the others. Null where a shared lock can't be had: a folder that
-// can't be written has no changers.
+// Waits for the lock and holds it until destruction or the end of the process. A shared lock is null in a folder that can't be
+// written: nobody changes a token there.
 File lockFile(const std::filesystem::path& path, LockKind kind);
 
 } // namespace quelta::softtoken

@@ -12,8 +12,8 @@ namespace {
 
 constexpr std::size_t shortestPin = 4;
 
-// The PIN goes in over the salt, which is as long as any PIN: a hash object keeps its last block of data, in memory that is not
-// ours to wipe.
+// The PIN is combined with the salt, which is as long as any PIN. A hash object keeps its last block of data in memory that this
+// code can't wipe.
 Bytes hashOf(const StoredPin& stored, std::string_view pin)
 {
     Bytes data = stored.salt;

@@ -1,4 +1,4 @@
-// The token's PIN: kept as a salted hash, counted, locked. Also who may do what.
+// The token's PIN: its salted hash, its attempts, its lock, and which uses it allows.
 #pragma once
 
 #include "store/stored_token.h"
@@ -8,8 +8,8 @@
 
 namespace quelta::softtoken {
 
-// Throws TokenError if the PIN's length is out of bounds, or it is not all ASCII: applications hand a PIN over in the system's
-// code page, so that any other character would not be the same one everywhere.
+// Throws TokenError if the PIN's length is out of bounds or if it is not ASCII. Applications pass a PIN in the system's code
+// page, so other characters would differ between systems.
 StoredPin newPin(std::string_view pin, int attempts);
 bool isRightPin(const StoredPin& stored, std::string_view pin);
 
@@ -18,7 +18,7 @@ struct PinAnswer {
     int remaining;
 };
 
-// Counts, locks, resets the counter and opens the single sign-on session, as far as each applies.
+// Checks a PIN. Counts a wrong one and may lock the PIN. A right one resets the counter and opens the single sign-on session.
 PinAnswer validatePin(const std::filesystem::path& folder, std::string_view pin);
 
 enum class Use {
@@ -26,8 +26,8 @@ enum class Use {
     administration // generate, delete, import
 };
 
-// 0 if the PIN, or the session in its place, allows the use. A wrong PIN is refused here, not counted: an application that
-// repeats an operation with a stale PIN would lock the token.
+// Returns 0 if the PIN or an open session allows the use. A wrong PIN is refused and not counted: an application that repeats an
+// operation with a stale PIN would lock the token.
 int mayUse(const StoredToken& state, Use use, const char* pin);
 
 } // namespace quelta::softtoken

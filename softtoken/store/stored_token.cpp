@@ -91,7 +91,7 @@ Json writePin(const StoredPin& pin)
 StoredPin readPin(const Json& json)
 {
     const StoredPin pin{bytesAt(json, "salt"), bytesAt(json, "hash"), json.at("attempts"), json.at("remaining")};
-    // With a damaged hash every PIN would be a wrong one, and cost an attempt.
+    // A damaged hash would make every PIN a wrong one that costs an attempt.
     if (pin.salt.size() != longestPin || pin.hash.size() != sha256.size || pin.remaining < 0 || pin.remaining > pin.attempts)
         throw TokenError(Result::badData, "what it holds of the PIN is damaged");
     return pin;
@@ -148,7 +148,7 @@ StoredToken fromJson(const std::string& text)
     try {
         return readState(Json::parse(text));
     } catch (const Json::parse_error& error) {
-        // The library's own text quotes what it read last, which may be a private key.
+        // The JSON library's own text quotes its input, which may be a private key.
         throw TokenError(Result::badData, "it is damaged at byte " + std::to_string(error.byte));
     } catch (const Json::exception&) {
         throw TokenError(Result::badData, "a value is missing or of another kind");

@@ -1,4 +1,4 @@
-// What a software token holds. The private keys stand here in clear: it protects nothing.
+// The state of a software token. The private keys are stored in clear. This token protects nothing.
 #pragma once
 
 #include "base/bytes.h"
@@ -25,7 +25,7 @@ struct StoredKeyPair {
 
 struct StoredCertificate {
     Bytes keyId;   // of the key pair it certifies; empty for an issuer's
-    Bytes chainOf; // of the key pair it goes away with; empty for one that stays
+    Bytes chainOf; // identifier of the key pair with which the certificate is deleted; empty: never
     Bytes reference;
     std::string label;
     Bytes der;
@@ -57,7 +57,7 @@ struct StoredToken {
     bool singleSignOnEnabled = false;
     bool singleSignOnOpen = false;
     StoredPin pin;
-    // That cost an attempt, of all time: nothing takes them back.
+    // All wrong PINs that cost an attempt. Nothing resets this number.
     std::uint64_t wrongPins = 0;
     std::vector<StoredKeyPair> keyPairs;
     std::vector<StoredCertificate> certificates;
@@ -65,7 +65,7 @@ struct StoredToken {
 };
 
 std::string toJson(const StoredToken& state);
-// Throws TokenError for anything that toJson did not write.
+// Throws TokenError unless toJson wrote the text.
 StoredToken fromJson(const std::string& text);
 
 KeyId newKeyId();
@@ -73,7 +73,7 @@ KeyId keyIdFrom(ByteView bytes);
 
 StoredKeyPair* findKeyPair(StoredToken& state, ByteView id);
 const StoredKeyPair* findKeyPair(const StoredToken& state, ByteView id);
-// The pair, its certificates, and the issuers' certificates that were made for it.
+// Deletes the pair, its certificates, and the issuers' certificates that were made for it.
 void removeKeyPair(StoredToken& state, const KeyId& id);
 void removeCertificatesOf(StoredToken& state, const KeyId& id);
 

@@ -1,4 +1,4 @@
-// Adding keys and certificates to a token's state, the same way for callers of the library and for the command line.
+// Adds keys and certificates to a token's state, for callers of the library and for the command line.
 #pragma once
 
 #include "crypto/asymmetric_key.h"
@@ -6,12 +6,13 @@
 
 namespace quelta::softtoken {
 
-// An empty label becomes one of its own, so that no certificate matches by it by accident.
+// An empty label is replaced by a unique one, so that no certificate matches it by accident.
 StoredKeyPair& addKeyPair(StoredToken& state, const PrivateKey& key, std::uint32_t usage, const std::string& label);
 
-// For the key pair, in place of its certificate until now. Throws TokenError if it certifies another key or is too long.
+// Replaces the key pair's certificate. Throws TokenError if the certificate is for another key or is too long.
 StoredCertificate& addCertificate(StoredToken& state, const StoredKeyPair& pair, ByteView der);
-// Of an issuer, which goes away with the key pair unless that is empty. Nothing happens if the token has it already.
+// Adds an issuer's certificate, which is deleted with the key pair `chainOf` unless that is empty. Does nothing if the token has
+// the certificate.
 void addIssuer(StoredToken& state, ByteView der, ByteView chainOf);
 
 // Takes values of 16, 24 and 32 bytes and the encryption types of AES-128, AES-256 and triple DES.

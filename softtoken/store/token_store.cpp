@@ -37,11 +37,11 @@ ConvertUnixPath findUnixPathConversion()
     return reinterpret_cast<ConvertUnixPath>(reinterpret_cast<void*>(found));
 }
 
-// Looked up once, at load. The folder is resolved at every poll, and a poll must not need the loader: whoever unloads the library
-// holds the loader's lock while it waits for the last one.
+// The function's address is looked up once, when the library is loaded. Every poll resolves the folder, and a poll must not need
+// the loader: whoever unloads the library holds the loader lock while it waits for the last poll.
 const ConvertUnixPath convertUnixPath = findUnixPathConversion();
 
-// A path like /tmp/token belongs to the current drive; that is drive C: as soon as the program runs inside the prefix.
+// Windows would resolve a path like /tmp/token on the current drive. That is drive C: if the program runs inside the prefix.
 std::filesystem::path resolved(const std::wstring& text)
 {
     if (convertUnixPath == nullptr || !text.starts_with(L'/') || text.starts_with(L"//")) return text;
@@ -49,8 +49,8 @@ std::filesystem::path resolved(const std::wstring& text)
     return path ? std::filesystem::path(path.get()) : std::filesystem::path(text);
 }
 
-// What this process has parsed last, of one folder: a process seldom drives two. A damaged token is remembered as well, so that
-// polling one throws nothing: a thread's first exception costs the process two handles for good.
+// Caches the token of one folder that this process parsed last. A process seldom uses two. A damaged token is cached as well, so
+// that polling it throws nothing: a thread's first exception costs the process two handles for good.
 struct Cache {
     std::mutex mutex;
     std::filesystem::path folder;
@@ -86,7 +86,7 @@ Reading parsed(const std::filesystem::path& folder, ByteView content)
     }
 }
 
-// With the lock held.
+// The caller holds the lock.
 Reading load(const std::filesystem::path& folder)
 {
     const std::optional<FileStamp> stamp = stampOf(folder / stateName);
@@ -97,7 +97,7 @@ Reading load(const std::filesystem::path& folder)
     return reading;
 }
 
-// With the exclusive lock held.
+// The caller holds the exclusive lock.
 void save(const std::filesystem::path& folder, StoredToken state)
 {
     writeAtomically(folder / stateName, toBytes(toJson(state)));
