@@ -11,7 +11,7 @@ namespace quelta::bench {
 
 // One thing that applications ask for, through one interface.
 struct Operation {
-    const char* interface;
+    const char* interfaceName;
     const char* name;
     std::function<void()> call;
     // What it needs of the device library, called directly; empty if nothing.

@@ -69,7 +69,7 @@ Figures measureOverhead(const std::string& pin)
                      {"ratio3", "of its lines", 2}}};
     for (const Operation& operation : module.operations()) {
         const auto lines = static_cast<double>(linesOf(operation));
-        nlohmann::ordered_json row = {{"interface", operation.interface}, {"call", operation.name}, {"lines", lines}};
+        nlohmann::ordered_json row = {{"interface", operation.interfaceName}, {"call", operation.name}, {"lines", lines}};
         for (const DWORD level : {0U, 2U, 3U}) {
             const LogLevel set(level);
             const auto times = sideBySide({operation.call, level == 3 ? writeLine : readLevel});
@@ -103,7 +103,7 @@ Figures measureRatio(const std::string& pin)
         const LogLevel set(2);
         const auto times = sideBySide({operation.call, operation.bare, readLevel});
         const double looks = lines * times[2];
-        figures.rows.push_back({{"interface", operation.interface},
+        figures.rows.push_back({{"interface", operation.interfaceName},
                                 {"call", operation.name},
                                 {"module", rounded(times[0])},
                                 {"bare", rounded(times[1])},

@@ -1,8 +1,11 @@
 # Compile options of every target of this project. They do not apply to GoogleTest or to third-party headers.
 function(quelta_compile target)
   if(MSVC)
-    # /EHs handles only C++ exceptions, but also from functions with C linkage: the device library's may throw.
-    target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHs /Z7 $<$<BOOL:${QUELTA_WERROR}>:/WX>)
+    # /EHs handles only C++ exceptions, but also from functions with C linkage: the device library's may throw. CMake sets /EHsc, and only
+    # /EHc- undoes its c.
+    target_compile_options(${target} PRIVATE /W4 /permissive- /utf-8 /EHs /EHc- /Z7 $<$<BOOL:${QUELTA_WERROR}>:/WX>)
+    # The C library's getenv and sscanf are what the standard has. Microsoft's compiler warns of them.
+    target_compile_definitions(${target} PRIVATE _CRT_SECURE_NO_WARNINGS)
   else()
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow $<$<BOOL:${QUELTA_WERROR}>:-Werror>)
     # The tests go without this option: it doubles the compile time, and their own code needs no proof.

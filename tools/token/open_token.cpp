@@ -32,7 +32,7 @@ auto opened(const std::optional<Interface>& wanted, Open open)
     return result;
 }
 
-void merge(std::vector<ListedKey>& into, std::vector<KeyEntry> keys, bool ListedKey::*interface)
+void merge(std::vector<ListedKey>& into, std::vector<KeyEntry> keys, bool ListedKey::*through)
 {
     for (KeyEntry& key : keys) {
         auto known = std::ranges::find_if(into, [&](const ListedKey& row) { return row.key.name == key.name; });
@@ -44,7 +44,7 @@ void merge(std::vector<ListedKey>& into, std::vector<KeyEntry> keys, bool Listed
             if (!known->key.certificate) known->key.certificate = std::move(key.certificate);
         }
         // A key on a curve has no use through CryptoAPI, though it is listed there.
-        (*known).*interface |= interface == &ListedKey::throughKsp || known->key.algorithm == "RSA";
+        (*known).*through |= through == &ListedKey::throughKsp || known->key.algorithm == "RSA";
     }
 }
 
