@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
-# Puts the release build's programs and the end-to-end tests into one folder. copy_release.sh BUILD FOLDER TESTS...
+# Puts the release build's programs and the end-to-end tests into one folder. copy_release.sh BUILD FOLDER NCRYPT TESTS
 set -euo pipefail
 
 rm -rf "${2:?}/bin" "${2:?}/softtoken"
 mkdir -p "$2"
-cp -r --preserve=timestamps "$1/bin" "$1/softtoken" "$2"
-cp "${@:3}" "$2/bin"
+cp -r --preserve=timestamps "$1/bin" "$1/softtoken" "$3" "$2"
+cp "$4" "$2/bin"

@@ -141,6 +141,16 @@ refuses "fits several keys; say which with --key: 2 [0-9A-F]* (rsa2048 of the te
 refuses "no key on the token fits nobody; choose one with --key: 1 [0-9A-F]* (" sign data --key nobody --pin "$pin"
 refuses "the input itself" sign data -o ./data --pin "$pin"
 
+# The examples of the documentation sign with the first key that has a certificate. They find the test's ncrypt.dll beside them.
+mkdir examples
+cp "$bin"/{QueltaCSP.dll,sign_with_cryptoapi.exe,sign_with_cng.exe} "$bin/../ncrypt/ncrypt.dll" examples
+for example in sign_with_cryptoapi sign_with_cng; do
+    rm -f signature
+    WINEDLLOVERRIDES="$WINEDLLOVERRIDES;ncrypt=n" wine "examples/$example.exe" data signature "$pin" >output 2>errors </dev/null ||
+        fail "$example: $(<errors)"
+    openssl dgst -sha256 -verify "$shared/rsa2048.pub.pem" -signature signature data >output || fail "$example: $(<output)"
+done
+
 # Several files for one PIN, names that nobody can type, one more signature by another key, and streams.
 cp data "bläu 1"
 printf '%s\n' "$pin" >line

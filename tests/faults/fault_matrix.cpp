@@ -74,12 +74,7 @@ FaultMatrix::FaultMatrix()
         given->evenIfRefused = true;
     token.plain.bytes = token.unwrapped.bytes = token.symmetricPlain.bytes = secret;
     token.openSingleSignOn();
-    try {
-        throw 5;
-    } catch (int) {
-        // The runtime has its record of the thread from now on.
-        heap();
-    }
+    heap();
 }
 
 void FaultMatrix::TearDown()

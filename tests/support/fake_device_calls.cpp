@@ -96,8 +96,8 @@ std::string shortId(const auto& record)
     return toHex(ByteView(record.keyId).first(1)) + "..";
 }
 
-// What a thread was handed, and its next call spoils.
-thread_local std::tuple<std::vector<QueltaKeyPair>, std::vector<QueltaCertificate>, std::vector<QueltaSymmetricKey>> handedOut;
+// The lists that a thread was handed. Its next call spoils them.
+using Lists = std::tuple<std::vector<QueltaKeyPair>, std::vector<QueltaCertificate>, std::vector<QueltaSymmetricKey>>;
 
 void spoil(auto& records)
 {
@@ -284,7 +284,7 @@ private:
     template <class... Arguments>
     Call begin(Call call, const void* context, const Arguments&... arguments)
     {
-        std::apply([](auto&... before) { (spoil(before), ...); }, handedOut);
+        std::apply([](auto&... before) { (spoil(before), ...); }, listsOfThread());
         std::function<void()> hook;
         {
             const std::lock_guard lock(token_.mutex_);
@@ -382,12 +382,15 @@ private:
     std::vector<Record>& handOut(const std::deque<Record>& content, auto textOf)
     {
         say(listText(content, textOf));
-        auto& storage = std::get<std::vector<Record>>(handedOut);
+        auto& storage = std::get<std::vector<Record>>(listsOfThread());
         storage.assign(content.begin(), content.end());
         return storage;
     }
 
+    Lists& listsOfThread() { return (*token_.locked(lists_))[std::this_thread::get_id()]; }
+
     FakeDeviceLibrary& token_ = FakeDeviceLibrary::instance();
+    std::map<std::thread::id, Lists> lists_;
     std::string underWay_;
 };
 

@@ -97,6 +97,11 @@ void replace(Function& import, Function other)
 Heap& heap()
 {
     if (countedThread == 0) {
+        // At a thread's first exception the runtime allocates a record of the thread, and ends the process if it can't.
+        try {
+            throw 5;
+        } catch (int) {
+        }
         replace(__imp_malloc, countedMalloc);
         replace(__imp_calloc, countedCalloc);
         replace(__imp__wcsdup, countedCopy);
