@@ -63,9 +63,9 @@ Figures measureOverhead(const std::string& pin)
                      {"level0", "level 0", 1},
                      {"level2", "level 2", 1},
                      {"level3", "level 3", 1},
-                     {"read", "a look at the level", 1},
+                     {"read", "one registry read", 1},
                      {"line", "a written line", 1},
-                     {"ratio2", "of its looks", 2},
+                     {"ratio2", "of its reads", 2},
                      {"ratio3", "of its lines", 2}}};
     for (const Operation& operation : module.operations()) {
         const auto lines = static_cast<double>(linesOf(operation));
@@ -81,7 +81,7 @@ Figures measureOverhead(const std::string& pin)
         figures.rows.push_back(row);
     }
     figures.note =
-        "Each line of log looks at the level in the registry, written or not: a call can't take less than all its looks, "
+        "Each log line reads the level from the registry, written or not: a call can't be faster than its registry reads, "
         "or at level 3 than all its lines.";
     return figures;
 }
@@ -94,22 +94,22 @@ Figures measureRatio(const std::string& pin)
                      {"call", "call"},
                      {"module", "through the module", 1},
                      {"bare", "of the library alone", 1},
-                     {"looks", "looks at the level", 1},
+                     {"reads", "registry reads", 1},
                      {"ratio", "ratio", 3},
-                     {"rest", "less the looks", 3}}};
+                     {"rest", "less the reads", 3}}};
     for (const Operation& operation : module.operations()) {
         if (!operation.bare) continue;
         const auto lines = static_cast<double>(linesOf(operation));
         const LogLevel set(2);
         const auto times = sideBySide({operation.call, operation.bare, readLevel});
-        const double looks = lines * times[2];
+        const double reads = lines * times[2];
         figures.rows.push_back({{"interface", operation.interfaceName},
                                 {"call", operation.name},
                                 {"module", rounded(times[0])},
                                 {"bare", rounded(times[1])},
-                                {"looks", rounded(looks)},
+                                {"reads", rounded(reads)},
                                 {"ratio", rounded(times[0] / times[1])},
-                                {"rest", rounded((times[0] - looks) / times[1])}});
+                                {"rest", rounded((times[0] - reads) / times[1])}});
     }
     return figures;
 }
