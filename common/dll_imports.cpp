@@ -1,5 +1,7 @@
 #include "common/dll_imports.h"
 
+#include "base/microsoft_runtime.h"
+
 #include <windows.h>
 
 #include <algorithm>
@@ -126,6 +128,22 @@ bool exportsFunction(ByteView file, std::string_view name)
         if (address && image->textAt(*address) == name) return true;
     }
     return false;
+}
+
+// GCC's own runtimes come first, since either compiler may use the universal runtime. Old versions of both use msvcrt.dll.
+Compiler compilerOf(const std::vector<std::string>& imports)
+{
+    const auto imported = [&](std::initializer_list<std::string_view> beginnings) {
+        return std::ranges::any_of(imports, [&](const std::string& name) {
+            return std::ranges::any_of(beginnings, [&](std::string_view beginning) {
+                return _strnicmp(name.c_str(), beginning.data(), beginning.size()) == 0;
+            });
+        });
+    };
+    if (imported({"libstdc++", "libgcc_s", "libwinpthread"})) return Compiler::gcc;
+    if (std::ranges::any_of(imports, [](const std::string& name) { return isMicrosoftRuntime(name); }))
+        return Compiler::visualCpp;
+    return imported({"msvcrt.dll"}) ? Compiler::gcc : Compiler::unknown;
 }
 
 } // namespace quelta

@@ -21,6 +21,15 @@ DllKind dllKindOf(ByteView file);
 // The names of the DLLs that a DLL or program imports. Nullopt if the bytes are no 64-bit DLL or program.
 std::optional<std::vector<std::string>> importsOf(ByteView file);
 
+enum class Compiler {
+    unknown,
+    visualCpp,
+    gcc,
+};
+
+// The compiler that made a DLL with these imports, as far as the imported runtimes tell. Unknown if the runtime is linked in.
+Compiler compilerOf(const std::vector<std::string>& imports);
+
 // False also if the bytes are no 64-bit DLL or program.
 bool exportsFunction(ByteView file, std::string_view name);
 

@@ -1,10 +1,8 @@
 #include "library_file.h"
 
-#include "base/microsoft_runtime.h"
 #include "base/windows_objects.h"
 #include "common/dll_imports.h"
 
-#include <algorithm>
 #include <optional>
 
 namespace quelta::installer {
@@ -34,14 +32,6 @@ std::wstring whyUnread(const std::wstring& path, DWORD error)
            L". Let the computer's account read it, and not only users";
 }
 
-// mingw-w64's runtime. Visual C++ links another one or, statically, none.
-bool isOfOtherCompiler(ByteView file)
-{
-    const auto imports = importsOf(file).value_or(std::vector<std::string>{});
-    return std::ranges::none_of(imports, [](const std::string& name) { return isMicrosoftRuntime(name); }) &&
-           std::ranges::any_of(imports, [](const std::string& name) { return _stricmp(name.c_str(), "msvcrt.dll") == 0; });
-}
-
 // Null if nothing is wrong.
 const wchar_t* faultOf(ByteView file)
 {
@@ -51,7 +41,8 @@ const wchar_t* faultOf(ByteView file)
     case DllKind::x64: break;
     }
     if (!exportsFunction(file, "quelta_init")) return L"a DLL that is no device library";
-    if (isOfOtherCompiler(file)) return L"a library that was not built with Visual C++, which the module can't use";
+    if (compilerOf(importsOf(file).value_or(std::vector<std::string>())) == Compiler::gcc)
+        return L"a library that was not built with Visual C++, which the module can't use";
     return nullptr;
 }
 

@@ -298,6 +298,7 @@ while IFS='|' read -r change finding; do
     # shellcheck disable=SC2086
     (cd installed && $change)
     quelta=installed/quelta.exe WINEPATH='' answers 1 "FAILED *$finding & -- *loading" check
+    quelta=installed/quelta.exe WINEPATH='' refuses "${finding#*: }" list
 done <<END
 rm QueltaCSP.dll|module: QueltaCSP.dll is neither
 truncate -s0 QueltaCSP.dll|module: .*is empty

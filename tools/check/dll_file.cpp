@@ -1,9 +1,6 @@
 #include "tools/check/dll_file.h"
 
-#include "base/microsoft_runtime.h"
-#include "common/dll_imports.h"
 #include "tools/console/files.h"
-#include "tools/console/text.h"
 
 #include <algorithm>
 #include <cstddef>
@@ -37,22 +34,6 @@ std::string faultOf(ByteView file)
         if (std::size_t{section.PointerToRawData} + section.SizeOfRawData > file.size()) return "is cut short";
     }
     return {};
-}
-
-bool anyBeginsWith(const std::vector<std::string>& names, std::initializer_list<std::string_view> beginnings)
-{
-    return std::ranges::any_of(names, [&](const std::string& name) {
-        return std::ranges::any_of(beginnings, [&](std::string_view beginning) { return folded(name).starts_with(beginning); });
-    });
-}
-
-// GCC's own come first, since either compiler may use the universal runtime; msvcrt.dll last, which old ones of both use.
-Compiler compilerOf(const std::vector<std::string>& imports)
-{
-    if (anyBeginsWith(imports, {"libstdc++", "libgcc_s", "libwinpthread"})) return Compiler::gcc;
-    if (std::ranges::any_of(imports, [](const std::string& name) { return isMicrosoftRuntime(name); }))
-        return Compiler::visualCpp;
-    return anyBeginsWith(imports, {"msvcrt.dll"}) ? Compiler::gcc : Compiler::unknown;
 }
 
 } // namespace

@@ -250,4 +250,11 @@ std::span<const CheckStep> installationSteps()
     return steps;
 }
 
+void requireFittingFiles()
+{
+    Examination examination;
+    lookAtModule(examination);
+    lookAtDeviceLibrary(examination);
+}
+
 } // namespace quelta::tools

@@ -156,10 +156,9 @@ void addCheck(CLI::App& app, Run& run)
         options.json = run.json;
         return check(options);
     };
-    auto [command, options] =
-        addCommand<CheckOptions>(app, run, checkAll, "check",
-                                 "Check installation, token and certificates, and say how to mend what is wrong; changes nothing",
-                                 "check --report report.txt");
+    auto [command, options] = addCommand<CheckOptions>(
+        app, run, checkAll, "check", "Check installation, token and certificates, and say how to mend what is wrong",
+        "check --report report.txt");
     addOption(command, "--report", options.report, "FILE",
               "Also write the result, and the last errors of the logs, into this file; it holds no secrets");
     auto* dialog = command.add_flag("--pin-dialog", options.withPin, "Sign as well; the provider's dialog asks for the PIN");

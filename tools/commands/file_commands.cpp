@@ -27,7 +27,7 @@ std::string shownTarget(const std::string& file)
 
 Json signFile(const SigningKey& signer, const std::string& name, const std::string& target, const SignOptions& options)
 {
-    InputFile file(pathOf(name), "signing");
+    InputFile file(pathOf(name));
     refuseSameFile(pathOf(name), pathOf(target));
     std::error_code ignored;
     const bool replaces = !options.add && std::filesystem::exists(pathOf(target), ignored);
@@ -94,7 +94,7 @@ Outcome sign(const SignOptions& options)
 Outcome encrypt(const EncryptOptions& options)
 {
     const std::string target = targetOf(options.output, options.file, ".p7m");
-    InputFile file(pathOf(options.file), "encrypting");
+    InputFile file(pathOf(options.file));
     refuseSameFile(pathOf(options.file), pathOf(target));
     OutputFile output(pathOf(target));
     const CertificateContext recipient = recipientFor(options);
@@ -107,7 +107,7 @@ Outcome encrypt(const EncryptOptions& options)
 
 Outcome decrypt(const DecryptOptions& options)
 {
-    InputFile file(pathOf(options.file), "decrypting");
+    InputFile file(pathOf(options.file));
     refuseSameFile(pathOf(options.file), pathOf(options.output));
     OutputFile output(pathOf(options.output));
     const auto provider = openAny(options.token);

@@ -1,6 +1,7 @@
 #include "tools/commands/commands.h"
 
 #include "common/publishing_end.h"
+#include "tools/check/dll_file.h"
 #include "tools/cms/certificates.h"
 #include "tools/commands/certificate_store.h"
 #include "tools/console/console.h"
@@ -150,6 +151,7 @@ Outcome watch()
 Outcome publish(bool watching)
 {
     if (watching) return watch();
+    requireFittingFiles();
     Outcome outcome = makeIt(contentOfToken());
     if (outcome.json["certificates"].empty())
         outcome.lines.emplace_back("the token holds no certificate of a key; import one first");

@@ -93,13 +93,13 @@ CheckedSignature check(const VerifyOptions& options, std::optional<OutputFile>& 
         content.emplace(pathOf(options.output));
     }
     if (options.file.empty()) {
-        InputFile message(pathOf(options.signature), "verifying");
+        InputFile message(pathOf(options.signature));
         return checkAttached(message, [&](ByteView piece) {
             if (content) content->write(piece);
         });
     }
     const Bytes signature = readMessage(pathOf(options.signature));
-    InputFile file(pathOf(options.file), "verifying");
+    InputFile file(pathOf(options.file));
     return checkSignature(signature, file);
 }
 

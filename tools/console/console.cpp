@@ -105,14 +105,6 @@ bool writeToOutput(ByteView bytes)
     return writeBytes(output(), bytes);
 }
 
-void showProgress(std::string_view line)
-{
-    static std::size_t shown = 0;
-    if (!isConsole(errors()) || (line.empty() && shown == 0)) return;
-    write(errors(), '\r' + std::string(shown, ' ') + '\r' + std::string(line));
-    shown = line.size();
-}
-
 bool isWine()
 {
     return GetProcAddress(GetModuleHandleW(L"ntdll.dll"), "wine_get_version") != nullptr;

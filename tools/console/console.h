@@ -22,9 +22,6 @@ void useOutputForContent();
 // Content, as it is. False, with a last error, where nobody takes it.
 bool writeToOutput(ByteView bytes);
 
-// A line on the console that the next one overwrites; empty takes it away. Nothing is shown elsewhere.
-void showProgress(std::string_view line);
-
 // Wine, and not Windows.
 bool isWine();
 

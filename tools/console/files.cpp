@@ -44,28 +44,9 @@ std::string inputName(const std::filesystem::path& path)
     return isStandardStream(path) ? "standard input" : nameOf(path);
 }
 
-InputFile::InputFile(std::filesystem::path path, std::string verb)
-    : path_(std::move(path)), verb_(std::move(verb)), handle_(openToRead(path_))
+InputFile::InputFile(std::filesystem::path path) : path_(std::move(path)), handle_(openToRead(path_))
 {
     if (!handle_) failWithLastError("can't open " + name());
-    if (isStandardStream(path_)) return;
-    LARGE_INTEGER size{};
-    if (!GetFileSizeEx(handle_.get(), &size)) failWithLastError("can't tell the size of " + name());
-    size_ = static_cast<std::uint64_t>(size.QuadPart);
-}
-
-InputFile::~InputFile()
-{
-    showProgress({});
-}
-
-void InputFile::tellProgress()
-{
-    const auto now = std::chrono::steady_clock::now();
-    if (verb_.empty() || now - told_ < std::chrono::seconds(1)) return;
-    told_ = now;
-    const auto megabytes = [](std::uint64_t bytes) { return std::to_string(bytes / (1024 * 1024)); };
-    showProgress(verb_ + ' ' + megabytes(done_) + (size_ ? " of " + megabytes(size_) : "") + " MB");
 }
 
 std::size_t InputFile::read(std::span<unsigned char> buffer)
@@ -80,8 +61,6 @@ std::size_t InputFile::read(std::span<unsigned char> buffer)
         if (!got) break;
         filled += got;
     }
-    done_ += filled;
-    tellProgress();
     return filled;
 }
 

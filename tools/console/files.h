@@ -4,7 +4,6 @@
 #include "base/bytes.h"
 #include "common/files.h"
 
-#include <chrono>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
@@ -26,26 +25,16 @@ std::string inputName(const std::filesystem::path& path);
 
 class InputFile {
 public:
-    // The progress of reading is shown under `verb`, as in "signing".
-    explicit InputFile(std::filesystem::path path, std::string verb = {});
-    ~InputFile();
-    InputFile(const InputFile&) = delete;
-    InputFile& operator=(const InputFile&) = delete;
+    // Throws a Failure if the file can't be opened.
+    explicit InputFile(std::filesystem::path path);
 
     std::string name() const { return inputName(path_); }
     // Fills `buffer` as far as the file goes; fewer bytes than asked for mean its end.
     std::size_t read(std::span<unsigned char> buffer);
 
 private:
-    void tellProgress();
-
     std::filesystem::path path_;
-    std::string verb_;
     File handle_;
-    // 0 for standard input, which ends where it ends.
-    std::uint64_t size_ = 0;
-    std::uint64_t done_ = 0;
-    std::chrono::steady_clock::time_point told_ = std::chrono::steady_clock::now();
 };
 
 // Hands the file to `take` piece by piece. Every piece but the last is full.

@@ -1,5 +1,6 @@
 #include "tools/token/open_token.h"
 
+#include "tools/check/dll_file.h"
 #include "tools/console/failure.h"
 #include "tools/console/provider_log.h"
 
@@ -14,6 +15,7 @@ namespace {
 template <class Open>
 auto opened(const std::optional<Interface>& wanted, Open open)
 {
+    requireFittingFiles();
     auto result = [&] {
         if (wanted) return open(*wanted);
         try {
@@ -71,6 +73,7 @@ void logIn(TokenProvider& provider, const PinSource& pin)
 
 std::vector<ListedKey> listKeys()
 {
+    requireFittingFiles();
     std::vector<ListedKey> all;
     std::exception_ptr first;
     bool opened = false;
