@@ -1,4 +1,4 @@
-// Digests, block ciphers and random numbers of bcrypt.dll. Whatever it refuses throws BcryptError.
+// Digests, block ciphers and random numbers of bcrypt.dll. A refusal throws BcryptError.
 #pragma once
 
 #include "base/bytes.h"
@@ -40,7 +40,7 @@ class Digest {
 public:
     explicit Digest(const KnownDigest& kind);
     void update(ByteView bytes);
-    // To be called once.
+    // Must be called only once.
     Bytes finish();
 
 private:
@@ -57,7 +57,7 @@ public:
     // The IV is as long as a block.
     BlockCipher(const KnownCipher& cipher, ByteView key, ByteView iv);
 
-    // Whole blocks, at least one; each call goes on where the last one ended. No padding is added or removed.
+    // Takes one or more whole blocks and continues the last call's chain. Adds and removes no padding.
     Bytes encrypt(ByteView blocks);
     Bytes decrypt(ByteView blocks);
 

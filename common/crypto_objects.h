@@ -18,7 +18,7 @@ using BcryptAlgorithm = WindowsObject<BCRYPT_ALG_HANDLE, closeBcryptAlgorithm>;
 using BcryptKey = WindowsObject<BCRYPT_KEY_HANDLE, BCryptDestroyKey>;
 using BcryptHash = WindowsObject<BCRYPT_HASH_HANDLE, BCryptDestroyHash>;
 
-// CryptoAPI's handles are integers; 0 stands for none.
+// CryptoAPI's handles are integers; 0 means none.
 template <auto Release>
 class CryptObject {
 public:
@@ -35,7 +35,7 @@ public:
         if (handle_) Release(handle_);
     }
     ULONG_PTR get() const { return handle_; }
-    // The place for a function that gives out a handle. The object must hold none.
+    // Returns the address for a function that returns a handle. The object must be empty.
     ULONG_PTR* out() { return &handle_; }
     explicit operator bool() const { return handle_ != 0; }
 

@@ -15,7 +15,7 @@ struct Header {
     std::size_t contentSize;
 };
 
-// The length in more than one byte, `bytes` beginning with the count of those.
+// Reads the long form of a length. The first byte of `bytes` is the number of length bytes.
 std::optional<Header> longHeader(ByteView bytes)
 {
     const std::size_t count = bytes[0] & 0x7FU;
@@ -51,7 +51,7 @@ std::optional<std::uint64_t> smallNumberOf(ByteView content)
     return number;
 }
 
-// The first two arcs share a number: 40 times the one, which is at most 2, and the other.
+// The first number holds two arcs: 40 times the first one, which is at most 2, plus the second.
 std::string firstArcs(std::uint64_t number)
 {
     const std::uint64_t first = std::min<std::uint64_t>(number / 40, 2);

@@ -1,4 +1,4 @@
-// A reader of DER (ITU-T X.690), of which each value has one encoding: elements of one-byte tags, in memory.
+// Reads DER (ITU-T X.690) from memory: elements with one-byte tags. Each value must have its only valid encoding.
 #pragma once
 
 #include "base/der.h"
@@ -13,8 +13,8 @@ struct Element {
     ByteView whole;
 };
 
-// Walks the elements of a content in memory, which must outlive it and what it gives out. Nothing is read beyond it, whatever the
-// lengths say. A function that finds not what it asks for gives nothing, and the element can still be read as what it is.
+// Walks the elements of a content, which must outlive the reader and the returned views. Nothing is read beyond the content. On a
+// mismatch a function returns nullopt and consumes nothing.
 class Reader {
 public:
     explicit Reader(ByteView content) : rest_(content) {}
@@ -25,13 +25,13 @@ public:
     // Nullopt if no whole element follows, or if its length is indefinite or takes more bytes than it needs.
     std::optional<Element> next();
     std::optional<Element> next(unsigned char tag);
-    // The content of a constructed element.
+    // Returns a reader of the element's content.
     std::optional<Reader> enter(unsigned char tag);
 
-    // The magnitude without leading zeros, so that zero is empty; nothing for a negative number.
+    // Returns the magnitude without leading zeros; zero is empty. Nullopt for a negative number.
     std::optional<ByteView> unsignedInteger();
     std::optional<std::uint64_t> smallInteger();
-    // Dotted.
+    // Returns the dotted form.
     std::optional<std::string> oid();
     // Nullopt if the string does not end with a whole byte.
     std::optional<ByteView> bitString();
@@ -44,8 +44,8 @@ private:
     ByteView rest_;
 };
 
-// r and s in halves of equal length, to the SEQUENCE that certificates and messages have; and back to halves of `half` bytes
-// each, nothing if it is no such SEQUENCE or a number does not fit.
+// Convert an ECDSA signature: from r and s in halves of equal length to the SEQUENCE of certificates and messages, and back to
+// halves of `half` bytes each. The latter returns nullopt if `signature` is no such SEQUENCE or a number does not fit.
 Bytes ecdsaSignature(ByteView halves);
 std::optional<Bytes> ecdsaHalves(ByteView signature, std::size_t half);
 

@@ -12,12 +12,12 @@ namespace quelta {
 
 namespace {
 
-// A damaged file may claim more; these are more than any DLL has.
+// Limits that no DLL exceeds. A damaged file may claim more.
 constexpr std::size_t mostImports = 1000;
 constexpr std::size_t mostExports = 65536;
 constexpr std::size_t longestName = 260;
 
-// A record wherever it stands in the file.
+// Reads a record at any offset.
 template <class Record>
 std::optional<Record> recordAt(ByteView file, std::size_t offset)
 {
@@ -27,7 +27,7 @@ std::optional<Record> recordAt(ByteView file, std::size_t offset)
     return record;
 }
 
-// The offset of the headers that follow the signature "PE".
+// Returns the offset of the signature "PE".
 std::optional<std::size_t> headersOf(ByteView file)
 {
     const auto dos = recordAt<IMAGE_DOS_HEADER>(file, 0);
@@ -37,7 +37,7 @@ std::optional<std::size_t> headersOf(ByteView file)
     return start;
 }
 
-// A 64-bit DLL or program. A file's sections stand elsewhere in memory; addresses are those in memory.
+// The file of a 64-bit DLL or program. Addresses are those in memory, where the sections stand elsewhere than in the file.
 class Image {
 public:
     static std::optional<Image> of(ByteView file)
@@ -48,7 +48,7 @@ public:
         return Image(file, *start, *headers);
     }
 
-    // The address of one of the tables that the headers name; 0 if there is none.
+    // Returns the address of a table of the headers; 0 if there is none.
     DWORD directory(std::size_t index) const { return headers_.OptionalHeader.DataDirectory[index].VirtualAddress; }
 
     std::optional<std::size_t> offsetOf(DWORD address) const

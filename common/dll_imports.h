@@ -18,7 +18,7 @@ enum class DllKind {
 
 DllKind dllKindOf(ByteView file);
 
-// The names of the DLLs that a DLL or program imports. Nullopt if the bytes are no 64-bit DLL or program.
+// Returns the names of the imported DLLs. Nullopt if the bytes are no 64-bit DLL or program.
 std::optional<std::vector<std::string>> importsOf(ByteView file);
 
 enum class Compiler {
@@ -27,10 +27,10 @@ enum class Compiler {
     gcc,
 };
 
-// The compiler that made a DLL with these imports, as far as the imported runtimes tell. Unknown if the runtime is linked in.
+// Returns the compiler of a DLL with these imports, as the imported runtimes tell. Unknown if the runtime is linked in.
 Compiler compilerOf(const std::vector<std::string>& imports);
 
-// False also if the bytes are no 64-bit DLL or program.
+// Returns whether the file exports the function. False also if the bytes are no 64-bit DLL or program.
 bool exportsFunction(ByteView file, std::string_view name);
 
 } // namespace quelta

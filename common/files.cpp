@@ -42,7 +42,7 @@ FileReplacement::FileReplacement(std::filesystem::path target, std::wstring_view
 
 FileReplacement::~FileReplacement()
 {
-    // One that another has open is not this one's to delete.
+    // A temporary file that another process has open is not deleted.
     if (committed_ || !file_) return;
     file_.reset();
     DeleteFileW(temporary_.c_str());

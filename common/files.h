@@ -1,5 +1,5 @@
-// Files are written whole or not at all: under a temporary name first, which then takes the target's place. Nothing here throws
-// for what Windows refuses: false, and GetLastError() says why.
+// Writes a file whole or not at all: under a temporary name first, which then replaces the target. If Windows refuses, a function
+// returns false, and GetLastError() says why.
 #pragma once
 
 #include "base/bytes.h"
@@ -13,19 +13,19 @@ bool writeAll(const File& file, ByteView bytes);
 
 class FileReplacement {
 public:
-    // `suffix` makes the temporary name from the target's. Two that write at once need different ones; one that is always the
-    // same leaves no more than one file behind when processes die.
+    // `suffix` is appended to the target's name for the temporary file. Concurrent writers need different suffixes. A constant
+    // suffix leaves at most one file behind when processes die.
     FileReplacement(std::filesystem::path target, std::wstring_view suffix);
-    // Without commit() the temporary file goes, and the target is as it was.
+    // Without commit() the temporary file is deleted, and the target stays as it was.
     ~FileReplacement();
     FileReplacement(const FileReplacement&) = delete;
     FileReplacement& operator=(const FileReplacement&) = delete;
 
-    // False where the temporary file could not be opened.
+    // False if the temporary file could not be opened.
     explicit operator bool() const { return static_cast<bool>(file_); }
     const File& file() const { return file_; }
     bool write(ByteView bytes) { return writeAll(file_, bytes); }
-    // Waits up to a second for whoever has the target open. Nothing can be written any more after it.
+    // Replaces the target. Waits up to a second while another process has the target open. Nothing can be written afterwards.
     bool commit();
 
 private:

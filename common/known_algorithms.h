@@ -14,11 +14,11 @@ struct KnownDigest {
     std::uint32_t algId;
     std::size_t size;
     std::string_view oid;
-    // Empty where nobody uses it that way.
+    // Empty if the digest is not used with ECDSA.
     std::string_view ecdsaOid;
 };
 
-// The one to take where nothing is asked for comes first.
+// The first one is the default.
 constexpr KnownDigest knownDigests[] = {
     {"sha256", L"SHA256", 0x800C, 32, "2.16.840.1.101.3.4.2.1", "1.2.840.10045.4.3.2"},
     {"sha384", L"SHA384", 0x800D, 48, "2.16.840.1.101.3.4.2.2", "1.2.840.10045.4.3.3"},
@@ -35,7 +35,7 @@ struct KnownCipher {
     std::size_t blockSize;
 };
 
-// In CBC mode; the strongest comes first.
+// Ciphers in CBC mode. The strongest comes first.
 constexpr KnownCipher knownCiphers[] = {
     {"AES-256", L"AES", "2.16.840.1.101.3.4.1.42", 32, 16},
     {"AES-192", L"AES", "2.16.840.1.101.3.4.1.22", 24, 16},

@@ -1,4 +1,4 @@
-// Texts in the forms that Windows wants them in.
+// Converts between UTF-8 and UTF-16.
 #pragma once
 
 #include "base/text.h"

@@ -1,4 +1,5 @@
-// Signs a file through CNG key storage, verifies the signature, and writes it. openssl verifies the signature of an RSA key as it is:
+// Signs a file through CNG key storage, verifies the signature, and writes it. openssl verifies the signature of an RSA key as it
+// is:
 //   openssl dgst -sha256 -verify PUBLIC-KEY -signature SIGNATURE FILE
 #include <windows.h>
 

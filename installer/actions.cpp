@@ -1,5 +1,5 @@
-// What the installer does beyond Windows Installer's own actions; each function is a custom action of quelta.wxs. What goes wrong
-// is told by the installer, in its window and in its log.
+// The custom actions of quelta.wxs: work for which Windows Installer has no action. The installer shows a failure in its window
+// and in its log.
 #include "base/text.h"
 #include "device_library.h"
 #include "publishing.h"
@@ -29,7 +29,7 @@ UINT fail(MSIHANDLE install, const std::wstring& text)
     return ERROR_INSTALL_FAILURE;
 }
 
-// An exception that left an action would end Windows Installer's process.
+// Runs an action. An exception that left the action would end Windows Installer's process.
 template <class Work>
 UINT action(MSIHANDLE install, Work work)
 {
@@ -41,7 +41,7 @@ UINT action(MSIHANDLE install, Work work)
     }
 }
 
-// For work that has no trouble to tell.
+// Runs an action that reports no trouble.
 template <class Work>
 UINT quietAction(MSIHANDLE install, Work work)
 {
@@ -62,7 +62,7 @@ std::wstring property(MSIHANDLE install, const wchar_t* name)
     return text;
 }
 
-// The one text that an action gets that runs later, with the rights of the system.
+// Returns CustomActionData: the only property that a deferred action can read.
 std::wstring customActionData(MSIHANDLE install)
 {
     return property(install, L"CustomActionData");
@@ -70,8 +70,8 @@ std::wstring customActionData(MSIHANDLE install)
 
 } // namespace
 
-// The module's own DllRegisterServer, which is linked in: to load the module, as regsvr32 does, takes the maker's library, and
-// that may come later.
+// Calls the module's DllRegisterServer, which is linked in. regsvr32 would load the module, which needs the maker's library. That
+// library may come later.
 extern "C" UINT WINAPI RegisterKeyStorage(MSIHANDLE install)
 {
     const HRESULT result = DllRegisterServer();
@@ -79,14 +79,14 @@ extern "C" UINT WINAPI RegisterKeyStorage(MSIHANDLE install)
     return fail(install, L"Windows refused to register the key storage provider (error " + std::to_wstring(result) + L")");
 }
 
-// There is nothing to do about a failure.
+// A failure is ignored: a rollback or a removal has to go on.
 extern "C" UINT WINAPI UnregisterKeyStorage(MSIHANDLE)
 {
     DllUnregisterServer();
     return ERROR_SUCCESS;
 }
 
-// While nothing has been changed yet, and an older version still stands.
+// Runs before anything was changed, while an older version is still installed.
 extern "C" UINT WINAPI RefuseOtherLibrary(MSIHANDLE install)
 {
     return action(install, otherDeviceLibrary);
@@ -97,7 +97,7 @@ extern "C" UINT WINAPI CheckDeviceLibrary(MSIHANDLE install)
     return action(install, [&] { return checkDeviceLibrary(property(install, L"DEVICELIBRARY")); });
 }
 
-// Before Windows Installer looks at which files are in use.
+// Runs before Windows Installer looks for files in use.
 extern "C" UINT WINAPI EndPublishing(MSIHANDLE install)
 {
     return quietAction(install, endPublishing);
@@ -123,7 +123,7 @@ extern "C" UINT WINAPI RemoveDeviceLibrary(MSIHANDLE install)
     return action(install, removeDeviceLibrary);
 }
 
-// For the user who removes the product.
+// Removes the published certificates of the user who removes the product.
 extern "C" UINT WINAPI UnpublishCertificates(MSIHANDLE install)
 {
     return quietAction(install, [&] {

@@ -11,7 +11,7 @@ namespace {
 
 constexpr const KnownDigest& sha256 = knownDigests[0];
 
-// The installer's mark: the hash of the library that it copied.
+// The installer's mark is the hash of the library that it copied.
 constexpr auto productKey = L"Software\\Oskvar\\Quelta";
 constexpr auto makerKey = L"Software\\Oskvar";
 constexpr auto markName = L"DeviceLibrary";
@@ -22,7 +22,7 @@ std::wstring target()
     return std::wstring(folder, GetSystemDirectoryW(folder, MAX_PATH)) + L"\\QueltaDSCLibrary.dll";
 }
 
-// What stood there before the copy; an empty file if nothing did.
+// Returns the path of the file that the copy replaced. The file is empty if there was none.
 std::wstring earlier()
 {
     return target() + L".replaced";
@@ -38,7 +38,7 @@ Bytes hashOf(ByteView content)
     return digestOf(sha256, content);
 }
 
-// Whether the file in the system's folder is the one that was copied there, and not another one of its name.
+// Returns whether the file in the system's folder is the installer's copy.
 bool isOurs()
 {
     Bytes mark(sha256.size);
@@ -76,7 +76,7 @@ void unmark()
     deleteIfEmpty(makerKey);
 }
 
-// One that a program has loaded can be renamed at least, and goes at the next start of Windows.
+// Deletes a file. A file that a program has loaded is renamed, and deleted at the next start of Windows.
 bool deleteNowOrLater(const std::wstring& path)
 {
     if (DeleteFileW(path.c_str()) || GetLastError() == ERROR_FILE_NOT_FOUND) return true;
@@ -105,7 +105,7 @@ bool putAside()
     return MoveFileExW(target().c_str(), earlier().c_str(), MOVEFILE_REPLACE_EXISTING);
 }
 
-// The bytes that were checked; the source may have changed since. GetLastError() tells of a failure.
+// Writes the checked bytes, since the source may have changed. On failure GetLastError() says why.
 bool putInPlace(ByteView content)
 {
     FileReplacement copy(target(), L".new");

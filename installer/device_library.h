@@ -1,5 +1,5 @@
-// The maker's device library where the module finds it. The installer copies it from where the administrator says, and keeps a
-// hash of the copy. Only a file of this hash is the installer's own: it replaces and removes no other.
+// Copies the maker's device library from the administrator's path to the system's folder, where the module finds it. The
+// installer keeps a hash of the copy. It replaces and removes only a file with this hash.
 #pragma once
 
 #include <optional>
@@ -7,17 +7,17 @@
 
 namespace quelta::installer {
 
-// Empty when it went well, else what is wrong and what to do, for a person.
+// Nullopt on success, else a text for people: what is wrong, and what to do.
 using Trouble = std::optional<std::wstring>;
 
-// Trouble if there is one that nobody may overwrite.
+// Returns trouble if a library is there that is not the installer's copy.
 Trouble otherDeviceLibrary();
 
-// What copying would refuse; nothing is changed.
+// Returns the trouble that copying would meet. Changes nothing.
 Trouble checkDeviceLibrary(const std::wstring& source);
 Trouble copyDeviceLibrary(const std::wstring& source);
 
-// One of them after a copy. The second does nothing where there was none.
+// After a copy exactly one of them is called. undoDeviceLibrary() does nothing if there was no copy.
 void keepDeviceLibrary();
 void undoDeviceLibrary();
 

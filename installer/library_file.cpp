@@ -9,7 +9,7 @@ namespace quelta::installer {
 
 namespace {
 
-// No library is as large; a disk image named by mistake may be larger than the memory.
+// No library is larger. A disk image that was named by mistake may be larger than the memory.
 constexpr LONGLONG largestFile = 256LL * 1024 * 1024;
 
 // Windows Installer's service reads the file as the system: it has another current folder, and no drives of users.
@@ -32,7 +32,7 @@ std::wstring whyUnread(const std::wstring& path, DWORD error)
            L". Let the computer's account read it, and not only users";
 }
 
-// Null if nothing is wrong.
+// Returns null if nothing is wrong.
 const wchar_t* faultOf(ByteView file)
 {
     switch (dllKindOf(file)) {

@@ -1,5 +1,5 @@
-// The file that the administrator names as the maker's library. It is only read: none of its code runs, and what it is linked to
-// need not be there.
+// Checks the file that the administrator names as the maker's library. The file is only read: none of its code runs, and the DLLs
+// that it imports may be missing.
 #pragma once
 
 #include "base/bytes.h"
@@ -9,13 +9,13 @@
 
 namespace quelta::installer {
 
-// The content of a file; an error of Windows otherwise.
+// Returns the content of a file, else Windows' error.
 std::expected<Bytes, unsigned long> contentOf(const std::wstring& path);
 
-// The content of a library that the module can load. Otherwise what is wrong and what to do, for a person.
+// Returns the content of a library that the module can load. Otherwise a text for people: what is wrong, and what to do.
 std::expected<Bytes, std::wstring> deviceLibraryIn(const std::wstring& path);
 
-// " (Windows' error 5)", for the end of a text.
+// Returns a text like " (Windows' error 5)".
 std::wstring because(unsigned long error);
 
 } // namespace quelta::installer

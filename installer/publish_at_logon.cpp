@@ -1,5 +1,5 @@
-// quelta-publish.exe, which the option Publishing starts at each logon. It is no console program: Windows would open a window for
-// quelta.exe itself.
+// quelta-publish.exe, which the option Publishing starts at each logon. For a console program, as quelta.exe is, Windows would
+// open a window.
 #include "quiet_start.h"
 
 #include <array>

@@ -10,7 +10,7 @@ namespace quelta::installer {
 
 namespace {
 
-// A watching program looks every two seconds, and may be at work with the token in between.
+// A watching program looks for the event every two seconds, and may be busy with the token in between.
 constexpr ULONGLONG longestWait = 15'000;
 constexpr DWORD pause = 200;
 
@@ -26,7 +26,7 @@ bool toolRuns()
     return false;
 }
 
-// The system and administrators own it, and everybody may see it. Null if Windows refuses.
+// Makes the event: system and administrators own it, all users may open it. Null if Windows refuses.
 File endingEvent()
 {
     PSECURITY_DESCRIPTOR descriptor = nullptr;

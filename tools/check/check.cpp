@@ -36,7 +36,7 @@ bool hasCertificate(const Examination& examination)
     return std::ranges::any_of(examination.keys, [](const ListedKey& row) { return row.key.certificate != nullptr; });
 }
 
-// The reason why a step can't be done; empty if there is none.
+// Returns why a step can't be done; empty if it can.
 std::string_view lackFor(Need need, const Examination& examination)
 {
     if (need >= Need::fittingFiles && !examination.filesFit) return "the module can't be used with the device library";
@@ -82,7 +82,7 @@ std::string logsText()
     std::error_code ignored;
     for (const auto& program : std::filesystem::directory_iterator(logFolder(), ignored)) {
         const auto log = newestLogIn(program.path());
-        // Errors alone: at the loudest level the other lines have keys in clear.
+        // Only error lines are copied: at level 3 other lines hold keys in clear.
         const auto lines = errorLinesIn(log);
         if (!lines.empty()) text += "\nlast errors in " + nameOf(log) + "\n";
         for (const std::string& line : std::span(lines).last(std::min(lines.size(), linesOfEachLog))) text += "  " + line + "\n";

@@ -10,7 +10,7 @@ namespace quelta::tools {
 
 namespace {
 
-// Zeros beyond the file's end.
+// Reads a record. Bytes beyond the file's end are zero.
 template <class Record>
 Record recordAt(ByteView file, std::size_t offset)
 {

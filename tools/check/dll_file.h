@@ -1,4 +1,4 @@
-// What the file of a DLL says of it, without loading it.
+// Reads the file of a DLL without loading it.
 #pragma once
 
 #include "common/dll_imports.h"
@@ -8,7 +8,7 @@
 namespace quelta::tools {
 
 struct DllFile {
-    // Why it can't be loaded, as in "is a 32-bit DLL"; empty if nothing speaks against it.
+    // Why the DLL can't be loaded, as in "is a 32-bit DLL"; empty if nothing is wrong.
     std::string fault;
     std::vector<std::string> imports;
     Compiler compiler = Compiler::unknown;

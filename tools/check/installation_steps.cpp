@@ -46,7 +46,7 @@ std::filesystem::path onSearchPath(const wchar_t* name)
     return pathBy([&](wchar_t* path, DWORD size) { SearchPathW(nullptr, name, nullptr, size, path, nullptr); });
 }
 
-// A name alone is looked for where the system looks for DLLs.
+// Returns the path of the registered module. A name without a folder is looked up where the system looks for DLLs.
 std::filesystem::path registeredImage()
 {
     const auto image = registeredModule();
@@ -65,7 +65,7 @@ std::filesystem::path firstThatExists(std::initializer_list<std::filesystem::pat
     return {};
 }
 
-// Names of API sets are resolved by the system, and no file has them.
+// The system resolves names of API sets. They are no files.
 bool isApiSet(const std::string& name)
 {
     return folded(name).starts_with("api-ms-") || folded(name).starts_with("ext-ms-");
@@ -76,7 +76,7 @@ bool isThere(const std::string& import, const std::filesystem::path& folder)
     return isApiSet(import) || isFile(folder / pathOf(import)) || !onSearchPath(toWide(import).c_str()).empty();
 }
 
-// A DLL that this one needs and nobody has; empty if there is none.
+// Returns a DLL that `dll` imports and that can't be found; empty if there is none.
 std::string missingImportOf(const std::filesystem::path& dll)
 {
     for (const std::string& import : readDllFile(dll).imports)
@@ -84,7 +84,7 @@ std::string missingImportOf(const std::filesystem::path& dll)
     return {};
 }
 
-// The device library brings DLLs of its own.
+// Names a missing DLL: the device library may need others.
 std::string whyNotLoaded(const Examination& examination, DWORD error)
 {
     for (const auto& dll : {examination.module, examination.deviceLibrary})

@@ -1,4 +1,4 @@
-// The steps of quelta check, in their order. Each says what it found, and what to do where that is not well.
+// The steps of quelta check, in their order. Each tells its finding, and what to do if something is wrong.
 #pragma once
 
 #include "base/windows_objects.h"
@@ -10,7 +10,7 @@
 
 namespace quelta::tools {
 
-// A note does no harm; a step that was left out has its reason in a step before.
+// A note is no failure. A step is left out because of an earlier step.
 enum class Verdict { ok, note, failed, leftOut };
 
 struct Found {
@@ -24,7 +24,7 @@ struct Examination {
     // Empty if there is none.
     std::filesystem::path module = {};
     std::filesystem::path deviceLibrary = {};
-    // Loaded only if both files are sound and fit each other: otherwise they may crash.
+    // True if both files are sound and fit each other. Otherwise loading them may crash.
     bool filesFit = false;
     Library loaded = {};
     std::unique_ptr<TokenProvider> csp = {};
@@ -34,13 +34,13 @@ struct Examination {
     bool pinAccepted = false;
 };
 
-// What a step can't do without; each has need of all before it.
+// The precondition of a step. Each value includes all earlier ones.
 enum class Need { nothing, fittingFiles, module, token, key, certificate, pin };
 
 struct CheckStep {
     const char* name;
     Need need;
-    // A Failure that it throws is a finding too, "failed".
+    // A thrown Failure becomes a finding, "failed".
     Found (*look)(Examination& examination);
 };
 

@@ -26,7 +26,7 @@ std::string describe(const ListedKey& row)
     return shortName(key) + " (" + (key.certificate ? displayNameOf(*key.certificate) : key.algorithm) + ")";
 }
 
-// The faults that `judge` finds with the keys, in one line; empty if it finds none.
+// Joins the faults that `judge` finds with the keys; empty if there is none.
 template <class Judge>
 std::string faults(const Examination& examination, Judge judge)
 {
@@ -95,7 +95,7 @@ Found lookAtStore(Examination& examination)
                   "; applications do not see it: quelta publish");
 }
 
-// The dialog is asked for once, by way of a key that can sign.
+// Shows the dialog once, by a signature with a key that can sign.
 void letDialogAsk(Examination& examination)
 {
     for (auto* provider : {examination.csp.get(), examination.ksp.get()}) {

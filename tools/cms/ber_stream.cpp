@@ -12,7 +12,7 @@ namespace {
 constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 constexpr int deepest = 32;
 constexpr std::uint64_t largestElement = 1024 * 1024;
-// Of an element that is read as a whole, on all its levels together; a message to thousands of recipients stays below.
+// Limits the parts of an element that is read as a whole, on all levels. A message to thousands of recipients has fewer.
 constexpr int mostParts = 100'000;
 constexpr unsigned char constructed = 0x20;
 
@@ -99,7 +99,7 @@ void BerStream::forEachPart(const Header& outer, Take take)
     const std::uint64_t start = position_;
     while (outer.indefinite || position_ - start < outer.length) {
         const Header part = header();
-        // Two zero bytes end what has no length.
+        // Two zero bytes end an element of indefinite length.
         if (outer.indefinite && !part.tag && !part.length) return;
         take(part);
     }

@@ -23,7 +23,7 @@ public:
         std::uint64_t length;
     };
 
-    // The content of an element that was stepped into.
+    // A level is the content of an element that was stepped into.
     struct Level {
         bool indefinite;
         std::uint64_t end;
@@ -31,17 +31,16 @@ public:
 
     // Throws a Failure at the end of input.
     bool nextIs(unsigned char tag);
-    // Steps into an element of this tag; throws a Failure if another one comes. Its end is not looked for, unless atEnd() is
-    // asked.
+    // Steps into an element of this tag; throws a Failure if another one comes. Only atEnd() looks for the end of the element.
     Level enter(unsigned char tag);
-    // Whether nothing is left on this level; steps over what marks its end.
+    // Returns whether the level has no more elements, and if so steps out of it.
     bool atEnd(const Level& level);
-    // The next element as a whole, its lengths and those of its parts in DER's form. A Failure if it has more than 1 MB, or too
-    // many parts.
+    // Returns the next element as a whole, with all lengths in DER's form. Throws a Failure if the element has more than 1 MB or
+    // too many parts.
     Bytes element();
-    // The content of an OCTET STRING under an implicit tag [0], whole or in segments, handed on in pieces.
+    // Hands the content of an OCTET STRING under an implicit tag [0] to `take`, whole or in segments, in pieces.
     void octets(const std::function<void(ByteView)>& take);
-    // The same of an OCTET STRING within an explicit tag [0].
+    // The same for an OCTET STRING within an explicit tag [0].
     void wrappedOctets(const std::function<void(ByteView)>& take);
 
     [[noreturn]] void refuse() const;

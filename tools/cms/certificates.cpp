@@ -64,7 +64,7 @@ ByteView viewOf(const CRYPT_DATA_BLOB& blob)
 
 CRYPT_DATA_BLOB blobOf(ByteView bytes)
 {
-    // Wincrypt's blobs lack const; those made here are only read.
+    // Wincrypt's blobs lack const. Windows only reads this one.
     return {static_cast<DWORD>(bytes.size()), const_cast<BYTE*>(bytes.data())};
 }
 
@@ -124,7 +124,7 @@ std::string serialOf(const CERT_CONTEXT& certificate)
 
 ByteView serialContent(const CERT_CONTEXT& certificate)
 {
-    // Not from pCertInfo: there the number stands reversed, and whether a leading zero survives is the system's choice.
+    // pCertInfo will not do: it has the number reversed, and may drop a leading zero.
     auto outer = der::Reader(encodedOf(certificate)).enter(der::tagSequence);
     auto fields = outer ? outer->enter(der::tagSequence) : std::nullopt;
     if (!fields) return {};

@@ -1,4 +1,4 @@
-// Certificates: read from files, described, compared, and the kind of key in them.
+// Reads, describes and compares certificates, and tells the kind of their key.
 #pragma once
 
 #include "base/bytes.h"
@@ -12,8 +12,8 @@
 
 namespace quelta::tools {
 
-// Calls a function of Windows twice, for the size and for the value: call(nullptr, &size), call(value, &size), each true if all
-// is well. Empty, with the function's last error, if it is not.
+// Calls a function of Windows twice: call(nullptr, &size) for the size, call(value, &size) for the value. Each must return true.
+// Returns empty, with the function's last error, if one fails.
 template <class Call>
 Bytes fetched(Call call)
 {
@@ -29,53 +29,53 @@ ByteView viewOf(const CRYPT_DATA_BLOB& blob);
 CRYPT_DATA_BLOB blobOf(ByteView bytes);
 ByteView encodedOf(const CERT_CONTEXT& certificate);
 
-// Empty if the bytes are no certificate.
+// Returns null if the bytes are no certificate.
 CertificateContext parseCertificate(ByteView der);
 
-// All certificates of a PEM or DER file, at least one, or a Failure.
+// Returns the certificates of a PEM or DER file. Throws a Failure if there is none.
 std::vector<CertificateContext> readCertificates(const std::filesystem::path& path);
 
-// The bytes of PEM text's first block; bytes that are no PEM come back unchanged.
+// Returns the content of the first PEM block. Other bytes are returned unchanged.
 Bytes withoutPem(Bytes content);
 
-// The holder's name alone, as a list shows it.
+// Returns the holder's name as a list shows it.
 std::string displayNameOf(const CERT_CONTEXT& certificate);
 std::string displayIssuerOf(const CERT_CONTEXT& certificate);
 std::string subjectOf(const CERT_CONTEXT& certificate);
 std::string issuerOf(const CERT_CONTEXT& certificate);
 std::string serialOf(const CERT_CONTEXT& certificate);
-// The INTEGER's content, byte for byte as the certificate has it.
+// Returns the content of the INTEGER as the certificate has it.
 ByteView serialContent(const CERT_CONTEXT& certificate);
 
-// "valid", "expired" or "not yet valid".
+// Returns "valid", "expired" or "not yet valid".
 std::string validityAt(const CERT_CONTEXT& certificate, const FILETIME& time);
-// "expired on 2026-11-25 10:00:00 UTC"; empty for a certificate that is valid at this time.
+// Returns a text like "expired on 2026-11-25 10:00:00 UTC"; empty if the certificate is valid at this time.
 std::string validityFault(const CERT_CONTEXT& certificate, const FILETIME& time);
-// A certificate that says nothing of key usage may do everything. `usage` has bits of CERT_DIGITAL_SIGNATURE_KEY_USAGE and such,
-// any of which will do.
+// Returns whether the certificate allows one of the uses in `usage` (CERT_DIGITAL_SIGNATURE_KEY_USAGE and such). A certificate
+// without key usage allows all.
 bool mayBeUsedFor(const CERT_CONTEXT& certificate, BYTE usage);
 
 constexpr BYTE signatureUsage = CERT_DIGITAL_SIGNATURE_KEY_USAGE | CERT_NON_REPUDIATION_KEY_USAGE;
 constexpr BYTE encryptionUsage = CERT_KEY_ENCIPHERMENT_KEY_USAGE | CERT_DATA_ENCIPHERMENT_KEY_USAGE;
 
-// IssuerAndSerialNumber, as a message names a certificate.
+// Returns IssuerAndSerialNumber, by which a message names a certificate.
 Bytes issuerAndSerial(const CERT_CONTEXT& certificate);
-// Whether a message means the certificate: by that, or by the key identifier under the tag [0].
+// Returns whether `identifier` means the certificate: IssuerAndSerialNumber, or the key identifier under the tag [0].
 bool isNamedBy(const CERT_CONTEXT& certificate, const der::Element& name);
 
-// Empty if it has no such property.
+// Returns the property; empty if the certificate has none.
 Bytes propertyOf(const CERT_CONTEXT& certificate, DWORD property);
 bool isSelfIssued(const CERT_CONTEXT& certificate);
 
 struct PublicKeyKind {
     bool elliptic;
-    // Bytes of a coordinate; 0 for RSA.
+    // Size of a coordinate in bytes; 0 for RSA.
     std::size_t coordinateSize;
     unsigned bits;
 };
-// "RSA", or the curve as in "P-256".
+// Returns "RSA", or the curve as in "P-256".
 std::string nameOf(const PublicKeyKind& kind);
-// Nothing for a key that is neither RSA nor on P-256, P-384 or P-521.
+// Returns nullopt for a key that is neither RSA nor on P-256, P-384 or P-521.
 std::optional<PublicKeyKind> publicKeyKind(const CERT_CONTEXT& certificate);
 bool holdsRsaKey(const CERT_CONTEXT& certificate);
 

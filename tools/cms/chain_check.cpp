@@ -56,7 +56,7 @@ const CERT_CONTEXT& lastOf(const CERT_CHAIN_CONTEXT& chain)
     return *elementsOf(chain).back()->pCertContext;
 }
 
-// The certificate that is out of date, by name, comes before what Windows says of the chain as a whole.
+// Names an outdated certificate first. That says more than Windows' verdict on the whole chain.
 void refuseFaults(const CERT_CHAIN_CONTEXT& chain, DWORD ignored, const FILETIME& at)
 {
     const DWORD faults = chain.TrustStatus.dwErrorStatus & ~(ignored | CERT_TRUST_IS_NOT_TIME_NESTED);
@@ -96,7 +96,7 @@ ChainEnd checkChain(const Signer& signer, const CheckedSignature& checked, const
 
 ChainEnd describeChain(const CERT_CONTEXT& holder, const std::vector<Bytes>& known)
 {
-    // Whether it is valid today is another question.
+    // The validity is checked elsewhere.
     return endOf(*buildChain(holder, known, {}, holder.pCertInfo->NotBefore));
 }
 

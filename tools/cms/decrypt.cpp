@@ -22,14 +22,14 @@ struct Recipient {
 };
 
 struct Envelope {
-    // The SET that the recipients point into.
+    // The recipients' views point into this SET.
     Bytes recipientInfos;
     std::vector<Recipient> recipients;
     const KnownCipher* cipher;
     Bytes iv;
 };
 
-// Nothing for a recipient of another kind than one with an RSA key.
+// Returns nullopt for a recipient without an RSA key.
 std::optional<Recipient> readRecipient(const der::Element& info)
 {
     if (info.tag != der::tagSequence) return std::nullopt;
@@ -64,7 +64,7 @@ void readCipher(ByteView algorithm, Envelope& envelope)
     envelope.iv = toBytes(*iv);
 }
 
-// Leaves the stream before the encrypted content.
+// Reads the head. The stream then stands before the encrypted content.
 Envelope readEnvelope(BerStream& stream)
 {
     Envelope envelope{};
@@ -79,7 +79,7 @@ Envelope readEnvelope(BerStream& stream)
     stream.enter(der::tagSequence);
     stream.element();
     envelope.recipientInfos = stream.element();
-    // Certificates of the sender may stand before the recipients.
+    // The sender's certificates may precede the recipients.
     if (envelope.recipientInfos.at(0) == der::explicitTag(0)) envelope.recipientInfos = stream.element();
     envelope.recipients = readRecipients(envelope.recipientInfos);
     stream.enter(der::tagSequence);
@@ -91,7 +91,7 @@ Envelope readEnvelope(BerStream& stream)
 struct Match {
     const KeyEntry* key;
     const Recipient* recipient;
-    // By its certificate, and not by size alone.
+    // The certificate decides, not the size alone.
     bool named;
 };
 
@@ -101,7 +101,7 @@ bool couldOpen(const KeyEntry& key, const Recipient& recipient)
     return kind && kind->bits == 8 * recipient.wrappedKey.size();
 }
 
-// Those that the message names come first. The others may be of a certificate that the key had before its present one.
+// Orders the keys: those that the message names come first. Others may have had another certificate when the message was made.
 std::vector<Match> matchesOf(const std::vector<KeyEntry>& keys, const Envelope& envelope)
 {
     std::vector<Match> matches;
@@ -126,7 +126,7 @@ Wiped<Bytes> unwrapContentKey(TokenProvider& provider, const Match& match, const
     return key;
 }
 
-// What the token says to a content key that is not for the key that is tried, or is damaged.
+// The token's codes for a content key that is damaged or not for the tried key.
 bool isRefusal(const CallFailure& failure)
 {
     constexpr unsigned long refusals[] = {0x8009001D, 0x8009002D, 0x80090005};
@@ -158,7 +158,7 @@ Wiped<Bytes> openContentKey(TokenProvider& provider, std::vector<KeyEntry> keys,
                   " is not encrypted for a key on this token that can decrypt; plug in the token it was encrypted for");
 }
 
-// Decrypts in whole blocks and holds the last one back: how much of it is padding is known only at the end.
+// Decrypts whole blocks and holds the last one back, since only the end shows its padding.
 class ContentWriter {
 public:
     ContentWriter(BlockCipher key, OutputFile& output) : key_(std::move(key)), output_(output) {}

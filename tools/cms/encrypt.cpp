@@ -15,7 +15,7 @@ Bytes wrapFor(const CERT_CONTEXT& recipient, ByteView contentKey)
     if (!CryptImportPublicKeyInfoEx2(X509_ASN_ENCODING, &recipient.pCertInfo->SubjectPublicKeyInfo, 0, nullptr, &handle))
         failWithLastError("can't use the recipient's public key");
     const BcryptKey key(handle);
-    // Room for the largest key, 16384 bits.
+    // Room for a key of 16384 bits.
     Bytes wrapped(2048);
     ULONG size = 0;
     requireSuccess(BCryptEncrypt(key.get(), bcryptInput(contentKey), static_cast<ULONG>(contentKey.size()), nullptr, nullptr, 0,
@@ -32,8 +32,8 @@ Bytes recipientInfo(const CERT_CONTEXT& recipient, ByteView contentKey)
                           der::octetString(wrapFor(recipient, contentKey))});
 }
 
-// BER without lengths, since the length of standard input is not known beforehand. The content follows in pieces, an OCTET STRING
-// each, and then an end for each of the five elements that are open.
+// Returns the head of the message in BER of indefinite length, since the length of standard input is unknown. The content follows
+// in pieces, an OCTET STRING each, and then an end for each of the five open elements.
 Bytes headOf(const CERT_CONTEXT& recipient, const KnownCipher& cipher, ByteView key, ByteView iv)
 {
     const auto open = [](unsigned char tag) { return Bytes{tag, 0x80}; };

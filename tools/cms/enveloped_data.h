@@ -1,4 +1,4 @@
-// CMS EnvelopedData (RFC 5652) of any size. On return the whole content is in `output`, or a Failure says why not.
+// CMS EnvelopedData (RFC 5652) of any size. A function writes the whole content to `output`, or throws a Failure.
 #pragma once
 
 #include "tools/console/files.h"
@@ -6,11 +6,11 @@
 
 namespace quelta::tools {
 
-// RSA PKCS#1 v1.5 around the content key. Throws a Failure unless the certificate holds an RSA key.
+// Encrypts the content key with RSA PKCS#1 v1.5. Throws a Failure unless the certificate has an RSA key.
 void encryptFor(const CERT_CONTEXT& recipient, InputFile& file, OutputFile& output);
 
-// `keyName` chooses the key as findKey() does; empty takes the one that the message was encrypted for, and any that opens it if
-// none has the certificate that the message names.
+// `keyName` chooses the key as findKey() does. If it is empty, the key whose certificate the message names is used, else any key
+// that opens the message.
 void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile& file, OutputFile& output);
 
 } // namespace quelta::tools

@@ -12,7 +12,7 @@ namespace quelta::tools {
 
 namespace {
 
-// The key's own certificate is always there, whatever chain is known.
+// Returns the chain with the key's own certificate, even if the provider returns none.
 std::vector<Bytes> certificatesFor(const SigningKey& signer)
 {
     std::vector<Bytes> all = signer.provider.chain(signer.key);

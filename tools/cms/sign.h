@@ -1,4 +1,4 @@
-// Signs a file of any size. It is hashed here; the token signs the attributes alone.
+// Signs a file of any size. The file is hashed here; the token signs only the attributes.
 #pragma once
 
 #include "tools/console/files.h"
@@ -12,11 +12,11 @@ struct SigningKey {
     const KnownDigest& hash;
 };
 
-// The signature alone.
+// Returns a signature without the content.
 Bytes signDetached(const SigningKey& signer, InputFile& file);
-// The content within.
+// Writes a signature with the content.
 void signAttached(const SigningKey& signer, InputFile& file, OutputFile& output);
-// `message` with one signature more. Throws a Refusal if those that are there are not of this file.
+// Returns `message` with one more signature. Throws a Refusal if its signatures are not of this file.
 Bytes signToo(const SigningKey& signer, ByteView message, InputFile& file);
 
 } // namespace quelta::tools

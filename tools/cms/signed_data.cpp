@@ -34,7 +34,7 @@ Bytes signingTimeNow()
     return encoded;
 }
 
-// SHA-256 is the default, and so its name is left out.
+// SHA-256 is the attribute's default, so DER leaves its name out.
 Bytes signingCertificate(const CERT_CONTEXT& signer)
 {
     const Bytes issuer = der::sequence({der::element(der::explicitTag(4), viewOf(signer.pCertInfo->Issuer))});
@@ -86,7 +86,7 @@ void SignedData::add(const KnownDigest& hash, const CERT_CONTEXT& signer, const 
 {
     addOnce(digestAlgorithms, digestAlgorithm(hash));
     for (const Bytes& certificate : more) addOnce(certificates, certificate);
-    // The attributes are signed as a SET OF and sent under the tag [0].
+    // The signature is over a SET OF the attributes. The message has them under the tag [0].
     Bytes sent = attributes;
     sent.at(0) = der::explicitTag(0);
     signerInfos.push_back(der::sequence({der::smallInteger(1), issuerAndSerial(signer), digestAlgorithm(hash), sent,

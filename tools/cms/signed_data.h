@@ -1,5 +1,5 @@
-// CMS SignedData (RFC 5652), put together and taken apart by hand: the file is hashed here and the token signs the attributes
-// alone, whatever kind of key it is.
+// Writes and reads CMS SignedData (RFC 5652). crypt32 is not used: the file is hashed here, and the token signs only the
+// attributes, with any kind of key.
 #pragma once
 
 #include "base/bytes.h"
@@ -12,39 +12,39 @@
 
 namespace quelta::tools {
 
-// The signed attributes of a signature over content with this digest, as the SET OF whose bytes are signed.
-// signing-certificate-v2 (RFC 5035) is among them, which ties the signature to the signer's certificate.
+// Returns the signed attributes for a content with this digest, as the SET OF whose bytes are signed. signing-certificate-v2
+// (RFC 5035) ties the signature to the signer's certificate.
 Bytes signedAttributes(ByteView contentDigest, const CERT_CONTEXT& signer);
 
-// A whole message in its parts, DER each.
+// A message in its parts (DER).
 struct SignedData {
     Bytes version;
     std::vector<Bytes> digestAlgorithms;
-    // The content's type, and the content unless it is kept elsewhere.
+    // The content's type, and the content unless the message is detached.
     Bytes content;
     std::vector<Bytes> certificates;
     std::vector<Bytes> revocationLists;
     std::vector<Bytes> signerInfos;
 
-    // Adds a signature, and the certificates that are not there yet. `attributes` are those that signedAttributes() gave; `value`
-    // is big-endian for RSA, the SEQUENCE of r and s for ECDSA.
+    // Adds a signature, and those certificates that the message lacks. `attributes` come from signedAttributes(). `value` is
+    // big-endian for RSA, the SEQUENCE of r and s for ECDSA.
     void add(const KnownDigest& hash, const CERT_CONTEXT& signer, const Bytes& attributes, ByteView value,
              const std::vector<Bytes>& certificates);
     SignedData withoutContent() const;
-    // The ContentInfo.
+    // Returns the ContentInfo.
     Bytes encoded() const;
 };
 
-// Without signers, its content kept elsewhere.
+// Returns a detached message without signers.
 SignedData emptySignedData();
-// Of a ContentInfo in DER; nothing if it is none of SignedData.
+// Parses a ContentInfo in DER. Returns nullopt if it is no SignedData.
 std::optional<SignedData> parseSignedData(ByteView message);
 
-// A message of at most 1 MB, DER, BER or PEM, in DER's form.
+// Reads a message of at most 1 MB in DER, BER or PEM, and returns it in DER.
 Bytes readMessage(const std::filesystem::path& path);
 
-// Content of a length that nobody knows beforehand stands between these two, each piece an OCTET STRING: BER without lengths
-// outside.
+// Head and end of a message whose content has an unknown length: BER of indefinite length. Each piece of the content is an OCTET
+// STRING.
 Bytes headOfAttached(const KnownDigest& hash);
 Bytes tailOfAttached(const SignedData& message);
 

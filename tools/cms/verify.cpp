@@ -25,7 +25,7 @@ SignedData parsed(ByteView signature)
     return std::move(*message);
 }
 
-// A SignerInfo taken apart. The views point into the message.
+// The parts of a SignerInfo. The views point into the message.
 struct SignerFields {
     der::Element certificate;
     std::string hash;
@@ -41,7 +41,7 @@ std::string oidIn(der::Reader& fields)
     return algorithm ? algorithm->oid().value_or("") : "";
 }
 
-// The values of an attribute; nothing if it is not there.
+// Returns the values of an attribute; nullopt if it is missing.
 std::optional<der::Reader> attributeValues(ByteView attributes, std::string_view type)
 {
     der::Reader all(attributes);
@@ -50,7 +50,7 @@ std::optional<der::Reader> attributeValues(ByteView attributes, std::string_view
     return std::nullopt;
 }
 
-// Empty if there is no such attribute, or not exactly one value of it.
+// Returns the value of an attribute; empty unless there is exactly one value.
 ByteView attributeValue(ByteView attributes, std::string_view type)
 {
     auto values = attributeValues(attributes, type);
@@ -77,7 +77,7 @@ SignerFields fieldsOf(ByteView signerInfo)
     return signer;
 }
 
-// Nobody should believe a signature over another digest.
+// Throws a Refusal for an unsupported digest.
 const KnownDigest* digestOfOid(std::string_view oid)
 {
     const KnownDigest* kind = findRow(knownDigests, &KnownDigest::oid, oid);
@@ -91,7 +91,7 @@ const KnownDigest& hashOf(const SignerFields& signer)
     return *hash;
 }
 
-// The digests of a content that is handed out in pieces by `forEach`.
+// Computes digests of a content that `forEach` hands out in pieces.
 template <class ForEach>
 Digests digestsOf(const std::vector<const KnownDigest*>& hashes, ForEach forEach)
 {
@@ -105,7 +105,7 @@ Digests digestsOf(const std::vector<const KnownDigest*>& hashes, ForEach forEach
     return finished;
 }
 
-// Those of a message's own list that are known here.
+// Returns the supported digests of the message's list.
 std::vector<const KnownDigest*> hashesIn(ByteView algorithms)
 {
     std::vector<const KnownDigest*> found;
@@ -117,7 +117,7 @@ std::vector<const KnownDigest*> hashesIn(ByteView algorithms)
     return found;
 }
 
-// The content's digest itself, or that of attributes which name it.
+// Returns the digest that was signed: the content's, or that of attributes that hold the content's digest.
 Bytes signedDigest(const SignerFields& signer, const KnownDigest& hash, const Bytes& contentDigest, ByteView contentType)
 {
     if (!signer.attributes) return contentDigest;
@@ -126,7 +126,7 @@ Bytes signedDigest(const SignerFields& signer, const KnownDigest& hash, const By
         throw Refusal("the file is not the one that was signed: it was changed since, or it is another file");
     if (!sameBytes(attributeValue(attributes, oid::contentType), contentType))
         throw Refusal("the signature was made over content of another type");
-    // They are sent under the tag [0] and signed as a SET OF.
+    // The message has the attributes under the tag [0]. The signature is over a SET OF.
     return digestOf(hash, der::element(der::tagSet, attributes));
 }
 

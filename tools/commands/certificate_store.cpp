@@ -18,7 +18,7 @@ bool isMarked(const CERT_CONTEXT& certificate)
            propertyOf(certificate, CERT_DESCRIPTION_PROP_ID) == toBytes(markText);
 }
 
-// The record points into its own bytes.
+// The record's pointers point into its own bytes.
 const CRYPT_KEY_PROV_INFO* placeIn(const Bytes& property)
 {
     return property.empty() ? nullptr : reinterpret_cast<const CRYPT_KEY_PROV_INFO*>(property.data());
@@ -38,7 +38,7 @@ void setProperty(const CERT_CONTEXT& certificate, DWORD property, const void* va
     if (!CertSetCertificateContextProperty(&certificate, property, 0, value)) failWithLastError("can't prepare a certificate");
 }
 
-// Wine keeps no properties but those that it knows, and of these nothing else uses the description.
+// Wine keeps only properties that it knows. Nothing else uses the description.
 void setMark(const CERT_CONTEXT& certificate)
 {
     const Bytes mark = toBytes(markText);
@@ -57,7 +57,7 @@ void setPlace(const CERT_CONTEXT& certificate, const KeyPlace& place)
 
 } // namespace
 
-// By way of the registry: where Wine opens the store by itself, what is deleted there comes back.
+// Opens the store through the registry. In a store that Wine opens by name, deleted certificates come back.
 UserStore::UserStore(const wchar_t* name)
     : name_(name), store_(CertOpenStore(CERT_STORE_PROV_SYSTEM_REGISTRY_W, 0, 0, CERT_SYSTEM_STORE_CURRENT_USER, name))
 {
@@ -77,7 +77,7 @@ Placed UserStore::put(ByteView certificate, const KeyPlace* place)
     if (const auto known = find(certificate)) {
         if (!isMarked(*known)) return Placed::somebodyElses;
         if (isAt(*known, place)) return Placed::unchanged;
-        // Not replaced in place, which on some systems keeps the old properties.
+        // Delete, then add: replacing keeps the old properties on some systems.
         remove(certificate);
     }
     const CertificateContext context = parseCertificate(certificate);

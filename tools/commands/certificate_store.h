@@ -1,4 +1,4 @@
-// The user's certificate stores, where applications look: what the tool put there it marks, and touches nothing else.
+// The user's certificate stores, where applications look. The tool marks its certificates, and touches no others.
 #pragma once
 
 #include "base/bytes.h"
@@ -9,7 +9,7 @@
 
 namespace quelta::tools {
 
-// Where a certificate's private key is, as CERT_KEY_PROV_INFO_PROP_ID has it.
+// The place of a certificate's private key, as in CERT_KEY_PROV_INFO_PROP_ID.
 struct KeyPlace {
     std::string container;
     // PROV_RSA_FULL, or 0 for key storage.
@@ -21,14 +21,14 @@ enum class Placed { added, unchanged, somebodyElses };
 
 class UserStore {
 public:
-    // "My", "CA". Throws a Failure.
+    // Opens "My" or "CA". Throws a Failure.
     explicit UserStore(const wchar_t* name);
 
     // `place` is null for an issuer's certificate, which has no key.
     Placed put(ByteView certificate, const KeyPlace* place);
-    // Whether it is there, and leads to this provider.
+    // Returns whether the store has the certificate with this provider's key.
     bool leadsToProvider(ByteView certificate) const;
-    // The certificates with the mark.
+    // Returns the certificates with the tool's mark.
     std::vector<Bytes> marked() const;
     void remove(ByteView certificate);
 

@@ -18,7 +18,7 @@ namespace quelta::tools {
 
 namespace {
 
-// What is common to all commands.
+// The state that all commands share.
 struct Run {
     bool json = false;
     Outcome outcome;
@@ -208,7 +208,7 @@ int tell(const Run& run)
     return run.outcome.status;
 }
 
-// As JSON as well, so that a program reads the same from a failure as from a success.
+// Prints a failure, with --json as JSON.
 int refuse(const Run& run, const std::string& start, const std::string& error, Json json = Json::object())
 {
     complain("quelta: " + start + error);

@@ -6,7 +6,7 @@
 
 namespace quelta::tools {
 
-// A table of the token's keys.
+// Returns a table of the token's keys.
 Outcome list();
 
 struct SignOptions {
@@ -49,23 +49,22 @@ Outcome verify(const VerifyOptions& options);
 
 struct CheckOptions {
     PinSource pin = {};
-    // Whether a PIN is to be had, from the dialog if from nowhere else.
+    // Whether to sign as well, with the given PIN or the dialog.
     bool withPin = false;
-    // Whether a token is left out of it.
+    // Whether to stop before the token.
     bool installationOnly = false;
     std::string report = {};
     bool json = false;
 };
 
-// Prints each line when it is found, and writes the report as it goes: the maker's library may hang or crash. With `json` nothing
-// is printed before the end.
+// Prints each line when its step ends, and writes the report at the same time, since the maker's library may hang or crash. With
+// `json` nothing is printed before the end.
 Outcome check(const CheckOptions& options);
 
-// Publishes the token's certificates, RSA keys for CryptoAPI and those on curves for key storage, and takes away what was
-// published of another token or before. With `watch` it goes on until it is interrupted: published while a token is plugged in,
-// taken away when it is pulled.
+// Publishes the token's certificates: RSA keys for CryptoAPI, EC keys for key storage. Removes the other published certificates.
+// With `watch` it runs until it is interrupted, publishes when a token is plugged in, and removes when the token is pulled.
 Outcome publish(bool watch);
-// Takes away all that publish() put there, and nothing else.
+// Removes all certificates that publish() added, and no others.
 Outcome unpublish();
 
 } // namespace quelta::tools

@@ -13,7 +13,7 @@ namespace quelta::tools {
 
 namespace {
 
-// Standard input goes to standard output, and a file beside itself.
+// Returns the default output: standard output for standard input, else a file beside the input.
 std::string targetOf(const std::string& given, const std::string& file, const char* ending)
 {
     if (!given.empty()) return given;
@@ -47,7 +47,7 @@ std::string signatureTarget(const SignOptions& options, const std::string& file)
     return targetOf(options.output, file, options.attached ? ".p7m" : ".p7s");
 }
 
-// Before anybody is asked for a PIN.
+// Opens each input once, so that a missing file is found before the PIN is asked for.
 void refuseUnusableFiles(const SignOptions& options)
 {
     if (options.files.size() > 1 && !options.output.empty())

@@ -13,7 +13,7 @@ namespace {
 
 using Row = std::vector<std::string>;
 
-// The words that hold, of two.
+// Returns those of the two words whose flag is true.
 Row words(bool firstHolds, const char* first, bool secondHolds, const char* second)
 {
     Row all;
@@ -77,7 +77,7 @@ Json jsonOf(const ListedKey& listed, std::size_t number)
     return json;
 }
 
-// A character of UTF-8 takes one place, however many bytes it has.
+// Counts the characters of a UTF-8 text.
 std::size_t widthOf(const std::string& text)
 {
     return static_cast<std::size_t>(std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));

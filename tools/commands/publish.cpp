@@ -17,7 +17,7 @@ namespace quelta::tools {
 namespace {
 
 constexpr DWORD pollMilliseconds = 2000;
-// Without a token each look leaves an error line in the provider's log, so only every fifth poll looks.
+// Without a token each opening leaves an error line in the provider's log, so only every fifth poll opens the provider.
 constexpr int pollsWithoutToken = 5;
 
 struct Entry {
@@ -26,7 +26,7 @@ struct Entry {
     std::optional<KeyPlace> place;
 };
 
-// What belongs into each of the two stores.
+// The certificates for each of the two stores.
 struct Content {
     std::vector<Entry> own;
     std::vector<Entry> issuers;
@@ -37,7 +37,7 @@ void addOnce(std::vector<Entry>& to, Entry entry)
     if (std::ranges::find(to, entry.certificate, &Entry::certificate) == to.end()) to.push_back(std::move(entry));
 }
 
-// A root is not ours to hand out: whoever trusts it decides that for himself.
+// Roots are left out. Users and administrators decide themselves which roots they trust.
 void addIssuers(std::vector<Entry>& to, const std::vector<Bytes>& chain, ByteView own)
 {
     for (const Bytes& der : chain) {
@@ -47,7 +47,7 @@ void addIssuers(std::vector<Entry>& to, const std::vector<Bytes>& chain, ByteVie
     }
 }
 
-// Whether the token has keys that are meant for the other interface.
+// Adds the keys for this interface. Returns whether the token has keys for the other one.
 bool addKeys(Content& content, Interface kind)
 {
     bool others = false;
@@ -114,7 +114,7 @@ void tell(const Outcome& outcome)
     for (const std::string& line : outcome.lines) printLine(line);
 }
 
-// A token that is pulled while it is read counts as none, until the next look.
+// A token that is pulled while it is read counts as none until the next poll.
 Content contentIfPluggedIn()
 {
     try {

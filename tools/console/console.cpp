@@ -9,7 +9,7 @@ namespace quelta::tools {
 
 namespace {
 
-// Lives as long as the process: the last line is printed on it.
+// Never closed, since the last line is printed through it.
 HANDLE keptOutput = nullptr;
 bool outputHasContent = false;
 
@@ -58,7 +58,7 @@ bool writeLine(HANDLE handle, std::string_view line)
     return write(handle, (isConsole(handle) ? wrapped(line, widthOf(handle)) : std::string(line)) + '\n');
 }
 
-// A runtime that was there before us has taken the old handle for its descriptor 1.
+// A runtime that was loaded earlier uses the old handle as its descriptor 1.
 void redirectRuntime(const wchar_t* name)
 {
     constexpr int standardOutput = 1;
@@ -73,7 +73,7 @@ void redirectRuntime(const wchar_t* name)
 void keepStandardOutput()
 {
     keptOutput = GetStdHandle(STD_OUTPUT_HANDLE);
-    // Several runtimes have this one handle, and each would close it.
+    // Several runtimes share this handle, and each would close it.
     SetHandleInformation(keptOutput, HANDLE_FLAG_PROTECT_FROM_CLOSE, HANDLE_FLAG_PROTECT_FROM_CLOSE);
     // A runtime that is loaded later asks for the handle.
     SetStdHandle(STD_OUTPUT_HANDLE, errors());

@@ -1,4 +1,4 @@
-// What the user reads: as characters on a console, broken between words; as UTF-8 in a file or a pipe.
+// Prints lines for the user: as characters on a console, broken between words; as UTF-8 to a file or a pipe.
 #pragma once
 
 #include "base/bytes.h"
@@ -7,22 +7,22 @@
 
 namespace quelta::tools {
 
-// To be called first: from then on standard output is the tool's own, and what anybody else in the process prints (the provider
-// prints its log's troubles) goes to standard error.
+// Must be called first. Afterwards standard output belongs to the tool, and output of others in the process goes to standard
+// error. The provider prints trouble with its log.
 void keepStandardOutput();
 
-// A line to standard output; to standard error once content goes to standard output. Throws a Failure where nobody takes it.
+// Prints a line to standard output, or to standard error once content goes to standard output. Throws a Failure if that fails.
 void printLine(std::string_view line);
-// The same; false, with a last error, where nobody takes it.
+// The same, but returns false with a last error on failure.
 bool tryPrintLine(std::string_view line);
 void complain(std::string_view line);
 
-// From here on standard output has a file's content.
+// From here on standard output is for a file's content.
 void useOutputForContent();
-// Content, as it is. False, with a last error, where nobody takes it.
+// Writes content unchanged. Returns false with a last error on failure.
 bool writeToOutput(ByteView bytes);
 
-// Wine, and not Windows.
+// Returns whether this is Wine.
 bool isWine();
 
 } // namespace quelta::tools

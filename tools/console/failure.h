@@ -1,4 +1,4 @@
-// What the user is told when something can't be done: one line that says what to do next.
+// The tool's failures. The text is one line for the user that says what to do next.
 #pragma once
 
 #include <stdexcept>
@@ -11,12 +11,12 @@ class Failure : public std::runtime_error {
     using std::runtime_error::runtime_error;
 };
 
-// A signature that does not belong to the file, a chain that does not hold: the answer to a question, not a mishap.
+// A negative answer: the signature is not of this file, or its chain is not valid.
 class Refusal : public Failure {
     using Failure::Failure;
 };
 
-// What the provider or Windows refused, with its code.
+// A refusal by the provider or by Windows, with its code.
 class CallFailure : public Failure {
 public:
     CallFailure(const std::string& text, unsigned long code) : Failure(text), code_(code) {}
@@ -26,15 +26,15 @@ private:
     unsigned long code_;
 };
 
-// `what` names the step, `code` is a Win32 code, an NTE_ code or a SECURITY_STATUS; what to do next is looked up by the code. The
-// newest error line that the provider's log has of this run is quoted.
+// Throws a CodeFailure. `what` names the step. `code` is a Win32 code, an NTE_ code or a SECURITY_STATUS, and selects the advice.
+// The text quotes the newest error line of this run from the provider's log.
 [[noreturn]] void fail(std::string_view what, unsigned long code);
-// The text of that failure.
+// Returns the text of that failure.
 std::string failureText(std::string_view what, unsigned long code);
-// As above with the thread's last error.
+// The same with the thread's last error.
 [[noreturn]] void failWithLastError(std::string_view what);
 
-// While the provider is opened some codes mean something else.
+// The same for the opening of the provider, where some codes mean something else.
 [[noreturn]] void failOpening(std::string_view what, unsigned long code);
 
 } // namespace quelta::tools

@@ -55,7 +55,7 @@ std::size_t InputFile::read(std::span<unsigned char> buffer)
     while (filled < buffer.size()) {
         const auto wanted = static_cast<DWORD>(std::min(buffer.size() - filled, pieceSize));
         DWORD got = 0;
-        // A pipe whose writer has gone is at its end.
+        // A closed pipe is the end of input.
         if (!ReadFile(handle_.get(), buffer.data() + filled, wanted, &got, nullptr) && GetLastError() != ERROR_BROKEN_PIPE)
             failWithLastError("can't read " + name());
         if (!got) break;

@@ -1,4 +1,4 @@
-// Files in pieces: a file of any size passes through one megabyte of memory.
+// Reads and writes files of any size in pieces of one megabyte.
 #pragma once
 
 #include "base/bytes.h"
@@ -14,13 +14,13 @@ namespace quelta::tools {
 
 constexpr std::size_t pieceSize = std::size_t{1024} * 1024;
 
-// Stands for standard input and standard output in place of a file.
+// "-" stands for standard input and standard output.
 inline bool isStandardStream(const std::filesystem::path& path)
 {
     return path == "-";
 }
 
-// As the user is told of it.
+// Returns the name for messages.
 std::string inputName(const std::filesystem::path& path);
 
 class InputFile {
@@ -29,7 +29,7 @@ public:
     explicit InputFile(std::filesystem::path path);
 
     std::string name() const { return inputName(path_); }
-    // Fills `buffer` as far as the file goes; fewer bytes than asked for mean its end.
+    // Fills `buffer` and returns the count. Fewer bytes than asked for mean the end of the file.
     std::size_t read(std::span<unsigned char> buffer);
 
 private:
@@ -37,11 +37,11 @@ private:
     File handle_;
 };
 
-// Hands the file to `take` piece by piece. Every piece but the last is full.
+// Hands the file to `take` in pieces. All but the last are full.
 void forEachPiece(InputFile& file, const std::function<void(ByteView)>& take);
 
-// Written under a temporary name in the target's folder. The target appears, or is replaced, by commit() alone, and complete.
-// Standard output gets everything at once.
+// Writes under a temporary name in the target's folder. Only commit() makes or replaces the target. Standard output gets each
+// piece at once.
 class OutputFile {
 public:
     explicit OutputFile(const std::filesystem::path& target);
@@ -56,13 +56,13 @@ private:
     std::optional<FileReplacement> replacement_;
 };
 
-// For what is small by nature: certificates, detached signatures. Refuses a file of more than `limit`.
+// Reads a file that is small by nature, as a certificate. Throws a Failure if the file has more than `limit` bytes.
 Bytes readSmallFile(const std::filesystem::path& path, std::size_t limit = 16 * pieceSize);
 
-// Refuses to write the result of reading `input` over `input` itself.
+// Throws a Failure if `output` is the file `input`.
 void refuseSameFile(const std::filesystem::path& input, const std::filesystem::path& output);
 
-// From here on Ctrl-C ends a run between two pieces, so that no temporary file stays behind; a second Ctrl-C ends it at once.
+// From here on Ctrl-C ends a run between two pieces, so that no temporary file stays behind. A second Ctrl-C ends it at once.
 void stopOnInterrupt();
 bool wasInterrupted();
 

@@ -1,4 +1,4 @@
-// What a command has to say when it is done: lines for people, JSON for programs.
+// The result of a command: lines for people, JSON for programs.
 #pragma once
 
 #include <nlohmann/json.hpp>

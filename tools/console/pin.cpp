@@ -10,7 +10,7 @@ namespace {
 
 constexpr std::size_t longest = 255;
 
-// Byte by byte: what follows the line is the command's.
+// Reads byte by byte, since the bytes after the line belong to the command.
 Wiped<std::string> firstLine(HANDLE input)
 {
     Wiped<std::string> line;
@@ -24,7 +24,7 @@ Wiped<std::string> firstLine(HANDLE input)
     return line;
 }
 
-// The conversions of text.h leave copies behind.
+// Converts without the functions of text.h, which leave copies behind.
 Wiped<std::string> inCodePage(Wiped<std::string> pin)
 {
     // For UTF-8 Windows can't say whether a character was lost.

@@ -19,7 +19,7 @@ constexpr auto dialogFailed = "Password dialog creation failed";
 constexpr std::string_view errorTag = "->ERROR ::=>";
 constexpr auto digits = "0123456789";
 
-// The token's answer to a PIN, at the end of the log's line. A number that is not here names no cause.
+// The token's results for a PIN, as they stand at the end of the log's line. Other numbers name no cause.
 struct PinResult {
     std::string_view text;
     std::string_view cause;
@@ -51,8 +51,8 @@ std::uintmax_t sizeOf(const std::filesystem::path& file)
 
 } // namespace
 
-// The provider asks in the system's code page. If a character of the folder has no place in it, the two must still look in the
-// same place.
+// The provider asks for the folder in the system's code page. The tool must find the same folder even if its name has characters
+// that the code page lacks.
 std::filesystem::path logFolder()
 {
     std::array<char, 1024> folder{};
@@ -74,7 +74,7 @@ std::filesystem::path ownLogFile()
 
 void rememberLogEnd()
 {
-    // The provider makes one folder at a time, and loses a line for each that was not there.
+    // The provider makes one folder at a time, and loses a line for each missing folder.
     std::error_code ignored;
     std::filesystem::create_directories(ownLogFile().parent_path(), ignored);
     endAtStart = sizeOf(ownLogFile());

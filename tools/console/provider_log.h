@@ -1,4 +1,4 @@
-// What the provider's log says of this process: its error lines carry the token's own result, which no error code has.
+// Reads the provider's log of this process. Its error lines have the token's own result, which no error code has.
 #pragma once
 
 #include <filesystem>
@@ -8,19 +8,19 @@
 
 namespace quelta::tools {
 
-// The folder with a folder for each program that loads the provider.
+// Returns the folder that has a folder for each program.
 std::filesystem::path logFolder();
-// Today's file of this program, whether or not it is there.
+// Returns the path of today's file of this program, whether or not the file exists.
 std::filesystem::path ownLogFile();
 
-// To be called first: error lines from then on are this run's.
+// Must be called first. Later error lines belong to this run.
 void rememberLogEnd();
-// The lines of a log at the level of errors. `from` is a position in the file.
+// Returns the error lines of a log from the position `from` in the file.
 std::vector<std::string> errorLinesIn(const std::filesystem::path& log, std::uintmax_t from = 0);
-// The texts of this run's error lines, without time and level.
+// Returns the texts of this run's error lines, without time and level.
 std::vector<std::string> ownErrorLines();
 
-// The cause that this run's error lines name where the code stands for several, and what to do about it; empty if they name none.
+// Returns the cause that this run's error lines name, if the code has several causes, and the remedy. Empty if they name none.
 std::string_view causeInLog(unsigned long code);
 
 } // namespace quelta::tools

@@ -56,7 +56,7 @@ std::string wrapped(std::string_view line, std::size_t width)
     std::string text;
     for (std::size_t room = width; line.size() > room; room = width - indent.size()) {
         std::size_t end = line.rfind(' ', room);
-        // A word that is longer than a line stays whole.
+        // A word that is longer than a line is not broken.
         if (end == std::string_view::npos || (text.empty() && end <= indent.size())) end = line.find(' ', room);
         if (end == std::string_view::npos) break;
         text += std::string(line.substr(0, end)) + '\n' + indent;

@@ -1,4 +1,4 @@
-// Texts inside the tool are UTF-8; what becomes of them at its edges.
+// Texts inside the tool are UTF-8. These functions convert them at the edges.
 #pragma once
 
 #include <windows.h>
@@ -9,17 +9,17 @@
 
 namespace quelta::tools {
 
-// Lower case, for comparisons that don't mind the case.
+// Returns the text in lower case, for comparisons that ignore case.
 std::string folded(std::string_view text);
 
 FILETIME timeNow();
-// "2026-11-25 10:00:00 UTC"
+// Returns a text like "2026-11-25 10:00:00 UTC".
 std::string timeText(const FILETIME& time);
-// A day ("2026-11-25", its beginning) or a moment ("2026-11-25T10:00:00Z", the seconds and the Z may be left out), UTC. Throws a
-// Failure.
+// Reads a day ("2026-11-25" means its beginning) or a moment ("2026-11-25T10:00:00Z"; seconds and Z are optional), in UTC. Throws
+// a Failure for other texts.
 FILETIME timeOf(const std::string& text);
 
-// Breaks a line that is longer than `width` between words; what follows a break stands under the second column of the line, which
+// Breaks a line that is longer than `width` between words. The text after a break stands under the line's second column, which
 // two blanks set apart, or else under its beginning.
 std::string wrapped(std::string_view line, std::size_t width);
 

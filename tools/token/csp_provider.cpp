@@ -28,7 +28,7 @@ CryptContext acquire(const char* container, DWORD flags)
 std::vector<std::string> containers(HCRYPTPROV context)
 {
     std::vector<std::string> names;
-    // The position moves at every call, size queries with CRYPT_NEXT among them, so the buffer is large from the start.
+    // Every call moves the position, even a size query, so the buffer is large from the start.
     char name[256];
     auto size = static_cast<DWORD>(sizeof name);
     for (DWORD flag = CRYPT_FIRST; CryptGetProvParam(context, PP_ENUMCONTAINERS, reinterpret_cast<BYTE*>(name), &size, flag);) {
@@ -54,7 +54,7 @@ CryptKey userKey(HCRYPTPROV context, DWORD spec)
     return key;
 }
 
-// 0 if the provider does not answer.
+// Returns 0 if the provider does not answer.
 DWORD keyParameter(const CryptKey& key, DWORD parameter)
 {
     DWORD value = 0;
@@ -80,7 +80,7 @@ void describeAlgorithm(KeyEntry& key, const CryptKey& handle)
     key.algorithm = algorithm == CALG_RSA_SIGN || algorithm == CALG_RSA_KEYX ? "RSA" : "P-" + std::to_string(key.bits);
 }
 
-// The certificates of the context's container; none if the provider does not answer.
+// Returns the certificates of the context's container; none if the provider does not answer.
 std::vector<Bytes> chainOf(HCRYPTPROV context)
 {
     const Bytes pkcs7 =
@@ -109,7 +109,7 @@ public:
             KeyEntry key;
             key.name = name;
             key.certificate = certificateOf(signing ? signing : exchange);
-            // A provider of this type signs and decrypts with RSA alone, and signs with another key if the container's may not.
+            // This type of provider uses only RSA, and signs with another key if the container's key may not sign.
             describeAlgorithm(key, signing ? signing : exchange);
             const bool rsa = key.algorithm == "RSA";
             key.keySpec = keySpecOf(context);
@@ -154,7 +154,7 @@ public:
     }
 
 private:
-    // The context of a key's container, open as long as this object lives.
+    // Returns the context of a key's container. It stays open as long as this object lives.
     HCRYPTPROV contextOf(const std::string& container)
     {
         const auto known = contexts_.find(container);
@@ -162,7 +162,7 @@ private:
         return contexts_.emplace(container, acquire(container.c_str(), 0)).first->second.get();
     }
 
-    // Open from first to last: the module keeps its PIN only while it is loaded, and a context keeps it loaded.
+    // Stays open: the module keeps the PIN only while it is loaded, and a context keeps it loaded.
     CryptContext first_;
     std::map<std::string, CryptContext> contexts_;
 };

@@ -49,7 +49,7 @@ std::optional<std::size_t> rowOf(const std::string& text, std::size_t count)
     return row - 1;
 }
 
-// A key's name, in hexadecimal digits, or the beginning of it; then the holder; then a part of the subject.
+// The ways to name a key, in their order: the beginning of its identifier, the holder, a part of the subject.
 constexpr bool (*waysToFit[])(const KeyEntry& key, const std::string& text) = {
     [](const KeyEntry& key, const std::string& text) {
         return std::ranges::all_of(text, [](char c) { return hexDigit(c).has_value(); }) && folded(key.name).starts_with(text);
@@ -62,7 +62,7 @@ constexpr bool (*waysToFit[])(const KeyEntry& key, const std::string& text) = {
     },
 };
 
-// Why the certificate should not be used for this; empty if nothing speaks against it.
+// Returns why the certificate should not be used for this purpose; empty if it may be used.
 std::string objection(const CERT_CONTEXT& certificate, const Purpose& purpose)
 {
     if (!purpose.usage) return {};

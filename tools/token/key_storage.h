@@ -1,4 +1,4 @@
-// The key storage provider: as the system offers it (NCrypt), else QueltaCSP.dll itself.
+// The key storage provider through the system (NCrypt), else through QueltaCSP.dll itself.
 #pragma once
 
 #include "tools/token/token_provider.h"
@@ -9,10 +9,11 @@ namespace quelta::tools {
 
 constexpr auto moduleName = L"QueltaCSP.dll";
 
-// Whether the system knows the provider. Nothing is loaded and no token is needed. Always false under Wine, which loads none.
+// Returns whether the system knows the provider. Loads nothing and needs no token. Always false under Wine, which loads no
+// provider.
 bool isKeyStorageRegistered();
 
-// Where CryptoAPI's registration says that the module is, as Windows understands it; empty without one.
+// Returns the module's path from CryptoAPI's registration, with variables expanded; empty without a registration.
 std::filesystem::path registeredModule();
 
 } // namespace quelta::tools

@@ -22,7 +22,7 @@ namespace {
 using Provider = NCRYPT_PROV_HANDLE;
 using Key = NCRYPT_KEY_HANDLE;
 
-// Slots that the tool has no use for stay null.
+// Slots that the tool does not use stay null.
 KeyStorageFunctionTable systemTable()
 {
     KeyStorageFunctionTable table{};
@@ -43,8 +43,8 @@ KeyStorageFunctionTable systemTable()
     return table;
 }
 
-// Looks where CryptoAPI's registration says, since a second copy in this process would ask for the PIN a second time; then beside
-// this program and in the system's folder. Null if there is none that can be loaded.
+// Loads the module: the registered file first, since a second copy in this process would ask for the PIN again; then the one
+// beside this program, then the one in the system's folder. Null if none can be loaded.
 Library loadModule()
 {
     const auto path = registeredModule();
@@ -53,15 +53,14 @@ Library loadModule()
     return module;
 }
 
-// The system's functions, else those of the module itself, which `module` keeps loaded. Throws a Failure if neither the system
-// nor this program can load the provider.
+// Returns the system's functions, else those of the module, which `module` keeps loaded. Throws a Failure if neither can be had.
 const KeyStorageFunctionTable& functionTable(Library& module)
 {
     static const KeyStorageFunctionTable ofSystem = systemTable();
     if (isKeyStorageRegistered()) return ofSystem;
     module = loadModule();
     if (!module) throw Failure("can't load QueltaCSP.dll with its QueltaDSCLibrary.dll; quelta check tells what is missing");
-    // By way of void*: compilers warn of a cast between unlike function types, which is what a look-up by name is for.
+    // The cast goes through void*, since compilers warn of a cast between different function types.
     void* const address = reinterpret_cast<void*>(GetProcAddress(module.get(), "GetKeyStorageInterface"));
     const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFunction>(address);
     KeyStorageFunctionTable* table = nullptr;
@@ -112,7 +111,7 @@ public:
 
     void usePin(const std::string& pin) override
     {
-        // The interface lacks const; it does not write through it.
+        // The interface lacks const. It does not write through this pointer.
         auto* const text = reinterpret_cast<PBYTE>(const_cast<char*>(pin.c_str()));
         require(table_.SetProviderProperty(provider_, L"SmartCardPin", text, static_cast<DWORD>(pin.size() + 1), 0),
                 "can't log in to the token");
@@ -120,7 +119,7 @@ public:
 
     std::vector<Bytes> chain(const KeyEntry& key) override
     {
-        // Key storage knows the key's own certificate alone; both interfaces call a key by the same name.
+        // Key storage has only the key's own certificate. CryptoAPI has the chain, under the same key name.
         auto chain = chainFromCsp(key.name);
         return chain.empty() ? chainFromSystem(*key.certificate) : chain;
     }
@@ -132,7 +131,7 @@ public:
         const NCRYPT_KEY_HANDLE handle = handleOf(key.name);
         Bytes digest = digestOf(hash, data);
         BCRYPT_PKCS1_PADDING_INFO padding{hash.systemName};
-        // An elliptic key answers a size query with the size of a coordinate, and its signature has two.
+        // The size query of an EC key tells one coordinate. The signature has two.
         Bytes signature(kind->elliptic ? 2 * kind->coordinateSize : number(handle, L"Length") / 8);
         auto size = static_cast<DWORD>(signature.size());
         require(table_.SignHash(provider_, handle, kind->elliptic ? nullptr : &padding, digest.data(),

@@ -11,7 +11,7 @@ namespace quelta::tools {
 
 namespace {
 
-// The result of `open` for the wanted interface, or for the first with which it works.
+// Returns the result of `open` for the wanted interface, else for the first that works.
 template <class Open>
 auto opened(const std::optional<Interface>& wanted, Open open)
 {
@@ -29,7 +29,7 @@ auto opened(const std::optional<Interface>& wanted, Open open)
             }
         }
     }();
-    // Error lines that the provider wrote while its keys were looked at do not explain a later failure.
+    // Error lines of the opening do not explain a later failure.
     rememberLogEnd();
     return result;
 }
@@ -45,7 +45,7 @@ void merge(std::vector<ListedKey>& into, std::vector<KeyEntry> keys, bool Listed
             known->key.canDecrypt |= key.canDecrypt;
             if (!known->key.certificate) known->key.certificate = std::move(key.certificate);
         }
-        // A key on a curve has no use through CryptoAPI, though it is listed there.
+        // CryptoAPI lists EC keys, but can't use them.
         (*known).*through |= through == &ListedKey::throughKsp || known->key.algorithm == "RSA";
     }
 }

@@ -1,4 +1,4 @@
-// From the user's options to a key that is open.
+// Opens the token and a key by the user's options.
 #pragma once
 
 #include "tools/console/pin.h"
@@ -9,7 +9,7 @@
 namespace quelta::tools {
 
 struct TokenOptions {
-    // Without it CryptoAPI, and key storage for what CryptoAPI can't do.
+    // If empty: CryptoAPI, else key storage.
     std::optional<Interface> provider = {};
     std::string key = {};
     PinSource pin = {};
@@ -20,14 +20,14 @@ struct OpenedKey {
     KeyEntry key;
 };
 
-// The key that the options mean, through their provider; without one through the first that can do it with this key. The failure
-// of CryptoAPI is reported if neither can.
+// Opens the key that the options name, through their provider, else through the first interface that works with this key. If none
+// works, CryptoAPI's Failure is thrown.
 OpenedKey openKey(const TokenOptions& options, const Purpose& purpose, bool force);
 
-// The provider alone, chosen in the same way.
+// Opens the provider alone, chosen in the same way.
 std::unique_ptr<TokenProvider> openAny(const TokenOptions& options);
 
-// Gives the PIN to the provider, if it is not the dialog's to ask for it.
+// Gives the PIN to the provider, unless the dialog asks for it.
 void logIn(TokenProvider& provider, const PinSource& pin);
 
 struct ListedKey {
@@ -36,7 +36,7 @@ struct ListedKey {
     bool throughKsp = false;
 };
 
-// The keys of both interfaces: each key once, in the token's order. Throws the Failure of CryptoAPI if neither can be opened.
+// Returns the keys of both interfaces, each key once, in the token's order. Throws CryptoAPI's Failure if neither can be opened.
 std::vector<ListedKey> listKeys();
 
 } // namespace quelta::tools
