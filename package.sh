@@ -80,10 +80,11 @@ work=$build/release-work
 # Copies everything that is packed into the stage. Files that only the installer uses get a folder of their own.
 lay_out() {
     local programs=$build/mingw-release kind=developer
-    mkdir -p "$stage"/{docs,installer}
+    mkdir -p "$stage"/{docs,examples,installer}
     cp "$programs"/bin/quelta.exe "$root/CHANGELOG.md" "$stage"
     cp "$root/installer/zip_readme.md" "$stage/README.md"
-    cp "$root"/docs/{administrators,integrators}.md "$stage/docs"
+    cp "$root"/docs/{administrators,integrators,tool}.md "$stage/docs"
+    cp "$root"/examples/*.cpp "$stage/examples"
     cp "$programs"/installer/{quelta_installer.dll,quelta-publish.exe} "$root/installer/quelta-check.cmd" "$stage/installer"
     if [[ -n $module ]]; then
         kind=product
