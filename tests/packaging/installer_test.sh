@@ -212,6 +212,11 @@ Q:\\maker.dll|is on drive Q:, which Windows Installer's service does not have
 END
 }
 
+takes_newer_library_and_back() {
+    installer 0 /i "$(seen_by_windows "$product")" REINSTALL=ALL "DEVICELIBRARY=$(seen_by_windows "$work/newer.dll")" &&
+        cmp "$work/newer.dll" "$in_system" && installer 0 /i "$(seen_by_windows "$product")" REINSTALL=ALL "$library"
+}
+
 # Wine undoes no repair, but an installation over a library of the installer's. That the library is its own again shows in the removal.
 failed_replacement_is_undone() {
     installer "$refused" /i "$(seen_by_windows "$work/failing.msi")" "DEVICELIBRARY=$(seen_by_windows "$work/newer.dll")" &&
@@ -267,6 +272,8 @@ check "but left as it is" cmp "$work/no.dll" "$in_system"
 rm "$in_system"
 check "the other package is installed" installer 0 /i "$(seen_by_windows "$product")" "$library"
 check "with the device library" cmp "$work/maker.dll" "$in_system"
+check "which is replaced by another one, and back" takes_newer_library_and_back
+check "as it was" cmp "$work/maker.dll" "$in_system"
 check "an upgrade removes the old one" installer 0 /x "$(seen_by_windows "$product")" UPGRADINGPRODUCTCODE=newer
 check "but leaves the device library" cmp "$work/maker.dll" "$in_system"
 check "a failed replacement of it is undone" failed_replacement_is_undone
