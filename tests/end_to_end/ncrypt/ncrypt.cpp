@@ -1,5 +1,5 @@
-// An ncrypt.dll for the example of key storage: Wine's loads no provider. Each function goes to the slot of the built module's table,
-// with the one provider that is open.
+// An ncrypt.dll for the example of key storage: Wine's loads no provider. Each function goes to the slot of the built module's
+// table, with the one provider that is open.
 #include "base/key_storage_table.h"
 
 #include <windows.h>
@@ -45,8 +45,8 @@ SECURITY_STATUS WINAPI NCryptSetProperty(NCRYPT_HANDLE key, LPCWSTR name, PBYTE 
 {
     return table().SetKeyProperty(opened, key, name, input, size, flags);
 }
-SECURITY_STATUS WINAPI NCryptSignHash(NCRYPT_KEY_HANDLE key, VOID* padding, PBYTE hash, DWORD hashSize, PBYTE signature, DWORD size,
-                                      DWORD* result, DWORD flags)
+SECURITY_STATUS WINAPI NCryptSignHash(NCRYPT_KEY_HANDLE key, VOID* padding, PBYTE hash, DWORD hashSize, PBYTE signature,
+                                      DWORD size, DWORD* result, DWORD flags)
 {
     return table().SignHash(opened, key, padding, hash, hashSize, signature, size, result, flags);
 }
