@@ -60,7 +60,6 @@ echo $? >status.new && mv status.new status
 
 TokenTest::TokenTest()
 {
-    user.watch();
     storage.usePin();
 }
 

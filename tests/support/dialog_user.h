@@ -2,11 +2,9 @@
 
 #include "support/dialogs.h"
 
-#include <atomic>
 #include <deque>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -27,15 +25,11 @@ public:
     void closes() { meetsPinDialog(&PinDialog::close, "closed"); }
     // Whatever `action` does; it must end with the dialog being left. It runs on another thread than the test.
     void meetsPinDialog(std::function<void(PinDialog)> action, std::string deed = "");
-    // Presses OK in the next message box; with this text, where one is given.
-    void acknowledges(std::optional<std::string> text = std::nullopt);
+    // Presses OK in the next message box.
+    void acknowledges();
 
     // Told, on another thread than the test's, of each window that comes and of what is done with it: before it is done.
     void onWindow(std::function<void(const std::string&)> listener);
-
-    // A window may be about to appear, although none was announced. Costs a look at the screen every few milliseconds from now
-    // on.
-    void watch() { watching_ = true; }
 
 private:
     struct Step {
@@ -52,7 +46,6 @@ private:
     std::deque<Step> steps_;
     std::function<void(const std::string&)> listener_;
     std::vector<std::string> failures_;
-    std::atomic<bool> watching_ = false;
     std::jthread thread_;
 };
 

@@ -97,13 +97,4 @@ void PinDialog::waitUntilDrawn() const
     send(window_, WM_NULL);
 }
 
-std::vector<PinDialog> visiblePinDialogs()
-{
-    std::vector<PinDialog> dialogs;
-    for (const HWND window : visibleDialogs()) {
-        if (textOf(window) == pinCaption) dialogs.emplace_back(window);
-    }
-    return dialogs;
-}
-
 } // namespace quelta::test

@@ -47,7 +47,4 @@ private:
     HWND window_;
 };
 
-// Those that are on the screen now.
-std::vector<PinDialog> visiblePinDialogs();
-
 } // namespace quelta::test

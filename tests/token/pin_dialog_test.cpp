@@ -10,23 +10,6 @@
 
 namespace quelta::test {
 
-namespace {
-
-// Appears within a few seconds.
-PinDialog otherDialogThan(PinDialog known)
-{
-    for (int tries = 0; tries < 500; ++tries) {
-        for (const PinDialog dialog : visiblePinDialogs()) {
-            if (dialog.window() != known.window()) return dialog;
-        }
-        Sleep(10);
-    }
-    ADD_FAILURE() << "there is no second dialog";
-    return known;
-}
-
-} // namespace
-
 class PinDialogWindow : public ModuleTest {
 protected:
     // What the dialog leaves behind when the user has done this with it.
@@ -95,7 +78,9 @@ TEST_F(PinDialogWindow, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
         older.type("1111");
         older.waitUntilDrawn();
         second = callerThread([&] { showPasswordDialog(pins[1]); });
-        const PinDialog newer = otherDialogThan(older);
+        std::vector<HWND> shown;
+        while ((shown = visibleDialogs()).size() < 2) Sleep(5);
+        const PinDialog newer(shown[0] == older.window() ? shown[1] : shown[0]);
         newer.type("2222");
         newer.waitUntilDrawn();
         // Without the mouse, which would bring it to the front and have both drawn.
