@@ -144,16 +144,6 @@ void freeMade(const Function& freeing, ULONG_PTR owner, ULONG_PTR made)
     freeing(closes ? Function::Values{made} : Function::Values{owner, made});
 }
 
-// What was opened is closed last.
-RecordedCalls::~RecordedCalls()
-{
-    const Recorder::Pause pause(recorder_);
-    for (const bool ofOpened : {false, true}) {
-        for (const auto& [made, freedBy] : made_)
-            if ((made == opened_) == ofOpened) freeMade(named(freedBy), opened_, made);
-    }
-}
-
 ULONG_PTR RecordedCalls::operator()(std::string_view name, const std::vector<Stated>& stated, std::optional<Change> change)
 {
     const Function& function = named(name);
@@ -219,21 +209,15 @@ ULONG_PTR RecordedCalls::operator()(std::string_view name, const std::vector<Sta
         values.at(change->argument - 1) = change->value;
         flags += "; argument " + std::to_string(change->argument) + " is " + std::to_string(change->value);
     }
-    const MadeHandle handleMade = handleMadeBy(function.name);
     bool succeeded = false;
     recorder_.record(function.name, texts + (texts.empty() && flags.starts_with(", ") ? flags.substr(2) : flags), [&] {
         std::tie(succeeded, lastAnswer_) = answerOf(function, values);
         if (buffer) lastAnswer_ += buffer->outcome([&](ByteView value) { return outputText(function.name, values, value); });
         if (made == untouched) return lastAnswer_;
         if (made == 0) return lastAnswer_ + ", handle 0";
-        made_[made] = handleMade.freedBy;
-        recorder_.introduce(handleMade.kind, made);
+        recorder_.introduce(handleMadeBy(function.name).kind, made);
         return lastAnswer_ + ", " + handle(made);
     });
-    const auto isFreed = [&](const auto& row) {
-        return row.second == function.name && std::ranges::find(values, row.first) != values.end();
-    };
-    if (succeeded) std::erase_if(made_, isFreed);
     if (function.arguments.contains('H')) return made == untouched ? 0 : made;
     return static_cast<ULONG_PTR>(succeeded);
 }

@@ -58,7 +58,7 @@ MadeHandle handleMadeBy(const std::string& function);
 // `owner` is the context or the provider, which may be what is freed.
 void freeMade(const Function& freeing, ULONG_PTR owner, ULONG_PTR made);
 
-// The recorded calls of an interface. What they hand out is freed at the end, if it is not freed before.
+// The recorded calls of an interface. A handle that no scenario frees stays until the process ends.
 class RecordedCalls {
 public:
     using Handle = ULONG_PTR;
@@ -101,7 +101,7 @@ public:
 
 protected:
     RecordedCalls(Recorder& recorder, const std::vector<Function>& functions) : recorder_(recorder), functions_(functions) {}
-    ~RecordedCalls();
+    ~RecordedCalls() = default;
 
     std::string handle(Handle handle) const { return recorder_.handle(handle); }
 
@@ -113,8 +113,6 @@ private:
     const Function& named(std::string_view name) const { return *std::ranges::find(functions_, name, &Function::name); }
 
     const std::vector<Function>& functions_;
-    // With the functions that free them.
-    std::map<Handle, std::string> made_;
     // Without what was handed out, whose number says nothing.
     std::string lastAnswer_;
 };
