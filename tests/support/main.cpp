@@ -14,18 +14,10 @@ int fail(const char* reason)
     return 2;
 }
 
-bool screenIsMissing()
-{
-    const bool underWine = GetProcAddress(GetModuleHandleA("ntdll.dll"), "wine_get_version") != nullptr;
-    return underWine && !std::getenv("DISPLAY");
-}
-
 int run(int argc, char** argv)
 try {
     ::testing::InitGoogleMock(&argc, argv);
     if (::testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
-    if (screenIsMissing())
-        return fail("DISPLAY is not set: the tests show windows. Run ./test.sh, or start Xvfb and set DISPLAY to it");
     const quelta::test::PrivateMachineRegistry registry;
     const int result = RUN_ALL_TESTS();
     // A filter that a renamed suite left behind would pass for ever.

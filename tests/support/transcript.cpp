@@ -4,14 +4,13 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 
 namespace quelta::test {
 
 namespace {
 
 using Lines = std::vector<std::string>;
-using Sections = std::map<std::string, Lines>;
+using Section = std::pair<std::string, Lines>;
 
 constexpr std::string_view titleMark = "== ";
 
@@ -22,39 +21,27 @@ std::filesystem::path fileOfTest()
     return source.substr(0, source.rfind("_transcript.cpp")) + ".txt";
 }
 
-// In the order in which they stand in the source.
-Lines titlesOfSuite()
-{
-    const auto& suite = *::testing::UnitTest::GetInstance()->current_test_suite();
-    Lines titles;
-    for (int i = 0; i < suite.total_test_count(); ++i) titles.emplace_back(suite.GetTestInfo(i)->name());
-    return titles;
-}
-
-Sections read(const std::filesystem::path& path)
+std::vector<Section> read(const std::filesystem::path& path)
 {
     std::ifstream stream(path, std::ios::binary);
-    Sections sections;
-    Lines* current = nullptr;
+    std::vector<Section> sections;
     for (std::string line; std::getline(stream, line);) {
         if (line.starts_with(titleMark)) {
-            current = &sections[line.substr(titleMark.size())];
-        } else if (current && !line.empty()) {
-            current->push_back(line);
+            sections.emplace_back(line.substr(titleMark.size()), Lines());
+        } else if (!line.empty()) {
+            sections.back().second.push_back(line);
         }
     }
     return sections;
 }
 
-void write(const std::filesystem::path& path, const Sections& sections, const Lines& titles)
+void write(const std::filesystem::path& path, const std::vector<Section>& sections)
 {
     std::ofstream stream(path, std::ios::binary);
-    for (const auto& title : titles) {
-        const auto found = sections.find(title);
-        if (found == sections.end()) continue;
+    for (const auto& [title, lines] : sections) {
         if (stream.tellp() > 0) stream << '\n';
         stream << titleMark << title << '\n';
-        for (const auto& line : found->second) stream << line << '\n';
+        for (const auto& line : lines) stream << line << '\n';
     }
     if (!stream.flush()) ADD_FAILURE() << "Can't write " << path;
 }
@@ -65,21 +52,17 @@ void expectTranscript(const Lines& recorded)
 {
     const auto path = fileOfTest();
     const std::string title = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-    const Lines titles = titlesOfSuite();
-    Sections sections = read(path);
+    auto sections = read(path);
+    auto section = std::ranges::find(sections, title, &Section::first);
+    if (section == sections.end()) section = sections.insert(section, {title, {}});
     if (std::getenv("QUELTA_WRITE_TRANSCRIPTS")) {
         if (std::getenv("CI")) ADD_FAILURE() << "Transcripts are compared here, not written";
-        sections[title] = recorded;
-        write(path, sections, titles);
-        return;
-    }
-    if (sections[title] != recorded) {
+        section->second = recorded;
+        write(path, sections);
+    } else if (section->second != recorded) {
         ADD_FAILURE() << "--- " << path.string() << "\n+++ recorded\n== " << title << "\n"
-                      << ::testing::internal::edit_distance::CreateUnifiedDiff(sections[title], recorded, 3)
+                      << ::testing::internal::edit_distance::CreateUnifiedDiff(section->second, recorded, 3)
                       << "If the new text is what is wanted: QUELTA_WRITE_TRANSCRIPTS=1 ./test.sh -R Transcript";
-    }
-    for (const auto& [stale, lines] : sections) {
-        if (std::ranges::find(titles, stale) == titles.end()) ADD_FAILURE() << path << " has a section of no scenario: " << stale;
     }
 }
 
