@@ -15,7 +15,7 @@ Bytes unsignedCertificate(const std::string& subject, const std::string& issuer)
 
 class CspScenario : public Scenario {
 protected:
-    // Silent, and required to succeed. No flag matters.
+    // No flag matters.
     void open(const char* container = nullptr)
     {
         silently([&] { return csp.acquire(container, CRYPT_DELETEKEYSET); });
@@ -38,16 +38,6 @@ protected:
     void noteKey(HCRYPTKEY key);
 
     CspCalls csp{recorder};
-
-private:
-    template <class Call>
-    ULONG_PTR silently(Call call)
-    {
-        const Recorder::Pause pause(recorder);
-        const ULONG_PTR made = call();
-        require(made != 0, "What the scenario needs");
-        return made;
-    }
 };
 
 } // namespace quelta::test

@@ -12,17 +12,9 @@ Bytes cngBlob(const Bytes& key)
     return concat({littleEndian({0x31415352, size * 8, 3, size, 0, 0}), Bytes{1, 0, 1}, key});
 }
 
-void KspScenario::open()
-{
-    const Recorder::Pause pause(recorder);
-    require(ksp.openProvider() != 0, "KSPOpenProvider");
-}
-
 NCRYPT_KEY_HANDLE KspScenario::opened(const QueltaKeyPair& pair)
 {
-    const Recorder::Pause pause(recorder);
-    const auto key = ksp("KSPOpenKey", {wideKeyName(pair).c_str()});
-    require(key != 0, "KSPOpenKey");
+    const auto key = silently([&] { return ksp("KSPOpenKey", {wideKeyName(pair).c_str()}); });
     const std::string word = "of " + toHex(pair.keyId).substr(0, 2) + "..";
     if (publicKeyOf(pair).empty()) return key;
     recorder.call(rawModulusToDer(publicKeyOf(pair)), "DER of the modulus " + word);
@@ -33,10 +25,8 @@ NCRYPT_KEY_HANDLE KspScenario::opened(const QueltaKeyPair& pair)
 NCRYPT_KEY_HANDLE KspScenario::clearKey(const Bytes& value)
 {
     const auto with = withKey(algorithmRsa2048, usageKeyExchange);
-    const Recorder::Pause pause(recorder);
     token.plain.bytes = value;
-    const auto key = ksp("KSPImportKey", {with, L"OpaqueTransport", Bytes(256)});
-    require(key != 0, "KSPImportKey");
+    const auto key = silently([&] { return ksp("KSPImportKey", {with, L"OpaqueTransport", Bytes(256)}); });
     token.plain = {};
     return key;
 }

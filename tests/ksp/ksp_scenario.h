@@ -8,7 +8,6 @@ namespace quelta::test {
 // A public key as KSPExportKey writes it: the bytes as they stand, the exponent 65537.
 Bytes cngBlob(const Bytes& key);
 
-// What prepares a scenario is silent and required to succeed.
 class KspScenario : public Scenario {
 protected:
     using Key = NCRYPT_KEY_HANDLE;
@@ -18,7 +17,10 @@ protected:
         if (opened) open();
     }
 
-    void open();
+    void open()
+    {
+        silently([&] { return ksp.openProvider(); });
+    }
     // The public key of the key pair gets a word, and so does what the token is given for it.
     Key opened(const QueltaKeyPair& pair);
     Key withKey(std::uint32_t algorithm, std::uint32_t usage = usageBoth) { return opened(token.withKeyPair(usage, algorithm)); }

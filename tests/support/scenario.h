@@ -11,6 +11,15 @@ class Scenario : public ModuleTest {
 protected:
     void TearDown() override { expectTranscript(recorder.lines()); }
 
+    // For calls that prepare: they are not recorded, and each gives a handle.
+    ULONG_PTR silently(const std::function<ULONG_PTR()>& call)
+    {
+        const Recorder::Pause pause(recorder);
+        const ULONG_PTR made = call();
+        require(made != 0, "a call that prepares");
+        return made;
+    }
+
     // At log level 2, which is the one that users have, transcripts are short.
     void errorsAlone() { useLevel(2); }
     void everyLine() { useLevel(3); }
