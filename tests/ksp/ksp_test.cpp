@@ -48,25 +48,4 @@ TEST_F(KspSilentCall, NeverComesToAPromptWhileThePinIsCleared)
     kspSlot("KSPFreeProvider")({provider});
 }
 
-// More than KSPOpenKey comes to, which has refused a name that no key bears.
-TEST(KspChooseKey, ChoiceGoesByNameThenByUseThenByThereBeingOnlyOne)
-{
-    std::vector<QueltaKeyPair> pairs(3);
-    for (auto& pair : pairs) std::ranges::fill(pair.keyId, static_cast<unsigned char>(&pair - pairs.data() + 1));
-    pairs[1].usage = usageKeyExchange;
-    pairs[2].usage = usageBoth;
-    for (auto& pair : std::span(pairs).last(2)) setText(pair.label, "x");
-    const auto expectChoice = [&](const char* name, DWORD legacyKeySpec, std::ptrdiff_t index) {
-        const auto* chosen = chooseKey(pairs, name, legacyKeySpec);
-        EXPECT_EQ(chosen ? chosen - pairs.data() : -1, index) << name << legacyKeySpec;
-    };
-    expectChoice("03030303030303030303030303030303", AT_KEYEXCHANGE, 2);
-    expectChoice("x", AT_SIGNATURE, 1);
-    expectChoice("?", AT_SIGNATURE, 2);
-    expectChoice("?", AT_KEYEXCHANGE, 1);
-    for (const DWORD other : {0, 3}) expectChoice("?", other, -1);
-    pairs.resize(1);
-    for (const DWORD any : {0, AT_KEYEXCHANGE}) expectChoice("?", any, 0);
-}
-
 } // namespace quelta::test
