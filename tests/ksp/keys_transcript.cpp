@@ -61,7 +61,8 @@ TRANSCRIPT(KspKeysTranscript, "the settings decide what the token is asked for")
         DWORD keySpec;
         std::optional<DWORD> length;
     } rows[] = {{L"RSA", AT_SIGNATURE, 0}, {L"RSA", AT_KEYEXCHANGE, 1024},        {L"RSA", 3, 3072},
-                {L"RSA", 0, 1536},         {L"ECDSA_P256", AT_KEYEXCHANGE, 4096}, {L"ECDSA_P521", 0, {}}};
+                {L"RSA", 0, 1536},         {L"ECDSA_P256", AT_KEYEXCHANGE, 4096}, {L"ECDSA_P521", 0, {}},
+                {L"RSA", 0, 256}};
     for (const auto& row : rows) {
         const auto key = ksp("KSPCreatePersistedKey", {row.algorithm, nullptr, row.keySpec});
         if (row.length) ksp("KSPSetKeyProperty", {key, L"Length", littleEndian({*row.length})});
