@@ -132,7 +132,6 @@ std::ptrdiff_t FreedMemory::heldFirst() const
 
 void FreedMemory::look(ByteView block)
 {
-    ++blocks;
     if (!std::ranges::search(block, secret_).empty()) ++withSecret;
     if (beginsWithSecret(block)) ++withSecretFirst;
 }

@@ -50,8 +50,8 @@ public:
     FreedMemory(const FreedMemory&) = delete;
     FreedMemory& operator=(const FreedMemory&) = delete;
 
-    int blocks = 0;
-    // Those that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or anywhere.
+    // Freed blocks that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or
+    // anywhere.
     int withSecretFirst = 0;
     int withSecret = 0;
 

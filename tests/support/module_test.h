@@ -29,6 +29,11 @@ protected:
 
     // Starts the monitor and waits until it has polled, so that none of its own lines comes later.
     static void startMonitor();
+    // When the second poll begins, all that the first one has found is done.
+    void waitForTwoPolls()
+    {
+        for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
+    }
     // Takes up to a second.
     static void stopMonitor();
 

@@ -11,10 +11,6 @@ protected:
         csp.acquire();
         ksp.openProvider();
     }
-    void waitForTwoPolls()
-    {
-        for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
-    }
 
     CspCalls csp{recorder};
     KspCalls ksp{recorder};

@@ -18,11 +18,6 @@ protected:
         tokenState().sharedIv.set(counting(16));
         tokenState().containerSelectedFlag = 1;
     }
-    // After the second, whatever the first has found is done.
-    void waitForTwoPolls()
-    {
-        for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");
-    }
     static bool openingIsKnown() { return tokenState().libraryInitialised && tokenState().pinCache.pinIfValidated(); }
     static bool openingIsForgotten()
     {
