@@ -16,13 +16,6 @@ TEST(RsaPublicKey, HexIsReadLeniently)
     }
 }
 
-TEST(RsaPublicKey, KeyOf2048BitsIsThese294Bytes)
-{
-    const Bytes modulus = counting(256, 0xC1);
-    EXPECT_EQ(toHex(rawModulusToDer(modulus)),
-              "30820122300D06092A864886F70D01010105000382010F003082010A0282010100" + toHex(modulus) + "0203010001");
-}
-
 TEST(RsaPublicKey, NothingIsTakenFromOrAddedToTheModulusButTheSign)
 {
     EXPECT_THAT(toHex(rsaPublicKeyToDer("000102", "010001")), ::testing::EndsWith("0203000102"
