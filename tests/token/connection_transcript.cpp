@@ -1,6 +1,5 @@
-#include "csp/csp_calls.h"
-#include "ksp/ksp_calls.h"
-#include "support/scenario.h"
+#include "csp/csp_scenario.h"
+#include "ksp/ksp_scenario.h"
 
 namespace quelta::test {
 
@@ -15,15 +14,6 @@ protected:
     CspCalls csp{recorder};
     KspCalls ksp{recorder};
 };
-
-TRANSCRIPT(ConnectionTranscript, "the first of several tokens is opened once for both providers")
-{
-    token.connect({"FIRST", "SECOND"});
-    openBoth();
-    recorder.note("another comes first now, and is taken as it is");
-    token.connect({"SECOND", "FIRST"});
-    openBoth();
-}
 
 TRANSCRIPT(ConnectionTranscript, "the library is started again until a device was opened")
 {
