@@ -9,7 +9,7 @@
 #include "csp/key_context.h"
 #include "csp/output.h"
 #include "ksp/key.h"
-#include "ksp/ksp_calls.h"
+#include "ksp/ksp_scenario.h"
 #include "support/heap.h"
 #include "support/machine_registry.h"
 #include "support/transcript.h"
@@ -474,27 +474,6 @@ TRANSCRIPT(FaultsTranscript, "the slots of key storage")
 
     for (const ULONG_PTR opened : {key, bare, unfinished, session}) drop("KSPFreeKey", {provider, opened});
     drop("KSPFreeProvider", {provider});
-}
-
-TEST_F(FaultsTranscript, InputThatIsRefusedIsNotCopied)
-{
-    constexpr DWORD most = 1 << 20;
-    ULONG_PTR prov = 0, provider = 0, key = 0;
-    BYTE table = 0;
-    call("CPAcquireContext", {addressOf(&prov), addressOf(""), 0, addressOf(&table)});
-    call("KSPOpenProvider", {addressOf(&provider)});
-    call("KSPCreatePersistedKey", {provider, addressOf(&key), addressOf(L"RSA")});
-    const Bytes blob = keyBlob(PUBLICKEYBLOB, CALG_RSA_KEYX, concat({littleEndian({0x31415352, most * 8, 3}), Bytes(most, 'C')}));
-    const ULONG_PTR longBlob = addressOf(blob.data());
-    heap().largest = 0;
-    EXPECT_EQ(functionNamed("CPImportKey")({prov, longBlob, blob.size(), 0, 0, place}), FALSE);
-    const auto importKey = functionNamed("KSPImportKey"), setProperty = functionNamed("KSPSetKeyProperty");
-    EXPECT_EQ(importKey({provider, 0, addressOf(L"CAPIPUBLICBLOB"), 0, place, longBlob, blob.size()}), NTE_BAD_DATA);
-    EXPECT_EQ(setProperty({provider, key, addressOf(L"ChainingMode"), longBlob + 21, most - 1}), NTE_NOT_SUPPORTED);
-    EXPECT_LT(heap().largest, most);
-    drop("KSPFreeKey", {provider, key});
-    drop("KSPFreeProvider", {provider});
-    drop("CPReleaseContext", {prov});
 }
 
 } // namespace quelta::test

@@ -40,10 +40,9 @@ void replaceBlock(const void* known, const void* other)
 }
 
 template <class Make>
-auto counted(std::size_t size, Make make) -> decltype(make())
+auto counted(Make make) -> decltype(make())
 {
     if (GetCurrentThreadId() != countedThread) return make();
-    ofTest.largest = std::max(ofTest.largest, size);
     const bool refuse = ofTest.left == 0;
     if (ofTest.left != Heap::all) --ofTest.left;
     if (refuse) ofTest.refused = true;
@@ -56,7 +55,7 @@ auto counted(std::size_t size, Make make) -> decltype(make())
 
 void* countedMalloc(std::size_t size)
 {
-    return counted(size, [=] {
+    return counted([=] {
         void* const made = realMalloc(size);
         // The block may hold what another thread or the fake library freed. Found there later, that would pass for a secret of
         // the module's.
@@ -66,11 +65,11 @@ void* countedMalloc(std::size_t size)
 }
 void* countedCalloc(std::size_t count, std::size_t size)
 {
-    return counted(count * size, [=] { return realCalloc(count, size); });
+    return counted([=] { return realCalloc(count, size); });
 }
 wchar_t* countedCopy(const wchar_t* text)
 {
-    return counted(0, [=] { return realCopy(text); });
+    return counted([=] { return realCopy(text); });
 }
 
 void countedFree(void* block)

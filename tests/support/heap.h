@@ -17,7 +17,6 @@ struct Heap {
 
     // Blocks that were made, less those that were freed.
     long long live = 0;
-    std::size_t largest = 0;
     // How many more are made; the one after that is refused, and then they are made again.
     int left = all;
     bool refused = false;
