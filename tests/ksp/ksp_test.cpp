@@ -1,6 +1,6 @@
 // What no transcript sees.
 #include "ksp/key.h"
-#include "ksp/ksp_calls.h"
+#include "ksp/ksp_scenario.h"
 #include "support/machine_registry.h"
 
 #include <atomic>
@@ -27,7 +27,7 @@ TEST_F(KspSilentCall, NeverComesToAPromptWhileThePinIsCleared)
         throw std::runtime_error("no prompt here");
     });
     std::atomic<bool> over = false;
-    const auto clearing = callerThread([&] {
+    const std::jthread clearing([&] {
         while (!over) {
             cachePin();
             tokenState().pinCache.clear();

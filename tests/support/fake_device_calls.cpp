@@ -96,7 +96,7 @@ std::string shortId(const auto& record)
     return toHex(ByteView(record.keyId).first(1)) + "..";
 }
 
-// The lists that a thread was handed. Its next call spoils them.
+// The lists that were handed out. The next call spoils them.
 using Lists = std::tuple<std::vector<QueltaKeyPair>, std::vector<QueltaCertificate>, std::vector<QueltaSymmetricKey>>;
 
 void spoil(auto& records)
@@ -121,11 +121,10 @@ public:
     }
     std::vector<std::string> getConnectedDeviceList(bool flag, void* context) override
     {
-        if (calledByMonitor()) return pollByMonitor();
+        if (std::this_thread::get_id() != token_.testThread_) return pollByMonitor();
         begin(Call::getConnectedDeviceList, context, flag);
-        const auto devices = *token_.locked(token_.devices_);
-        say(listText(devices, [](const std::string& device) { return device; }));
-        return devices;
+        say(listText(token_.devices_, [](const std::string& device) { return device; }));
+        return token_.devices_;
     }
     TokenInfo getTokenInfo(const char* device, void* context) override
     {
@@ -254,7 +253,7 @@ public:
     int initHash(const char* device, int algorithm, void** hash, void* context) override
     {
         return answer(begin(Call::initHash, context, device, algorithm), [&] {
-            const int number = ++*token_.locked(token_.hashes_);
+            const int number = ++token_.hashes_;
             ++token_.openHashes;
             *hash = reinterpret_cast<void*>(static_cast<std::uintptr_t>(number));
             return "hash " + std::to_string(number);
@@ -284,16 +283,12 @@ private:
     template <class... Arguments>
     Call begin(Call call, const void* context, const Arguments&... arguments)
     {
-        std::apply([](auto&... before) { (spoil(before), ...); }, listsOfThread());
-        std::function<void()> hook;
-        {
-            const std::lock_guard lock(token_.mutex_);
-            token_.calls_.push_back(callText(call, context, arguments...));
-            if (token_.onCall) underWay_ = token_.calls_.back();
-            if (const auto found = token_.hooks_.find(call); found != token_.hooks_.end()) hook = found->second;
-        }
+        std::apply([](auto&... before) { (spoil(before), ...); }, lists_);
+        token_.calls_.push_back(callText(call, context, arguments...));
+        if (token_.onCall) underWay_ = token_.calls_.back();
+        const auto hook = token_.hooks_.find(call);
         try {
-            if (hook) hook();
+            if (hook != token_.hooks_.end()) hook->second();
         } catch (...) {
             say("throws");
             throw;
@@ -302,7 +297,6 @@ private:
     }
     std::optional<int> scripted(Call call)
     {
-        const std::lock_guard lock(token_.mutex_);
         auto& queue = token_.results_[call];
         if (queue.empty()) return std::nullopt;
         const int result = queue.front();
@@ -324,9 +318,10 @@ private:
         ++token_.polls_;
         const auto found = token_.devices_;
         token_.lastPollFoundNothing_ = found.empty();
-        const auto hook = token_.hooks_[Call::monitorPoll];
+        const auto hook = token_.hooks_.find(Call::monitorPoll);
+        const auto action = hook == token_.hooks_.end() ? [] {} : hook->second;
         lock.unlock();
-        if (hook) hook();
+        action();
         return found;
     }
     int answer(Call call)
@@ -382,15 +377,13 @@ private:
     std::vector<Record>& handOut(const std::deque<Record>& content, auto textOf)
     {
         say(listText(content, textOf));
-        auto& storage = std::get<std::vector<Record>>(listsOfThread());
+        auto& storage = std::get<std::vector<Record>>(lists_);
         storage.assign(content.begin(), content.end());
         return storage;
     }
 
-    Lists& listsOfThread() { return (*token_.locked(lists_))[std::this_thread::get_id()]; }
-
     FakeDeviceLibrary& token_ = FakeDeviceLibrary::instance();
-    std::map<std::thread::id, Lists> lists_;
+    Lists lists_;
     std::string underWay_;
 };
 

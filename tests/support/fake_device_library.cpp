@@ -10,8 +10,6 @@ namespace quelta::test {
 
 namespace {
 
-thread_local bool belongsToTest = false;
-
 // A modulus is never taken for DER; an EC key is DER on the token.
 Bytes publicKeyFor(std::uint32_t algorithm, unsigned char number)
 {
@@ -28,11 +26,28 @@ FakeDeviceLibrary& FakeDeviceLibrary::instance()
     return library;
 }
 
-void FakeDeviceLibrary::reset()
+void FakeDeviceLibrary::become(const FakeToken& other)
 {
     const std::lock_guard lock(mutex_);
-    static_cast<FakeToken&>(*this) = {};
+    static_cast<FakeToken&>(*this) = other;
+}
+
+void FakeDeviceLibrary::reset()
+{
+    become({});
     info.serialNumber = "SN-1";
+}
+
+void FakeDeviceLibrary::connect(const std::vector<std::string>& devices)
+{
+    const std::lock_guard lock(mutex_);
+    devices_ = devices;
+}
+
+void FakeDeviceLibrary::during(Call call, const std::function<void()>& hook)
+{
+    const std::lock_guard lock(mutex_);
+    hooks_[call] = hook;
 }
 
 QueltaKeyPair& FakeDeviceLibrary::withKeyPair(std::uint32_t usage, std::uint32_t algorithm)
@@ -77,7 +92,6 @@ QueltaSymmetricKey& FakeDeviceLibrary::withAesKey(std::uint32_t encryptionType)
 void FakeDeviceLibrary::willAnswerPin(int result, int remaining)
 {
     willAnswer(Call::validatePassword, result);
-    const std::lock_guard lock(mutex_);
     remaining_.resize(results_[Call::validatePassword].size() - 1);
     remaining_.push_back(remaining);
 }
@@ -91,24 +105,6 @@ bool FakeDeviceLibrary::waitForMonitorPoll()
         std::this_thread::sleep_for(2ms);
     }
     return false;
-}
-
-bool calledByMonitor()
-{
-    return !belongsToTest;
-}
-
-void markAsCallerThread()
-{
-    belongsToTest = true;
-}
-
-std::jthread callerThread(std::function<void()> body)
-{
-    return std::jthread([body = std::move(body)] {
-        markAsCallerThread();
-        body();
-    });
 }
 
 } // namespace quelta::test

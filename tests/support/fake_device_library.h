@@ -4,6 +4,7 @@
 
 #include "token/device_library.h"
 
+#include <atomic>
 #include <deque>
 #include <functional>
 #include <map>
@@ -73,8 +74,8 @@ protected:
 // A device library whose token holds what a test says and answers what a test says. Every call succeeds unless told otherwise.
 // Lists come back in storage that the same thread's next call spoils.
 //
-// The device monitor asks for the connected devices too: its calls are counted and not recorded. Any thread but the test's own is
-// taken for the monitor's; other threads that call entry points are made by callerThread().
+// The device monitor asks for the connected devices too: its calls are counted and not recorded. Every call of a thread that is
+// not the test's own is taken for the monitor's.
 class FakeDeviceLibrary : public FakeToken {
 public:
     static constexpr const char deviceId[] = "TOKEN-1";
@@ -82,7 +83,7 @@ public:
     static FakeDeviceLibrary& instance();
 
     void reset();
-    void become(const FakeToken& other) { *locked<FakeToken>(*this) = other; }
+    void become(const FakeToken& other);
 
     QueltaKeyPair& withKeyPair(std::uint32_t usage, std::uint32_t algorithm);
     QueltaCertificate& withCertificate(ByteView der);
@@ -91,53 +92,36 @@ public:
     QueltaSymmetricKey& withAesKey(std::uint32_t encryptionType);
     // What getCertificateDetails finds in these bytes; it fails for others.
     void detailsGive(ByteView der, Bytes publicKey) { details_[toBytes(der)] = std::move(publicKey); }
-    void connect(const std::vector<std::string>& devices) { *locked(devices_) = devices; }
+    void connect(const std::vector<std::string>& devices);
     void unplug() { connect({}); }
     void openSingleSignOn() { info.singleSignOnEnabled = info.singleSignOnOpen = 1; }
 
     // The next call of this function answers `result`, the one after it what was asked next; then they succeed again.
-    void willAnswer(Call call, int result) { (*locked(results_))[call].push_back(result); }
+    void willAnswer(Call call, int result) { results_[call].push_back(result); }
     // The same for the PIN check, with the count of remaining attempts that it writes.
     void willAnswerPin(int result, int remaining);
     // Runs inside every call of this function, whichever thread makes it; may throw.
-    void during(Call call, const std::function<void()>& hook) { (*locked(hooks_))[call] = hook; }
+    void during(Call call, const std::function<void()>& hook);
 
     // The calls since the last look, as "signHash(TOKEN-1, <key in hex>, 1234, <hash in hex>, room 256, false)": numbers in
     // decimal, bytes in hexadecimal, a library context only if there is one.
-    std::vector<std::string> takeCalls() { return std::exchange(*locked(calls_), {}); }
+    std::vector<std::string> takeCalls() { return std::exchange(calls_, {}); }
 
-    int monitorPolls() { return *locked(polls_); }
+    int monitorPolls() const { return polls_; }
     // False if none came within three seconds.
     bool waitForMonitorPoll();
-    bool lastMonitorPollFoundNothing() { return *locked(lastPollFoundNothing_); }
+    bool lastMonitorPollFoundNothing() const { return lastPollFoundNothing_; }
 
 private:
     friend class FakeDeviceCalls;
-    // Until the end of the expression.
-    template <class Value>
-    struct Locked {
-        std::unique_lock<std::mutex> lock;
-        Value& value;
-        Value& operator*() const { return value; }
-    };
-    template <class Value>
-    Locked<Value> locked(Value& value)
-    {
-        return {std::unique_lock(mutex_), value};
-    }
-
     FakeDeviceLibrary() = default;
 
+    const std::thread::id testThread_ = std::this_thread::get_id();
+    // The monitor reads the devices and the hooks.
     std::mutex mutex_;
-    int polls_ = 0;
-    bool lastPollFoundNothing_ = false;
+    std::atomic<int> polls_ = 0;
+    std::atomic<bool> lastPollFoundNothing_ = false;
 };
-
-// A thread of the application's, beside the test's own.
-std::jthread callerThread(std::function<void()> body);
-// The thread that this is called on belongs to the test.
-void markAsCallerThread();
-bool calledByMonitor();
 
 // The bytes that fit, and the length of all.
 template <std::size_t Size>

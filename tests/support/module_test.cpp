@@ -41,7 +41,6 @@ void requireStatus(LONG status, const char* what)
 
 ModuleTest::ModuleTest()
 {
-    markAsCallerThread();
     token.reset();
     setLogLevel(3);
     if (!monitorRuns) startMonitor();

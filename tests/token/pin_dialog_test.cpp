@@ -77,7 +77,7 @@ TEST_F(PinDialogWindow, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
     user.meetsPinDialog([&](PinDialog older) {
         older.type("1111");
         older.waitUntilDrawn();
-        second = callerThread([&] { showPasswordDialog(pins[1]); });
+        second = std::jthread([&] { showPasswordDialog(pins[1]); });
         std::vector<HWND> shown;
         while ((shown = visibleDialogs()).size() < 2) Sleep(5);
         const PinDialog newer(shown[0] == older.window() ? shown[1] : shown[0]);
