@@ -1,6 +1,6 @@
-#include "support/call_with_last_error.h"
 #include "support/log_folder.h"
 #include "support/machine_registry.h"
+#include "support/recorded_calls.h"
 #include "support/test_bytes.h"
 #include "support/transcript.h"
 #include "support/words.h"

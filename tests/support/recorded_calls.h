@@ -1,6 +1,5 @@
 #pragma once
 
-#include "support/call_with_last_error.h"
 #include "support/guarded_buffer.h"
 #include "support/recorder.h"
 
@@ -9,6 +8,26 @@
 #include <variant>
 
 namespace quelta::test {
+
+// A last error that no call sets by itself.
+constexpr DWORD sentinelError = 0x5E47;
+
+template <class Result>
+struct Called {
+    Result result;
+    DWORD lastError;
+
+    bool lastErrorKept() const { return lastError == sentinelError; }
+};
+
+// Calls with a known last error, and tells what it is afterwards.
+template <class Call>
+Called<std::invoke_result_t<Call>> callWithLastError(Call call)
+{
+    SetLastError(sentinelError);
+    auto result = call();
+    return {result, GetLastError()};
+}
 
 // What a caller hands in; nothing for a null pointer.
 using Input = std::optional<Bytes>;
