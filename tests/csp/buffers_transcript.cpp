@@ -17,27 +17,19 @@ protected:
     // A call for each output, with places of its size.
     void handOutEach(const std::function<std::vector<Place>(DWORD size)>& places)
     {
-        const std::pair<DWORD, DWORD> ofProvider[] = {{PP_ENUMALGS, 32},
-                                                      {PP_ENUMALGS_EX, 88},
-                                                      {PP_NAME, 34},
-                                                      {PP_ENUMCONTAINERS, 33},
-                                                      {PP_CONTAINER, 33},
-                                                      {PP_UNIQUE_CONTAINER, 33},
-                                                      {PP_VERSION, 4},
-                                                      {PP_IMPTYPE, 4},
-                                                      {PP_PROVTYPE, 4},
-                                                      {PP_KEYSTORAGE, 4},
-                                                      {PP_KEYSET_TYPE, 4},
-                                                      {PP_ADMIN_PIN, 4},
-                                                      {PP_KEYEXCHANGE_PIN, 4},
-                                                      {PP_SIGNATURE_PIN, 4},
-                                                      {PP_USE_HARDWARE_RNG, 4},
-                                                      {PP_KEYSPEC, 4},
-                                                      {PP_ENUMEX_SIGNING_PROT, 4}};
+        const std::pair<DWORD, std::vector<DWORD>> ofProvider[] = {
+            {32, {PP_ENUMALGS}},
+            {88, {PP_ENUMALGS_EX}},
+            {34, {PP_NAME}},
+            {33, {PP_ENUMCONTAINERS, PP_CONTAINER, PP_UNIQUE_CONTAINER}},
+            {4,
+             {PP_VERSION, PP_IMPTYPE, PP_PROVTYPE, PP_KEYSTORAGE, PP_KEYSET_TYPE, PP_ADMIN_PIN, PP_KEYEXCHANGE_PIN,
+              PP_SIGNATURE_PIN, PP_USE_HARDWARE_RNG, PP_KEYSPEC, PP_ENUMEX_SIGNING_PROT}}};
         const std::pair<DWORD, DWORD> ofKey[] = {
             {KP_PERMISSIONS, 4}, {KP_ALGID, 4}, {KP_BLOCKLEN, 4}, {KP_KEYLEN, 4}, {KP_CERTIFICATE, 300}};
-        for (const auto& [parameter, size] : ofProvider) {
-            for (const Place& place : places(size)) csp("CPGetProvParam", {parameter, place, CRYPT_FIRST});
+        for (const auto& [size, parameters] : ofProvider) {
+            for (const DWORD parameter : parameters)
+                for (const Place& place : places(size)) csp("CPGetProvParam", {parameter, place, CRYPT_FIRST});
         }
         for (const auto& [parameter, size] : ofKey) {
             for (const Place& place : places(size)) csp("CPGetKeyParam", {key, parameter, place});

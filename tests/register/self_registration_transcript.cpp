@@ -28,13 +28,12 @@ public:
         recorder->writeDown(loads ? "bcrypt.dll is loaded" : "bcrypt.dll can't be loaded");
         return loads ? handle : nullptr;
     }
-    FARPROC find(HMODULE library, const char* function) const override
+    FARPROC find(HMODULE, const char* function) const override
     {
         void* const addresses[] = {reinterpret_cast<void*>(&answer<cngRegister, LPCWSTR, ULONG, CRYPT_PROVIDER_REG*>),
                                    reinterpret_cast<void*>(&answer<cngUnregister, LPCWSTR>),
                                    reinterpret_cast<void*>(&answer<cngAdd, ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR, ULONG>),
                                    reinterpret_cast<void*>(&answer<cngRemove, ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR>)};
-        EXPECT_EQ(library, handle);
         const auto* const known = std::ranges::find(cngNames, std::string_view(function));
         if (known != std::end(cngNames) && missing != function) return reinterpret_cast<FARPROC>(addresses[known - cngNames]);
         recorder->writeDown("it has no " + std::string(function));
@@ -42,8 +41,7 @@ public:
     }
     void free(HMODULE library) const override
     {
-        EXPECT_EQ(library, handle);
-        recorder->writeDown("bcrypt.dll is freed");
+        recorder->writeDown(library == handle ? "bcrypt.dll is freed" : "another is freed");
     }
 
     bool loads = true;
@@ -123,10 +121,7 @@ TRANSCRIPT(SelfRegistrationTranscript, "a failure comes back as a result, and in
     FakeCngLibrary::answers = {};
     FakeCngLibrary::answers[cngAdd] = 5;
     registers();
-}
-
-TRANSCRIPT(SelfRegistrationTranscript, "a library that can't be loaded is not freed")
-{
+    recorder.note("a library that can't be loaded is not freed");
     cng.loads = false;
     registers();
     unregisters();

@@ -15,6 +15,20 @@ protected:
     KspCalls ksp{recorder};
 };
 
+TRANSCRIPT(ConnectionTranscript, "the first opening starts the library and the monitor")
+{
+    token.connect({"TOKEN-1", "TOKEN-2"});
+    token.withKeyPair(usageSigning, algorithmRsa2048);
+    token.withKeyPair(usageKeyExchange, algorithmRsa2048);
+    stopMonitor();
+    csp.acquire();
+    csp.acquire("whatever the name", CRYPT_VERIFYCONTEXT | CRYPT_SILENT);
+    csp("CPReleaseContext", {1});
+    csp("CPReleaseContext");
+    token.keyPairs.clear();
+    csp.acquire("", CRYPT_NEWKEYSET);
+}
+
 TRANSCRIPT(ConnectionTranscript, "the library is started again until a device was opened")
 {
     token.unplug();

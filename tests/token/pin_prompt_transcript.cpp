@@ -138,11 +138,7 @@ TRANSCRIPT(PinPromptTranscript, "a wrong PIN is told and asked for again until i
         token.attempts = 2;
         for (int i = 0; i < 2; ++i) entersWrongPin();
     });
-}
-
-TRANSCRIPT(PinPromptTranscript, "a clock mismatch ends the prompt unless attempts are counted")
-{
-    errorsAlone();
+    recorder.note("a clock mismatch ends the prompt unless attempts are counted");
     eachAsks([this] {
         token.willAnswer(Call::validatePassword, 48);
         user.entersPin("1234");
@@ -159,7 +155,7 @@ TRANSCRIPT(PinPromptTranscript, "a clock mismatch ends the prompt unless attempt
 TRANSCRIPT(PinPromptTranscript, "a user who cancels leaves no PIN, and nothing is checked")
 {
     eachAsks([this] {
-        // As a sign-on leaves it, for which no PIN is cached.
+        // A sign-on leaves an empty PIN in the cache.
         cachePin("");
         user.meetsPinDialog(
             [](PinDialog dialog) {
