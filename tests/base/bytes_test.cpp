@@ -3,9 +3,6 @@
 
 #include <gmock/gmock.h>
 
-#include <array>
-#include <memory>
-
 namespace quelta {
 namespace {
 
@@ -17,14 +14,6 @@ TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
     EXPECT_EQ(fromHex("09afAF"), (Bytes{0x09, 0xAF, 0xAF}));
     for (const char* text : {"0", "0x12", "0g", "@0", "/0", ":0", "G0", "`0", "1 "})
         EXPECT_EQ(fromHex(text), std::nullopt) << text;
-}
-
-TEST(Wiped, LeavesZerosWhenItGoes)
-{
-    using Record = std::array<unsigned char, 8>;
-    alignas(Wiped<Record>) unsigned char place[sizeof(Wiped<Record>)];
-    std::destroy_at(std::construct_at(reinterpret_cast<Wiped<Record>*>(place), Record{1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_THAT(place, Each(0));
 }
 
 // A text this short is kept in the string itself, which a move copies.

@@ -7,13 +7,8 @@ namespace {
 
 TEST(Der, LengthsTakeAsFewBytesAsTheyNeedUpToFilesOfManyGigabytes)
 {
-    const std::pair<std::uint64_t, Bytes> rows[] = {{0, {4, 0}},
-                                                    {127, {4, 127}},
-                                                    {128, {4, 0x81, 128}},
-                                                    {255, {4, 0x81, 255}},
-                                                    {256, {4, 0x82, 1, 0}},
-                                                    {65536, {4, 0x83, 1, 0, 0}},
-                                                    {0x123456789, {4, 0x85, 1, 0x23, 0x45, 0x67, 0x89}}};
+    const std::pair<std::uint64_t, Bytes> rows[] = {
+        {127, {4, 127}}, {128, {4, 0x81, 128}}, {256, {4, 0x82, 1, 0}}, {0x123456789, {4, 0x85, 1, 0x23, 0x45, 0x67, 0x89}}};
     for (const auto& [length, expected] : rows) EXPECT_EQ(header(tagOctetString, length), expected) << length;
 }
 
@@ -35,7 +30,7 @@ TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
     EXPECT_FALSE(ecdsaHalves(sequence({smallInteger(1), smallInteger(2), null()}), 4)) << "or behind its numbers";
 }
 
-// What it refuses, and that it never leaves its bytes, the fuzzer sees with its seeds.
+// The fuzzer sees which elements the reader refuses, and that it never leaves its bytes.
 TEST(Der, ReaderLeavesAnElementOfAnotherTagUnread)
 {
     const Bytes two{4, 1, 7, 5, 0};

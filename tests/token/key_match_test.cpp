@@ -6,16 +6,11 @@
 
 #include <gmock/gmock.h>
 
+#include <cstring>
+
 namespace quelta::test {
 
 namespace {
-
-// A record whose end is the end of what may be read.
-template <class Record>
-struct Guarded {
-    GuardedBuffer memory{sizeof(Record), 'r'};
-    Record& record = *reinterpret_cast<Record*>(memory.data());
-};
 
 TokenKey keyWith(ByteView reference, std::string_view label)
 {
@@ -29,13 +24,12 @@ TokenKey keyWith(ByteView reference, std::string_view label)
 
 TEST(KeyMatch, NoFieldIsReadBeyondItsEnd)
 {
-    EXPECT_EQ(labelOf(Guarded<QueltaCertificate>().record), std::string(152, 'r')) << "the last field, and the page ends with it";
-    EXPECT_EQ(labelOf(Guarded<QueltaSymmetricKey>().record).size(), 128U);
-    Guarded<QueltaKeyPair> pair;
-    EXPECT_EQ(labelOf(pair.record).size(), 128U);
-    pair.record.label[3] = '\0';
-    EXPECT_EQ(labelOf(pair.record), "rrr");
-    QueltaSymmetricKey key{};
+    // The label is the last field of a certificate, and the page ends with it.
+    const GuardedBuffer certificate(sizeof(QueltaCertificate), 'r');
+    EXPECT_EQ(labelOf(*reinterpret_cast<const QueltaCertificate*>(certificate.data())), std::string(152, 'r'));
+    QueltaSymmetricKey key;
+    std::memset(&key, 'r', sizeof key);
+    EXPECT_EQ(labelOf(key).size(), 128U);
     key.keyReferenceLength = 129;
     EXPECT_TRUE(keyReferenceOf(key).empty()) << "one more than the field holds";
 }
