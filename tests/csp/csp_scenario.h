@@ -60,10 +60,10 @@ protected:
     {
         return silently([&] { return csp("CPCreateHash", {algorithm}); });
     }
-    // Of the digest 01 02 ... 20.
+    // The digest is 01 02 ... 20.
     HCRYPTHASH finishedHash();
 
-    // What its record holds, which no call tells in full.
+    // Notes the content of the key's record. No call tells all of it.
     void noteKey(HCRYPTKEY key);
 
     CspCalls csp{recorder};

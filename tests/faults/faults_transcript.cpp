@@ -49,6 +49,23 @@ std::string textOf(const std::vector<LogLine>& lines, const std::string& said, c
     return text;
 }
 
+using Answers = std::vector<std::pair<std::string, std::string>>;
+// "1, 48 -> ok" is a line, "49 -> NTE_FAIL" the next.
+std::vector<std::string> answerLines(const Answers& answers)
+{
+    std::vector<std::string> lines;
+    std::string text;
+    for (std::size_t i = 0; i < answers.size(); ++i) {
+        text += answers[i].first;
+        if (i + 1 < answers.size() && answers[i].second == answers[i + 1].second) {
+            text += ", ";
+        } else {
+            lines.push_back(std::exchange(text, "") + " -> " + answers[i].second);
+        }
+    }
+    return lines;
+}
+
 // No copy, which would keep the secrets in them.
 std::size_t fingerprint(const std::vector<ByteView>& parts)
 {
@@ -75,7 +92,7 @@ protected:
         Step prepare = [] {};
         // After a success. A new handle is freed without it.
         Step undo = [] {};
-        // What the interface wants left behind: blocks of the heap, hashes on the token.
+        // Blocks of the heap and hashes on the token that a call leaves behind by its contract.
         int keptBlocks = 0;
         int keptHashes = 0;
         ULONG_PTR handleAfterFailure = untouched;
@@ -158,12 +175,12 @@ protected:
         refuseMemory(row, !well.logged.empty());
     }
 
-    // What a key handle is, which no failure may change.
+    // The records behind key handles. No failure may change them.
     std::vector<ByteView> records;
     const Bytes secret = toBytes("the secret has thirty-two bytes.");
-    // What a row's `prepare` makes.
+    // The handle that a row's `prepare` makes.
     ULONG_PTR made = 0;
-    // Where calls put things, anew for each.
+    // Outputs of a call. Each call gets them anew.
     ULONG_PTR out = untouched;
     GuardedBuffer buffer{256}, large{4096};
     DWORD length = 0, largeLength = 0;
@@ -176,9 +193,9 @@ private:
     struct Fault {
         std::string label;
         Step arm = [] {};
-        // What the end of an error line says of it.
+        // The end of an error line that tells of the fault.
         std::string said = "";
-        // What it reports.
+        // The number that the fault reports.
         std::string number = "";
         // Blocks that the heap still makes.
         int allowed = -1;

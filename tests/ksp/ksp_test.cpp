@@ -1,4 +1,3 @@
-// What no transcript sees.
 #include "ksp/key.h"
 #include "ksp/ksp_scenario.h"
 #include "support/machine_registry.h"
@@ -10,7 +9,7 @@ namespace quelta::test {
 
 using KspSilentCall = ModuleTest;
 
-// As the device monitor clears it: whatever the moment, a silent call has the PIN or is refused.
+// The device monitor may clear the PIN at any moment. A silent call has the PIN or is refused.
 TEST_F(KspSilentCall, NeverComesToAPromptWhileThePinIsCleared)
 {
     setLogLevel(0);

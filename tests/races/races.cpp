@@ -50,7 +50,7 @@ public:
             state_.containerSelectedFlag = 1;
         }
     }
-    // As the module's unloading does, when no caller is left.
+    // The module's unloading does this when no caller is left.
     bool stop()
     {
         watch_.askToStop();

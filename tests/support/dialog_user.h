@@ -11,8 +11,8 @@
 
 namespace quelta::test {
 
-// Sits before the screen while a test runs: meets the windows of this process in the order that it was told, and with what it was
-// told. A window that it was not told of, a message with another text and a window that never came are failures of the test.
+// Sits before the screen while a test runs, and meets the windows of this process in the order in which the test announced them.
+// A window that was not announced and a window that never came are failures of the test.
 class DialogUser {
 public:
     DialogUser();
@@ -23,7 +23,7 @@ public:
     void entersPin(const std::string& pin);
     void cancels() { meetsPinDialog(&PinDialog::pressCancel, "Cancel"); }
     void closes() { meetsPinDialog(&PinDialog::close, "closed"); }
-    // Whatever `action` does; it must end with the dialog being left. It runs on another thread than the test.
+    // `action` must end with the dialog being left. It runs on another thread than the test.
     void meetsPinDialog(std::function<void(PinDialog)> action, std::string deed = "");
     // Presses OK in the next message box.
     void acknowledges();

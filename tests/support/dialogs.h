@@ -14,7 +14,7 @@ inline constexpr const char messageCaption[] = "Quelta";
 // Message boxes too.
 std::vector<HWND> visibleDialogs();
 std::string textOf(HWND window);
-// What a message box says.
+// The text of a message box.
 std::string messageOf(HWND window);
 // False for one that stays although it was left: some seconds are waited for it.
 bool goesAway(HWND window);
@@ -41,7 +41,7 @@ public:
     void waitUntilDrawn() const;
 
 private:
-    // Nothing happens if it is disabled.
+    // A disabled button is left alone.
     static void press(HWND button);
 
     HWND window_;

@@ -23,9 +23,9 @@ namespace quelta::test {
 enum class Call { QUELTA_DEVICE_CALLS };
 Call callNamed(const std::string& name);
 
-// What a call gives out. The bytes never go past a capacity that the call states; the reported length may lie.
+// The output of a call. The bytes never go past a capacity that the call states; the reported length may lie.
 struct Given {
-    // Without bytes, the call's own default.
+    // The call's own default if there are none.
     std::optional<Bytes> bytes;
     std::optional<int> reportedLength;
     // For what the library allocates: no buffer at all.
@@ -34,7 +34,7 @@ struct Given {
     bool evenIfRefused = false;
 };
 
-// What a token holds and answers, as a test begins: one is connected, with the PIN "1234" and nothing on it.
+// The content and the answers of a token. As a test begins, one is connected, with the PIN "1234" and nothing on it.
 struct FakeToken {
     // The records stay where they are, so a test may change their fields at any time.
     std::deque<QueltaKeyPair> keyPairs;
@@ -50,12 +50,12 @@ struct FakeToken {
     Given cipher;         // of encrypt; default: 256 bytes
     Given symmetricPlain; // of decryptSymetric; default: the input
     Given unwrapped;      // of decryptAes; default: 16 bytes
-    // What these put into the record that they are handed. Default: an identifier, and for a key pair a public key.
+    // They fill the record that they are handed. Default: an identifier, and for a key pair a public key.
     std::function<void(QueltaKeyPair&)> onGenerate;
     std::function<void(QueltaSymmetricKey&)> onImportAesKey;
     // How often the token has made, stored or deleted something.
     int changes = 0;
-    // Begun, less finished.
+    // Hashes that were begun, less those that were finished.
     int openHashes = 0;
 
     // Told of every call that is not the device monitor's, worded as below, and of what it answered.
@@ -72,7 +72,7 @@ protected:
 };
 
 // A device library whose token holds what a test says and answers what a test says. Every call succeeds unless told otherwise.
-// Lists come back in storage that the same thread's next call spoils.
+// Lists come back in storage that the next call spoils.
 //
 // The device monitor asks for the connected devices too: its calls are counted and not recorded. Every call of a thread that is
 // not the test's own is taken for the monitor's.
@@ -90,7 +90,7 @@ public:
     // Belongs to the key by its reference and label; its details give the key's public key.
     QueltaCertificate& withCertificateOf(const QueltaKeyPair& pair, ByteView der);
     QueltaSymmetricKey& withAesKey(std::uint32_t encryptionType);
-    // What getCertificateDetails finds in these bytes; it fails for others.
+    // getCertificateDetails finds this key in these bytes. It fails for others.
     void detailsGive(ByteView der, Bytes publicKey) { details_[toBytes(der)] = std::move(publicKey); }
     void connect(const std::vector<std::string>& devices);
     void unplug() { connect({}); }

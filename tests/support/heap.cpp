@@ -7,7 +7,7 @@
 #include <cstring>
 #include <stdexcept>
 
-// Where the addresses of the runtime's functions stand, through which all code of this executable calls them.
+// The import table's addresses of the runtime's functions. All code of this executable calls through them.
 extern "C" {
 extern void* (*__imp_malloc)(std::size_t);              // NOLINT(bugprone-reserved-identifier)
 extern void* (*__imp_calloc)(std::size_t, std::size_t); // NOLINT(bugprone-reserved-identifier)
@@ -28,7 +28,7 @@ const auto realFree = __imp_free;
 std::atomic<DWORD> countedThread = 0;
 Heap ofTest;
 
-// Those that the test's thread has made under a watch and that no thread has freed.
+// Blocks that the test's thread has made under a watch and that no thread has freed.
 std::array<std::atomic<const void*>, 1024> liveBlocks;
 
 void replaceBlock(const void* known, const void* other)

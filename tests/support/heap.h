@@ -11,7 +11,7 @@ namespace quelta::test {
 
 class FreedMemory;
 
-// What this executable's code does with the C runtime's heap on the test's thread, be it through new or malloc.
+// Counts the use of the C runtime's heap by this executable's code on the test's thread, through new and through malloc.
 struct Heap {
     static constexpr int all = -1;
 

@@ -60,12 +60,6 @@ void ModuleTest::cachePin(const char* pin)
     tokenState().pinCache.setValidated(std::make_shared<const PinText>(pin));
 }
 
-void ModuleTest::forget()
-{
-    token.takeCalls();
-    log.forget();
-}
-
 void ModuleTest::startMonitor()
 {
     startDeviceMonitor();

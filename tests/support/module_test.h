@@ -10,7 +10,7 @@
 
 namespace quelta::test {
 
-// What is set up for a test must not fail unnoticed: the Boolean of a call of Windows or CryptoAPI, the status of key storage.
+// Both throw if a call that prepares a test has failed: the Boolean of Windows or CryptoAPI, the status of key storage.
 void require(BOOL done, const char* what);
 void requireStatus(LONG status, const char* what);
 
@@ -24,8 +24,6 @@ protected:
 
     static void cachePin(const char* pin = "1234");
     static std::string cachedPin() { return **tokenState().pinCache.pin(); }
-    // What was called and logged so far.
-    void forget();
 
     // Starts the monitor and waits until it has polled, so that none of its own lines comes later.
     static void startMonitor();

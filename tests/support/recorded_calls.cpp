@@ -55,7 +55,7 @@ std::string placeText(const Place& place)
 // The buffer and the length of one call, each at the edge of an inaccessible page.
 class HandedBuffer {
 public:
-    // What the length holds before the call: the room, or a value that no call writes.
+    // The content of the length before the call: the room, or a value that no call writes.
     enum class Length { room, unset, none };
 
     HandedBuffer(const Place& place, Length length)

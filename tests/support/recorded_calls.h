@@ -29,10 +29,10 @@ Called<std::invoke_result_t<Call>> callWithLastError(Call call)
     return {result, GetLastError()};
 }
 
-// What a caller hands in; nothing for a null pointer.
+// The bytes that a caller hands in; nullopt for a null pointer.
 using Input = std::optional<Bytes>;
 
-// Where a caller wants its answer: the size of its buffer, and the room that it states.
+// The place for an answer: the size of the buffer, and the room that the caller states.
 struct Place {
     std::optional<DWORD> buffer;
     std::optional<DWORD> stated;
@@ -68,7 +68,7 @@ struct Function {
     (ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR);
 };
 
-// What kind the new handle of a function is of, and which function frees it.
+// The kind of handle that a function makes, and the function that frees it.
 struct MadeHandle {
     const char* kind;
     const char* freedBy;
@@ -132,7 +132,7 @@ private:
     const Function& named(std::string_view name) const { return *std::ranges::find(functions_, name, &Function::name); }
 
     const std::vector<Function>& functions_;
-    // Without what was handed out, whose number says nothing.
+    // The new handle is left out: its number says nothing.
     std::string lastAnswer_;
 };
 

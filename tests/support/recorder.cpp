@@ -74,14 +74,10 @@ std::string Recorder::handle(ULONG_PTR handle) const
     return found == handles_.end() ? "unknown" : found->second;
 }
 
+// Longer texts come first: they may hold others.
 void Recorder::call(ByteView bytes, const std::string& word)
 {
-    callText(toHex(bytes), word);
-}
-
-// Longer texts come first: they may hold others.
-void Recorder::callText(const std::string& text, const std::string& word)
-{
+    const std::string text = toHex(bytes);
     const auto shorter = std::ranges::find_if(words_, [&](const auto& known) { return known.first.size() < text.size(); });
     words_.emplace(shorter, text, word);
 }

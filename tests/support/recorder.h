@@ -29,11 +29,11 @@ public:
 
     // One call: `call` makes it and says what it answered.
     void record(const std::string& name, const std::string& arguments, const std::function<std::string()>& call);
-    // The same for what lies below the entry points, and does not name itself.
+    // The same for a function below the entry points. Such a function does not name itself.
     void recordInner(const std::string& name, const std::string& arguments, const std::function<std::string()>& call);
-    // What was asked meanwhile of somebody else than the token.
+    // A line for a call that somebody else than the token gets meanwhile.
     void writeDown(std::string line);
-    // What else a reader should know.
+    // A remark for the reader.
     void note(const std::string& text);
 
     // While one lives, nothing is written down: for what only prepares.
@@ -53,8 +53,6 @@ public:
     std::string handle(ULONG_PTR handle) const;
     // Bytes that differ from run to run, or say little, and what to write in their place.
     void call(ByteView bytes, const std::string& word);
-    // The same for any text.
-    void callText(const std::string& text, const std::string& word);
 
     const std::vector<std::string>& lines() const { return lines_; }
 

@@ -29,7 +29,7 @@ protected:
         recorder.note("log level " + std::to_string(level));
     }
 
-    // Where an answer is wanted.
+    // Places for an answer.
     static Place room(DWORD size) { return {size, size}; }
     static Place query(DWORD stated = 0) { return {std::nullopt, stated}; }
     static Place nowhere() { return {}; }

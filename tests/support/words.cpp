@@ -134,21 +134,6 @@ std::string keyWords(const TokenKey& key)
     return text;
 }
 
-std::vector<std::string> answerLines(const Answers& answers)
-{
-    std::vector<std::string> lines;
-    std::string text;
-    for (std::size_t i = 0; i < answers.size(); ++i) {
-        text += answers[i].first;
-        if (i + 1 < answers.size() && answers[i].second == answers[i + 1].second) {
-            text += ", ";
-        } else {
-            lines.push_back(std::exchange(text, "") + " -> " + answers[i].second);
-        }
-    }
-    return lines;
-}
-
 // By their values; constants are of signed and of unsigned types.
 #define QUELTA_NAMES(...) named(#__VA_ARGS__, __VA_ARGS__)
 static std::map<DWORD, std::string> named(const std::string& names, auto... values)

@@ -11,7 +11,7 @@ namespace quelta::test {
 
 // "0102AB", "32 bytes rising from 01", "16 bytes of 11", "294 bytes #1A2B3C4D"; an empty span and null are told apart.
 std::string words(ByteView bytes);
-// What a caller hands in or is handed, which may be a number or a text, too: "DWORD 9", "\"a text\\0\"", "L\"a text\\0\"". All
+// A value of a caller, which may be a number or a text, too: "DWORD 9", "\"a text\\0\"", "L\"a text\\0\"". All
 // other bytes are spelled out, so that a scenario can have its own word for them; see Recorder::call.
 std::string valueWords(ByteView value);
 // Long upper-case hexadecimal within a text as words() has it.
@@ -19,15 +19,11 @@ std::string withShortHex(std::string_view text);
 // "null" or the text between quotation marks.
 std::string quoted(const char* text);
 std::string quoted(const wchar_t* text);
-// Nothing for none, else ", flags 5".
+// An empty text for no flags, else ", flags 5".
 std::string flagsText(DWORD flags);
 
-// What the record of a key handle holds, which no call tells in full.
+// The content of the record behind a key handle. No call tells all of it.
 std::string keyWords(const TokenKey& key);
-
-// How answers depend on something, as sizes: "room 1, room 3 -> FALSE" is a line, "room 4 -> TRUE" the next.
-using Answers = std::vector<std::pair<std::string, std::string>>;
-std::vector<std::string> answerLines(const Answers& answers);
 
 // The published name; an error without one is written as its number.
 std::string errorName(DWORD error);

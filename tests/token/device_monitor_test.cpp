@@ -10,7 +10,7 @@ class DeviceMonitor : public ModuleTest {
 protected:
     DeviceMonitor() { fillState(); }
 
-    // As an opening and an accepted PIN leave it.
+    // The state after an opening and an accepted PIN.
     static void fillState()
     {
         tokenState().libraryInitialised = true;

@@ -12,7 +12,7 @@ namespace quelta::test {
 
 class PinDialogWindow : public ModuleTest {
 protected:
-    // What the dialog leaves behind when the user has done this with it.
+    // The text that the dialog leaves behind when the user has done this with it.
     std::string textAfter(std::function<void(PinDialog)> action)
     {
         user.meetsPinDialog(std::move(action));
@@ -83,7 +83,7 @@ TEST_F(PinDialogWindow, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
         const PinDialog newer(shown[0] == older.window() ? shown[1] : shown[0]);
         newer.type("2222");
         newer.waitUntilDrawn();
-        // Without the mouse, which would bring it to the front and have both drawn.
+        // The mouse would bring the window to the front and have both drawn.
         PostMessageA(older.window(), WM_COMMAND, IDOK, 0);
         while (IsWindow(older.window())) Sleep(5);
         newer.pressLogin();
