@@ -9,12 +9,12 @@
 
 namespace quelta::bench {
 
-// One thing that applications ask for, through one interface.
+// A call that applications make, through one interface.
 struct Operation {
     const char* interfaceName;
     const char* name;
     std::function<void()> call;
-    // What it needs of the device library, called directly; empty if nothing.
+    // The calls of the device library that it needs, made directly; empty if there are none.
     std::function<void()> bare;
 };
 
@@ -31,7 +31,7 @@ public:
     HCRYPTPROV context() const { return context_; }
     NCRYPT_PROV_HANDLE provider() const { return provider_; }
 
-    // On the token's last key pair, which everything here works with.
+    // All operations use the token's last key pair.
     HCRYPTPROV acquire() const;
     NCRYPT_KEY_HANDLE openKey() const;
 

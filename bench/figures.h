@@ -8,18 +8,18 @@
 namespace quelta::bench {
 
 struct Column {
-    // In a row; a row may have none.
+    // The key in a row. A row may lack it.
     const char* key;
     const char* heading;
     int decimals = 0;
 };
 
-// What one command measures.
+// The result of one section.
 struct Figures {
     std::string title;
     std::vector<Column> columns;
     nlohmann::ordered_json rows = nlohmann::ordered_json::array();
-    // What is needed to read them.
+    // Explains the figures.
     std::string note = {};
 };
 

@@ -28,7 +28,7 @@ private:
     KeyStorageFunctionTable* table_ = nullptr;
 };
 
-// Those that are measured or needed for it.
+// The exports that are measured, and those that a measurement needs.
 struct CryptoApiExports {
     const Module& module;
 
@@ -63,7 +63,7 @@ public:
     LogLevel& operator=(const LogLevel&) = delete;
 
 private:
-    // Nothing where none was set.
+    // Empty if the value was not set.
     DWORD before_ = 0;
     bool wasSet_;
 };

@@ -1,15 +1,16 @@
-// What can be measured. Each throws a std::runtime_error if a call does not do what it should.
+// The sections of the benchmark. A section throws std::runtime_error if a call fails.
 #pragma once
 
 #include "figures.h"
 
 namespace quelta::bench {
 
-// Above the instant library: what the module adds to each call, at each level of the log, against what the log alone has to take.
+// Measures, above the instant library and at each log level, the module's time for each call beside the time of its registry
+// reads.
 Figures measureOverhead(const std::string& pin);
-// Above the software token: the same calls against those of the library that they need.
+// Measures the same calls above the software token beside the library's calls that they need.
 Figures measureRatio(const std::string& pin);
-// Above the instant library: more and more keys on the token, and longer and longer chains.
+// Measure above the instant library with more and more keys on the token, and with longer and longer chains.
 Figures measureGrowth(const std::string& pin);
 Figures measureChains(const std::string& pin);
 

@@ -1,4 +1,4 @@
-// What the instant library exports beside the device library's functions.
+// The instant library's own exports, beside the device library's functions.
 #pragma once
 
 // Changes what the token holds; nobody may be calling the library meanwhile. See instant_token.h.

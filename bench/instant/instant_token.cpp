@@ -79,7 +79,7 @@ std::string issuerName(unsigned level)
     return "Issuer " + std::to_string(level);
 }
 
-// From the one that issues for the keys up to the root.
+// Returns the issuers, from the one for the keys up to the root.
 std::vector<QueltaCertificate> issuers(unsigned count)
 {
     std::vector<QueltaCertificate> records;

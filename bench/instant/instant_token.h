@@ -13,7 +13,7 @@ struct InstantToken {
     std::vector<QueltaKeyPair> keyPairs;
     std::vector<QueltaCertificate> certificates;
     std::vector<QueltaSymmetricKey> aesKeys;
-    // By certificate, what it is for.
+    // The purpose of each certificate.
     std::map<std::string, Bytes, std::less<>> publicKeys;
 };
 

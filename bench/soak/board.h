@@ -17,7 +17,7 @@ struct State {
     Needs offers;
     // Takes a token that is plugged in, unlocked and signed on.
     void (*change)(softtoken::StoredToken& token);
-    // In tenths of a second.
+    // Tenths of a second.
     unsigned shortest, longest;
 };
 

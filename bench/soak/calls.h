@@ -28,7 +28,7 @@ struct Call {
     std::string_view name;
     // If less than `least` is offered, the call must be refused; if `enough` is offered, it must be done.
     Needs least, enough;
-    // It may be refused with these only.
+    // The codes with which the call may be refused.
     Code refusals[4];
 };
 

@@ -67,7 +67,7 @@ private:
         await(work);
     }
 
-    // Through the token's own functions: a start of quelta-token would take longer than some states last.
+    // The driver uses the token's own functions. A start of quelta-token takes longer than some states last.
     void change(StateRow row, bool nobodyWorks = false)
     {
         board_.moment = ++moments_ * 16 + changing;

@@ -34,7 +34,7 @@ void addWorkersFindings(const std::filesystem::path& folder, std::vector<std::st
 
 int report(const Board& board, const std::filesystem::path& folder, std::vector<std::string> findings)
 {
-    // In a shorter run chance may leave something out.
+    // A shorter run may miss a call or a state by chance.
     if (board.minutes >= 1 && findings.empty()) addWhatWasNeverDone(board, findings);
     addWorkersFindings(folder, findings);
     const auto sum = [](const auto& counts) { return std::accumulate(std::begin(counts), std::end(counts), 0ULL); };

@@ -11,7 +11,7 @@ namespace {
 void meet(HWND window, Board& board, bool wrong)
 {
     const std::string caption = textOf(window);
-    // It may have gone since it was listed.
+    // The window may have closed since it was listed.
     if (!IsWindow(window)) return;
     ++board.windows;
     if (caption == messageCaption) {

@@ -62,7 +62,7 @@ private:
 
     void workRound(Stage round)
     {
-        // In the last process nobody keeps the module: it is loaded and unloaded again and again.
+        // The last process keeps no context, so the module is loaded and unloaded again and again.
         const HMODULE kept = number_ + 1 < workers ? LoadLibraryA(moduleName) : nullptr;
         std::vector<std::jthread> threads;
         for (std::size_t i = 0; i < (kept ? threadsEach : threadsEach / 2); ++i)

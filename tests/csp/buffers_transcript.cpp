@@ -2,7 +2,7 @@
 
 namespace quelta::test {
 
-// Each value into buffers of every interesting size, which end at an inaccessible page as their lengths do.
+// Each value goes into buffers of every interesting size. Buffers and lengths end at an inaccessible page.
 class BuffersTranscript : public CspScenario {
 protected:
     BuffersTranscript()

@@ -23,7 +23,7 @@ HCRYPTMSG WINAPI openToEncode(DWORD encoding, DWORD flags, DWORD type, const voi
 
 } // namespace
 
-// What the linker would take from the import library: a message sorts its certificates, so that their order is seen only here.
+// Takes the place of the import library's symbol. A message sorts its certificates, so their order shows only here.
 extern "C" {
 decltype(&CryptMsgOpenToEncode) __imp_CryptMsgOpenToEncode = openToEncode; // NOLINT(bugprone-reserved-identifier)
 }

@@ -44,7 +44,7 @@ Bytes unsignedCertificate(const std::string& subject, const std::string& issuer)
 
 class CspScenario : public Scenario {
 protected:
-    // No flag matters.
+    // Passes a flag that must be ignored.
     void open(const char* container = nullptr)
     {
         silently([&] { return csp.acquire(container, CRYPT_DELETEKEYSET); });

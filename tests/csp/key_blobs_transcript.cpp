@@ -12,7 +12,7 @@ Bytes publicBlob(DWORD bits, DWORD exponent = 65537, DWORD magic = 0x31415352)
     return keyBlob(PUBLICKEYBLOB, CALG_RSA_KEYX, concat({littleEndian({magic, bits, exponent}), modulus}));
 }
 
-// Between header and key a word that says nothing here.
+// Returns a blob with an ignored word between header and key.
 Bytes symmetricBlob(BYTE type, ALG_ID algorithm, std::size_t size)
 {
     return keyBlob(type, algorithm, concat({littleEndian({CALG_RSA_KEYX}), counting(size)}));

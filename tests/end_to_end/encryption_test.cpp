@@ -75,7 +75,7 @@ TEST_F(TransportedKeys, DecryptWhatOpensslEncryptedUnderThem)
                                  (iv.empty() ? "" : " -iv " + toHex(iv)) + " -in message -out cipher"));
         const Bytes wrapped = folder.read("wrapped"), cipher = folder.read("cipher");
         if (cspAlgorithm) {
-            // After the header, the algorithm that the key is encrypted with.
+            // The header is followed by the algorithm of the encrypting key.
             const Bytes blob = keyBlob(SIMPLEBLOB, cspAlgorithm, concat({littleEndian({CALG_RSA_KEYX}), reversed(wrapped)}));
             const CryptKey session = csp.import(blob, pair.get());
             CryptSetKeyParam(session.get(), KP_IV, iv.data(), 0);

@@ -15,7 +15,7 @@ namespace quelta::test {
 // Bits of the token's RSA keys; the keys are called "rsa1024" and so on, those on curves "p256", "p384", "p521".
 constexpr unsigned rsaSizes[] = {1024, 2048, 3072, 4096};
 
-// What a call puts into a room, if it answers that it has.
+// Returns the bytes that a call writes into a buffer; empty if the call fails.
 template <class Call>
 Bytes filled(Call call, DWORD room = 16384)
 {
@@ -25,7 +25,7 @@ Bytes filled(Call call, DWORD room = 16384)
     return bytes;
 }
 
-// For CryptoAPI, in this process's registry.
+// Registers the module for CryptoAPI, in this process's registry.
 void registerBuiltModule();
 // The PIN of every token here.
 constexpr const char tokenPin[] = "135790";
@@ -146,12 +146,12 @@ public:
 
     const Table& table() const { return *table_; }
     NCRYPT_PROV_HANDLE provider() const { return provider_; }
-    // Of its opening.
+    // Returns the status of the opening.
     SECURITY_STATUS status() const { return status_; }
 
     // Gives the token's PIN, for both interfaces, so that no dialog asks for it.
     void usePin() const;
-    // By the label that it has among the tests' keys.
+    // Opens a key by its label among the tests' keys.
     StoredKey openLabelled(const std::string& label) const { return key(&Table::OpenKey, toWide(keyName(label)).c_str(), 0, 0); }
     StoredKey create(const wchar_t* algorithm) const
     {

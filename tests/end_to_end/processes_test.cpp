@@ -16,7 +16,7 @@ TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
     DWORD spec = 0;
     BOOL release = FALSE;
     ASSERT_TRUE(CryptAcquireCertificatePrivateKey(certificate.get(), 0, nullptr, &provider, &spec, &release));
-    // Not released: the provider forgets the PIN when it is unloaded.
+    // The context is not released, since an unloaded provider forgets the PIN.
     ASSERT_TRUE(CryptSetProvParam(provider, PP_SIGNATURE_PIN, dataOf(bytesOfText(tokenPin)), 0));
 
     PCCERT_CONTEXT enclosed = certificate.get();

@@ -16,7 +16,7 @@ namespace {
 constexpr std::string_view longPin = "a PIN that is 44 characters long, of letters";
 constexpr std::string_view wrongPin = "a PIN that is 44 characters long, of letters7";
 constexpr std::string_view aesKey = "a key of AES-256: 32 characters.";
-// From the middle: the heap overwrites the ends of a block with its own data.
+// The parts are from the middle, since the heap overwrites the ends of a freed block.
 constexpr std::string_view partOfPin = longPin.substr(12, 12), partOfKey = aesKey.substr(8, 16);
 constexpr std::wstring_view partOfWidePin = std::wstring_view(L"a PIN that is 44 characters long").substr(12, 12);
 
@@ -28,7 +28,7 @@ bool isSearched(const MEMORY_BASIC_INFORMATION& region)
            region.AllocationBase != GetModuleHandleA(nullptr);
 }
 
-// In this process's memory.
+// Counts the copies in this process's memory.
 int copiesOf(std::string_view secret)
 {
     const std::boyer_moore_horspool_searcher searcher(secret.begin(), secret.end());
@@ -61,7 +61,7 @@ TEST_F(Secrets, AreNowhereInAProcessThatHasUsedThem)
         EXPECT_EQ(runDisabledTest(ownExecutable(), std::string("SecretsProcess.DISABLED_") + test), 0U) << test;
 }
 
-// Alone in its process, over the token of the one that started it.
+// Runs in a process of its own, with the token of the process that started it.
 class SecretsProcess : public ::testing::Test {
 protected:
     SecretsProcess() { registerBuiltModule(); }

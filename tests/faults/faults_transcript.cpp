@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::string_view trouble = "the library is in trouble";
 
-// Each record's lengths that the token reports.
+// Sets the lengths that the token reports in each record.
 void setLengths(auto&& records, int length)
 {
     for (auto& record : records) {
@@ -66,7 +66,7 @@ std::vector<std::string> answerLines(const Answers& answers)
     return lines;
 }
 
-// No copy, which would keep the secrets in them.
+// Makes no copy of the parts, which would keep their secrets.
 std::size_t fingerprint(const std::vector<ByteView>& parts)
 {
     std::size_t sum = 0;
@@ -90,7 +90,7 @@ protected:
         std::string name;
         Function::Values values;
         Step prepare = [] {};
-        // After a success. A new handle is freed without it.
+        // Runs after a success. A new handle is freed without it.
         Step undo = [] {};
         // Blocks of the heap and hashes on the token that a call leaves behind by its contract.
         int keptBlocks = 0;
@@ -122,7 +122,7 @@ protected:
         if (!lines_.empty()) expectTranscript(lines_);
     }
 
-    // To prepare, silently.
+    // Prepares a row without a record.
     static void call(const char* name, const Function::Values& values)
     {
         const LONG result = functionNamed(name)(values);
@@ -155,7 +155,7 @@ protected:
         }
         undo(row);
         token.takeCalls();
-        // With what it keeps for itself.
+        // The token's state now includes what the call has left on it.
         prepared_ = token;
         const Run well = run(row, {"nothing"});
         ASSERT_TRUE(well.succeeded);
@@ -207,7 +207,7 @@ private:
         std::string logged = "";
         bool refused = false;
     };
-    // By what is wrong.
+    // The faults by their kind.
     using Faults = std::vector<std::pair<std::string, std::vector<Fault>>>;
 
     Run call(const Row& row)
@@ -248,7 +248,7 @@ private:
         }
         if (const auto lengths = lengthsOf(call)) {
             auto& lies = faults.emplace_back("length ", std::vector<Fault>()).second;
-            // One more than each field and each room holds, among others.
+            // The lies include one more than each field and each buffer holds.
             for (const int lie : {-1, INT_MIN, 0, 33, 129, 257, 1025, 3073, INT_MAX}) {
                 const std::string label = lie == INT_MIN ? "INT_MIN" : lie == INT_MAX ? "INT_MAX" : std::to_string(lie);
                 lies.push_back({label, [=] { lengths(lie); }, "", std::to_string(lie)});

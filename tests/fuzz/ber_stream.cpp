@@ -38,7 +38,7 @@ void readElement(BerStream stream, ByteView file)
 {
     const Bytes element = stream.element();
     fuzz::check(isDer(element) && streamOf(element, element.size()).element() == element);
-    // What is DER comes back as it is.
+    // DER must come back unchanged.
     const auto first = der::Reader(file).next();
     if (first && isDer(first->whole)) fuzz::check(sameBytes(first->whole, element));
 }

@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-// In place of the calculations, whose time would be all of a run: every point is zero, and base64 stands for itself.
+// These replace the calculations, which would take all the time of a run: every point is zero, and base64 is not decoded.
 namespace quelta {
 
 std::optional<Bytes> fromBase64(std::string_view text)

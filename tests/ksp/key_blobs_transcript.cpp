@@ -21,7 +21,7 @@ protected:
         return named("CNG, " + std::to_string(bits) + " bits, " + std::to_string(size) + " bytes",
                      concat({littleEndian({rsaMagic, bits, 3, size, 0, 0}), Bytes{1, 0, 1}, counting(size, 0xC1)}));
     }
-    // With a header that says nothing of the kind.
+    // The header has another magic number.
     Bytes legacyBlob(std::uint32_t bits, std::uint32_t exponent = 0x10003)
     {
         return named("legacy, " + std::to_string(bits) + " bits",

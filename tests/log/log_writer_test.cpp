@@ -65,7 +65,7 @@ TEST(LogWriterChild, DISABLED_WritesOneLine)
     logDebug("of a child");
 }
 
-// What is written then goes to the root of the drive, under Wine to that of the machine: not from a test.
+// A line would now go to the root of the drive, under Wine to that of the machine. So the test writes none.
 TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
 {
     SetEnvironmentVariableW(L"TMP", (log / "gone").c_str());
@@ -86,7 +86,7 @@ TEST_F(LogWriter, LineIsWrittenWhileOthersHaveTheFileOpen)
     EXPECT_THAT(log.takeLines(), ElementsAre(debug("of both")));
 }
 
-// One allocation after the other is refused.
+// The heap refuses one allocation after the other.
 TEST_F(LogWriter, LineThatFindsNoMemoryIsOnlyLost)
 {
     std::set<std::string> printed;

@@ -74,10 +74,10 @@ protected:
         plugIn(folder / "");
     }
 
-    // Where the library looks from now on.
+    // Sets the folder in which the library looks for the token.
     static void plugIn(const std::filesystem::path& where) { SetEnvironmentVariableW(L"QUELTA_TOKEN_DIR", where.c_str()); }
 
-    // As an application sees it: a device that is there, and fails.
+    // Expects a device that is listed, and whose calls fail.
     void expectFailing(const std::string& deviceId = serial) const
     {
         const Bytes before = folder.read("token.json");
@@ -123,7 +123,7 @@ TEST_F(Device, FailsWhereAttemptsCannotBeCounted)
 {
     ASSERT_EQ(quelta_initDevice(serial, false, nullptr), 0);
     EXPECT_EQ(folder.fileCount(), 2) << "something stays beside the token";
-    // Nothing can be made beside token.json; the lock can't be had.
+    // With the first folder no file can be made beside token.json, with the second one the lock can't be opened.
     for (const char* name : {"token.json.new", "token.lock"}) {
         std::filesystem::remove(folder / name);
         std::filesystem::create_directory(folder / name);

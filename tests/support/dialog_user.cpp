@@ -99,7 +99,7 @@ DialogUser::Step DialogUser::stepFor(const std::string& caption)
     return {caption, "nobody expected it", [](HWND window) { PinDialog(window).close(); }};
 }
 
-// At once as well: the test may hang in a window for good.
+// Prints the failure at once as well, since the test may hang in a window.
 void DialogUser::note(const std::string& failure)
 {
     std::fprintf(stderr, "%s\n", failure.c_str());

@@ -83,7 +83,7 @@ void PinDialog::close() const
     send(window_, WM_SYSCOMMAND, SC_CLOSE);
 }
 
-// Through the dialog's own message loop, which makes of a key what it makes of it.
+// Posts the key, so that the dialog's own message loop handles it.
 void PinDialog::pressEnter() const
 {
     PostMessageA(edit(), WM_KEYDOWN, VK_RETURN, 1);

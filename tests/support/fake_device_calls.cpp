@@ -24,7 +24,7 @@ const std::vector<std::string>& callNames()
     return names;
 }
 
-// No copy: nothing of this library's begins with a PIN.
+// Returns no copy: no block of this library may begin with a PIN.
 std::string_view asText(const char* text)
 {
     if (!text) return "null";
@@ -90,7 +90,7 @@ ByteView idOf(const unsigned char* keyId)
     return {keyId, keyIdSize};
 }
 
-// By its first byte: a token's content is made so that this tells records apart.
+// Returns the first byte of the identifier. The tests' records differ in it.
 std::string shortId(const auto& record)
 {
     return toHex(ByteView(record.keyId).first(1)) + "..";
@@ -351,7 +351,7 @@ private:
         };
         return answer(call, give, given.evenIfRefused);
     }
-    // In a buffer from the C runtime's heap, which the caller frees. A reported length that is no lie is there to be read.
+    // Returns a buffer from the C runtime's heap, which the caller frees.
     int answerNew(Call call, const Given& given, const Bytes& otherwise, unsigned char** out, int* length)
     {
         const auto give = [&] {

@@ -28,7 +28,7 @@ struct Given {
     // The call's own default if there are none.
     std::optional<Bytes> bytes;
     std::optional<int> reportedLength;
-    // For what the library allocates: no buffer at all.
+    // If the library allocates the buffer: no buffer at all.
     bool nullBuffer = false;
     // Although the call is refused.
     bool evenIfRefused = false;

@@ -15,7 +15,7 @@ std::size_t pagesFor(std::size_t size)
 
 } // namespace
 
-// As many accessible pages as are needed, and one that is not.
+// Reserves the needed pages and an inaccessible one behind them.
 GuardedBuffer::GuardedBuffer(std::size_t size, unsigned char fill)
     : pages_(VirtualAlloc(nullptr, pagesFor(size) + pageSize, MEM_RESERVE, PAGE_NOACCESS)),
       begin_(static_cast<unsigned char*>(pages_) + pagesFor(size) - size),

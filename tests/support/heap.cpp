@@ -24,7 +24,7 @@ const auto realCalloc = __imp_calloc;
 const auto realCopy = __imp__wcsdup;
 const auto realFree = __imp_free;
 
-// No thread_local: what keeps those comes from here, too.
+// thread_local will not do: the runtime allocates its storage through these functions, too.
 std::atomic<DWORD> countedThread = 0;
 Heap ofTest;
 

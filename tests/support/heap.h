@@ -25,7 +25,7 @@ struct Heap {
 // Counts from its first call on, which is the test's.
 Heap& heap();
 
-// While it lives, the heap makes `allowed` blocks and refuses one.
+// While an object lives, the heap makes `allowed` blocks and refuses the next one.
 class RefusedAllocation {
 public:
     explicit RefusedAllocation(int allowed)
@@ -41,7 +41,7 @@ private:
     Heap& heap_ = heap();
 };
 
-// While it lives, every block that is freed is looked at first, and those that are made are known.
+// While an object lives, every block is searched before it is freed, and new blocks are recorded.
 class FreedMemory {
 public:
     explicit FreedMemory(ByteView secret);

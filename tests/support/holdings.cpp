@@ -25,7 +25,7 @@ int threadsOfProcess()
     return count;
 }
 
-// As the system lists them: under Wine the process's own count of its handles is always 0.
+// Counts the handles in the system's list. Under Wine the process's own count is always 0.
 struct ListedHandle {
     void* object;
     ULONG_PTR process;
@@ -53,7 +53,7 @@ std::ptrdiff_t handlesOfProcess()
     return std::count_if(first, first + list[0], [](const auto& entry) { return entry.process == GetCurrentProcessId(); });
 }
 
-// In use, in all heaps of the process.
+// Returns the bytes in use in all heaps of the process.
 std::ptrdiff_t heapBytesOfProcess()
 {
     std::vector<HANDLE> heaps(GetProcessHeaps(0, nullptr));

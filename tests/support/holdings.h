@@ -1,4 +1,4 @@
-// What a process holds, and would lose to a module that leaves something behind: for tests and for the soak.
+// Counts the resources of a process, so that tests and the soak see what a module leaves behind.
 #pragma once
 
 #include <array>
@@ -6,11 +6,11 @@
 
 namespace quelta::test {
 
-// Of TLS slots, those that are still free, below zero.
+// TLS slots count as the negative number of free slots.
 using Holdings = std::array<std::ptrdiff_t, 4>;
 inline constexpr const char* holdingNames[] = {"threads", "handles", "TLS slots", "kilobytes on heaps"};
 
-// Of this process.
+// Returns the holdings of this process.
 Holdings holdings();
 
 inline bool nothingMore(const Holdings& now, const Holdings& before)

@@ -31,10 +31,10 @@ public:
     LogFolder();
     ~LogFolder();
 
-    // Where this process's lines are, for today.
+    // Returns today's file of this process.
     std::filesystem::path file() const;
 
-    // All that is new in today's file since the last look, as it stands there.
+    // Returns the text that was added to today's file since the last call.
     std::string takeText();
     // The same as lines, without the two that the device monitor's own thread writes whenever it likes.
     std::vector<LogLine> takeLines();

@@ -53,7 +53,7 @@ constexpr DWORD anyFlags = 64;
 
 // A function of one of the interfaces, called as by one who knows the published layout alone.
 struct Function {
-    // As many as any function takes. The calling convention lets the callee ignore what is left over.
+    // As many as any function takes. By the calling convention a function ignores surplus arguments.
     using Values = std::array<ULONG_PTR, 9>;
 
     LONG operator()(const Values& values) const { return std::apply(address, values); }
@@ -115,7 +115,7 @@ public:
     void leaveOutEach(const Rows& rows);
     // Each function whose letters are like this gets these values, 0 for all others and flags.
     void callEach(const std::string& title, const char* argumentsLike, const Function::Values& values);
-    // Each bit of the flags by itself.
+    // Tries each bit of the flags by itself.
     void trySingleFlags(const Rows& rows);
 
 protected:

@@ -29,7 +29,7 @@ void replaceAll(std::string& text, const std::string& from, const std::string& t
 Recorder::Recorder(FakeDeviceLibrary& token, LogFolder& log, DialogUser& user) : token_(token), log_(log), user_(user)
 {
     token_.onCall = [this](const std::string& call, const std::string& answer) { writeDown("token " + call + " = " + answer); };
-    // On the user's thread, while the one that is recorded waits in the window.
+    // Runs on the user's thread, while the recorded thread waits in the window.
     user_.onWindow([this](const std::string& window) { writeDown(window); });
 }
 

@@ -20,7 +20,7 @@ protected:
         return made;
     }
 
-    // At log level 2, which is the one that users have, transcripts are short.
+    // Log level 2, the users' level, keeps transcripts short.
     void errorsAlone() { useLevel(2); }
     void everyLine() { useLevel(3); }
     void useLevel(DWORD level)
@@ -33,7 +33,7 @@ protected:
     static Place room(DWORD size) { return {size, size}; }
     static Place query(DWORD stated = 0) { return {std::nullopt, stated}; }
     static Place nowhere() { return {}; }
-    // For the length and the buffer; as large as a number needs it.
+    // One variable for length and buffer, rounded up for a number.
     static Place oneVariable(DWORD size)
     {
         const DWORD aligned = (size + 3) / 4 * 4;

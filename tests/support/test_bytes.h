@@ -10,7 +10,7 @@ namespace quelta::test {
 // `count` bytes that count up from `first`.
 Bytes counting(std::size_t count, unsigned char first = 1);
 Bytes littleEndian(std::initializer_list<std::uint32_t> words);
-// With the terminating zero.
+// Includes the terminating zero.
 Bytes bytesOfText(std::string_view text);
 Bytes wideBytes(std::wstring_view text);
 // A key blob of CryptoAPI: the header of 8 bytes, and what comes after it.

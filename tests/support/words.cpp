@@ -134,7 +134,7 @@ std::string keyWords(const TokenKey& key)
     return text;
 }
 
-// By their values; constants are of signed and of unsigned types.
+// Maps values to names. The constants have signed and unsigned types.
 #define QUELTA_NAMES(...) named(#__VA_ARGS__, __VA_ARGS__)
 static std::map<DWORD, std::string> named(const std::string& names, auto... values)
 {

@@ -13,7 +13,7 @@ ByteView charactersOf(std::string_view text)
     return {reinterpret_cast<const unsigned char*>(text.data()) + 1, text.size() - 1};
 }
 
-// So that what comes after it does not overwrite what it leaves on the stack.
+// Calls from deep in the stack, so that later calls do not overwrite what this one leaves there.
 std::optional<Pin> askedDeepInTheStack(const Token& device)
 {
     [[maybe_unused]] volatile char above[8192]{};

@@ -63,7 +63,7 @@ Bytes definite(ByteView encrypted, const Bytes& recipientInfo = recipient())
     return der::sequence({der::oid(oid::envelopedData), der::element(der::explicitTag(0), envelope)});
 }
 
-// As a writer makes it that does not know the length beforehand: no lengths outside, the content in segments.
+// Returns a message of a writer that does not know the length: indefinite lengths outside, the content in segments.
 Bytes indefinite(ByteView encrypted, std::size_t segment)
 {
     const Bytes end{0, 0};

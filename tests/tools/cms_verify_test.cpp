@@ -75,7 +75,7 @@ TEST_F(SignatureCheck, AttributesRewrittenForAnotherContentAreRefused)
     EXPECT_THROW(check(changed, "forged"), Refusal);
 }
 
-// It stands beside the signature, where anybody can put one.
+// A time stamp is not signed, so anybody can add one.
 TEST_F(SignatureCheck, ATimeStampIsSeenAndProvesNothing)
 {
     EXPECT_FALSE(check(signatureIn("rsa_with_attributes")).signers[0].hasTimeStamp);

@@ -11,7 +11,7 @@ inline Bytes signatureIn(const std::string& name)
     return withoutPem(readSmallFile(QUELTA_SIGNATURES_DIR "/" + name + ".pem"));
 }
 
-// That of the signer.
+// Returns the signer's certificate.
 inline CertificateContext certificateIn(const std::string& name)
 {
     const Bytes der = signatureIn(name);

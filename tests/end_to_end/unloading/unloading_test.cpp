@@ -11,7 +11,7 @@
 
 namespace quelta::test {
 
-// Each in a process of its own.
+// Each test runs in a process of its own.
 class Unloading : public ::testing::TestWithParam<const char*> {};
 
 INSTANTIATE_TEST_SUITE_P(Each, Unloading,
@@ -47,11 +47,11 @@ TEST_F(UnloadingProcess, DISABLED_TwentyRounds)
             const KeyStorage storage;
             const CryptoApi csp;
             ASSERT_TRUE(csp.get());
-            // Not for the token's keys.
+            // The key is encrypted for none of the token's keys.
             const Bytes simple = keyBlob(SIMPLEBLOB, CALG_AES_128, concat({littleEndian({CALG_RSA_KEYX}), Bytes(256, 1)}));
             EXPECT_FALSE(csp.import(simple, csp.userKey(AT_KEYEXCHANGE).get()));
             EXPECT_EQ(storage.import(L"OpaqueKeyBlob", Bytes(24)).status(), NTE_BAD_KEY);
-            // With and without the monitor in its sleep when the end comes.
+            // In every other round the monitor sleeps when the end comes.
             if (round % 2 == 0) Sleep(100);
         }
         ASSERT_EQ(GetModuleHandleA("QueltaCSP.dll"), nullptr) << "round " << round;
