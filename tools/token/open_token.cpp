@@ -5,7 +5,6 @@
 #include "tools/console/provider_log.h"
 
 #include <algorithm>
-#include <exception>
 
 namespace quelta::tools {
 
@@ -21,12 +20,12 @@ auto opened(const std::optional<Interface>& wanted, Open open)
         try {
             return open(Interface::csp);
         } catch (const Failure&) {
-            const auto refusal = std::current_exception();
             try {
                 return open(Interface::ksp);
             } catch (const Failure&) {
-                std::rethrow_exception(refusal);
+                // CryptoAPI's failure is thrown again.
             }
+            throw;
         }
     }();
     // Error lines of the opening do not explain a later failure.
@@ -75,17 +74,21 @@ std::vector<ListedKey> listKeys()
 {
     requireFittingFiles();
     std::vector<ListedKey> all;
-    std::exception_ptr first;
-    bool opened = false;
-    for (const Interface kind : {Interface::csp, Interface::ksp}) {
+    const auto addFromKeyStorage = [&] {
         try {
-            merge(all, openProvider(kind)->keys(), kind == Interface::csp ? &ListedKey::throughCsp : &ListedKey::throughKsp);
-            opened = true;
+            merge(all, openProvider(Interface::ksp)->keys(), &ListedKey::throughKsp);
+            return true;
         } catch (const Failure&) {
-            if (!first) first = std::current_exception();
+            return false;
         }
+    };
+    try {
+        merge(all, openProvider(Interface::csp)->keys(), &ListedKey::throughCsp);
+    } catch (const Failure&) {
+        if (addFromKeyStorage()) return all;
+        throw;
     }
-    if (!opened) std::rethrow_exception(first);
+    addFromKeyStorage();
     return all;
 }
 
