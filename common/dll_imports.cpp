@@ -48,13 +48,24 @@ public:
         return Image(file, *start, *headers);
     }
 
+    BYTE linkerVersion() const { return headers_.OptionalHeader.MajorLinkerVersion; }
+
+    bool isCutShort() const
+    {
+        for (std::size_t i = 0; i < headers_.FileHeader.NumberOfSections; ++i)
+            if (const auto section = this->section(i);
+                !section || std::size_t{section->PointerToRawData} + section->SizeOfRawData > file_.size())
+                return true;
+        return false;
+    }
+
     // Returns the address of a table of the headers; 0 if there is none.
     DWORD directory(std::size_t index) const { return headers_.OptionalHeader.DataDirectory[index].VirtualAddress; }
 
     std::optional<std::size_t> offsetOf(DWORD address) const
     {
         for (std::size_t i = 0; i < headers_.FileHeader.NumberOfSections; ++i) {
-            const auto section = recordAt<IMAGE_SECTION_HEADER>(file_, sections_ + i * sizeof(IMAGE_SECTION_HEADER));
+            const auto section = this->section(i);
             if (section && address >= section->VirtualAddress && address - section->VirtualAddress < section->SizeOfRawData)
                 return std::size_t{section->PointerToRawData} + (address - section->VirtualAddress);
         }
@@ -86,10 +97,21 @@ private:
           sections_(start + offsetof(IMAGE_NT_HEADERS64, OptionalHeader) + headers.FileHeader.SizeOfOptionalHeader)
     {}
 
+    std::optional<IMAGE_SECTION_HEADER> section(std::size_t index) const
+    {
+        return recordAt<IMAGE_SECTION_HEADER>(file_, sections_ + index * sizeof(IMAGE_SECTION_HEADER));
+    }
+
     ByteView file_;
     IMAGE_NT_HEADERS64 headers_;
     std::size_t sections_;
 };
+
+bool isGccRuntime(std::string_view name)
+{
+    return std::ranges::any_of(std::initializer_list<std::string_view>{"libstdc++", "libgcc_s", "libwinpthread"},
+                               [&](std::string_view beginning) { return name.starts_with(beginning); });
+}
 
 } // namespace
 
@@ -98,7 +120,9 @@ DllKind dllKindOf(ByteView file)
     const auto start = headersOf(file);
     const auto header = start ? recordAt<IMAGE_FILE_HEADER>(file, *start + sizeof(DWORD)) : std::nullopt;
     if (!header || !(header->Characteristics & IMAGE_FILE_DLL)) return DllKind::none;
-    return header->Machine == IMAGE_FILE_MACHINE_AMD64 ? DllKind::x64 : DllKind::otherProcessor;
+    if (header->Machine != IMAGE_FILE_MACHINE_AMD64) return DllKind::otherProcessor;
+    const auto image = Image::of(file);
+    return !image || image->isCutShort() ? DllKind::cutShort : DllKind::x64;
 }
 
 std::optional<std::vector<std::string>> importsOf(ByteView file)
@@ -130,20 +154,17 @@ bool exportsFunction(ByteView file, std::string_view name)
     return false;
 }
 
-// GCC's own runtimes come first, since either compiler may use the universal runtime. Old versions of both use msvcrt.dll.
-Compiler compilerOf(const std::vector<std::string>& imports)
+// Either compiler may use the universal runtime or msvcrt.dll. So GCC's own runtimes come before Microsoft's, and msvcrt.dll
+// tells nothing. GNU's linker calls itself version 2. Microsoft's first one for x64 was version 8.
+Compiler compilerOf(ByteView file)
 {
-    const auto imported = [&](std::initializer_list<std::string_view> beginnings) {
-        return std::ranges::any_of(imports, [&](const std::string& name) {
-            return std::ranges::any_of(beginnings, [&](std::string_view beginning) {
-                return _strnicmp(name.c_str(), beginning.data(), beginning.size()) == 0;
-            });
-        });
-    };
-    if (imported({"libstdc++", "libgcc_s", "libwinpthread"})) return Compiler::gcc;
-    if (std::ranges::any_of(imports, [](const std::string& name) { return isMicrosoftRuntime(name); }))
-        return Compiler::visualCpp;
-    return imported({"msvcrt.dll"}) ? Compiler::gcc : Compiler::unknown;
+    constexpr BYTE gnuLinker = 2;
+    const auto image = Image::of(file);
+    if (!image) return Compiler::unknown;
+    const auto imports = importsOf(file).value_or(std::vector<std::string>());
+    if (std::ranges::any_of(imports, isGccRuntime)) return Compiler::gcc;
+    if (std::ranges::any_of(imports, isMicrosoftRuntime)) return Compiler::visualCpp;
+    return image->linkerVersion() == gnuLinker ? Compiler::gcc : Compiler::unknown;
 }
 
 } // namespace quelta

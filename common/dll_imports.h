@@ -13,9 +13,11 @@ namespace quelta {
 enum class DllKind {
     none,
     otherProcessor,
+    cutShort,
     x64,
 };
 
+// Returns `cutShort` if the file ends before its last section does.
 DllKind dllKindOf(ByteView file);
 
 // Returns the names of the imported DLLs. Nullopt if the bytes are no 64-bit DLL or program.
@@ -27,8 +29,9 @@ enum class Compiler {
     gcc,
 };
 
-// Returns the compiler of a DLL with these imports, as the imported runtimes tell. Unknown if the runtime is linked in.
-Compiler compilerOf(const std::vector<std::string>& imports);
+// Returns the compiler of a DLL, as the imported runtimes and the linker's version tell. Unknown for a DLL of Visual C++ that has
+// its runtime linked in.
+Compiler compilerOf(ByteView file);
 
 // Returns whether the file exports the function. False also if the bytes are no 64-bit DLL or program.
 bool exportsFunction(ByteView file, std::string_view name);

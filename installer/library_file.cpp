@@ -38,10 +38,11 @@ const wchar_t* faultOf(ByteView file)
     switch (dllKindOf(file)) {
     case DllKind::none: return L"a file that is no DLL";
     case DllKind::otherProcessor: return L"a DLL that is not 64-bit (x64)";
+    case DllKind::cutShort: return L"a DLL that is cut short";
     case DllKind::x64: break;
     }
     if (!exportsFunction(file, "quelta_init")) return L"a DLL that is no device library";
-    if (compilerOf(importsOf(file).value_or(std::vector<std::string>())) == Compiler::gcc)
+    if (compilerOf(file) == Compiler::gcc)
         return L"a library that was not built with Visual C++, which the module can't use";
     return nullptr;
 }

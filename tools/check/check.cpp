@@ -17,6 +17,9 @@ namespace quelta::tools {
 namespace {
 
 constexpr std::size_t linesOfEachLog = 20;
+constexpr std::string_view libraryStarts =
+    "        The next steps call QueltaDSCLibrary.dll. If the list ends before its last line, which begins with \"Result\", the "
+    "library hangs or has crashed: pull the token and try again, then ask the token's maker.";
 
 struct Word {
     Verdict verdict;
@@ -39,8 +42,9 @@ bool hasCertificate(const Examination& examination)
 // Returns why a step can't be done; empty if it can.
 std::string_view lackFor(Need need, const Examination& examination)
 {
-    if (need >= Need::fittingFiles && !examination.filesFit) return "the module can't be used with the device library";
+    if (need >= Need::fittingFiles && !examination.filesFit) return "the module and the device library must be in order first";
     if (need >= Need::module && !examination.loaded) return "the module can't be loaded";
+    if (need >= Need::registration && !examination.registered) return "the registration for CryptoAPI must be in order first";
     if (need >= Need::token && !examination.csp) return "there is no token to look at";
     if (need >= Need::key && examination.keys.empty()) return "the token holds no key";
     if (need >= Need::certificate && !hasCertificate(examination)) return "there is no certificate to look at";
@@ -105,12 +109,19 @@ public:
     {
         for (const CheckStep& step : steps) add(step.name, lookAt(step, examination));
     }
+    void say(const std::string& line)
+    {
+        if (!json_) printLine(line);
+        write(line + "\n");
+    }
     Outcome finish()
     {
         write(logsText());
         if (!reportFault_.empty()) add("report", {Verdict::failed, reportFault_});
         const bool well = outcome_.status == exitDone;
-        say(well ? "All is well." : "Not all is well: see the lines that begin with FAILED.");
+        say(!well    ? "Result: not all is well; see the lines that begin with FAILED"
+            : noted_ ? "Result: nothing failed; see also the lines that begin with note"
+                     : "Result: all is well");
         outcome_.json["well"] = well;
         return std::move(outcome_);
     }
@@ -121,12 +132,8 @@ private:
         const Word& word = *findRow(words, &Word::verdict, found.verdict);
         outcome_.json["steps"].push_back({{"step", step}, {"result", word.json}, {"text", found.text}});
         if (found.verdict == Verdict::failed) outcome_.status = exitFailed;
+        noted_ |= found.verdict == Verdict::note;
         say(word.text + step + ": " + found.text);
-    }
-    void say(const std::string& line)
-    {
-        if (!json_) printLine(line);
-        write(line + "\n");
     }
     void write(const std::string& text)
     {
@@ -143,6 +150,7 @@ private:
     std::string reportName_;
     File report_;
     std::string reportFault_;
+    bool noted_ = false;
     Outcome outcome_;
 };
 
@@ -153,7 +161,9 @@ Outcome check(const CheckOptions& options)
     Examination examination{options};
     if (!options.pin.isDialog()) examination.pin = readPin(options.pin);
     Findings findings(options);
-    findings.lookAtAll(installationSteps(), examination);
+    findings.lookAtAll(fileSteps(), examination);
+    if (examination.filesFit) findings.say(std::string(libraryStarts));
+    findings.lookAtAll(loadingSteps(), examination);
     if (!options.installationOnly) findings.lookAtAll(tokenSteps(), examination);
     return findings.finish();
 }

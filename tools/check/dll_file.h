@@ -8,7 +8,7 @@
 namespace quelta::tools {
 
 struct DllFile {
-    // Why the DLL can't be loaded, as in "is a 32-bit DLL"; empty if nothing is wrong.
+    // Why the DLL can't be loaded, as in "is cut short"; empty if nothing is wrong.
     std::string fault;
     std::vector<std::string> imports;
     Compiler compiler = Compiler::unknown;

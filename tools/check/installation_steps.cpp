@@ -1,3 +1,4 @@
+#include "base/microsoft_runtime.h"
 #include "base/provider_name.h"
 #include "base/text.h"
 #include "tools/check/dll_file.h"
@@ -89,9 +90,11 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
 {
     for (const auto& dll : {examination.module, examination.deviceLibrary})
         if (const std::string missing = missingImportOf(dll); !missing.empty())
-            return missing + " is missing, which " + nameOf(dll.filename()) + " needs; put it beside the module, or install anew";
-    if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version; install anew";
-    return "Windows refuses it with error " + std::to_string(error) + "; install anew";
+            return missing + " is missing, which " + nameOf(dll.filename()) + " needs; " +
+                   (isMicrosoftRuntime(missing) ? "install Microsoft's Visual C++ Redistributable (x64)"
+                                                : "put it beside the module");
+    if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version; repair the installation";
+    return "Windows refuses it or the library with error " + std::to_string(error) + "; install both anew";
 }
 
 Found lookAtModule(Examination& examination)
@@ -104,7 +107,7 @@ Found lookAtModule(Examination& examination)
         throw Failure("QueltaCSP.dll is neither registered nor beside this program nor in the system's folder; install it");
     examination.deviceLibrary = firstThatExists({module.parent_path() / libraryName, onSearchPath(libraryName)});
     if (const auto dll = readDllFile(module); !dll.fault.empty())
-        throw Failure(nameOf(module) + " " + dll.fault + ", and a 64-bit one is needed; install it anew");
+        throw Failure(nameOf(module) + " " + dll.fault + "; install the provider anew");
     return {Verdict::ok, nameOf(module)};
 }
 
@@ -112,11 +115,12 @@ void refuseMisfit(const Examination& examination, Compiler module, Compiler libr
 {
     if (module == library || module == Compiler::unknown || library == Compiler::unknown) return;
     throw Failure(
-        "the library and the module were built with different compilers and can't work together: " +
         nameOf(examination.deviceLibrary) +
         (library == Compiler::visualCpp
-             ? " with Visual C++, the module without; change the module: install the QueltaCSP.dll that was built with it"
-             : " with GCC, as the software token is, the module with Visual C++; change the library: install the maker's"));
+             ? " was built with Visual C++, and the module was not, so they can't work together; change the module: install "
+               "the QueltaCSP.dll that was built with Visual C++"
+             : " was built with GCC, as the software token is, and the module with Visual C++, so they can't work together; "
+               "change the library: install the maker's"));
 }
 
 Found lookAtDeviceLibrary(Examination& examination)
@@ -126,14 +130,15 @@ Found lookAtDeviceLibrary(Examination& examination)
     if (library.empty())
         throw Failure("the maker's QueltaDSCLibrary.dll is missing; put it beside " + nameOf(examination.module));
     const DllFile dll = readDllFile(library);
-    if (!dll.fault.empty())
-        throw Failure(nameOf(library) + " " + dll.fault + ", and a 64-bit one is needed; install the maker's library anew");
+    if (!dll.fault.empty()) throw Failure(nameOf(library) + " " + dll.fault + "; put the maker's 64-bit library in its place");
     const DllFile module = readDllFile(examination.module);
     if (!module.fault.empty()) return {Verdict::leftOut, "the module is damaged"};
     refuseMisfit(examination, module.compiler, dll.compiler);
     examination.filesFit = true;
-    if (dll.compiler == Compiler::unknown)
-        return {Verdict::note, nameOf(library) + ", whose compiler can't be told; it must be the module's"};
+    if (dll.compiler == Compiler::unknown && module.compiler == Compiler::gcc)
+        return {Verdict::note, nameOf(library) +
+                                   ", whose compiler can't be told, and the module was built with GCC; if this is the " +
+                                   "maker's library, install the QueltaCSP.dll that was built with Visual C++"};
     if (library.parent_path() != examination.module.parent_path())
         return {Verdict::note, nameOf(library) + ", which is not beside the module"};
     return {Verdict::ok, nameOf(library)};
@@ -147,26 +152,28 @@ Found lookAtLoading(Examination& examination)
     return {Verdict::ok, "Windows loads the module with the library"};
 }
 
-Found lookAtCryptoApi(Examination&)
+Found lookAtCryptoApi(Examination& examination)
 {
     const std::wstring key = toWide(providerRegistryKey());
     DWORD type = 0;
     DWORD size = sizeof type;
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Type", RRF_RT_REG_DWORD, nullptr, &type, &size))
-        throw Failure("not registered; install anew, or write Image Path, Type and Signature under HKLM\\" +
-                      providerRegistryKey());
-    if (type != PROV_RSA_FULL) throw Failure("registered with type " + std::to_string(type) + " in place of 1; install anew");
+        throw Failure("not registered under HKLM\\" + providerRegistryKey() + "; repair the installation");
+    if (type != PROV_RSA_FULL)
+        throw Failure("registered with type " + std::to_string(type) + " in place of 1; repair the installation");
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Signature", RRF_RT_ANY, nullptr, nullptr, nullptr))
-        throw Failure("registered without a Signature, which Windows asks for; install anew");
+        throw Failure("registered without a Signature, which Windows asks for; repair the installation");
     const auto image = registeredImage();
     if (!isFile(image))
-        throw Failure("registered, but its Image Path leads to no file, " + nameOf(registeredModule()) + "; install anew");
-    if (!isNamedAsModule(image)) throw Failure("registered with another DLL, " + nameOf(image) + "; install anew");
+        throw Failure("registered, but its Image Path leads to no file, " + nameOf(registeredModule()) +
+                      "; repair the installation");
+    if (!isNamedAsModule(image)) throw Failure("registered with another DLL, " + nameOf(image) + "; repair the installation");
     const auto installed = systemFolder() / moduleName;
     std::error_code ignored;
     if (isFile(installed) && !std::filesystem::equivalent(image, installed, ignored))
         throw Failure("registered with another copy, " + nameOf(image) + ", than the installed " + nameOf(installed) +
-                      "; install anew");
+                      "; repair the installation");
+    examination.registered = true;
     return {Verdict::ok, "registered as " + nameOf(image)};
 }
 
@@ -185,6 +192,7 @@ Found lookAtKeyStorage(Examination&)
 
 std::string versionOf(const std::filesystem::path& dll)
 {
+    if (dll.empty()) return "missing";
     DWORD ignored = 0;
     Bytes block(GetFileVersionInfoSizeW(dll.c_str(), &ignored));
     void* found = nullptr;
@@ -233,21 +241,29 @@ Found lookAtLog(Examination&)
     return {Verdict::ok, where};
 }
 
-constexpr CheckStep steps[] = {
+constexpr CheckStep stepsWithoutLibrary[] = {
     {"module", Need::nothing, lookAtModule},
     {"device library", Need::nothing, lookAtDeviceLibrary},
-    {"loading", Need::fittingFiles, lookAtLoading},
     {"CryptoAPI", Need::nothing, lookAtCryptoApi},
-    {"key storage", Need::fittingFiles, lookAtKeyStorage},
     {"versions", Need::nothing, lookAtVersions},
     {"log", Need::nothing, lookAtLog},
 };
 
+constexpr CheckStep stepsWithLibrary[] = {
+    {"loading", Need::fittingFiles, lookAtLoading},
+    {"key storage", Need::fittingFiles, lookAtKeyStorage},
+};
+
 } // namespace
 
-std::span<const CheckStep> installationSteps()
+std::span<const CheckStep> fileSteps()
 {
-    return steps;
+    return stepsWithoutLibrary;
+}
+
+std::span<const CheckStep> loadingSteps()
+{
+    return stepsWithLibrary;
 }
 
 void requireFittingFiles()

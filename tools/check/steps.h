@@ -27,6 +27,8 @@ struct Examination {
     // True if both files are sound and fit each other. Otherwise loading them may crash.
     bool filesFit = false;
     Library loaded = {};
+    // True if applications find this module through CryptoAPI.
+    bool registered = false;
     std::unique_ptr<TokenProvider> csp = {};
     std::unique_ptr<TokenProvider> ksp = {};
     std::vector<ListedKey> keys = {};
@@ -35,7 +37,7 @@ struct Examination {
 };
 
 // The precondition of a step. Each value includes all earlier ones.
-enum class Need { nothing, fittingFiles, module, token, key, certificate, pin };
+enum class Need { nothing, fittingFiles, module, registration, token, key, certificate, pin };
 
 struct CheckStep {
     const char* name;
@@ -44,7 +46,9 @@ struct CheckStep {
     Found (*look)(Examination& examination);
 };
 
-std::span<const CheckStep> installationSteps();
+// Only the later two groups run code of the device library.
+std::span<const CheckStep> fileSteps();
+std::span<const CheckStep> loadingSteps();
 std::span<const CheckStep> tokenSteps();
 
 } // namespace quelta::tools

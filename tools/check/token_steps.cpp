@@ -92,7 +92,7 @@ Found lookAtStore(Examination& examination)
         return !row.key.certificate || store.leadsToProvider(encodedOf(*row.key.certificate)) ? "" : "is not in the store My";
     });
     return judged(absent, Verdict::failed, "every certificate is in the store My",
-                  "; applications do not see it: quelta publish");
+                  "; applications do not see it; run: quelta publish");
 }
 
 // Shows the dialog once, by a signature with a key that can sign.
@@ -140,7 +140,7 @@ Found lookAtSignature(TokenProvider* provider)
 }
 
 constexpr CheckStep steps[] = {
-    {"token", Need::module, lookAtToken},
+    {"token", Need::registration, lookAtToken},
     {"keys", Need::token, lookAtKeys},
     {"certificates", Need::key, lookAtCertificates},
     {"validity", Need::certificate, lookAtValidity},

@@ -150,8 +150,8 @@ Outcome watch()
 
 Outcome publish(bool watching)
 {
-    if (watching) return watch();
     requireFittingFiles();
+    if (watching) return watch();
     Outcome outcome = makeIt(contentOfToken());
     if (outcome.json["certificates"].empty())
         outcome.lines.emplace_back("the token holds no certificate of a key; import one first");
