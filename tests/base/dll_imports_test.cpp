@@ -23,6 +23,11 @@ IMAGE_FILE_HEADER& headerIn(Bytes& file)
     return *reinterpret_cast<IMAGE_FILE_HEADER*>(file.data() + start + 4);
 }
 
+IMAGE_OPTIONAL_HEADER64& optionalHeaderIn(Bytes& file)
+{
+    return *reinterpret_cast<IMAGE_OPTIONAL_HEADER64*>(&headerIn(file) + 1);
+}
+
 TEST(DllImports, AreReadFromAFileAndOfDamagedOnesWithoutLeavingTheFile)
 {
     const Bytes file = kernel32();
@@ -60,6 +65,7 @@ TEST(DllImports, AProgramIsNoDllAndADllMayBeForAnotherProcessor)
 {
     Bytes file = kernel32();
     EXPECT_EQ(dllKindOf(file), DllKind::x64);
+    EXPECT_EQ(dllKindOf(ByteView(file).first(file.size() / 2)), DllKind::cutShort);
     for (const WORD machine : {WORD{IMAGE_FILE_MACHINE_I386}, WORD{IMAGE_FILE_MACHINE_ARM64}}) {
         headerIn(file).Machine = machine;
         EXPECT_EQ(dllKindOf(file), DllKind::otherProcessor);
@@ -67,6 +73,16 @@ TEST(DllImports, AProgramIsNoDllAndADllMayBeForAnotherProcessor)
     headerIn(file).Characteristics = IMAGE_FILE_EXECUTABLE_IMAGE;
     EXPECT_EQ(dllKindOf(file), DllKind::none);
     EXPECT_EQ(dllKindOf(toBytes("MZ and then nothing of the kind")), DllKind::none);
+}
+
+TEST(DllImports, OfNoRuntimeLeaveTheCompilerToTheLinkersVersion)
+{
+    Bytes file = kernel32();
+    BYTE& linker = optionalHeaderIn(file).MajorLinkerVersion;
+    for (const auto& [version, compiler] : {std::pair(2, Compiler::gcc), {14, Compiler::unknown}}) {
+        linker = static_cast<BYTE>(version);
+        EXPECT_EQ(compilerOf(file), compiler) << version;
+    }
 }
 
 } // namespace

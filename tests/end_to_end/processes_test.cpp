@@ -36,4 +36,13 @@ TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
     std::ofstream("theirs", std::ios::binary) << toText(signature);
 }
 
+// For quelta.sh, a user who cancels the dialog of another process, once.
+TEST(OneProcess, DISABLED_CancelsThePinDialog)
+{
+    HWND dialog = nullptr;
+    for (int tries = 0; tries < 1000 && !IsWindowVisible(dialog); ++tries, Sleep(20)) dialog = FindWindowA(nullptr, pinCaption);
+    ASSERT_TRUE(dialog);
+    PinDialog(dialog).pressCancel();
+}
+
 } // namespace quelta::test

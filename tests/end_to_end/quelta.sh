@@ -8,7 +8,6 @@ pin=135790
 # shellcheck source=scripts/provider.sh
 source "$(dirname "$0")/../../scripts/provider.sh"
 work=$(mktemp -d "$(dirname "$shared")/sign.XXXXXX")
-trap 'rm -rf "$work"' EXIT
 cp -r "$shared/token" "$work/token"
 export QUELTA_TOKEN_DIR=$work/token
 cd "$work"
@@ -18,17 +17,14 @@ fail() {
     exit 1
 }
 
-# The prefix may have the provider registered already, from another build: it gets that back.
+# Another build may be registered in the prefix. That registration comes back at the end.
 restore() {
     wine "$bin/quelta.exe" unpublish >/dev/null 2>&1 </dev/null || true
     wine reg delete "$provider_key" /f >/dev/null 2>&1 || true
-    [[ ! -e before.reg ]] || wine regedit /S before.reg
+    [[ ! -s before.reg ]] || wine regedit /S before.reg
     cd / && rm -rf "$work"
 }
-if wine reg query "$provider_key" >/dev/null 2>&1; then
-    wine regedit /E before.reg "$provider_key"
-    [[ -s before.reg ]] || fail "no copy of the provider's registration could be made, so it is left as it is"
-fi
+wine regedit /E before.reg "$provider_key" >/dev/null 2>&1 || true
 trap restore EXIT
 
 # register DLL
@@ -68,31 +64,15 @@ token() {
     wine "$bin/../softtoken/quelta-token.exe" "$@" >log 2>&1 </dev/null || fail "quelta-token $* failed: $(<log)"
 }
 
-# token_with FILE...: a new token with a key and its certificate
-token_with() {
-    token init --pin "$pin" --force
-    token import "$@"
-}
-
 # openssl_verifies ROOTS SIGNATURE [ARGUMENT]...
 openssl_verifies() {
     openssl cms -verify -binary -cades -inform DER -purpose any -CAfile "$1" -in "$2" -out back "${@:3}" 2>errors ||
         fail "openssl refuses the signature $2: $(<errors)"
 }
 
-# openssl_signs KEY ARGUMENT...: data into theirs
-openssl_signs() {
-    openssl cms -sign -binary -in data -signer "$shared/$1.leaf.pem" -inkey "$shared/$1.pem" -outform DER -out theirs "${@:2}"
-}
-
 # openssl_encrypts ARGUMENT...: data into message
 openssl_encrypts() {
     openssl cms -encrypt -binary -in data -outform DER -out message "$@"
-}
-
-openssl_decrypts() {
-    openssl cms -decrypt -binary -inform DER -in message -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
-    cmp back data
 }
 
 # sign_and_verify PROVIDER KEY HASH
@@ -101,17 +81,13 @@ sign_and_verify() {
     rm -f signature
     does sign data -o signature --provider "$1" --key "$(tr -d '\r\n' <"$shared/$2.id")" --pin "$pin" --hash "$3"
     openssl_verifies "$root" signature -content data
-    ! (openssl_verifies "$root" signature -content changed >/dev/null) || fail "openssl accepts a changed file: $*"
     answers 0 "hash *$3" verify signature data --root "$root"
     refuses "NOT VALID" verify signature changed --root "$root"
 }
 
 register "$(winepath -w "$bin/QueltaCSP.dll")"
 printf 'one line\r\nanother\n' >data
-{
-    cat data
-    echo
-} >changed
+printf 'another line\n' >changed
 
 answers 0 "rsa4096 of the tests .* RSA-4096 *sign,decrypt *csp,ksp & p256 of the tests .* P-256 *sign *ksp" list
 answers 2 "csp (CryptoAPI) or ksp" sign data --provider smartcard
@@ -124,10 +100,8 @@ done
 
 sign_and_verify csp rsa4096 sha512
 sign_and_verify ksp rsa2048 sha1
-sign_and_verify ksp rsa4096 sha384
 sign_and_verify ksp p256 sha384
 sign_and_verify csp rsa2048 sha256
-refuses "which is not the root" verify signature data --root "$shared/rsa4096.root.pem"
 answers 3 "^good signature of data, but .* NOT CHECKED" verify signature data
 refuses "certificate of CN=rsa2048 of the tests is not valid before" \
     verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
@@ -162,17 +136,13 @@ answers 0 "CN=p256 of the tests" verify --root "$shared/rsa2048.root.pem" --root
 openssl_verifies both.root.pem "bläu 1.p7s" -content data
 refuses "the file is not the one that was signed" sign changed -o data.p7s --add --pin "$pin"
 
-# How often a process has the PIN in its memory: as bytes, and as UTF-16.
+# copies_of_pin PROCESS: counts them in the memory that the process can write to, as bytes and as UTF-16.
 copies_of_pin() {
     # shellcheck disable=SC2016
-    perl -e 'no warnings; my ($process, $pin) = @ARGV;
-        my ($narrow, $wide) = (qr/\Q$pin/, join("\0", split //, $pin));
-        open my $maps, "<", "/proc/$process/maps"; open my $memory, "<:raw", "/proc/$process/mem";
-        while (<$maps>) {
-            /^(\w+)-(\w+) rw/ and sysseek($memory, hex $1, 0) and sysread($memory, my $part, hex($2) - hex($1)) or next;
-            $bytes++ while $part =~ /$narrow/g; $units++ while $part =~ /\Q$wide/g;
-        }
-        print 0 + $bytes, " ", 0 + $units' "$1" "$pin"
+    perl -ne 'BEGIN { $pin = join "\0?", split //, shift; open $memory, "<:raw", shift }
+        next unless /^(\w+)-(\w+) rw/ && sysseek($memory, hex $1, 0) && sysread($memory, $part, hex($2) - hex($1));
+        $count++ while $part =~ /$pin/g;
+        END { print $count }' "$pin" "/proc/$1/mem" "/proc/$1/maps"
 }
 mkfifo pipe
 wine "$bin/quelta.exe" sign - --attached --key rsa2048 --pin-stdin <pipe >attached 2>errors &
@@ -182,29 +152,23 @@ printf '%s\n' "$pin" >&3
 # The message begins when the PIN was given, and goes on when there is content.
 for ((i = 0; i < 300 && $(stat -c %s attached) == 0; ++i)); do sleep 0.1; done
 [[ -s attached ]] || fail "signing does not begin: $(<errors)"
-[[ $(copies_of_pin "$signer") == "1 0" ]] || fail "beside the provider's own there are copies of the PIN: $(copies_of_pin "$signer")"
+copies=$(copies_of_pin "$signer")
+[[ $copies -eq 1 ]] || fail "the process has $copies copies of the PIN, and the provider keeps one"
 cat data >&3
 exec 3>&-
 wait "$signer" || fail "$(<errors)"
 openssl_verifies "$shared/rsa2048.root.pem" attached
 cmp back data
-does verify attached -o content --root "$shared/rsa2048.root.pem"
-cmp content data
 
-for form in DER PEM; do
-    openssl_signs rsa2048 -keyid -outform "$form"
-    answers 3 "" verify theirs data
-    refuses "NOT VALID" verify theirs changed
-done
-openssl_signs p256 -nodetach -stream
+openssl cms -sign -binary -in data -signer "$shared/rsa2048.leaf.pem" -inkey "$shared/rsa2048.pem" -keyid -outform PEM -out theirs
+answers 3 "" verify theirs data
+openssl cms -sign -binary -in data -signer "$shared/p256.leaf.pem" -inkey "$shared/p256.pem" -nodetach -stream -outform DER -out theirs
 answers 3 "" verify theirs -o content
 cmp content data
 
-does encrypt data -o message --cert "$shared/rsa4096.leaf.pem"
-openssl_decrypts
 input=data does encrypt - --cert "$shared/rsa4096.leaf.pem"
-mv output message
-openssl_decrypts
+openssl cms -decrypt -binary -inform DER -in output -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back
+cmp back data
 for provider in csp ksp; do
     for padding in pkcs1 oaep; do
         openssl_encrypts -aes256 -recip "$shared/rsa2048.leaf.pem" -keyopt "rsa_padding_mode:$padding"
@@ -213,9 +177,6 @@ for provider in csp ksp; do
         cmp back data || fail "quelta decrypts something else: $provider $padding"
     done
 done
-head -c -60 message >damaged
-refuses "ends too early" decrypt damaged -o none --pin "$pin"
-[[ ! -e none ]] || fail "a refused message leaves a file"
 openssl_encrypts -aes-256-gcm -recip "$shared/rsa2048.leaf.pem"
 refuses "AES-GCM" decrypt message -o none --pin "$pin"
 openssl_encrypts -aes256 -outform PEM -recip "$shared/rsa2048.leaf.pem"
@@ -229,25 +190,26 @@ openssl_encrypts -aes128 -recip former.pem
 does decrypt message -o back --pin "$pin"
 cmp back data
 
-# Another program finds what was published, by the subject alone.
-application() {
+# another_program DEED
+another_program() {
     QUELTA_SUBJECT="rsa2048 of the tests" wine "$bin/quelta_end_to_end.exe" --gtest_also_run_disabled_tests \
-        --gtest_filter=OneProcess.DISABLED_SignsWithACertificateOfTheStore >errors 2>&1 </dev/null
+        --gtest_filter="OneProcess.DISABLED_$1" >other 2>&1 </dev/null
 }
 does publish
-does publish
-! grep -q "put into" output || fail "publishing twice changes something: $(<output)"
-application || fail "the application can't sign: $(<errors)"
+another_program SignsWithACertificateOfTheStore || fail "the application can't sign: $(<other)"
 answers 3 "signer *CN=rsa2048 of the tests" verify theirs data
 answers 0 "ok *PIN: accepted" check --pin "$pin" --report report
 ! grep -q "$pin" report output || fail "the PIN is in the report"
 does unpublish
-! application || fail "the certificate is still there"
+! another_program SignsWithACertificateOfTheStore || fail "the certificate is still there"
 answers 0 "nothing was published" unpublish
 
 # What the help desk reads in each state.
 answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this system does not trust" check
 answers 1 "FAILED *PIN: refused: .*the PIN is wrong & -- *signature through CryptoAPI" check --pin 99999
+another_program CancelsThePinDialog &
+answers 1 "FAILED *PIN: refused: .*the PIN was not entered" check --pin-dialog
+wait $! || fail "there was no dialog: $(<other)"
 token pin lock
 answers 1 "FAILED *PIN: refused: .*PIN is locked & -- *signature through key storage" check --pin "$pin"
 token pin unlock
@@ -255,7 +217,6 @@ token clock mismatch
 answers 1 "FAILED *PIN: refused: .*clock" check --pin "$pin"
 token clock ok
 answers 1 "FAILED *report: can't write & ok *keys: 7" check --report nowhere/report
-does check --installation
 token unplug
 does check --installation
 answers 1 "FAILED *token: .*plug it in & -- *keys: there is no token" check
@@ -270,28 +231,22 @@ token init --pin "$pin"
 answers 1 "FAILED *keys: the token holds no key & -- *validity: the token holds no key" check
 token keygen --type rsa2048
 answers 1 "FAILED *certificates: .*has none & -- *validity: there is no certificate" check
-openssl req -x509 -newkey rsa:2048 -nodes -subj "/CN=Authority" -keyout authority.key -out authority.pem 2>log
-openssl req -newkey rsa:2048 -nodes -subj "/CN=Orphan" -keyout orphan.key -out orphan.csr 2>log
-openssl x509 -req -in orphan.csr -CA authority.pem -CAkey authority.key -CAcreateserial -days 2 -out orphan.pem 2>log
-token_with orphan.key orphan.pem
-answers 1 "note *chains: .*Orphan. has an issuer whose certificate is missing, CN=Authority" check
-# It ends the second it begins.
-openssl x509 -req -in orphan.csr -signkey orphan.key -days 0 -out late.pem 2>log
-token_with orphan.key late.pem
-answers 1 "FAILED *validity: .*Orphan. expired on" check
-refuses "Orphan expired on" encrypt data -o none --cert late.pem
+token init --pin "$pin" --force
+token import "$shared/rsa2048.pem" "$shared/rsa2048.leaf.pem"
+answers 1 "note *chains: .*has an issuer whose certificate is missing, CN=" check
+# The certificate ends in the second in which it begins.
+openssl req -new -key "$shared/rsa2048.pem" -subj "/CN=Late" -out late.csr
+openssl x509 -req -in late.csr -signkey "$shared/rsa2048.pem" -days 0 -out late.pem 2>log
+token init --pin "$pin" --force
+token import "$shared/rsa2048.pem" late.pem
+answers 1 "FAILED *validity: .*Late. expired on" check
 rm -r token && mv full token
 
-# A byte of the file's header: the processor that it is for.
-make_32_bit() {
-    local header
-    header=$(od -An -tu4 -j60 -N4 "$1")
-    printf '\x4c\x01' | dd of="$1" bs=1 seek=$((header + 4)) conv=notrunc status=none
-}
 register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
 library=QueltaDSCLibrary.dll
 foreign="sed -i s/msvcrt.dll/MSVCP1.dll/"
-# What is done to a copy of the installed files, and the finding. Nothing is loaded then.
+other_processor="env LC_ALL=C sed -i s/PE\x00\x00d\x86/PE\x00\x00L\x01/"
+# A row: a change of a copy of the installed files, and the finding. The tool then loads neither DLL.
 while IFS='|' read -r change finding; do
     rm -rf installed && mkdir installed
     cp "$bin"/{quelta.exe,QueltaCSP.dll} "$bin/../softtoken/$library" installed
@@ -303,11 +258,10 @@ done <<END
 rm QueltaCSP.dll|module: QueltaCSP.dll is neither
 truncate -s0 QueltaCSP.dll|module: .*is empty
 rm $library|device library: .*is missing; put it beside
-make_32_bit $library|device library: .*is a 32-bit DLL.*maker's library anew
+$other_processor $library|device library: .*is not a 64-bit DLL.*maker's 64-bit library
 truncate -s100000 $library|device library: .*is cut short
-truncate -s0 $library|device library: .*is empty
 $foreign $library|device library: .*change the module
 $foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's
 END
 register '%SystemRoot%\system32\rsaenh.dll'
-answers 1 "FAILED *CryptoAPI: registered with another DLL, .*rsaenh.dll" check
+answers 1 "FAILED *CryptoAPI: registered with another DLL, .*rsaenh.dll & -- *token: the registration" check
