@@ -42,8 +42,7 @@ const wchar_t* faultOf(ByteView file)
     case DllKind::x64: break;
     }
     if (!exportsFunction(file, "quelta_init")) return L"a DLL that is no device library";
-    if (compilerOf(file) == Compiler::gcc)
-        return L"a library that was not built with Visual C++, which the module can't use";
+    if (compilerOf(file) == Compiler::gcc) return L"a library that was not built with Visual C++, which the module can't use";
     return nullptr;
 }
 

@@ -10,6 +10,16 @@ namespace quelta::tools {
 
 namespace {
 
+template <class Open>
+auto openedOrNone(Open open, Interface kind) -> std::optional<decltype(open(kind))>
+{
+    try {
+        return open(kind);
+    } catch (const Failure&) {
+        return std::nullopt;
+    }
+}
+
 // Returns the result of `open` for the wanted interface, else for the first that works.
 template <class Open>
 auto opened(const std::optional<Interface>& wanted, Open open)
@@ -20,11 +30,7 @@ auto opened(const std::optional<Interface>& wanted, Open open)
         try {
             return open(Interface::csp);
         } catch (const Failure&) {
-            try {
-                return open(Interface::ksp);
-            } catch (const Failure&) {
-                // CryptoAPI's failure is thrown again.
-            }
+            if (auto other = openedOrNone(open, Interface::ksp)) return *std::move(other);
             throw;
         }
     }();
