@@ -8,6 +8,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <cwchar>
 #include <fstream>
 #include <iterator>
@@ -24,18 +25,33 @@ void check(LONG status, const char* what)
     std::exit(1);
 }
 
-// Returns the first key with a certificate. Applications identify a signer by the certificate.
+// Returns true if the key can sign and has a certificate. Applications identify a signer by the certificate.
+bool isSigner(NCRYPT_KEY_HANDLE key)
+{
+    DWORD usage = 0;
+    DWORD size = 0;
+    check(NCryptGetProperty(key, L"Key Usage", reinterpret_cast<PBYTE>(&usage), sizeof usage, &size, 0), "Key Usage");
+    return (usage & NCRYPT_ALLOW_SIGNING_FLAG) && NCryptGetProperty(key, L"SmartCardKeyCertificate", nullptr, 0, &size, 0) == 0;
+}
+
 NCRYPT_KEY_HANDLE openSigner(NCRYPT_PROV_HANDLE provider)
 {
+    NCRYPT_KEY_HANDLE signer = 0;
+    NCryptKeyName* name = nullptr;
     void* state = nullptr;
-    for (NCryptKeyName* name = nullptr; NCryptEnumKeys(provider, nullptr, &name, &state, 0) == 0; NCryptFreeBuffer(name)) {
+    while (!signer && NCryptEnumKeys(provider, nullptr, &name, &state, 0) == 0) {
         NCRYPT_KEY_HANDLE key = 0;
         check(NCryptOpenKey(provider, &key, name->pszName, 0, 0), "NCryptOpenKey");
-        DWORD size = 0;
-        if (NCryptGetProperty(key, L"SmartCardKeyCertificate", nullptr, 0, &size, 0) == 0) return key;
-        NCryptFreeObject(key);
+        NCryptFreeBuffer(name);
+        if (isSigner(key)) {
+            signer = key;
+        } else {
+            NCryptFreeObject(key);
+        }
     }
-    std::fputs("The token has no key with a certificate.\n", stderr);
+    NCryptFreeBuffer(state);
+    if (signer) return signer;
+    std::fputs("The token has no key with a certificate that can sign.\n", stderr);
     std::exit(1);
 }
 
@@ -50,13 +66,9 @@ bool isRsa(NCRYPT_KEY_HANDLE key)
 std::vector<BYTE> sha256(std::vector<BYTE>& data)
 {
     BCRYPT_ALG_HANDLE algorithm = nullptr;
-    BCRYPT_HASH_HANDLE hash = nullptr;
     std::vector<BYTE> digest(32);
     check(BCryptOpenAlgorithmProvider(&algorithm, BCRYPT_SHA256_ALGORITHM, nullptr, 0), "BCryptOpenAlgorithmProvider");
-    check(BCryptCreateHash(algorithm, &hash, nullptr, 0, nullptr, 0, 0), "BCryptCreateHash");
-    check(BCryptHashData(hash, data.data(), static_cast<ULONG>(data.size()), 0), "BCryptHashData");
-    check(BCryptFinishHash(hash, digest.data(), static_cast<ULONG>(digest.size()), 0), "BCryptFinishHash");
-    BCryptDestroyHash(hash);
+    check(BCryptHash(algorithm, nullptr, 0, data.data(), static_cast<ULONG>(data.size()), digest.data(), 32), "BCryptHash");
     BCryptCloseAlgorithmProvider(algorithm, 0);
     return digest;
 }
@@ -71,13 +83,20 @@ int main(int argc, char** argv)
     }
     std::ifstream file(argv[1], std::ios::binary);
     std::vector<BYTE> data(std::istreambuf_iterator<char>(file), {});
+    if (!file) {
+        std::fprintf(stderr, "%s can't be read.\n", argv[1]);
+        return 1;
+    }
     std::vector<BYTE> digest = sha256(data);
 
     NCRYPT_PROV_HANDLE provider = 0;
     check(NCryptOpenStorageProvider(&provider, providerName, 0), "NCryptOpenStorageProvider");
     const NCRYPT_KEY_HANDLE key = openSigner(provider);
     // 8-bit characters and a zero, not UTF-16.
-    if (argc > 3) check(NCryptSetProperty(key, L"SmartCardPin", reinterpret_cast<PBYTE>(argv[3]), 0, 0), "Giving the PIN");
+    if (argc > 3) {
+        const DWORD pinSize = static_cast<DWORD>(std::strlen(argv[3]) + 1);
+        check(NCryptSetProperty(key, L"SmartCardPin", reinterpret_cast<PBYTE>(argv[3]), pinSize, 0), "Giving the PIN");
+    }
 
     // RSA signatures are PKCS#1 v1.5. The size query answers too little for a key on a curve: bring room for any signature.
     BCRYPT_PKCS1_PADDING_INFO pkcs1{BCRYPT_SHA256_ALGORITHM};
@@ -90,7 +109,11 @@ int main(int argc, char** argv)
     NCryptFreeObject(key);
     NCryptFreeObject(provider);
 
-    std::ofstream(argv[2], std::ios::binary).write(reinterpret_cast<const char*>(signature.data()), size);
+    std::ofstream output(argv[2], std::ios::binary);
+    if (!output.write(reinterpret_cast<const char*>(signature.data()), size).flush()) {
+        std::fprintf(stderr, "%s can't be written.\n", argv[2]);
+        return 1;
+    }
     std::printf("%lu bytes\n", size);
     return 0;
 }

@@ -69,6 +69,10 @@ int main(int argc, char** argv)
     }
     std::ifstream file(argv[1], std::ios::binary);
     const std::vector<char> data(std::istreambuf_iterator<char>(file), {});
+    if (!file) {
+        std::fprintf(stderr, "%s can't be read.\n", argv[1]);
+        return 1;
+    }
     const HCRYPTPROV context = acquireSigner();
     // 8-bit characters and a zero. The length is not passed.
     if (argc > 3 && !CryptSetProvParam(context, PP_SIGNATURE_PIN, reinterpret_cast<const BYTE*>(argv[3]), 0))
@@ -93,7 +97,11 @@ int main(int argc, char** argv)
     CryptReleaseContext(context, 0);
 
     std::ranges::reverse(signature);
-    std::ofstream(argv[2], std::ios::binary).write(reinterpret_cast<const char*>(signature.data()), size);
+    std::ofstream output(argv[2], std::ios::binary);
+    if (!output.write(reinterpret_cast<const char*>(signature.data()), size).flush()) {
+        std::fprintf(stderr, "%s can't be written.\n", argv[2]);
+        return 1;
+    }
     std::printf("%lu bytes\n", size);
     return 0;
 }

@@ -123,6 +123,7 @@ for example in sign_with_cryptoapi sign_with_cng; do
     WINEDLLOVERRIDES="$WINEDLLOVERRIDES;ncrypt=n" wine "examples/$example.exe" data signature "$pin" >output 2>errors </dev/null ||
         fail "$example: $(<errors)"
     openssl dgst -sha256 -verify "$shared/rsa2048.pub.pem" -signature signature data >output || fail "$example: $(<output)"
+    ! wine "examples/$example.exe" absent signature "$pin" >output 2>&1 </dev/null || fail "$example signs a file that is not there"
 done
 
 # Several files for one PIN, names that nobody can type, one more signature by another key, and streams.
