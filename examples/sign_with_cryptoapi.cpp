@@ -29,7 +29,7 @@ HCRYPTPROV acquire(const char* container)
     return context;
 }
 
-// A signature of the container's key has no certificate if this returns false. Applications identify a signer by the certificate.
+// Returns true if the container's key can sign and has a certificate. Applications identify a signer by the certificate.
 bool hasSigningCertificate(HCRYPTPROV context)
 {
     HCRYPTKEY key = 0;

@@ -2,7 +2,7 @@
 // token, a wrong PIN, a small buffer, data for another key) are returned without an exception. A thread's first exception costs
 // the statically linked runtime handles that unloading does not close.
 //
-// For the same reason no process-wide object here is a function-local static. Its guard makes the runtime keep a record of the
+// No process-wide object here is a function-local static, for the same reason: its guard makes the runtime keep a record of the
 // thread, with two handles and a TLS slot.
 #pragma once
 

@@ -4,8 +4,8 @@
 
 namespace quelta::test {
 
-// For quelta.sh, an application that knows nothing of the token: it finds a certificate in the user's store by its subject, and
-// signs a file with crypt32, detached.
+// quelta.sh runs this as an application that knows nothing of the token. It finds a certificate in the user's store by its subject,
+// and signs a file with crypt32, detached.
 TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
 {
     const CertificateStore store(CertOpenSystemStoreA(0, "MY"));
@@ -36,7 +36,7 @@ TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
     std::ofstream("theirs", std::ios::binary) << toText(signature);
 }
 
-// For quelta.sh, a user who cancels the dialog of another process, once.
+// quelta.sh runs this as a user who cancels the dialog of another process once.
 TEST(OneProcess, DISABLED_CancelsThePinDialog)
 {
     HWND dialog = nullptr;

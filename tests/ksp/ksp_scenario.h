@@ -16,7 +16,7 @@ public:
     explicit KspCalls(Recorder& recorder) : RecordedCalls(recorder, kspSlots()) {}
 
     NCRYPT_PROV_HANDLE openProvider(LPCWSTR name = L"", DWORD flags = 0);
-    // Both free what they are given. A state is null before its first key.
+    // These record an enumeration and free its blocks. A state is null before its first key.
     void enumAlgorithms(DWORD operations);
     void enumKeys(void*& state);
 

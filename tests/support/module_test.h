@@ -10,7 +10,7 @@
 
 namespace quelta::test {
 
-// Both throw if a call that prepares a test has failed: the Boolean of Windows or CryptoAPI, the status of key storage.
+// Throw if a call that prepares a test has failed. They take the Boolean of Windows or CryptoAPI, or the status of key storage.
 void require(BOOL done, const char* what);
 void requireStatus(LONG status, const char* what);
 

@@ -53,7 +53,7 @@ constexpr DWORD anyFlags = 64;
 
 // A function of one of the interfaces, called as by one who knows the published layout alone.
 struct Function {
-    // As many as any function takes. By the calling convention a function ignores surplus arguments.
+    // No function takes more arguments. By the calling convention a function ignores surplus ones.
     using Values = std::array<ULONG_PTR, 9>;
 
     LONG operator()(const Values& values) const { return std::apply(address, values); }

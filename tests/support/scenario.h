@@ -11,7 +11,7 @@ class Scenario : public ModuleTest {
 protected:
     void TearDown() override { expectTranscript(recorder.lines()); }
 
-    // For calls that prepare: they are not recorded, and each gives a handle.
+    // Makes a call that prepares the scenario. The call is not recorded, and must return a handle.
     ULONG_PTR silently(const std::function<ULONG_PTR()>& call)
     {
         const Recorder::Pause pause(recorder);

@@ -9,7 +9,7 @@
 
 namespace quelta::test {
 
-// For the test that runs. Fails the test if its section differs. A new section is written at the end of the file.
+// Fails the running test if its section differs from the record. A new section is written at the end of the file.
 void expectTranscript(const std::vector<std::string>& recorded);
 
 // A test of this fixture whose name is a plain sentence, which is the section's title, too.
