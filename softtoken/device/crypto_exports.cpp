@@ -85,13 +85,13 @@ using namespace quelta;
 using namespace quelta::softtoken;
 
 int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* hash, int hashLength,
-                    unsigned char* signature, int* signatureLength, bool, void*)
+                    unsigned char* signature, int* signatureLength, bool flag, void*)
 {
     return withToken(deviceId, [&](const StoredToken& state) {
         const auto [refused, pair] = privateUse(state, keyId, pin, usageSigning);
         if (refused != 0) return refused;
         const ByteView digest = viewOf(hash, hashLength);
-        if (digest.empty() || signatureLength == nullptr) return static_cast<int>(Result::badArgument);
+        if (digest.empty() || signatureLength == nullptr || flag) return static_cast<int>(Result::badArgument);
         const std::size_t size = signatureSize(*pair);
         if (signature == nullptr || *signatureLength < 0 || static_cast<std::size_t>(*signatureLength) < size) {
             *signatureLength = static_cast<int>(size);
@@ -114,12 +114,12 @@ int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigne
 }
 
 int quelta_decrypt(const char* deviceId, const unsigned char* keyId, const char* pin, const unsigned char* cipher,
-                   int cipherLength, unsigned char** plain, int* plainLength, bool, void*)
+                   int cipherLength, unsigned char** plain, int* plainLength, bool hardware, void*)
 {
     return withToken(deviceId, [&](const StoredToken& state) {
         const auto [refused, pair] = privateUse(state, keyId, pin, usageKeyExchange);
         if (refused != 0) return refused;
-        if (plain == nullptr || plainLength == nullptr) return static_cast<int>(Result::badArgument);
+        if (plain == nullptr || plainLength == nullptr || !hardware) return static_cast<int>(Result::badArgument);
         const PrivateKey key = decodePrivateKey(pair->privateKey);
         const RsaPrivate* rsa = std::get_if<RsaPrivate>(&key);
         if (rsa == nullptr) return static_cast<int>(Result::usageRefused);

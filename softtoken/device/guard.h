@@ -2,6 +2,8 @@
 // token, a wrong PIN, a small buffer, data for another key) are returned without an exception. A thread's first exception costs
 // the statically linked runtime handles that unloading does not close.
 //
+// The functions refuse flags and modes that a correct caller never passes. A module that confuses its arguments fails here too.
+//
 // No process-wide object here is a function-local static, for the same reason: its guard makes the runtime keep a record of the
 // thread, with two handles and a TLS slot.
 #pragma once

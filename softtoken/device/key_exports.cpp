@@ -56,9 +56,9 @@ int quelta_generateKeyPair(const char* deviceId, const char* pin, QueltaKeyPair*
     });
 }
 
-int quelta_deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool, void*)
+int quelta_deleteKeyPair(const char* deviceId, const unsigned char* keyId, const char* pin, bool hardware, void*)
 {
-    if (keyId == nullptr) return static_cast<int>(Result::badArgument);
+    if (keyId == nullptr || !hardware) return static_cast<int>(Result::badArgument);
     return changeAsAdministrator(deviceId, pin, [&](StoredToken& state) {
         const KeyId id = keyIdFrom({keyId, keyIdSize});
         if (findKeyPair(state, id) == nullptr) return Result::noSuchKey;

@@ -16,9 +16,9 @@ constexpr const char* unreadableToken = "QUELTA-SOFTWARE-TOKEN-PROTECTS-NOTHING-
 using namespace quelta;
 using namespace quelta::softtoken;
 
-int quelta_init(int, int)
+int quelta_init(int first, int second)
 {
-    return 0;
+    return static_cast<int>(first == 0 && second == 2 ? Result::ok : Result::badArgument);
 }
 
 int quelta_initDevice(const char* deviceId, bool, void*)
@@ -29,10 +29,11 @@ int quelta_initDevice(const char* deviceId, bool, void*)
     });
 }
 
-std::vector<std::string> quelta_getConnectedDeviceList(bool, void*)
+std::vector<std::string> quelta_getConnectedDeviceList(bool flag, void*)
 {
     std::vector<std::string> devices;
     guarded([&] {
+        if (flag) return Result::badArgument;
         const Reading reading = readToken(tokenFolder());
         if (!reading)
             devices.emplace_back(unreadableToken);
@@ -57,10 +58,10 @@ TokenInfo quelta_getTokenInfo(const char* deviceId, void*)
     return info;
 }
 
-int quelta_validatePassword(const char* deviceId, const char* pin, int, int* remaining, void*)
+int quelta_validatePassword(const char* deviceId, const char* pin, int mode, int* remaining, void*)
 {
     return withToken(deviceId, [&](const StoredToken&) {
-        if (pin == nullptr) return static_cast<int>(Result::badArgument);
+        if (pin == nullptr || mode != 1) return static_cast<int>(Result::badArgument);
         const PinAnswer answer = validatePin(tokenFolder(), pin);
         if (remaining != nullptr && answer.remaining >= 0) *remaining = answer.remaining;
         return answer.result;

@@ -70,4 +70,17 @@ TEST_P(Signing, OpensslAndTheModuleAcceptWhatTheTokenSignsAndNothingElse)
                              ".pub.pem -signature $signature\"\n$verify message; refuses $verify other; done"));
 }
 
+class MadeKeys : public TokenTest {};
+
+TEST_F(MadeKeys, SignUntilTheyAreDeleted)
+{
+    const auto before = storage.names();
+    const StoredKey key = storage.create(L"RSA");
+    EXPECT_EQ(key.call(&Table::FinalizeKey, 0), 0);
+    EXPECT_EQ(storage.names().size(), before.size() + 1);
+    EXPECT_EQ(key.verify(counting(32), key.sign(counting(32))), 0);
+    EXPECT_EQ(key.call(&Table::DeleteKey, 0), 0);
+    EXPECT_EQ(storage.names(), before);
+}
+
 } // namespace quelta::test
