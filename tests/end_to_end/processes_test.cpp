@@ -4,8 +4,8 @@
 
 namespace quelta::test {
 
-// quelta.sh runs this as an application that knows nothing of the token. It finds a certificate in the user's store by its subject,
-// and signs a file with crypt32, detached.
+// quelta.sh runs this as an application that knows nothing of the token. It finds a certificate in the user's store by its
+// subject, and signs a file with crypt32, detached.
 TEST(OneProcess, DISABLED_SignsWithACertificateOfTheStore)
 {
     const CertificateStore store(CertOpenSystemStoreA(0, "MY"));

@@ -90,11 +90,4 @@ void PinDialog::pressEnter() const
     PostMessageA(edit(), WM_KEYUP, VK_RETURN, 1);
 }
 
-void PinDialog::waitUntilDrawn() const
-{
-    comesTrue([this] { return !GetUpdateRect(edit(), nullptr, FALSE) && !GetUpdateRect(window_, nullptr, FALSE); });
-    // Answered between two messages only, so after the last drawing.
-    send(window_, WM_NULL);
-}
-
 } // namespace quelta::test

@@ -37,8 +37,6 @@ public:
     void pressCancel() const { press(cancelButton()); }
     void close() const;
     void pressEnter() const;
-    // Has nothing left to draw.
-    void waitUntilDrawn() const;
 
 private:
     // A disabled button is left alone.

@@ -3,7 +3,6 @@
 #include <malloc.h>
 
 #include <algorithm>
-#include <array>
 #include <cstring>
 #include <stdexcept>
 
@@ -28,17 +27,6 @@ const auto realFree = __imp_free;
 std::atomic<DWORD> countedThread = 0;
 Heap ofTest;
 
-// Blocks that the test's thread has made under a watch and that no thread has freed.
-std::array<std::atomic<const void*>, 1024> liveBlocks;
-
-void replaceBlock(const void* known, const void* other)
-{
-    for (auto& place : liveBlocks) {
-        const void* expected = known;
-        if (place.compare_exchange_strong(expected, other)) return;
-    }
-}
-
 template <class Make>
 auto counted(Make make) -> decltype(make())
 {
@@ -49,7 +37,6 @@ auto counted(Make make) -> decltype(make())
     if (refuse) return nullptr;
     auto* const made = make();
     if (made) ++ofTest.live;
-    if (made && ofTest.watch) replaceBlock(nullptr, made);
     return made;
 }
 
@@ -74,7 +61,6 @@ wchar_t* countedCopy(const wchar_t* text)
 
 void countedFree(void* block)
 {
-    if (block && ofTest.watch) replaceBlock(block, nullptr);
     if (block && GetCurrentThreadId() == countedThread) {
         --ofTest.live;
         if (auto* const watch = ofTest.watch.load()) watch->look({static_cast<const unsigned char*>(block), _msize(block)});
@@ -110,29 +96,17 @@ Heap& heap()
     return ofTest;
 }
 
-bool FreedMemory::beginsWithSecret(ByteView block) const
-{
-    const auto found = std::ranges::search(block, secret_);
-    return !found.empty() && found.begin() - block.begin() <= 1;
-}
-
 FreedMemory::FreedMemory(ByteView secret) : secret_(secret)
 {
-    std::ranges::fill(liveBlocks, nullptr);
     heap_.watch = this;
-}
-
-std::ptrdiff_t FreedMemory::heldFirst() const
-{
-    return std::ranges::count_if(liveBlocks, [this](const void* block) {
-        return block && beginsWithSecret({static_cast<const unsigned char*>(block), _msize(const_cast<void*>(block))});
-    });
 }
 
 void FreedMemory::look(ByteView block)
 {
-    if (!std::ranges::search(block, secret_).empty()) ++withSecret;
-    if (beginsWithSecret(block)) ++withSecretFirst;
+    const auto found = std::ranges::search(block, secret_);
+    if (found.empty()) return;
+    ++withSecret;
+    if (found.begin() - block.begin() <= 1) ++withSecretFirst;
 }
 
 } // namespace quelta::test

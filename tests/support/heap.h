@@ -5,7 +5,6 @@
 #include <windows.h>
 
 #include <atomic>
-#include <cstddef>
 
 namespace quelta::test {
 
@@ -41,7 +40,7 @@ private:
     Heap& heap_ = heap();
 };
 
-// While an object lives, every block is searched before it is freed, and new blocks are recorded.
+// While an object lives, every block is searched before it is freed.
 class FreedMemory {
 public:
     explicit FreedMemory(ByteView secret);
@@ -54,14 +53,9 @@ public:
     int withSecretFirst = 0;
     int withSecret = 0;
 
-    // How many blocks that were made meanwhile and still live hold the secret at their begin.
-    std::ptrdiff_t heldFirst() const;
-
     void look(ByteView block);
 
 private:
-    bool beginsWithSecret(ByteView block) const;
-
     Heap& heap_ = heap();
     ByteView secret_;
 };

@@ -3,10 +3,7 @@
 
 #include "token/pin_dialog.h"
 
-#include <gmock/gmock.h>
-
-#include <array>
-#include <thread>
+#include <gtest/gtest.h>
 
 namespace quelta::test {
 
@@ -66,32 +63,6 @@ TEST_F(PinDialogWindow, EnterIsNothingBeforeLoginIsAllowed)
                   dialog.pressEnter();
               }),
               "1234");
-}
-
-// One step after the other: Wine's edit controls share a cache of glyphs, and two threads that draw or drop theirs in the same
-// moment break it.
-TEST_F(PinDialogWindow, TwoThreadsThatAskAtOnceReadTheirOwnDialogs)
-{
-    std::array<std::string, 2> pins;
-    std::jthread second;
-    user.meetsPinDialog([&](PinDialog older) {
-        older.type("1111");
-        older.waitUntilDrawn();
-        second = std::jthread([&] { showPasswordDialog(pins[1]); });
-        std::vector<HWND> shown;
-        while ((shown = visibleDialogs()).size() < 2) Sleep(5);
-        const PinDialog newer(shown[0] == older.window() ? shown[1] : shown[0]);
-        newer.type("2222");
-        newer.waitUntilDrawn();
-        // The mouse would bring the window to the front and have both drawn.
-        PostMessageA(older.window(), WM_COMMAND, IDOK, 0);
-        while (IsWindow(older.window())) Sleep(5);
-        newer.pressLogin();
-        while (IsWindow(newer.window())) Sleep(5);
-    });
-    showPasswordDialog(pins[0]);
-    second.join();
-    EXPECT_THAT(pins, ::testing::ElementsAre("1111", "2222"));
 }
 
 } // namespace quelta::test
