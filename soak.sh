@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Puts load on the built module through both interfaces, while the token and the log are disturbed.
+# Puts load on the built module through both interfaces, while the token is disturbed.
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
@@ -48,20 +48,6 @@ make_token() {
     token import --aes 000102030405060708090A0B0C0D0E0F --label wrapping
 }
 
-# The soak changes the log level of the whole prefix. The level is restored at the end.
-level=('HKLM\Software\Oskvar\Quelta' /v logLevel)
-remember_level() {
-    level_before=$(wine reg query "${level[@]}" 2>/dev/null </dev/null 9>&- | grep -oE '0x[0-9a-f]+' || true)
-    trap 'status=$?; set +e; put_level_back; (exit "$status"); clean_up' EXIT
-}
-# Starts a new server: an interruption ends the old one, and the soak may still be running.
-put_level_back() {
-    stop_wineserver
-    start_wineserver
-    quietly log-level.log wine reg delete "${level[@]}" /f 2>/dev/null
-    [[ -z $level_before ]] || quietly log-level.log wine reg add "${level[@]}" /t REG_DWORD /d "$level_before" /f
-}
-
 take_turn exclusive
 need_packages "${build_packages[@]}"
 start_display
@@ -70,5 +56,4 @@ build_preset mingw-release QueltaCSP QueltaDSCLibrary quelta-token quelta-soak
 use_build mingw-release
 register_provider "$bin"
 make_token
-remember_level
 wine "$(program quelta-soak)" "$(windows_path "$soak")" "$minutes" "$seed" </dev/null 9>&-

@@ -57,7 +57,6 @@ private:
         while (GetTickCount64() < end) {
             const auto row = static_cast<StateRow>(next_++ % givenAnotherPin + signedOn);
             change(row);
-            disturbLog();
             // Counts sleeps: if the machine stood still, the module could not look at the token either.
             for (auto left = states[row].shortest + below(states[row].longest - states[row].shortest); left > 0; --left)
                 Sleep(tick);
@@ -91,15 +90,6 @@ private:
         std::erase_if(token.keyPairs, [&](const auto& pair) {
             return pair.label != "rsa" && (nobodyWorks || pair.algorithm == algorithmRsa2048);
         });
-    }
-
-    void disturbLog()
-    {
-        constexpr DWORD levels[] = {0, 2, 3};
-        const DWORD level = levels[below(std::size(levels))];
-        RegSetKeyValueA(HKEY_LOCAL_MACHINE, "Software\\Oskvar\\Quelta", "logLevel", REG_DWORD, &level, sizeof level);
-        std::error_code ignored;
-        if (below(3) == 0) std::filesystem::remove_all(folder_ / "Oskvar", ignored);
     }
 
     void countWrongPins()
@@ -179,7 +169,7 @@ Board& sharedBoard(const std::wstring& name)
 
 int drive(const std::filesystem::path& folder, double minutes, std::uint32_t seed)
 {
-    // The workers inherit it: their logs are in a folder of the soak's own, which is deleted under them.
+    // The workers inherit the folder for their logs.
     for (const wchar_t* name : {L"TMP", L"TEMP"}) SetEnvironmentVariableW(name, folder.c_str());
     return Driver(folder, minutes, seed).run();
 }

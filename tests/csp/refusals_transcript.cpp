@@ -68,10 +68,4 @@ TRANSCRIPT(RefusalsTranscript, "the context was never made ready")
     csp.context = ready;
 }
 
-TRANSCRIPT(RefusalsTranscript, "each flag by itself")
-{
-    errorsAlone();
-    csp.trySingleFlags(rows());
-}
-
 } // namespace quelta::test

@@ -64,7 +64,7 @@ TRANSCRIPT(KspCryptTranscript, "a symmetric key decrypts with the shared vector 
     for (const Place& place : {query(), room(19)}) decrypt(key, place);
     errorsAlone();
     recorder.note("a key that the token holds is taken for a key pair");
-    const auto stored = ksp("KSPImportKey", {0, L"KeyDataBlob", concat({littleEndian({0x4D42444B, 1, 16}), counting(16)})});
+    const auto stored = ksp("KSPImportKey", {0, L"KeyDataBlob", concat({littleEndian({0x4D42444B, 1, 16}), counting(16)}), 64});
     for (const Place& place : {query(), room(10)}) decrypt(stored, place);
 }
 

@@ -33,7 +33,7 @@ TRANSCRIPT(KspKeysTranscript, "a key is made in the process, then on the token")
         pair.algorithm = algorithmP521;
         pair.usage = usageKeyExchange;
     };
-    const auto key = ksp("KSPCreatePersistedKey", {L"RSA", L"a name"});
+    const auto key = ksp("KSPCreatePersistedKey", {L"RSA", L"a name", 0, 64});
     user.cancels();
     ksp("KSPFinalizeKey", {key, 64});
     cachePin();

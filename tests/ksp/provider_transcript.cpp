@@ -44,8 +44,8 @@ TRANSCRIPT(KspProviderTranscript, "a window that is too short clears it, except 
         ksp("KSPSetProviderProperty", {L"HWND Handle", value});
         recorder.note("the window is " + std::to_string(providerOf(ksp.provider)->hwnd));
     }
-    for (const LPCWSTR name : {L"hwnd handle", L"Name"}) ksp("KSPSetProviderProperty", {name, Bytes(8)});
-    ksp("KSPSetKeyProperty", {key, L"Lengths", Bytes(16)});
+    for (const LPCWSTR name : {L"hwnd handle", L"Name"}) ksp("KSPSetProviderProperty", {name, Bytes(8), 64});
+    ksp("KSPSetKeyProperty", {key, L"Lengths", Bytes(16), 64});
 }
 
 TRANSCRIPT(KspProviderTranscript, "the PIN is read as narrow text, and kept only if it is right")

@@ -70,9 +70,4 @@ TRANSCRIPT(KspRefusalsTranscript, "one argument is missing, or longer than the t
     }
 }
 
-TRANSCRIPT(KspRefusalsTranscript, "each flag by itself")
-{
-    ksp.trySingleFlags(rows());
-}
-
 } // namespace quelta::test

@@ -86,30 +86,6 @@ TEST_F(LogWriter, LineIsWrittenWhileOthersHaveTheFileOpen)
     EXPECT_THAT(log.takeLines(), ElementsAre(debug("of both")));
 }
 
-// The heap refuses one allocation after the other.
-TEST_F(LogWriter, LineThatFindsNoMemoryIsOnlyLost)
-{
-    std::set<std::string> printed;
-    bool refused = true;
-    for (int allowed = 0; refused; ++allowed) {
-        ::testing::internal::CaptureStdout();
-        {
-            const RefusedAllocation refusal(allowed);
-            logDebug("a line that is longer than what a string keeps inside itself");
-            refused = heap().refused;
-        }
-        printed.insert(::testing::internal::GetCapturedStdout());
-    }
-    EXPECT_THAT(printed,
-                ElementsAre("", "Exception in Create Log Folder: std::bad_alloc\n",
-                            "Exception in getProcessName(): std::bad_alloc\n", "Exception in write log : std::bad_alloc\n"));
-    EXPECT_TRUE(std::filesystem::exists(log / "Oskvar" / "QueltaKey Interface" / log.file().filename()))
-        << "where a line goes whose process has no name";
-    log.forget();
-    logDebug("next");
-    EXPECT_THAT(log.takeLines(), ElementsAre(debug("next")));
-}
-
 TEST_F(LogWriter, InstalledMutexIsHeldForTheLine)
 {
     std::mutex mutex;
@@ -122,25 +98,6 @@ TEST_F(LogWriter, InstalledMutexIsHeldForTheLine)
     writer.join();
     logMutexSlot() = nullptr;
     EXPECT_THAT(log.takeLines(), ElementsAre(error("after the lock")));
-}
-
-// Under Wine a write for appending looks up the end of the file first, so that a line may be overwritten by another: by one of
-// its length, or, once in some ten thousand lines, from within. Lines written in two pieces are torn once in a thousand.
-TEST_F(LogWriter, LinesOfSeveralThreadsDoNotTear)
-{
-    constexpr int writers = 4;
-    constexpr int linesEach = 1000;
-    {
-        std::vector<std::jthread> threads;
-        for (int writer = 0; writer < writers; ++writer)
-            threads.emplace_back([] {
-                for (int line = 0; line < linesEach; ++line) logDebug("a line of ", "one of ", 4, " threads");
-            });
-    }
-    const auto lines = log.takeLines();
-    const auto whole = std::ranges::count(lines, debug("a line of one of 4 threads"));
-    EXPECT_LE(std::ssize(lines), whole + 1);
-    EXPECT_GE(whole, writers * linesEach * 95 / 100);
 }
 
 TEST(LogUtils, SplitKeepsEmptyPiecesAndAlwaysGivesOneAndHexNeedsALength)

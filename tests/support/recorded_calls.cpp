@@ -211,12 +211,13 @@ ULONG_PTR RecordedCalls::operator()(std::string_view name, const std::vector<Sta
     }
     bool succeeded = false;
     recorder_.record(function.name, texts + (texts.empty() && flags.starts_with(", ") ? flags.substr(2) : flags), [&] {
-        std::tie(succeeded, lastAnswer_) = answerOf(function, values);
-        if (buffer) lastAnswer_ += buffer->outcome([&](ByteView value) { return outputText(function.name, values, value); });
-        if (made == untouched) return lastAnswer_;
-        if (made == 0) return lastAnswer_ + ", handle 0";
+        std::string answer;
+        std::tie(succeeded, answer) = answerOf(function, values);
+        if (buffer) answer += buffer->outcome([&](ByteView value) { return outputText(function.name, values, value); });
+        if (made == untouched) return answer;
+        if (made == 0) return answer + ", handle 0";
         recorder_.introduce(handleMadeBy(function.name).kind, made);
-        return lastAnswer_ + ", " + handle(made);
+        return answer + ", " + handle(made);
     });
     if (function.arguments.contains('H')) return made == untouched ? 0 : made;
     return static_cast<ULONG_PTR>(succeeded);
@@ -243,27 +244,6 @@ void RecordedCalls::callEach(const std::string& title, const char* argumentsLike
             if (function.arguments[i] == 'x') handed[i] = unreadable;
         }
         recorder_.record(function.name, title, [&] { return answerOf(function, handed).second; });
-    }
-}
-
-void RecordedCalls::trySingleFlags(const Rows& rows)
-{
-    for (const auto& [name, stated] : rows) {
-        const std::string& letters = named(name).arguments;
-        const std::size_t at = letters.find_last_of("fg");
-        if (at == std::string::npos) continue;
-        std::map<std::string, std::vector<std::string>> flagsByAnswer;
-        for (DWORD flag = 1; flag != 0; flag <<= 1) {
-            const Recorder::Pause pause(recorder_);
-            (*this)(name, stated, Change{at + 1, flag});
-            flagsByAnswer[lastAnswer_].push_back(" " + std::to_string(flag));
-        }
-        for (const auto& [answer, flags] : flagsByAnswer) {
-            std::string text;
-            for (const auto& flag : flags) text += flag;
-            text = flags.size() == 32 ? "any flag" : flags.size() > 16 ? "any other flag" : "flag" + text;
-            recorder_.note(name + (", " + text) + ": " + answer);
-        }
     }
 }
 

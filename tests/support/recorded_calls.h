@@ -115,8 +115,6 @@ public:
     void leaveOutEach(const Rows& rows);
     // Each function whose letters are like this gets these values, 0 for all others and flags.
     void callEach(const std::string& title, const char* argumentsLike, const Function::Values& values);
-    // Tries each bit of the flags by itself.
-    void trySingleFlags(const Rows& rows);
 
 protected:
     RecordedCalls(Recorder& recorder, const std::vector<Function>& functions) : recorder_(recorder), functions_(functions) {}
@@ -132,8 +130,6 @@ private:
     const Function& named(std::string_view name) const { return *std::ranges::find(functions_, name, &Function::name); }
 
     const std::vector<Function>& functions_;
-    // The new handle is left out: its number says nothing.
-    std::string lastAnswer_;
 };
 
 // "TRUE, ERROR_MORE_DATA"

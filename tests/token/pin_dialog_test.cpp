@@ -39,19 +39,6 @@ TEST_F(PinDialogWindow, LoginIsAllowedFrom4To63Characters)
     });
 }
 
-TEST_F(PinDialogWindow, LoginNeedsNoMemory)
-{
-    heap();
-    const std::string pin = "longer than what a string keeps inside itself";
-    EXPECT_EQ(textAfter([&pin](PinDialog dialog) {
-                  dialog.type(pin);
-                  heap().left = 0;
-                  dialog.pressLogin();
-              }),
-              pin);
-    EXPECT_TRUE(heap().refused) << "the line of the log that follows has found none";
-}
-
 TEST_F(PinDialogWindow, EnterIsNothingBeforeLoginIsAllowed)
 {
     EXPECT_EQ(textAfter([](PinDialog dialog) {
