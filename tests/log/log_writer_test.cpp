@@ -1,5 +1,4 @@
 #include "support/child_process.h"
-#include "support/heap.h"
 #include "support/log_folder.h"
 #include "support/machine_registry.h"
 
@@ -10,7 +9,6 @@
 #include <gmock/gmock.h>
 
 #include <array>
-#include <set>
 #include <thread>
 
 namespace quelta::test {

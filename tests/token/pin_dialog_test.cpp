@@ -1,4 +1,3 @@
-#include "support/heap.h"
 #include "support/module_test.h"
 
 #include "token/pin_dialog.h"

@@ -1,7 +1,8 @@
+#include "support/heap.h"
 #include "support/module_test.h"
 
 #include "token/key_unwrap.h"
-#include "token/token.h"
+#include "token/pin_prompt.h"
 
 #include <gmock/gmock.h>
 
@@ -18,6 +19,20 @@ TEST_F(TokenCalls, ImportedKeyIsWipedFromItsRecord)
     const auto stored = importSymmetricKey(device, PinText("1234"), counting(16), encryptionAes128);
     ASSERT_TRUE(stored);
     EXPECT_THAT(stored->keyValue, ::testing::Each(0));
+}
+
+// The fake library's own texts hold the PIN too, but never at their begin.
+TEST_F(TokenCalls, TypedPinIsInNoBlockThatIsFreed)
+{
+    token.pin = "a PIN with more characters than a string keeps inside itself";
+    user.entersPin(token.pin + "7");
+    user.acknowledges();
+    user.entersPin(token.pin);
+    const Bytes secret = toBytes(token.pin.substr(1));
+    const FreedMemory memory(secret);
+    EXPECT_TRUE(ensurePin(device, {.alreadyValidated = "", .askingForPin = "", .clockMismatch = "", .cancelled = ""}));
+    tokenState().pinCache.clear();
+    EXPECT_EQ(memory.withSecretFirst, 0);
 }
 
 TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)
