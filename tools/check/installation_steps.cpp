@@ -94,7 +94,10 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
                    (isMicrosoftRuntime(missing) ? "install Microsoft's Visual C++ Redistributable (x64)"
                                                 : "put it beside the module");
     if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version; repair the installation";
-    return "Windows refuses it or the library with error " + std::to_string(error) + "; install both anew";
+    const Library library(LoadLibraryExW(examination.deviceLibrary.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    return nameOf(library ? examination.module : examination.deviceLibrary) +
+           " is damaged, or it fails when it starts (Windows error " + std::to_string(error) + "); " +
+           (library ? "install the provider anew" : "put the maker's library in its place");
 }
 
 Found lookAtModule(Examination& examination)
