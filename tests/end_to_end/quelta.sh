@@ -264,9 +264,5 @@ truncate -s100000 $library|device library: .*is cut short
 $foreign $library|device library: .*change the module
 $foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's
 END
-rm -rf installed && mkdir installed
-cp "$bin"/{quelta.exe,QueltaCSP.dll} "$bin/../softtoken/$library" installed
-dd if=/dev/zero of=installed/$library bs=4096 seek=4 count=100 conv=notrunc 2>log
-quelta=installed/quelta.exe WINEPATH='' answers 1 "FAILED *loading: .*$library is damaged, or it fails when it starts" check
 register '%SystemRoot%\system32\rsaenh.dll'
 answers 1 "FAILED *CryptoAPI: registered with another DLL, .*rsaenh.dll & -- *token: the registration" check
