@@ -1,5 +1,5 @@
+#include "base/bytes.h"
 #include "base/wipe.h"
-#include "common/hex.h"
 
 #include <gmock/gmock.h>
 
@@ -7,14 +7,6 @@ namespace quelta {
 namespace {
 
 using ::testing::Each;
-
-TEST(Hex, TakesPairsOfDigitsOfEitherCaseAndNothingElse)
-{
-    EXPECT_EQ(fromHex(""), Bytes());
-    EXPECT_EQ(fromHex("09afAF"), (Bytes{0x09, 0xAF, 0xAF}));
-    for (const char* text : {"0", "0x12", "0g", "@0", "/0", ":0", "G0", "`0", "1 "})
-        EXPECT_EQ(fromHex(text), std::nullopt) << text;
-}
 
 // A text this short is kept in the string itself, which a move copies.
 TEST(Wiped, LeavesNothingBehindWhenItIsMovedOrAssigned)

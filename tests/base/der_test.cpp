@@ -30,37 +30,5 @@ TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
     EXPECT_FALSE(ecdsaHalves(sequence({smallInteger(1), smallInteger(2), null()}), 4)) << "or behind its numbers";
 }
 
-// The fuzzer sees which elements the reader refuses, and that it never leaves its bytes.
-TEST(Der, ReaderLeavesAnElementOfAnotherTagUnread)
-{
-    const Bytes two{4, 1, 7, 5, 0};
-    Reader reader(two);
-    EXPECT_FALSE(reader.next(tagNull));
-    EXPECT_EQ(reader.next(tagOctetString)->content[0], 7);
-    EXPECT_TRUE(reader.next(tagNull));
-    EXPECT_TRUE(reader.atEnd());
-}
-
-TEST(Der, NumbersOf64BitsAreReadAndLongerOnesStayUnread)
-{
-    const std::pair<Bytes, std::optional<std::uint64_t>> rows[] = {
-        {{2, 1, 0}, 0},
-        {{2, 2, 0, 0x80}, 0x80},
-        {{2, 9, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}, ~std::uint64_t{0}},
-        {{2, 9, 1, 0, 0, 0, 0, 0, 0, 0, 0}, std::nullopt}};
-    for (const auto& [bytes, number] : rows) {
-        Reader reader(bytes);
-        EXPECT_EQ(reader.smallInteger(), number) << ::testing::PrintToString(bytes);
-        EXPECT_EQ(reader.atEnd(), number.has_value());
-    }
-}
-
-TEST(Der, ObjectIdentifiersSurviveThereAndBack)
-{
-    EXPECT_EQ(oid("1.2.840.113549.1.1.1"), (Bytes{6, 9, 0x2A, 0x86, 0x48, 0x86, 0xF7, 0x0D, 1, 1, 1}));
-    for (const char* dotted : {"0.0", "1.39.127", "2.999.3", "2.5.29.15", "1.3.6.1.4.1.18446744073709551615"})
-        EXPECT_EQ(Reader(oid(dotted)).oid(), dotted);
-}
-
 } // namespace
 } // namespace quelta::der

@@ -83,6 +83,8 @@ sign_and_verify() {
     openssl_verifies "$root" signature -content data
     answers 0 "hash *$3" verify signature data --root "$root"
     refuses "NOT VALID" verify signature changed --root "$root"
+    perl -0777 -pe 's/(.)\z/chr(ord($1) ^ 1)/se' signature >forged
+    refuses "NOT VALID" verify forged data --root "$root"
 }
 
 register "$(winepath -w "$bin/QueltaCSP.dll")"
@@ -103,12 +105,18 @@ sign_and_verify ksp rsa2048 sha1
 sign_and_verify ksp p256 sha384
 sign_and_verify csp rsa2048 sha256
 answers 3 "^good signature of data, but .* NOT CHECKED" verify signature data
+refuses "NOT VALID" verify signature data --root "$shared/p256.root.pem"
+# The digest in the attributes is replaced by that of another file.
+perl -0777 -pe 'BEGIN { ($from, $to) = map { scalar qx(openssl dgst -sha256 -binary $_) } "data", "changed" } s/\Q$from/$to/' signature >forged
+! cmp -s signature forged || fail "the signature has no such digest"
+refuses "NOT VALID" verify forged changed
 refuses "certificate of CN=rsa2048 of the tests is not valid before" \
     verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
 answers 1 '"good": false' verify --json signature changed
 answers 1 '"error": .*no such file' verify --json absent data
 refuses "no CMS" verify data data
 refuses "the PIN is wrong; another wrong one may lock the token .*log says: .* failed" sign data -o wrong --key rsa2048 --pin 000000
+refuses "code page" sign data -o wrong --key rsa2048 --pin "A1Ā"
 refuses "the PIN is empty" sign data -o wrong --key rsa2048 --pin ""
 [[ ! -e wrong ]] || fail "a refused signature leaves a file"
 refuses "fits several keys; say which with --key: 2 [0-9A-F]* (rsa2048 of the tests), 4 " sign data --key "of the tests" --pin "$pin"
@@ -161,8 +169,11 @@ wait "$signer" || fail "$(<errors)"
 openssl_verifies "$shared/rsa2048.root.pem" attached
 cmp back data
 
-openssl cms -sign -binary -in data -signer "$shared/rsa2048.leaf.pem" -inkey "$shared/rsa2048.pem" -keyid -outform PEM -out theirs
-answers 3 "" verify theirs data
+for form in -keyid -noattr; do
+    openssl cms -sign -binary -in data -signer "$shared/rsa2048.leaf.pem" -inkey "$shared/rsa2048.pem" $form -outform PEM -out theirs
+    answers 3 "" verify theirs data
+    refuses "NOT VALID" verify theirs changed
+done
 openssl cms -sign -binary -in data -signer "$shared/p256.leaf.pem" -inkey "$shared/p256.pem" -nodetach -stream -outform DER -out theirs
 answers 3 "" verify theirs -o content
 cmp content data
@@ -178,6 +189,25 @@ for provider in csp ksp; do
         cmp back data || fail "quelta decrypts something else: $provider $padding"
     done
 done
+# Contents at the borders of blocks and pieces, from a writer that does not know their length.
+for size in 0 15 16 65536 200001; do
+    head -c "$size" /dev/urandom >sized
+    openssl cms -encrypt -binary -stream -indef -in sized -outform DER -out message -aes256 "$shared/rsa2048.leaf.pem"
+    rm -f back
+    does decrypt message -o back --pin "$pin"
+    cmp back sized || fail "quelta decrypts something else: $size bytes"
+done
+# A part of the message leaves the file as it was.
+for size in 0 100 1000 100000 200700; do
+    head -c "$size" message >part
+    refuses "" decrypt part -o back --pin "$pin"
+    cmp back sized || fail "$size bytes of a message change the file"
+done
+does sign sized --key rsa2048 --pin "$pin"
+openssl_verifies "$shared/rsa2048.root.pem" sized.p7s -content sized
+openssl req -x509 -newkey rsa:2048 -nodes -keyout other.pem -subj "/CN=Other" -out other.pem 2>log
+openssl_encrypts -aes256 -recip other.pem
+refuses "not encrypted for a key on this token" decrypt message -o none --pin "$pin"
 openssl_encrypts -aes-256-gcm -recip "$shared/rsa2048.leaf.pem"
 refuses "AES-GCM" decrypt message -o none --pin "$pin"
 openssl_encrypts -aes256 -outform PEM -recip "$shared/rsa2048.leaf.pem"
@@ -241,6 +271,8 @@ openssl x509 -req -in late.csr -signkey "$shared/rsa2048.pem" -days 0 -out late.
 token init --pin "$pin" --force
 token import "$shared/rsa2048.pem" late.pem
 answers 1 "FAILED *validity: .*Late. expired on" check
+refuses "expired on" sign data -o late --pin "$pin"
+does sign data -o late --pin "$pin" --force
 rm -r token && mv full token
 
 register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"

@@ -1,7 +1,7 @@
 #include "tools/commands/certificate_store.h"
 
-#include "test_signatures.h"
 #include "tools/cms/certificates.h"
+#include "tools/console/files.h"
 
 #include <gtest/gtest.h>
 
@@ -10,12 +10,21 @@ namespace {
 
 constexpr auto storeName = L"QueltaTest";
 
+// Returns the signer's certificate of a signature that another implementation made.
+CertificateContext certificateIn(const std::string& name)
+{
+    const Bytes der = withoutPem(readSmallFile(QUELTA_SIGNATURES_DIR "/" + name + ".pem"));
+    const CRYPT_DATA_BLOB blob = blobOf(der);
+    const CertificateStore store(CertOpenStore(CERT_STORE_PROV_PKCS7, certificateEncoding, 0, 0, &blob));
+    return CertificateContext(CertEnumCertificatesInStore(store.get(), nullptr));
+}
+
 void clear()
 {
     RegDeleteTreeA(HKEY_CURRENT_USER, "Software\\Microsoft\\SystemCertificates\\QueltaTest");
 }
 
-// A new object each time: what counts is what another program finds.
+// Each call gets a new object, so that it finds only what is in the registry.
 TEST(UserStores, KeepWhatSomebodyElsePutThereAndWhereAKeyIs)
 {
     clear();
