@@ -198,7 +198,7 @@ for size in 0 15 16 65536 200001; do
     cmp back sized || fail "quelta decrypts something else: $size bytes"
 done
 # A part of the message leaves the file as it was.
-for size in 0 100 1000 100000 200700; do
+for size in 0 100 1000 100000 -1; do
     head -c "$size" message >part
     refuses "" decrypt part -o back --pin "$pin"
     cmp back sized || fail "$size bytes of a message change the file"
