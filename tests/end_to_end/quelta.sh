@@ -177,6 +177,8 @@ done
 openssl cms -sign -binary -in data -signer "$shared/p256.leaf.pem" -inkey "$shared/p256.pem" -nodetach -stream -outform DER -out theirs
 answers 3 "" verify theirs -o content
 cmp content data
+head -c -1 theirs >part
+answers 1 "" verify part -o content
 
 input=data does encrypt - --cert "$shared/rsa4096.leaf.pem"
 openssl cms -decrypt -binary -inform DER -in output -recip "$shared/rsa4096.leaf.pem" -inkey "$shared/rsa4096.pem" -out back

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <optional>
+#include <ranges>
 
 namespace quelta::tools {
 
@@ -27,6 +28,8 @@ struct Envelope {
     std::vector<Recipient> recipients;
     const KnownCipher* cipher;
     Bytes iv;
+    // The elements around the content, the outermost first.
+    std::vector<BerStream::Level> levels;
 };
 
 // Returns nullopt for a recipient without an RSA key.
@@ -68,24 +71,32 @@ void readCipher(ByteView algorithm, Envelope& envelope)
 Envelope readEnvelope(BerStream& stream)
 {
     Envelope envelope{};
-    stream.enter(der::tagSequence);
+    const auto enter = [&](unsigned char tag) { envelope.levels.push_back(stream.enter(tag)); };
+    enter(der::tagSequence);
     const Bytes type = stream.element();
     if (type == der::oid(authEnvelopedData))
         throw Failure(
             "the message is encrypted with an authenticated cipher such as AES-GCM, which this tool does not know; ask for "
             "AES-256 in CBC mode");
     if (type != der::oid(oid::envelopedData)) stream.refuse();
-    stream.enter(der::explicitTag(0));
-    stream.enter(der::tagSequence);
+    enter(der::explicitTag(0));
+    enter(der::tagSequence);
     stream.element();
     envelope.recipientInfos = stream.element();
     // The sender's certificates may precede the recipients.
     if (envelope.recipientInfos.at(0) == der::explicitTag(0)) envelope.recipientInfos = stream.element();
     envelope.recipients = readRecipients(envelope.recipientInfos);
-    stream.enter(der::tagSequence);
+    enter(der::tagSequence);
     stream.element();
     readCipher(stream.element(), envelope);
     return envelope;
+}
+
+// Throws a Failure if the message does not end as its head says. Attributes may follow the content.
+void readToEnd(BerStream& stream, const Envelope& envelope)
+{
+    for (const auto& level : std::views::reverse(envelope.levels))
+        while (!stream.atEnd(level)) stream.element();
 }
 
 struct Match {
@@ -199,6 +210,7 @@ void decryptWith(TokenProvider& provider, const std::string& keyName, InputFile&
     const Wiped<Bytes> key = openContentKey(provider, provider.keys(), keyName, envelope, file.name());
     ContentWriter writer(BlockCipher(*envelope.cipher, *key, envelope.iv), output);
     stream.octets([&](ByteView piece) { writer.take(piece); });
+    readToEnd(stream, envelope);
     writer.finish();
 }
 

@@ -221,9 +221,9 @@ CheckedSignature checkSignature(ByteView signature, InputFile& file)
 CheckedSignature checkAttached(InputFile& message, const std::function<void(ByteView)>& take)
 {
     BerStream stream(message.name(), [&](std::span<unsigned char> room) { return message.read(room); });
-    stream.enter(der::tagSequence);
+    const auto outer = stream.enter(der::tagSequence);
     if (stream.element() != der::oid(oid::signedData)) stream.refuse();
-    stream.enter(der::explicitTag(0));
+    const auto wrapper = stream.enter(der::explicitTag(0));
     const auto body = stream.enter(der::tagSequence);
     Bytes fields = stream.element();
     const Bytes algorithms = stream.element();
@@ -240,6 +240,7 @@ CheckedSignature checkAttached(InputFile& message, const std::function<void(Byte
     if (!stream.atEnd(content)) stream.refuse();
     fields = concat({fields, algorithms, der::sequence({type})});
     while (!stream.atEnd(body)) append(fields, stream.element());
+    if (!stream.atEnd(wrapper) || !stream.atEnd(outer)) stream.refuse();
     const Bytes detached = der::sequence({fields});
     return checkSignature(der::sequence({der::oid(oid::signedData), der::element(der::explicitTag(0), detached)}), digests);
 }
