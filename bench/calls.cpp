@@ -207,7 +207,7 @@ std::vector<Operation> OpenModule::operations()
         {cryptoApi, "hash and verify", [this] { hashAndVerify(); },
          [this] {
              bareHash(digest_);
-             // The signature is one of the digest here, as good to measure.
+             // This is a signature of the digest. The measurement needs no other.
              bareVerify();
          }},
         {cryptoApi, "decrypt",

@@ -9,12 +9,12 @@
 
 namespace quelta::bench {
 
-// A call that applications make, through one interface.
+// A call of applications through one interface.
 struct Operation {
     const char* interfaceName;
     const char* name;
     std::function<void()> call;
-    // The calls of the device library that it needs, made directly; empty if there are none.
+    // Makes the device library's calls that `call` needs; empty if there are none.
     std::function<void()> bare;
 };
 
@@ -35,7 +35,7 @@ public:
     HCRYPTPROV acquire() const;
     NCRYPT_KEY_HANDLE openKey() const;
 
-    // They refer to this object.
+    // The calls refer to this object.
     std::vector<Operation> operations();
 
 private:
@@ -63,7 +63,7 @@ private:
 
     Bytes large_ = Bytes(65536, 0x61);
     Bytes digest_ = Bytes(32, 0x62);
-    // CryptoAPI's have the last byte first.
+    // CryptoAPI's signatures and cipher texts have the last byte first.
     Bytes signature_ = Bytes(512);
     Bytes cipher_ = Bytes(512);
     Bytes storedSignature_;

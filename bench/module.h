@@ -1,4 +1,4 @@
-// The built module, called at its exports: what stands between an application and a provider is Windows' own and not measured.
+// Calls the built module at its exports. Windows' own code between an application and a provider is not measured.
 #pragma once
 
 #include "base/key_storage_table.h"
@@ -9,7 +9,7 @@
 
 namespace quelta::bench {
 
-// The QueltaCSP.dll beside this program. Throws where it can't be loaded.
+// Loads the QueltaCSP.dll beside this program. Throws if that fails.
 class Module {
 public:
     Module();
@@ -28,7 +28,7 @@ private:
     KeyStorageFunctionTable* table_ = nullptr;
 };
 
-// The exports that are measured, and those that a measurement needs.
+// The exports that are measured, and the exports that a measurement needs.
 struct CryptoApiExports {
     const Module& module;
 
@@ -50,11 +50,11 @@ struct CryptoApiExports {
     decltype(CPGenRandom)* genRandom = module.function<decltype(CPGenRandom)>("CPGenRandom");
 };
 
-// Throw unless the call was done.
+// These throw if the call failed.
 void expectTrue(BOOL answer, const char* call);
 void expectDone(SECURITY_STATUS status, const char* call);
 
-// The level that the module's log has meanwhile, in the registry of the machine.
+// Sets the level of the module's log in the registry of the machine while an object lives.
 class LogLevel {
 public:
     explicit LogLevel(DWORD level);

@@ -42,7 +42,7 @@ void writeLine()
     logDebug("a line of about the length that is usual: ", 4711);
 }
 
-// How many lines a call has for the log: each of them reads the level, whether it is written or not.
+// Returns how many lines a call passes to the log. Each line reads the level, even if it is not written.
 std::ptrdiff_t linesOf(const Operation& operation)
 {
     const LogLevel set(3);

@@ -23,7 +23,7 @@ int give(unsigned char* out, int* length, int size)
     return 0;
 }
 
-// Released by the module with free.
+// The module releases the block with free.
 int giveAllocated(unsigned char** out, int* length, int size)
 {
     *out = static_cast<unsigned char*>(std::malloc(static_cast<std::size_t>(size)));

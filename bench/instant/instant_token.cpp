@@ -18,7 +18,7 @@ Bytes modulusOf(unsigned number)
         state = state * 1664525U + 1013904223U;
         return static_cast<unsigned char>(state >> 24);
     });
-    // Neither led by a zero nor taken for DER, and odd.
+    // The modulus has no leading zero, is not taken for DER, and is odd.
     modulus.front() = 0xC3;
     modulus.back() |= 1;
     return modulus;

@@ -1,5 +1,5 @@
-// What the instant library's token holds: as many key pairs and certificates as a measurement asks for. The certificates are
-// whole to whoever reads them, and signed by nobody.
+// The content of the instant library's token: as many key pairs and certificates as a measurement asks for. The certificates can
+// be parsed, and their signatures mean nothing.
 #pragma once
 
 #include "base/bytes.h"
@@ -17,8 +17,8 @@ struct InstantToken {
     std::map<std::string, Bytes, std::less<>> publicKeys;
 };
 
-// Each key pair has a certificate, and all of them the same issuers, so many that a chain takes `depth` certificates; they stand
-// before the others or behind them.
+// Each key pair has a certificate. All certificates have the same issuers, so that a chain has `depth` certificates. The issuers
+// stand before the other certificates or behind them.
 InstantToken instantToken(unsigned keys, unsigned depth, bool issuersFirst);
 
 } // namespace quelta::bench

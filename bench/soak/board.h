@@ -15,9 +15,9 @@ namespace quelta::soak {
 struct State {
     const char* name;
     Needs offers;
-    // Takes a token that is plugged in, unlocked and signed on.
+    // Changes a token that is plugged in, unlocked and signed on.
     void (*change)(softtoken::StoredToken& token);
-    // Tenths of a second.
+    // In tenths of a second.
     unsigned shortest, longest;
 };
 
@@ -26,8 +26,8 @@ inline void signOff(softtoken::StoredToken& token)
     token.singleSignOnEnabled = token.singleSignOnOpen = false;
 }
 
-// They come up one after the other. The module looks for the token once a second, and forgets the PIN if it is gone: only after a
-// long absence it must have done so.
+// The driver takes them one after the other. The module looks for the token once a second, and forgets the PIN if there is no
+// token. So only a long absence is sure to clear the PIN.
 constexpr State states[] = {
     {"changing", nothing, nullptr, 0, 0},
     {"signed on", session, [](auto&) {}, 15, 40},
@@ -48,7 +48,7 @@ constexpr std::size_t workers = 3, threadsEach = 4;
 
 enum class Stage { start, firstRound, firstRest, secondRound, secondRest, quiet };
 
-// The call that a thread is in, and since when; 0 for no call.
+// The call that a thread makes, and its start; 0 for no call.
 struct ThreadLine {
     std::atomic<std::size_t> call;
     std::atomic<std::uint64_t> since;
@@ -70,7 +70,7 @@ struct Board {
     std::atomic<unsigned> changes[std::size(states)];
     std::atomic<std::uint64_t> done[std::size(calls)], refused[std::size(calls)];
     std::atomic<std::uint64_t> signatures, decryptions, windows, unloadings;
-    // Counted before they are entered.
+    // A wrong PIN is counted before it is entered.
     std::atomic<std::uint64_t> wrongPins;
     WorkerLine workers[soak::workers];
 };
@@ -80,7 +80,7 @@ inline const State& stateAt(std::uint32_t moment)
     return states[moment % 16];
 }
 
-// Stays until the process ends. A new one is all zeros.
+// Returns the board with this name. A new board is all zeros. It stays until the process ends.
 Board& sharedBoard(const std::wstring& name);
 
 } // namespace quelta::soak

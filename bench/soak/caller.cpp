@@ -4,7 +4,7 @@
 
 namespace quelta::soak {
 
-// Flushes, since the process may hang or die. Begins a line: the module prints without a line's end if it can't write its log.
+// Flushes, since the process may hang or die. Begins a new line, since the module's own output may lack a line's end.
 void find(const std::string& what)
 {
     std::printf("\nWRONG: %s\n", what.c_str());

@@ -19,7 +19,7 @@ public:
     Caller(const Caller&) = delete;
     Caller& operator=(const Caller&) = delete;
 
-    // `work` makes the call, and returns a code. Or it returns what is empty if the call was refused; the code is the last error.
+    // `work` makes the call, and returns a code or a value. An empty value means a refusal. Its code is the last error.
     template <class Work>
     auto ask(CallName call, Work work)
     {

@@ -13,7 +13,7 @@
 
 namespace quelta::soak {
 
-// A last error of CryptoAPI, a status of key storage; 0 if the call was done.
+// A last error of CryptoAPI or a status of key storage; 0 if the call was done.
 using Code = LONG;
 
 // Stands for FALSE without a last error, and for an enumeration that lacks a key.
@@ -32,7 +32,7 @@ struct Call {
     Code refusals[4];
 };
 
-// An import of a secret takes the cached PIN as it is, and asks no user.
+// An import of a secret uses the cached PIN, and asks no user.
 constexpr Call calls[] = {
     {"CryptAcquireContext", token, token, {NTE_TOKEN_KEYSET_STORAGE_FULL, NTE_PROVIDER_DLL_FAIL}},
     {"CryptGetUserKey", token, token, {NTE_NO_KEY}},
@@ -73,7 +73,7 @@ constexpr Call calls[] = {
     {"FreeLibrary", nothing, nothing, {}},
 };
 
-// The row of a name. A name that the table lacks does not compile.
+// The row with this name. A name that the table lacks does not compile.
 struct CallName {
     std::size_t row;
     consteval CallName(const char* name)

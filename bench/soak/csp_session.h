@@ -46,7 +46,7 @@ public:
         return {caller_.ask("CryptGetKeyParam KP_CERTIFICATE", [&] { return parameter(CryptGetKeyParam, key_, KP_CERTIFICATE); }),
                 caller_.ask("CryptGetProvParam PP_CERTCHAIN", [&] { return parameter(CryptGetProvParam, csp_, PP_CERTCHAIN); })};
     }
-    // The token has only one key that is always there, and it comes first.
+    // Only one key is always on the token. It comes first.
     void enumerateKeys()
     {
         caller_.ask("CryptGetProvParam PP_ENUMCONTAINERS", [&] {
@@ -63,7 +63,7 @@ public:
         ++caller_.board.wrongPins;
         return setPin(wrongPin) != FALSE;
     }
-    // The driver deletes it, at any time.
+    // The driver deletes the key at any time.
     void makeKey()
     {
         if (caller_.oneIn(4))

@@ -57,7 +57,7 @@ private:
         while (GetTickCount64() < end) {
             const auto row = static_cast<StateRow>(next_++ % givenAnotherPin + signedOn);
             change(row);
-            // Counts sleeps: if the machine stood still, the module could not look at the token either.
+            // This counts sleeps, not time. While the machine stands still, the module can't look at the token either.
             for (auto left = states[row].shortest + below(states[row].longest - states[row].shortest); left > 0; --left)
                 Sleep(tick);
         }
@@ -113,7 +113,7 @@ private:
                 if (GetTickCount64() > end) giveUp("Worker " + std::to_string(i + 1) + " does not come to an end");
     }
 
-    // Runs on a thread of its own: a call that hangs may have the token's lock, and then the driver waits for it.
+    // Runs on a thread of its own. A call that hangs may hold the token's lock, for which the driver waits.
     void watch(const std::stop_token& stop)
     {
         for (; !stop.stop_requested(); Sleep(tick)) {
@@ -129,7 +129,7 @@ private:
         }
     }
 
-    // Names all calls: one that hangs may be the victim of another.
+    // Names all running calls, since the call that hangs may wait for another one.
     [[noreturn]] void giveUp(std::string what)
     {
         what.append(" (token: ").append(stateAt(board_.moment).name).append("); the calls at that time: ");

@@ -10,8 +10,8 @@ namespace quelta::soak {
 
 namespace {
 
-// Answers are compared with this, by functions of the software token. They sign and encrypt RSA through the system (bcrypt.dll),
-// but verify and decrypt it by arithmetic of their own.
+// The answers are checked with these, by functions of the software token. They sign and encrypt RSA through bcrypt.dll, but
+// verify and decrypt by arithmetic of their own.
 struct Known {
     std::string keyName;
     softtoken::RsaPrivate key;
@@ -20,8 +20,8 @@ struct Known {
 
 Known known;
 
-// A key of AES-256, and the cipher of the text in CBC with the padding of PKCS#7. All threads set this vector: the module has one
-// for the whole process. The text, wrapped under the token's key of AES-128 (RFC 3394, 4.1).
+// A key of AES-256, a text, and its cipher text in CBC with the padding of PKCS#7. All threads set the same vector, since the
+// module has one for the whole process. `wrappedKey` is the text, wrapped under the token's AES-128 key (RFC 3394, 4.1).
 const Bytes aesKey = *fromHex("000102030405060708090A0B0C0D0E0F101112131415161718191A1B1C1D1E1F");
 const Bytes aesText = *fromHex("00112233445566778899AABBCCDDEEFF");
 const Bytes aesIv = *fromHex("000306090C0F1215181B1E2124272A2D");
@@ -76,7 +76,7 @@ void readCertificates(auto& session, Caller&)
             find("The module gives another certificate than the key's");
 }
 
-// A session makes each call and has the answer judged; an answer is empty if the call was refused.
+// A session makes each call and has its answer judged. The answer of a refused call is empty.
 template <class Session>
 constexpr void (*jobs[])(Session&, Caller&) = {
     sign,
@@ -104,7 +104,7 @@ void enterWrongPinInto(Caller& caller)
 {
     Session session(caller);
     if (!session) return;
-    // The first one asks for the PIN, which then is cached.
+    // The first signature asks for the PIN. Then the PIN is cached.
     sign(session, caller);
     if (session.enterWrongPin()) find("A wrong PIN was accepted");
     sign(session, caller);

@@ -8,13 +8,13 @@ namespace quelta::soak {
 
 using namespace test;
 
-// Reads the token that soak.sh made, not through the module. Call it before the following.
+// Reads the token that soak.sh made, without the module. Call this first.
 void readToken();
-// Opens one of the interfaces and does some jobs, all drawn by lot.
+// Opens an interface and does some jobs, all chosen at random.
 void useInterface(Caller& caller);
-// Enters one through each interface, while nobody else calls.
+// Enters a wrong PIN through each interface, while nobody else calls.
 void enterWrongPins(Caller& caller);
-// False for a signature that does not verify.
+// Returns false, and adds a line to the report, if the signature does not verify.
 bool judgeSignature(const Caller& caller, const softtoken::PublicKey& key, ByteView digest, ByteView signature);
 
 } // namespace quelta::soak

@@ -73,7 +73,7 @@ public:
         ++caller_.board.wrongPins;
         return setPin(wrongPin) == 0;
     }
-    // Nobody else deletes it.
+    // Nobody else deletes the key.
     void makeKey()
     {
         const StoredKey key = caller_.ask("CreatePersistedKey", [&] { return storage_->create(L"ECDSA_P256"); });
@@ -90,7 +90,7 @@ private:
     {
         return caller_.ask(call, [&] { return storage_->import(type, blob, unwrapping); });
     }
-    // The modulus as the token gives it. In the blob it follows the header and the exponent.
+    // Returns the public key as the token gives it. In the blob it follows the header and the exponent.
     Bytes exported(const StoredKey& key)
     {
         const Bytes blob = caller_.ask("ExportKey", [&] { return key.exported(BCRYPT_RSAPUBLIC_BLOB); });

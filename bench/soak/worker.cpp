@@ -20,7 +20,7 @@ bool moduleIsLoaded()
     return GetModuleHandleA(moduleName) != nullptr;
 }
 
-// The first time it only keeps in `before` what is held. Idle threads of the process's pool end by themselves after some seconds.
+// The first call only stores the holdings in `before`. Idle threads of the process's pool end by themselves after some seconds.
 void compareHoldings(Holdings& before, const Holdings& tolerated, const std::string& when)
 {
     const bool first = before == Holdings{};
@@ -62,13 +62,13 @@ private:
 
     void workRound(Stage round)
     {
-        // The last process keeps no context, so the module is loaded and unloaded again and again.
+        // The last process keeps no module loaded, so that the module is loaded and unloaded again and again.
         const HMODULE kept = number_ + 1 < workers ? LoadLibraryA(moduleName) : nullptr;
         std::vector<std::jthread> threads;
         for (std::size_t i = 0; i < (kept ? threadsEach : threadsEach / 2); ++i)
             threads.emplace_back([this, round, i, kept] { workInSessions(round, i, kept ? 20 : 200); });
         threads.clear();
-        // A few handles are events of the soak's own locks. A few kilobytes are the system's, more are the loaded module's.
+        // The soak's own locks have a few handles. The system keeps a few kilobytes, and the loaded module some more.
         if (kept) {
             compareHoldings(loaded_, {0, 8, 0, 64}, "with the module loaded");
             Caller(board_, line_.threads[threadsEach], 0).ask("FreeLibrary", [&] { return FreeLibrary(kept); });
@@ -77,7 +77,7 @@ private:
         compareHoldings(unloaded_, {0, 8, 0, 16}, "with the module unloaded");
     }
 
-    // Each session has a thread of its own, so that what a thread leaves behind adds up.
+    // Each session has a thread of its own, so that leaks of a thread add up.
     void workInSessions(Stage round, std::size_t row, DWORD longestPause)
     {
         std::mt19937 random(static_cast<unsigned>(board_.seed + 1000 * number_ + 10 * row) + static_cast<unsigned>(round));

@@ -8,7 +8,7 @@ namespace {
 
 using ::testing::Each;
 
-// A text this short is kept in the string itself, which a move copies.
+// The string keeps such a short text within itself. A move copies it.
 TEST(Wiped, LeavesNothingBehindWhenItIsMovedOrAssigned)
 {
     Wiped<std::string> pin("24680");

@@ -11,7 +11,7 @@ protected:
     const std::filesystem::path target_ = folder_ / L"t\u00E4rget";
 };
 
-// A process that was killed has left its file.
+// A process that was killed has left its temporary file.
 TEST_F(FileReplacementTest, TakesTheTargetsPlaceAtTheEndAloneAndOneAtATime)
 {
     folder_.write(L"t\u00E4rget.new", toBytes("left behind"));

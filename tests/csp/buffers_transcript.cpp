@@ -14,7 +14,7 @@ protected:
         const Bytes rsa = concat({littleEndian({0x31415352, 2048, 65537}), reversed(publicKeyOf(pair))});
         recorder.call(keyBlob(PUBLICKEYBLOB, CALG_RSA_SIGN, rsa), "the whole key");
     }
-    // A call for each output, with places of its size.
+    // Makes a call for each output, with each of the places that `places` returns for its size.
     void handOutEach(const std::function<std::vector<Place>(DWORD size)>& places)
     {
         const std::pair<DWORD, std::vector<DWORD>> ofProvider[] = {

@@ -23,7 +23,7 @@ HCRYPTMSG WINAPI openToEncode(DWORD encoding, DWORD flags, DWORD type, const voi
 
 } // namespace
 
-// Takes the place of the import library's symbol. A message sorts its certificates, so their order shows only here.
+// Takes the place of the import library's symbol. A message sorts its certificates, so only the call shows their order.
 extern "C" {
 decltype(&CryptMsgOpenToEncode) __imp_CryptMsgOpenToEncode = openToEncode; // NOLINT(bugprone-reserved-identifier)
 }

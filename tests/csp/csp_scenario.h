@@ -9,10 +9,10 @@
 
 namespace quelta::test {
 
-// The entry points of CryptoAPI, in the order of the published interface.
+// Returns the entry points of CryptoAPI, in the order of the published interface.
 const std::vector<Function>& entryPoints();
 
-// The entry points of CryptoAPI, recorded.
+// Calls the entry points of CryptoAPI, and records the calls.
 class CspCalls : public RecordedCalls {
 public:
     explicit CspCalls(Recorder& recorder) : RecordedCalls(recorder, entryPoints()) {}
@@ -28,7 +28,7 @@ public:
     {
         (*this)("CPSignHash", {hash, keySpec, flags, place});
     }
-    // `data` stands at the front of a buffer of this size.
+    // The buffer has this size and begins with `data`.
     void encrypt(HCRYPTKEY key, const Bytes& data, DWORD bufferSize = 256, DWORD flags = 0)
     {
         (*this)("CPEncrypt", {key, flags, InPlace{data, bufferSize}});
@@ -39,7 +39,7 @@ public:
     }
 };
 
-// A certificate whose signature is none: nobody on the way looks at it.
+// Returns a certificate with a meaningless signature, which the tested code does not check.
 Bytes unsignedCertificate(const std::string& subject, const std::string& issuer);
 
 class CspScenario : public Scenario {
@@ -54,16 +54,16 @@ protected:
     {
         return silently([&] { return csp("CPGetUserKey", {keySpec}); });
     }
-    // A symmetric key that the token's key-exchange key decrypts to these bytes.
+    // Imports a symmetric key. The token's key-exchange key decrypts it to these bytes.
     HCRYPTKEY sessionKey(ALG_ID algorithm, const Bytes& value);
     HCRYPTHASH newHash(ALG_ID algorithm = CALG_SHA_256)
     {
         return silently([&] { return csp("CPCreateHash", {algorithm}); });
     }
-    // The digest is 01 02 ... 20.
+    // Returns a hash whose digest was set to the bytes 01 02 ... 20.
     HCRYPTHASH finishedHash();
 
-    // Notes the content of the key's record. No call tells all of it.
+    // Notes the content of the key's record, which no call tells in full.
     void noteKey(HCRYPTKEY key);
 
     CspCalls csp{recorder};

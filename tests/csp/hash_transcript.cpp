@@ -92,7 +92,7 @@ TRANSCRIPT(HashTranscript, "a duplicate starts afresh unless the digest is finis
 TRANSCRIPT(HashTranscript, "data that is longer than the token can count goes in pieces")
 {
     constexpr DWORD size = 0x80000005, readable = 0x10000;
-    // The token's stand-in looks at short pieces only.
+    // The fake library reads short pieces only.
     const std::unique_ptr<void, decltype([](void* memory) { VirtualFree(memory, 0, MEM_RELEASE); })> memory(
         VirtualAlloc(nullptr, std::size_t{size} + readable, MEM_RESERVE, PAGE_NOACCESS));
     auto* const data = static_cast<BYTE*>(memory.get());

@@ -12,7 +12,7 @@ protected:
         open();
         cachePin();
     }
-    // Arguments with which each entry point succeeds.
+    // Returns arguments with which each entry point succeeds.
     CspCalls::Rows rows()
     {
         const HCRYPTKEY key = userKey();

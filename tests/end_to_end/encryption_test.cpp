@@ -17,7 +17,7 @@ struct Cipher {
     std::string openssl;
     unsigned keySize;
     unsigned blockSize;
-    // Null and 0 if the interface takes no such key.
+    // An interface that takes no such key has null or 0.
     const wchar_t* kspMode;
     ALG_ID cspAlgorithm = 0;
     std::string padding = "pkcs1";

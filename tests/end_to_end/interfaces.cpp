@@ -100,8 +100,8 @@ StoredKey KeyStorage::import(const wchar_t* blobType, ByteView blob, NCRYPT_KEY_
     return {*this, key, status};
 }
 
-// FreeBuffer releases a block, and not what it points to: names come from the C runtime, and so does the list that follows the
-// index in the state. They are released here, so that a process can be asked what it holds.
+// FreeBuffer releases a block, and not what the block points to. The names and the list in the state come from the C runtime.
+// They are released here, so that holdings() finds no leak.
 std::vector<std::wstring> KeyStorage::names() const
 {
     std::vector<std::wstring> found;

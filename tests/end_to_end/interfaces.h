@@ -1,5 +1,5 @@
-// Both interfaces as an application calls them: CryptoAPI through advapi32, key storage through the module's table. What is
-// refused leaves an empty value, and a status or last error: of key storage's outputs the status is the last error, too.
+// Calls both interfaces as an application does: CryptoAPI through advapi32, key storage through the module's table. A refused
+// call returns an empty value, and the last error tells why. For an output of key storage the last error is the status.
 #pragma once
 
 #include "base/bytes.h"
@@ -12,7 +12,7 @@
 
 namespace quelta::test {
 
-// Bits of the token's RSA keys; the keys are called "rsa1024" and so on, those on curves "p256", "p384", "p521".
+// The sizes of the token's RSA keys in bits. The keys are called "rsa1024" and so on, those on curves "p256", "p384", "p521".
 constexpr unsigned rsaSizes[] = {1024, 2048, 3072, 4096};
 
 // Returns the bytes that a call writes into a buffer; empty if the call fails.
@@ -29,7 +29,7 @@ Bytes filled(Call call, DWORD room = 16384)
 void registerBuiltModule();
 // The PIN of every token here.
 constexpr const char tokenPin[] = "135790";
-// The identifier of a key of the token, by its label.
+// Returns the identifier of the key with this label.
 std::string keyName(const std::string& label);
 
 template <class Object, class Function, class... Arguments>
@@ -40,7 +40,7 @@ Object made(Function function, Arguments... arguments)
     return object;
 }
 
-// Both interfaces take bytes that they only read as if they wrote them.
+// Both interfaces take a pointer to non-constant bytes, although they only read them.
 inline PBYTE dataOf(ByteView bytes)
 {
     return const_cast<PBYTE>(bytes.data());
@@ -50,8 +50,8 @@ inline DWORD sizeOf(ByteView bytes)
     return static_cast<DWORD>(bytes.size());
 }
 
-// On the container of the key with this label, or without a container. All bytes are in CryptoAPI's order, signatures and cipher
-// texts of RSA least significant byte first.
+// A context on the container of the key with this label, or without a container. Signatures and cipher texts of RSA have the
+// least significant byte first.
 class CryptoApi {
 public:
     explicit CryptoApi(const std::string& label = "");
@@ -63,7 +63,7 @@ public:
         return made<CryptKey>(CryptImportKey, get(), blob.data(), sizeOf(blob), unwrapping, 0);
     }
     Bytes sign(ALG_ID algorithm, ByteView data) const;
-    // The last error, 0 for success.
+    // Returns the last error, or 0 for success.
     DWORD verify(ALG_ID algorithm, ByteView data, ByteView signature, const CryptKey& key) const;
     static Bytes encrypt(const CryptKey& key, ByteView plain, DWORD flags = 0);
     static Bytes decrypt(const CryptKey& key, ByteView cipher, DWORD flags = 0);
@@ -88,7 +88,7 @@ public:
     ~StoredKey() { call(&Table::FreeKey); }
 
     NCRYPT_KEY_HANDLE get() const { return handle_; }
-    // How it was opened, made or imported.
+    // Returns the status of the call that opened, made or imported the key.
     SECURITY_STATUS status() const { return status_; }
 
     template <class Slot, class... Arguments>
@@ -149,7 +149,7 @@ public:
     // Returns the status of the opening.
     SECURITY_STATUS status() const { return status_; }
 
-    // Gives the token's PIN, for both interfaces, so that no dialog asks for it.
+    // Gives the token's PIN for both interfaces. Then no dialog asks for it.
     void usePin() const;
     // Opens a key by its label among the tests' keys.
     StoredKey openLabelled(const std::string& label) const { return key(&Table::OpenKey, toWide(keyName(label)).c_str(), 0, 0); }

@@ -22,11 +22,11 @@ TEST_F(PublicKeys, ExportedOnesAreWhatOpensslHas)
         const StoredKey key = storage.openLabelled(label);
         const Bytes legacy = key.exported(L"CAPIPUBLICBLOB"), blob = key.exported(BCRYPT_RSAPUBLIC_BLOB);
         check(legacy, label);
-        // The modulus is the end of both, in opposite orders.
+        // Both end with the modulus, in opposite byte orders.
         ASSERT_GT(std::min(blob.size(), legacy.size()), bits / 8);
         EXPECT_EQ(toBytes(ByteView(blob).last(bits / 8)), reversed(ByteView(legacy).last(bits / 8))) << bits;
     }
-    // CryptoAPI gives out the keys of 2048 bits alone.
+    // CryptoAPI exports only keys of 2048 bits.
     const CryptoApi csp("rsa2048");
     const CryptKey key = csp.userKey();
     check(filled([&](BYTE* into, DWORD* size) { return CryptExportKey(key.get(), 0, PUBLICKEYBLOB, 0, into, size); }), "rsa2048");
@@ -48,7 +48,7 @@ TEST_F(PublicKeys, ImportedOnesVerifyAndEncryptForOpenssl)
         folder.write("cipher", reversed(CryptoApi::encrypt(imported, message)));
         EXPECT_TRUE(folder.shell("openssl pkeyutl -decrypt -inkey " + key + " -in cipher | cmp - message"));
 
-        // The DER form of the largest has no room in a key.
+        // The DER form of the largest key does not fit into a key's record.
         const StoredKey legacy = storage.import(L"CAPIPUBLICBLOB", blob);
         EXPECT_EQ(bits == 4096 ? legacy.status() : legacy.verify(digest, signature), bits == 4096 ? NTE_BAD_DATA : 0);
         const StoredKey stored = storage.import(BCRYPT_RSAPUBLIC_BLOB, storage.openLabelled(label).exported(L"PUBLICBLOB"));

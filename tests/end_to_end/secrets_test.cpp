@@ -11,8 +11,8 @@ namespace quelta::test {
 
 namespace {
 
-// The secrets are constants of the executable, which is not searched: the search needs no copy. Each is longer than what a string
-// keeps within itself.
+// The secrets are constants of the executable, and the search leaves the executable out. So the search finds no copy of its own.
+// Each secret is longer than what a string keeps within itself.
 constexpr std::string_view longPin = "a PIN that is 44 characters long, of letters";
 constexpr std::string_view wrongPin = "a PIN that is 44 characters long, of letters7";
 // The part is from the middle, since the heap overwrites the ends of a freed block.
@@ -79,8 +79,8 @@ protected:
     const KeyStorage storage;
 };
 
-// A parameter and a property give the PIN, so that each copy is the module's, and the whole process is searched. The system's
-// control keeps copies of a PIN that the user types: tests/token/wiping_test.cpp searches the module's own memory for that one.
+// A parameter or a property gives the PIN. So each copy in the process is the module's. If the user typed the PIN, the system's
+// edit control would keep copies, too: tests/token/token_test.cpp searches the blocks that the module frees.
 TEST_F(SecretsProcess, DISABLED_Pin)
 {
     ASSERT_EQ(copiesOfPin(), 0);

@@ -10,7 +10,7 @@ struct Digest {
     std::string name;
 };
 
-// Longer and shorter than every curve among them.
+// Each curve is longer than some of these digests and shorter than others.
 const Digest digests[] = {{CALG_SHA1, "sha1"}, {CALG_SHA_256, "sha256"}, {CALG_SHA_384, "sha384"}, {CALG_SHA_512, "sha512"}};
 
 struct SigningKey {

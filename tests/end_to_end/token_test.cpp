@@ -25,7 +25,7 @@ std::string firstLine(const fs::path& path)
     return line;
 }
 
-// Drive Z:, where the build is, is the root of the native file system.
+// The build is on drive Z:, the root of the native file system.
 std::string nativePath(const fs::path& path)
 {
     return path.generic_string().substr(2);
@@ -40,7 +40,7 @@ TokenFolder::TokenFolder() : ScratchFolder(buildFolder() / "end-to-end" / "work"
     registerBuiltModule();
 }
 
-// There is no handle of a native program to wait for: its last act is to make the file "status".
+// A native program has no handle to wait for. So the script makes the file "status" at its end.
 ::testing::AssertionResult TokenFolder::shell(const std::string& commands) const
 {
     const fs::path script = write("commands.sh", toBytes("cd \"$(dirname \"$0\")\"\nshared='" + nativePath(shared) + R"('

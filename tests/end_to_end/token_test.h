@@ -8,21 +8,21 @@
 
 namespace quelta::test {
 
-// A folder under the build for one test, where programs under Wine and native ones meet, with a token of the test's own, which
-// holds the keys and certificates that make_shared.sh made.
+// A folder for one test, which programs under Wine and native programs use. It has a token of its own with the keys and
+// certificates that make_shared.sh made.
 class TokenFolder : public ScratchFolder {
 public:
     TokenFolder();
-    // Runs native commands in the folder, up to the first that fails; what they said is the failure's text. $shared is the folder
-    // with the keys and certificates of the token; "refuses COMMAND..." fails if the command does not.
+    // Runs native commands in the folder, and stops at the first that fails. The failure's text is their output. $shared is the
+    // folder with the keys and certificates of the token. "refuses COMMAND..." fails if the command succeeds.
     ::testing::AssertionResult shell(const std::string& commands) const;
 };
 
-// Runs quelta-token on it.
+// Runs quelta-token on the test's token.
 void drive(const std::string& command);
 
-// The built module over such a token, with the PIN given already. The provider is registered for CryptoAPI in this process's own
-// registry. A window that the test does not announce is a failure.
+// Tests the built module with such a token, after the PIN was given. The provider is registered for CryptoAPI in this process's
+// own registry. A window that the test did not announce is a failure.
 class TokenTest : public ::testing::Test {
 protected:
     TokenTest();

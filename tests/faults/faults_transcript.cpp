@@ -1,9 +1,8 @@
-// Every call of the two interfaces, and everything that can go wrong with it. A row is a call that succeeds. Then, one run for
-// each: a call of the device library that it makes is refused, reports lengths that can't be, gives nothing, throws; and each
-// block that it asks the heap for is refused. Whatever comes of it, nothing may be left behind, handed out by halves, written
-// beyond its room or changed on the token unknown to the caller, and the same call must succeed when all is well again. What
-// becomes of it stands in the text beside the rows, with the error lines of the log: "!" for one that tells of an exception, "N"
-// for the number that was reported.
+// Every call of the two interfaces, with everything that can go wrong. A row is a call that succeeds. It is repeated, each time
+// with one fault: a call of the device library is refused, reports an impossible length, returns nothing, or throws; or the heap
+// refuses a block. A fault must not leak, return half a value, write past a buffer, or change the token while the caller is told
+// of a failure. Afterwards the same call must succeed. The transcript has the outcome of each fault and the error lines of the
+// log. There "!" stands for a line about an exception, and "N" for the number that the fault reported.
 #include "common/text.h"
 #include "csp/csp_scenario.h"
 #include "csp/key_context.h"
@@ -50,7 +49,7 @@ std::string textOf(const std::vector<LogLine>& lines, const std::string& said, c
 }
 
 using Answers = std::vector<std::pair<std::string, std::string>>;
-// "1, 48 -> ok" is a line, "49 -> NTE_FAIL" the next.
+// Returns lines such as "1, 48 -> ok" and "49 -> NTE_FAIL".
 std::vector<std::string> answerLines(const Answers& answers)
 {
     std::vector<std::string> lines;
@@ -77,7 +76,7 @@ std::size_t fingerprint(const std::vector<ByteView>& parts)
 
 } // namespace
 
-// Everything is open, and the token holds one of each.
+// Everything is open, and the token holds one object of each kind.
 class FaultsTranscript : public ModuleTest {
 protected:
     using Step = std::function<void()>;
@@ -86,13 +85,13 @@ protected:
     static constexpr ULONG_PTR whatIsMade = 0x5678;
 
     struct Row {
-        // The function's, and after a blank what distinguishes the row.
+        // The function's name, and after a blank what distinguishes the row.
         std::string name;
         Function::Values values;
         Step prepare = [] {};
         // Runs after a success. A new handle is freed without it.
         Step undo = [] {};
-        // Blocks of the heap and hashes on the token that a call leaves behind by its contract.
+        // How many blocks of the heap and hashes on the token a successful call leaves behind by its contract.
         int keptBlocks = 0;
         int keptHashes = 0;
         ULONG_PTR handleAfterFailure = untouched;
@@ -109,7 +108,7 @@ protected:
         std::ranges::copy(secret, token.withAesKey(encryptionAes128).keyValue);
         token.onImportAesKey = [=](QueltaSymmetricKey& stored) { setText(stored.label, label); };
         token.onGenerate = [=](QueltaKeyPair& generated) { setText(generated.label, label); };
-        // A token that refuses and gives something all the same.
+        // The token fills its outputs even if it refuses a call.
         for (Given* given :
              {&token.signature, &token.digest, &token.plain, &token.cipher, &token.symmetricPlain, &token.unwrapped})
             given->evenIfRefused = true;
@@ -122,7 +121,7 @@ protected:
         if (!lines_.empty()) expectTranscript(lines_);
     }
 
-    // Prepares a row without a record.
+    // Makes a call that prepares a row.
     static void call(const char* name, const Function::Values& values)
     {
         const LONG result = functionNamed(name)(values);
@@ -132,7 +131,7 @@ protected:
     static void forgetPin() { tokenState().pinCache.clear(); }
     static void forgetOpening() { tokenState().libraryInitialised = false; }
 
-    // An entry point or a slot. The text behind a blank does not count.
+    // Returns an entry point or a slot. Ignores the text behind a blank.
     static const Function& functionNamed(std::string_view name)
     {
         return *std::ranges::find(name.starts_with("KSP") ? kspSlots() : entryPoints(), name.substr(0, name.find(' ')),
@@ -193,16 +192,16 @@ private:
     struct Fault {
         std::string label;
         Step arm = [] {};
-        // The end of an error line that tells of the fault.
+        // The text at the end of an error line about the fault.
         std::string said = "";
         // The number that the fault reports.
         std::string number = "";
-        // Blocks that the heap still makes.
+        // How many blocks the heap still makes.
         int allowed = -1;
     };
     struct Run {
         bool succeeded;
-        // The last error, or the status.
+        // The last error of CryptoAPI, the status of key storage.
         DWORD code;
         std::string logged = "";
         bool refused = false;
@@ -335,14 +334,14 @@ private:
             EXPECT_EQ(out, row.handleAfterFailure);
             EXPECT_EQ(fingerprint(records), before) << "a key was changed";
             EXPECT_TRUE(fault.said.empty() || first.logged.contains('!')) << "no line of the log tells of the exception";
-            // An enumeration that has come to its end stays there.
+            // An enumeration that has reached its end stays there.
             const bool over = first.code == static_cast<DWORD>(NTE_NO_MORE_ITEMS);
             if (!over) callAllowing(Heap::all);
             EXPECT_TRUE(latest.succeeded || over) << "and again with all well: " << errorName(latest.code);
         }
         counted([&] { undo(row); });
         EXPECT_TRUE(first.succeeded ? blocks == row.keptBlocks : blocks <= row.keptBlocks) << blocks << " blocks are left behind";
-        // The token has no call to give one back, so that a failure may cost one as well.
+        // The library has no function that releases a hash. So a failure may cost a hash, too.
         EXPECT_TRUE(first.succeeded ? hashes == row.keptHashes : hashes <= 2 * row.keptHashes)
             << hashes << " hashes are left behind";
         return first;
@@ -352,14 +351,14 @@ private:
     {
         bool refused = true;
         for (int allowed = 0; refused && !HasFailure(); ++allowed) {
-            // These refuse their own record without a line.
+            // These find no memory for their own record, and write no line.
             const bool opening = row.name == "CPAcquireContext" || row.name == "KSPOpenProvider";
             const bool named = row.outOfMemory != ERROR_NOT_ENOUGH_MEMORY && !(opening && allowed == 0);
             const Run found = run(row, {"block " + std::to_string(allowed), [] {}, named ? "out of memory" : "", "", allowed});
             refused = found.refused;
             EXPECT_TRUE(found.succeeded || found.code == row.outOfMemory || found.code == static_cast<DWORD>(NTE_NO_MEMORY))
                 << errorName(found.code);
-            // A line of the log that finds no memory is only lost.
+            // If a line of the log finds no memory, only the line is lost.
             EXPECT_TRUE(found.succeeded == !refused || (found.succeeded && logs)) << "block " << allowed;
         }
     }
@@ -470,7 +469,7 @@ TRANSCRIPT(FaultsTranscript, "the slots of key storage")
     expect({"KSPDecrypt", {provider, key, input, 256, 0, data, 256, result}, forgetPin});
     expect({"KSPDecrypt symmetric", {provider, session, input, 256, 0, data, 256, result}, forgetPin});
     expect({"KSPIsAlgSupported", {provider, addressOf(L"SHA1")}});
-    // The texts of what these give out stay, and the list within the state.
+    // By contract the texts in these outputs stay, and the list in the state.
     expect({"KSPEnumAlgorithms", {provider, 0, result, place}, nothing, [&] { free(out); }, 4});
     const Step endEnumeration = [&] {
         if (out != untouched) {

@@ -52,7 +52,7 @@ void readOctets(BerStream stream, ByteView file)
 
 } // namespace
 
-// The first byte says what is asked for, and how much the file gives at once.
+// The first byte chooses what is read, and how many bytes the stream returns at once.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size)
 {
     if (size == 0) return 0;

@@ -6,13 +6,13 @@
 
 namespace quelta::fuzz {
 
-// A property that holds for every input.
+// Aborts unless the property holds.
 inline void check(bool holds)
 {
     if (!holds) std::abort();
 }
 
-// A part of the input, wherever its lengths say that it stands.
+// Aborts unless the part lies within the input.
 inline void checkWithin(ByteView whole, ByteView part)
 {
     check(part.size() <= whole.size() && part.data() >= whole.data());

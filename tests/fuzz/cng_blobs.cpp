@@ -9,7 +9,7 @@ using namespace quelta;
 
 namespace {
 
-// Any bytes at all are exported as if they were a modulus.
+// Exports the bytes as if they were a modulus, and reads them back.
 void checkExport(ByteView publicKey)
 {
     const Bytes written = writeCngPublicBlob(publicKey);

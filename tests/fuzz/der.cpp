@@ -9,7 +9,7 @@ using namespace quelta;
 
 namespace {
 
-// Whatever is read as a value is the one encoding of it, so writing it gives back the bytes.
+// DER has one encoding for each value. So a value that was read is written with the same bytes.
 void checkValues(der::Reader reader, const der::Element& element)
 {
     const auto same = [&](const Bytes& written) { return sameBytes(written, element.whole); };

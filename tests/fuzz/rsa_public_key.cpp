@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const std::string exponent = end == std::string::npos ? "010001" : text.substr(end + 1);
     const Bytes bytes = hexToBytes(modulus);
     fuzz::check(hexToBytes("0x" + toHex(bytes)) == bytes);
-    // The sizes of an encoding tell its content's: one byte of tag, then the length.
+    // An element has one byte of tag, then the length, then the content.
     fuzz::check(encodeDerTlv(0x04, bytes).size() == 1 + encodeDerLength(bytes.size()).size() + bytes.size());
     const Bytes der = rsaPublicKeyToDer(modulus, exponent);
     fuzz::check(!isRawModulus(der) && der.size() > bytes.size());

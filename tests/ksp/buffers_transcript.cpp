@@ -12,7 +12,7 @@ protected:
         cachePin();
         token.cipher.bytes = token.signature.bytes = counting(128);
     }
-    // A call for each output, with places of its size.
+    // Makes a call for each output, with each of the places that `places` returns for its size.
     void handOutEach(const std::function<std::vector<Place>(DWORD size)>& places)
     {
         const struct {

@@ -10,7 +10,7 @@ class KspKeyBlobsTranscript : public KspScenario {
 protected:
     static constexpr std::uint32_t rsaMagic = 0x31415352;
 
-    // Bytes, and the word that stands for them.
+    // Returns the bytes. The transcript has the word in their place.
     Bytes named(const std::string& word, const Bytes& bytes)
     {
         recorder.call(bytes, "<" + word + ">");
@@ -33,7 +33,7 @@ protected:
                      concat({littleEndian({0x4D42444B, 9, size}), counting(size)}));
     }
 
-    // And what came of each, as far as the handle's record tells. Gives the last.
+    // Imports each blob and notes the content of the new key's record. Returns the last key.
     Key importEach(LPCWSTR type, std::initializer_list<Bytes> blobs, Key with = 0)
     {
         Key last = 0;

@@ -6,11 +6,11 @@
 
 namespace quelta::test {
 
-// The slots of the table, in their order.
+// Returns the slots of the table, in their order.
 const std::vector<Function>& kspSlots();
 const Function& kspSlot(std::string_view name);
 
-// The slots of the key storage table, recorded.
+// Calls the slots of the key storage table, and records the calls.
 class KspCalls : public RecordedCalls {
 public:
     explicit KspCalls(Recorder& recorder) : RecordedCalls(recorder, kspSlots()) {}
@@ -23,7 +23,7 @@ public:
     NCRYPT_PROV_HANDLE& provider = opened_;
 };
 
-// A public key as KSPExportKey writes it: the bytes as they stand, the exponent 65537.
+// Returns a public key as KSPExportKey writes it: the bytes as they stand, the exponent 65537.
 Bytes cngBlob(const Bytes& key);
 
 class KspScenario : public Scenario {
@@ -39,14 +39,14 @@ protected:
     {
         silently([&] { return ksp.openProvider(); });
     }
-    // The public key of the key pair gets a word, and so does what the token is given for it.
+    // Opens the key. The transcript has words for its public key and for the DER form that the token gets.
     Key opened(const QueltaKeyPair& pair);
     Key withKey(std::uint32_t algorithm, std::uint32_t usage = usageBoth) { return opened(token.withKeyPair(usage, algorithm)); }
     void get(Key key, std::initializer_list<LPCWSTR> properties)
     {
         for (const LPCWSTR name : properties) ksp("KSPGetKeyProperty", {key, name, room(66)});
     }
-    // A symmetric key that this process holds in clear.
+    // Imports a symmetric key that this process holds in clear.
     Key clearKey(const Bytes& value);
 
     KspCalls ksp{recorder};

@@ -7,7 +7,7 @@ namespace quelta::test {
 
 class KspRefusalsTranscript : public KspScenario {
 protected:
-    // Arguments with which each slot succeeds.
+    // Returns arguments with which each slot succeeds.
     KspCalls::Rows rows()
     {
         const auto& pair = token.withKeyPair(usageBoth, algorithmRsa1024);

@@ -25,7 +25,7 @@ std::string shown(const std::string& text)
 
 } // namespace
 
-// Records each call of the writer, the text that it adds to its file, and the text that it prints instead.
+// Records each call of the log writer, the text that the call adds to the file, and the text that the call prints instead.
 class LogTranscript : public ::testing::Test {
 protected:
     LogTranscript() { setLogLevel(3); }

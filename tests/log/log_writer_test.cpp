@@ -63,7 +63,7 @@ TEST(LogWriterChild, DISABLED_WritesOneLine)
     logDebug("of a child");
 }
 
-// A line would now go to the root of the drive, under Wine to that of the machine. So the test writes none.
+// A line would go to the root of the drive, under Wine to the root of the machine. So the test writes none.
 TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
 {
     SetEnvironmentVariableW(L"TMP", (log / "gone").c_str());
@@ -72,7 +72,7 @@ TEST_F(LogWriter, TemporaryFolderThatIsNotThereLeavesAnEmptyPath)
     EXPECT_THAT(path, ::testing::Each('\0'));
 }
 
-// Other programs read, write or delete the file meanwhile, and share it.
+// Other programs may have the file open to read, write or delete it.
 TEST_F(LogWriter, LineIsWrittenWhileOthersHaveTheFileOpen)
 {
     constexpr DWORD everything = FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE;

@@ -1,5 +1,5 @@
-// Callers' threads and the device monitor's loop do to the process-wide state what they do to it in the module. ThreadSanitizer
-// reports each access that is not ordered. The counters here use relaxed order, so that they order no thread.
+// Callers' threads and the device monitor's loop use the process-wide state as in the module. ThreadSanitizer reports each access
+// that is not ordered. The counters here use relaxed order, so that they order nothing themselves.
 #include "log/log_writer.h"
 #include "token/device_watch.h"
 
@@ -16,7 +16,7 @@ void logPieces(int, std::initializer_list<LogPiece>) noexcept {}
 namespace {
 
 constexpr int callers = 6;
-// The module is loaded, used by all of them and unloaded again; those who open it first do so at once.
+// In each life the module is loaded, used by all callers and unloaded. All callers begin at the same moment.
 constexpr int lives = 1000;
 constexpr int rounds = 40;
 constexpr auto unordered = std::memory_order_relaxed;
@@ -68,7 +68,7 @@ private:
         }
         if (!state_.libraryInitialised) state_.libraryInitialised = true;
     }
-    // Given by the caller or typed, read at the start of an operation, dropped when the sign-on has expired.
+    // The PIN is set, read at the start of an operation, and dropped when the sign-on has expired.
     void usePin(int number, int round)
     {
         if (!state_.pinCache.pinIfValidated() || round % 5 == 0)

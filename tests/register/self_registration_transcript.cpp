@@ -14,7 +14,7 @@ enum CngFunction { cngRegister, cngUnregister, cngAdd, cngRemove };
 constexpr const char* cngNames[] = {"BCryptRegisterProvider", "BCryptUnregisterProvider", "BCryptAddContextFunctionProvider",
                                     "BCryptRemoveContextFunctionProvider"};
 
-// A bcrypt.dll that lacks what a scenario says and answers what it says.
+// A bcrypt.dll that lacks the function that a scenario names, and answers what the scenario says.
 class FakeCngLibrary final : public CngLibrary {
 public:
     explicit FakeCngLibrary(Recorder& to)
@@ -47,7 +47,7 @@ public:
     bool loads = true;
     std::string missing;
 
-    // The functions have no object to belong to.
+    // These are static, since the functions belong to no object.
     static inline Recorder* recorder;
     static inline std::array<NTSTATUS, std::size(cngNames)> answers;
 

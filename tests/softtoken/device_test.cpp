@@ -24,7 +24,8 @@ Function function(const char* library, const char* name)
     return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleA(library), name)));
 }
 
-// Polls once in a thread that begins before the loader's lock is taken and ends after it, since both need it.
+// Polls once while another thread holds the loader lock. The polling thread begins before and ends after that, since both need
+// the lock.
 std::vector<std::string> pollUnderLoaderLock()
 {
     static const auto lockLoader = function<LONG(NTAPI*)(ULONG, ULONG*, ULONG_PTR*)>("ntdll.dll", "LdrLockLoaderLock");
@@ -48,7 +49,7 @@ std::vector<std::string> pollUnderLoaderLock()
 
 } // namespace
 
-// The built library over a token of the test's own, which this process makes and changes as the command line does.
+// Tests the built library with a token that this process makes as the command line does.
 class Device : public ::testing::Test {
 protected:
     Device()

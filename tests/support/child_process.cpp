@@ -21,7 +21,7 @@ std::optional<DWORD> runProcess(std::string commandLine)
     const auto start = [&] {
         return CreateProcessA(nullptr, commandLine.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr, &startup, &started);
     };
-    // Wine was once seen to refuse a start with this error, on a machine that did much else.
+    // Wine once refused a start with this error, on a busy machine.
     if (!start() && (GetLastError() != ERROR_INTERNAL_ERROR || !start()))
         throw std::runtime_error("Starting " + commandLine + " failed: " + std::to_string(GetLastError()));
     const File thread(started.hThread), process(started.hProcess);

@@ -18,7 +18,7 @@ int visibleButtons(HWND box)
 
 } // namespace
 
-// Asleep by turns in place of waiting: a condition variable of this runtime was seen to miss its wake-up under Wine.
+// The thread sleeps and looks again. A condition variable of this runtime once missed its wake-up under Wine.
 DialogUser::DialogUser()
     : thread_([this](const std::stop_token& stop) {
           for (; !stop.stop_requested(); Sleep(5)) {
@@ -52,7 +52,7 @@ void DialogUser::meetsPinDialog(std::function<void(PinDialog)> action, std::stri
 void DialogUser::acknowledges()
 {
     expect({messageCaption, "OK", [this](HWND window) {
-                // The only kind with one button is the one with OK.
+                // Only a message box with OK alone has one button.
                 if (visibleButtons(window) != 1) note("The message box has other buttons than OK: " + messageOf(window));
                 PostMessageA(window, WM_COMMAND, IDOK, 0);
             }});

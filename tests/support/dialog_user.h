@@ -11,8 +11,8 @@
 
 namespace quelta::test {
 
-// Sits before the screen while a test runs, and meets the windows of this process in the order in which the test announced them.
-// A window that was not announced and a window that never came are failures of the test.
+// A simulated user, who answers the windows of this process in the order in which the test announced them. The test fails if a
+// window was not announced, or never came.
 class DialogUser {
 public:
     DialogUser();
@@ -23,12 +23,13 @@ public:
     void entersPin(const std::string& pin);
     void cancels() { meetsPinDialog(&PinDialog::pressCancel, "Cancel"); }
     void closes() { meetsPinDialog(&PinDialog::close, "closed"); }
-    // `action` must end with the dialog being left. It runs on another thread than the test.
+    // `action` must close the dialog. It runs on another thread than the test.
     void meetsPinDialog(std::function<void(PinDialog)> action, std::string deed = "");
     // Presses OK in the next message box.
     void acknowledges();
 
-    // Told, on another thread than the test's, of each window that comes and of what is done with it: before it is done.
+    // The listener is told of each window and of the user's answer, before the user gives it. It runs on another thread than the
+    // test.
     void onWindow(std::function<void(const std::string&)> listener);
 
 private:

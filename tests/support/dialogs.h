@@ -1,4 +1,4 @@
-// The dialogs of this process as a user sees and works them, from within the process: for tests and for the soak.
+// Finds the dialogs of this process and works them as a user would. Tests and the soak use this.
 #pragma once
 
 #include <windows.h>
@@ -11,12 +11,12 @@ namespace quelta::test {
 inline constexpr const char pinCaption[] = "Verify User Pin";
 inline constexpr const char messageCaption[] = "Quelta";
 
-// Message boxes too.
+// Returns the visible dialogs and message boxes of this process.
 std::vector<HWND> visibleDialogs();
 std::string textOf(HWND window);
-// The text of a message box.
+// Returns the text of a message box.
 std::string messageOf(HWND window);
-// False for one that stays although it was left: some seconds are waited for it.
+// Waits some seconds until the window has gone. Returns false if it stays.
 bool goesAway(HWND window);
 
 // The PIN dialog.
@@ -30,7 +30,7 @@ public:
     HWND cancelButton() const { return GetDlgItem(window_, IDCANCEL); }
     bool loginAllowed() const { return IsWindowEnabled(loginButton()) != FALSE; }
 
-    // Character by character, at the end of what is there.
+    // Types the text at the end, character by character.
     void type(const std::string& text) const;
     void erase(std::size_t characters) const { type(std::string(characters, '\b')); }
     void pressLogin() const { press(loginButton()); }
@@ -39,7 +39,7 @@ public:
     void pressEnter() const;
 
 private:
-    // A disabled button is left alone.
+    // Does nothing if the button is disabled.
     static void press(HWND button);
 
     HWND window_;

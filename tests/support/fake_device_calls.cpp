@@ -24,7 +24,7 @@ const std::vector<std::string>& callNames()
     return names;
 }
 
-// Returns no copy: no block of this library may begin with a PIN.
+// Returns no copy, since no block of this library may begin with a PIN.
 std::string_view asText(const char* text)
 {
     if (!text) return "null";
@@ -43,8 +43,7 @@ std::string asText(T number)
 {
     return std::to_string(number);
 }
-// A null pointer, an empty span and bytes are three different things to the library. Where there is very much it is not looked
-// at.
+// A null pointer, an empty span and bytes are three different things to the library. Only the size of a long input is told.
 std::string asText(ByteView bytes)
 {
     constexpr std::size_t longestSpelledOut = 0x10000;
@@ -53,7 +52,7 @@ std::string asText(ByteView bytes)
     return bytes.empty() ? "empty" : toHex(bytes);
 }
 
-// "name(first, second)", with a library context only if there is one.
+// Returns "name(first, second)". Names a library context only if there is one.
 template <class... Arguments>
 std::string callText(Call call, const void* context, const Arguments&... arguments)
 {
@@ -111,7 +110,7 @@ Call callNamed(const std::string& name)
     return static_cast<Call>(std::ranges::find(callNames(), name) - callNames().begin());
 }
 
-// Each names itself and what it was handed, runs its hook, and answers what the test says; if that is a success, it gives.
+// Each function records its name and arguments, runs its hook, and answers what the test says. A success also fills the outputs.
 class FakeDeviceCalls final : public DeviceLibrary {
 public:
     int init(int first, int second) override { return answer(begin(Call::init, nullptr, first, second)); }
@@ -334,14 +333,14 @@ private:
         const int result = scripted(call).value_or(0);
         return result == 0 || evenIfRefused ? tell(result, give()) : tell(result);
     }
-    // Counts what has changed the token, once nothing in here can fail any more.
+    // Counts a change of the token. Call it when nothing can fail any more.
     int changing(int result)
     {
         if (result == 0) ++token_.changes;
         return result;
     }
 
-    // Into a buffer of the caller's, of which `room` bytes are there.
+    // Answers into a buffer of the caller's that has `room` bytes.
     int answerInto(Call call, const Given& given, ByteView otherwise, unsigned char* out, int* length, std::size_t room)
     {
         const auto give = [&] {
@@ -351,7 +350,7 @@ private:
         };
         return answer(call, give, given.evenIfRefused);
     }
-    // Returns a buffer from the C runtime's heap, which the caller frees.
+    // Answers with a buffer from the C runtime's heap, which the caller frees.
     int answerNew(Call call, const Given& given, const Bytes& otherwise, unsigned char** out, int* length)
     {
         const auto give = [&] {

@@ -10,7 +10,7 @@ namespace quelta::test {
 
 namespace {
 
-// A modulus is never taken for DER; an EC key is DER on the token.
+// The first byte tells a modulus from DER. On the token an EC key is DER.
 Bytes publicKeyFor(std::uint32_t algorithm, unsigned char number)
 {
     Bytes key = counting(isEllipticCurve(algorithm) ? 91 : bitsOfAlgorithm(algorithm) / 8, number);

@@ -15,7 +15,7 @@
 
 namespace quelta::test {
 
-// The library's functions, and the device monitor's use of one.
+// The library's functions, and the device monitor's poll.
 #define QUELTA_DEVICE_CALLS                                                                                                      \
     init, initDevice, getConnectedDeviceList, getTokenInfo, validatePassword, getKeyPairList, getCertificateList, getAesKeyList, \
         getCertificateDetails, generateKeyPair, deleteKeyPair, importCertificate, importAesKey, signHash, verifySignatureHash,   \
@@ -23,18 +23,18 @@ namespace quelta::test {
 enum class Call { QUELTA_DEVICE_CALLS };
 Call callNamed(const std::string& name);
 
-// The output of a call. The bytes never go past a capacity that the call states; the reported length may lie.
+// The output of a call. The fake never writes past a capacity that the caller states. The reported length may lie.
 struct Given {
-    // The call's own default if there are none.
+    // Without these the call has a default, see FakeToken.
     std::optional<Bytes> bytes;
     std::optional<int> reportedLength;
-    // If the library allocates the buffer: no buffer at all.
+    // If the library allocates the buffer, it returns none.
     bool nullBuffer = false;
-    // Although the call is refused.
+    // The output is filled even if the call is refused.
     bool evenIfRefused = false;
 };
 
-// The content and the answers of a token. As a test begins, one is connected, with the PIN "1234" and nothing on it.
+// The content and the answers of a token. When a test begins, one token is connected, with the PIN "1234" and nothing on it.
 struct FakeToken {
     // The records stay where they are, so a test may change their fields at any time.
     std::deque<QueltaKeyPair> keyPairs;
@@ -50,15 +50,15 @@ struct FakeToken {
     Given cipher;         // of encrypt; default: 256 bytes
     Given symmetricPlain; // of decryptSymetric; default: the input
     Given unwrapped;      // of decryptAes; default: 16 bytes
-    // They fill the record that they are handed. Default: an identifier, and for a key pair a public key.
+    // Change the record after the token has filled in an identifier and, for a key pair, a public key.
     std::function<void(QueltaKeyPair&)> onGenerate;
     std::function<void(QueltaSymmetricKey&)> onImportAesKey;
     // How often the token has made, stored or deleted something.
     int changes = 0;
-    // Hashes that were begun, less those that were finished.
+    // How many hashes were begun and not finished.
     int openHashes = 0;
 
-    // Told of every call that is not the device monitor's, worded as below, and of what it answered.
+    // Is told of every call but the device monitor's, and of the answer. takeCalls() tells the form of the texts.
     std::function<void(const std::string& call, const std::string& answer)> onCall;
 
 protected:
@@ -71,11 +71,11 @@ protected:
     int hashes_ = 0;
 };
 
-// A device library whose token holds what a test says and answers what a test says. Every call succeeds unless told otherwise.
-// Lists come back in storage that the next call spoils.
+// A device library with a token whose content and answers a test sets. Every call succeeds unless the test says otherwise. The
+// next call overwrites the lists that a call returned.
 //
-// The device monitor asks for the connected devices too: its calls are counted and not recorded. Every call of a thread that is
-// not the test's own is taken for the monitor's.
+// The device monitor asks for the connected devices, too. Its calls are counted and not recorded. A call of another thread than
+// the test's counts as the monitor's.
 class FakeDeviceLibrary : public FakeToken {
 public:
     static constexpr const char deviceId[] = "TOKEN-1";
@@ -87,7 +87,7 @@ public:
 
     QueltaKeyPair& withKeyPair(std::uint32_t usage, std::uint32_t algorithm);
     QueltaCertificate& withCertificate(ByteView der);
-    // Belongs to the key by its reference and label; its details give the key's public key.
+    // Adds a certificate that belongs to the key by reference and label. Its details give the key's public key.
     QueltaCertificate& withCertificateOf(const QueltaKeyPair& pair, ByteView der);
     QueltaSymmetricKey& withAesKey(std::uint32_t encryptionType);
     // getCertificateDetails finds this key in these bytes. It fails for others.
@@ -96,19 +96,20 @@ public:
     void unplug() { connect({}); }
     void openSingleSignOn() { info.singleSignOnEnabled = info.singleSignOnOpen = 1; }
 
-    // The next call of this function answers `result`, the one after it what was asked next; then they succeed again.
+    // The next call of this function answers `result`. Several results form a queue. When the queue is empty, calls succeed
+    // again.
     void willAnswer(Call call, int result) { results_[call].push_back(result); }
-    // The same for the PIN check, with the count of remaining attempts that it writes.
+    // Does the same for the PIN check, which also writes this count of remaining attempts.
     void willAnswerPin(int result, int remaining);
-    // Runs inside every call of this function, whichever thread makes it; may throw.
+    // `hook` runs inside every call of this function, on the calling thread. It may throw.
     void during(Call call, const std::function<void()>& hook);
 
-    // The calls since the last look, as "signHash(TOKEN-1, <key in hex>, 1234, <hash in hex>, room 256, false)": numbers in
-    // decimal, bytes in hexadecimal, a library context only if there is one.
+    // Returns the calls since the last time, such as "signHash(TOKEN-1, <key in hex>, 1234, <hash in hex>, room 256, false)".
+    // Numbers are decimal, bytes hexadecimal. A library context is named only if there is one.
     std::vector<std::string> takeCalls() { return std::exchange(calls_, {}); }
 
     int monitorPolls() const { return polls_; }
-    // False if none came within three seconds.
+    // Returns false if no poll came within three seconds.
     bool waitForMonitorPoll();
     bool lastMonitorPollFoundNothing() const { return lastPollFoundNothing_; }
 
@@ -123,7 +124,7 @@ private:
     std::atomic<bool> lastPollFoundNothing_ = false;
 };
 
-// The bytes that fit, and the length of all.
+// Copies the bytes that fit, and returns the length of all.
 template <std::size_t Size>
 std::int32_t setBytes(unsigned char (&field)[Size], ByteView bytes)
 {

@@ -6,7 +6,7 @@
 
 namespace quelta::test {
 
-// Bytes that end at an inaccessible page: whoever reads or writes past them stops there and then.
+// Bytes that end at an inaccessible page. Code that reads or writes past them crashes at once.
 class GuardedBuffer {
 public:
     static constexpr unsigned char untouched = 0xCD;
@@ -20,13 +20,13 @@ public:
     unsigned char* data() { return begin_; }
     const unsigned char* data() const { return begin_; }
     std::size_t size() const { return size_; }
-    // The size as entry points take it.
+    // Returns the size in the type that entry points take.
     DWORD length() const { return static_cast<DWORD>(size_); }
 
     Bytes first(std::size_t count) const { return {begin_, begin_ + count}; }
     Bytes bytes() const { return first(size_); }
 
-    // The number that they begin with.
+    // Returns the number in the first four bytes.
     DWORD asNumber() const { return readU32({begin_, size_}, 0); }
 
 private:

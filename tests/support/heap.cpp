@@ -23,7 +23,7 @@ const auto realCalloc = __imp_calloc;
 const auto realCopy = __imp__wcsdup;
 const auto realFree = __imp_free;
 
-// thread_local will not do: the runtime allocates its storage through these functions, too.
+// This is not thread_local, since the runtime allocates thread-local storage through these functions.
 std::atomic<DWORD> countedThread = 0;
 Heap ofTest;
 
@@ -44,7 +44,7 @@ void* countedMalloc(std::size_t size)
 {
     return counted([=] {
         void* const made = realMalloc(size);
-        // The block may hold what another thread or the fake library freed. Found there later, that would pass for a secret of
+        // The block may hold what another thread or the fake library freed. Otherwise the search would take that for a secret of
         // the module's.
         if (made) std::memset(made, 0xDD, _msize(made));
         return made;

@@ -14,14 +14,14 @@ class FreedMemory;
 struct Heap {
     static constexpr int all = -1;
 
-    // Blocks that were made, less those that were freed.
+    // The number of blocks made, less the number of blocks freed.
     long long live = 0;
-    // How many more are made; the one after that is refused, and then they are made again.
+    // How many more blocks are made before one is refused. Later blocks are made again.
     int left = all;
     bool refused = false;
     std::atomic<FreedMemory*> watch = nullptr;
 };
-// Counts from its first call on, which is the test's.
+// Counting begins with the first call. Its thread is the test's.
 Heap& heap();
 
 // While an object lives, the heap makes `allowed` blocks and refuses the next one.
@@ -40,7 +40,7 @@ private:
     Heap& heap_ = heap();
 };
 
-// While an object lives, every block is searched before it is freed.
+// While an object lives, every block is searched for the secret before it is freed.
 class FreedMemory {
 public:
     explicit FreedMemory(ByteView secret);
@@ -48,8 +48,8 @@ public:
     FreedMemory(const FreedMemory&) = delete;
     FreedMemory& operator=(const FreedMemory&) = delete;
 
-    // Freed blocks that held the secret, at their begin (or behind the one byte that a text overwrites when it is emptied) or
-    // anywhere.
+    // The number of freed blocks that began with the secret, and of those that held it anywhere. An emptied text has its first
+    // byte overwritten: that counts as a beginning, too.
     int withSecretFirst = 0;
     int withSecret = 0;
 

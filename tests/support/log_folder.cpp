@@ -16,7 +16,7 @@ std::string processName()
     return file.substr(0, file.find('.'));
 }
 
-// Both stand for the temporary folder.
+// Both variables name the temporary folder.
 void useFolder(const std::filesystem::path& path)
 {
     for (const wchar_t* name : {L"TMP", L"TEMP"}) SetEnvironmentVariableW(name, path.c_str());

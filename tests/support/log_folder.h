@@ -25,7 +25,7 @@ inline LogLine error(std::string text)
     return {"ERROR ::=>", std::move(text)};
 }
 
-// A temporary folder of a test's own, in place of this process's, with the folders of the log already made.
+// A temporary folder of the test's own. This process uses it as its temporary folder. The folders of the log are there.
 class LogFolder : public ScratchFolder {
 public:
     LogFolder();
@@ -36,7 +36,7 @@ public:
 
     // Returns the text that was added to today's file since the last call.
     std::string takeText();
-    // The same as lines, without the two that the device monitor's own thread writes whenever it likes.
+    // Returns the same as lines, without the two lines that the device monitor writes at any time.
     std::vector<LogLine> takeLines();
     void forget() { takeText(); }
 

@@ -6,9 +6,8 @@
 
 namespace quelta::test {
 
-// While it lives, this process has an HKEY_LOCAL_MACHINE of its own, which is empty but for the system's cryptographic providers:
-// so tests that run at the same time do not see each other's log level, and the real one stays as it was. Child processes see the
-// real.
+// While an object lives, this process has an HKEY_LOCAL_MACHINE of its own, with a copy of the system's cryptographic providers.
+// So tests that run at the same time do not share a log level. Child processes see the real one.
 class PrivateMachineRegistry {
 public:
     PrivateMachineRegistry();
@@ -22,7 +21,7 @@ private:
 };
 
 void setLogLevel(DWORD level);
-// Any type and content, for the value that the log level is read from.
+// Writes the value of the log level with any type and content.
 void setLogLevelValue(DWORD type, const void* data, DWORD size);
 
 } // namespace quelta::test

@@ -20,7 +20,7 @@ try {
     if (::testing::GTEST_FLAG(list_tests)) return RUN_ALL_TESTS();
     const quelta::test::PrivateMachineRegistry registry;
     const int result = RUN_ALL_TESTS();
-    // A filter that a renamed suite left behind would pass for ever.
+    // Otherwise a filter for a suite that was renamed would pass for ever.
     const bool ranSomething = ::testing::UnitTest::GetInstance()->test_to_run_count() > 0;
     return ranSomething ? result : fail("No test has this name: configure the build again");
 } catch (const std::exception& error) {
@@ -33,6 +33,6 @@ int main(int argc, char** argv)
 {
     const int result = run(argc, argv);
     std::fflush(stdout);
-    // Past the destructors: the device monitor's would wait out its second at the end of each of the many test processes.
+    // No destructor runs. The device monitor's would wait a second in each of the many test processes.
     std::_Exit(result);
 }

@@ -44,7 +44,7 @@ ModuleTest::ModuleTest()
     token.reset();
     setLogLevel(3);
     if (!monitorRuns) startMonitor();
-    // A poll that found nothing may still be about to clear the state; the one after it is not.
+    // A poll that found nothing may be about to clear the state. When the next poll comes, this is done.
     if (token.lastMonitorPollFoundNothing()) token.waitForMonitorPoll();
     resetState();
     log.forget();

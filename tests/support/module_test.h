@@ -14,9 +14,8 @@ namespace quelta::test {
 void require(BOOL done, const char* what);
 void requireStatus(LONG status, const char* what);
 
-// For tests of the module's code in this process. Each starts with the process-wide state as after loading, one connected token
-// with the PIN "1234", log level 3, an empty log, and the device monitor already running; a test that is about its start stops it
-// first.
+// For tests of the module's code in this process. A test begins with the process-wide state as after loading, one connected token
+// with the PIN "1234", log level 3, an empty log, and the running device monitor. A test of the monitor's start stops it first.
 class ModuleTest : public ::testing::Test {
 protected:
     ModuleTest();
@@ -25,9 +24,9 @@ protected:
     static void cachePin(const char* pin = "1234");
     static std::string cachedPin() { return **tokenState().pinCache.pin(); }
 
-    // Starts the monitor and waits until it has polled, so that none of its own lines comes later.
+    // Starts the monitor and waits for a poll. Then the monitor has written its first lines.
     static void startMonitor();
-    // When the second poll begins, all that the first one has found is done.
+    // When the second poll begins, the monitor has handled what the first one found.
     void waitForTwoPolls()
     {
         for (int i = 0; i < 2; ++i) require(token.waitForMonitorPoll(), "the device monitor's poll");

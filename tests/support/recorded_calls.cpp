@@ -13,7 +13,7 @@ namespace {
 constexpr ULONG_PTR untouched = 0x5EED;
 constexpr ULONG_PTR moreThanTheTokenCounts = 0x80000000;
 
-// "type 1 algorithm 26625 128 bytes of 00" for what can be read as a blob of CryptoAPI.
+// Returns, for example, "type 1 algorithm 26625 128 bytes of 00" for a blob of CryptoAPI.
 std::string inputText(const std::string& function, const Input& input)
 {
     if (!input || input->empty()) return input ? "empty" : "null";
@@ -23,7 +23,7 @@ std::string inputText(const std::string& function, const Input& input)
            words(ByteView(*input).subspan(sizeof header));
 }
 
-// The records that two enumerations hand out, field by field.
+// Writes the records of two enumerations field by field.
 std::string outputText(const std::string& function, const Function::Values& values, ByteView value)
 {
     const auto named = [](const char* name, DWORD length) { return ", \"" + std::string(name) + "\" " + std::to_string(length); };
@@ -42,7 +42,8 @@ std::string outputText(const std::string& function, const Function::Values& valu
     return valueWords(value);
 }
 
-// "room 256", "no buffer", "no buffer, room 7", "room 256, no length", "neither buffer nor length", "one variable of 4 bytes".
+// Returns one of "room 256", "no buffer", "no buffer, room 7", "room 256, no length", "neither buffer nor length", "one variable
+// of 4 bytes".
 std::string placeText(const Place& place)
 {
     if (place.shared) return "one variable of " + std::to_string(*place.buffer) + " bytes";
@@ -78,7 +79,8 @@ public:
     const void* length() const { return shared_ ? buffer_->data() : length_ ? length_->data() : nullptr; }
     DWORD room() const { return room_; }
 
-    // ", length 256, 256 bytes rising from 01" and whatever else was changed, with the bytes as `valueText` tells them.
+    // Returns, for example, ", length 256, 256 bytes rising from 01", and tells whatever else was changed. `valueText` words the
+    // bytes.
     template <class ValueText>
     std::string outcome(ValueText valueText) const
     {

@@ -20,7 +20,7 @@ struct Called {
     bool lastErrorKept() const { return lastError == sentinelError; }
 };
 
-// Calls with a known last error, and tells what it is afterwards.
+// Sets the last error to a known value, makes the call, and returns the last error after it.
 template <class Call>
 Called<std::invoke_result_t<Call>> callWithLastError(Call call)
 {
@@ -29,29 +29,29 @@ Called<std::invoke_result_t<Call>> callWithLastError(Call call)
     return {result, GetLastError()};
 }
 
-// The bytes that a caller hands in; nullopt for a null pointer.
+// The bytes that a caller passes; nullopt for a null pointer.
 using Input = std::optional<Bytes>;
 
 // The place for an answer: the size of the buffer, and the room that the caller states.
 struct Place {
     std::optional<DWORD> buffer;
     std::optional<DWORD> stated;
-    // The buffer begins with the length: the caller hands over the same address for both.
+    // The caller passes the same address for buffer and length.
     bool shared = false;
 };
 
-// Data that is overwritten by its result, at the front of a buffer of this size.
+// Data that its result overwrites. It stands at the front of a buffer of this size.
 struct InPlace {
     Bytes data;
     DWORD room;
 };
 
 ULONG_PTR addressOf(const void* object);
-// An address and flags for functions that do not look at them.
+// An address and flags for functions that ignore them.
 constexpr ULONG_PTR unreadable = 16;
 constexpr DWORD anyFlags = 64;
 
-// A function of one of the interfaces, called as by one who knows the published layout alone.
+// A function of one of the interfaces. The caller knows only the published layout.
 struct Function {
     // No function takes more arguments. By the calling convention a function ignores surplus ones.
     using Values = std::array<ULONG_PTR, 9>;
@@ -60,9 +60,9 @@ struct Function {
 
     std::string name;
     // A letter for each argument, a capital for one that can't be null:
-    //   P the context or the provider, K a key or a hash, T a text, D an input, L its length, l one that has no limit,
-    //   B a buffer, R its room, C where its length goes (unless R stands before it, it holds the room), H where a new handle
-    //   goes, A where another answer goes, X what is not looked at, f flags, g flags that are not looked at, n another number.
+    //   P context or provider, K key or hash, T text, D input, L its length, l a length without a limit, B buffer, R its room,
+    //   C place of the length (it holds the room unless R stands before it), H place of a new handle, A place of another answer,
+    //   X ignored, f flags, g ignored flags, n another number.
     std::string arguments;
     LONG(WINAPI* address)
     (ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR, ULONG_PTR);
@@ -74,15 +74,15 @@ struct MadeHandle {
     const char* freedBy;
 };
 MadeHandle handleMadeBy(const std::string& function);
-// `owner` is the context or the provider, which may be what is freed.
+// `owner` is the context or the provider. It may be `made` itself.
 void freeMade(const Function& freeing, ULONG_PTR owner, ULONG_PTR made);
 
-// The recorded calls of an interface. A handle that no scenario frees stays until the process ends.
+// Calls the functions of an interface, and records the calls. A handle that no scenario frees stays until the process ends.
 class RecordedCalls {
 public:
     using Handle = ULONG_PTR;
 
-    // A handle, a parameter, flags.
+    // A handle, a parameter or flags.
     struct Number {
         Number(std::integral auto number) : value(static_cast<ULONG_PTR>(number)) {}
         ULONG_PTR value;
@@ -95,7 +95,7 @@ public:
         std::string words;
     };
     using Stated = std::variant<Number, Text, Input, Place, InPlace>;
-    // An argument, counted from 1, that is handed over as another number.
+    // Another value for an argument. Arguments are counted from 1.
     struct Change {
         std::size_t argument;
         ULONG_PTR value;
@@ -105,15 +105,16 @@ public:
     RecordedCalls(const RecordedCalls&) = delete;
     RecordedCalls& operator=(const RecordedCalls&) = delete;
 
-    // Calls a function with the context or the provider and, in their order, what else it looks at. What is left out at the end
-    // is 0; what the function does not look at never is. Gives the new handle, else what the function returned.
+    // Calls a function with the context or the provider and, in their order, the other arguments that it uses. Missing arguments
+    // at the end are 0. Arguments that the function ignores are not 0. Returns the new handle; without one, what the function
+    // returned.
     ULONG_PTR operator()(std::string_view name, const std::vector<Stated>& stated = {}, std::optional<Change> change = {});
 
-    // Functions, each with arguments that it takes.
+    // Functions, each with arguments with which it succeeds.
     using Rows = std::vector<std::pair<const char*, std::vector<Stated>>>;
-    // Each argument in turn is null, and each length more than the token can count.
+    // Repeats each call with each argument null in turn, and with each length larger than the token can count.
     void leaveOutEach(const Rows& rows);
-    // Each function whose letters are like this gets these values, 0 for all others and flags.
+    // Calls each function whose letters match, with these values. All other arguments are 0, but flags are set.
     void callEach(const std::string& title, const char* argumentsLike, const Function::Values& values);
 
 protected:
@@ -132,9 +133,9 @@ private:
     const std::vector<Function>& functions_;
 };
 
-// "TRUE, ERROR_MORE_DATA"
+// Returns, for example, "TRUE, ERROR_MORE_DATA".
 std::string answerText(const Called<BOOL>& called);
-// "NTE_FAIL", or 0
+// Returns, for example, "NTE_FAIL", or "0" for success.
 std::string statusText(LONG status);
 
 } // namespace quelta::test

@@ -74,7 +74,7 @@ std::string Recorder::handle(ULONG_PTR handle) const
     return found == handles_.end() ? "unknown" : found->second;
 }
 
-// Longer texts come first: they may hold others.
+// Longer texts come first, since they may contain others.
 void Recorder::call(ByteView bytes, const std::string& word)
 {
     const std::string text = toHex(bytes);
@@ -101,7 +101,7 @@ void Recorder::takeLog()
     for (const LogLine& line : found) writeLogLine(line);
 }
 
-// Debug lines come in crowds: as many as fit share one.
+// Debug lines are many. So as many as fit share a line.
 void Recorder::writeLogLine(const LogLine& line)
 {
     constexpr std::size_t width = 150;

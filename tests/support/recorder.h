@@ -1,4 +1,4 @@
-// Writes down what a caller sees and what the module does meanwhile, in the order in which it happens:
+// Records what a caller sees and what the module does meanwhile, in order:
 //
 //   CPSignHash(context1, hash1, AT_SIGNATURE, room 300)
 //     D Password not validated or empty -- ask for PIN
@@ -8,10 +8,10 @@
 //     token validatePassword(TOKEN-1, 1234, 1, 0) = 0
 //     = TRUE, length 256, 256 bytes falling from 00
 //
-// D and E are lines of the log, at the levels debug and error. At level 3 every call begins with a debug line that is its name;
-// that one is left out, and its lack is written down. A last error is mentioned where it is not what it was before a call that
-// succeeded, or where a call that failed left it. A buffer that is not mentioned was not there, and what is not mentioned of one
-// was left as it was.
+// D and E are lines of the log, at the levels debug and error. At level 3 every call first logs its name; the record leaves this
+// line out, and says so if it is missing. A successful call is recorded with its last error only if the call changed the last
+// error, a failed call with "last error kept" if it did not. A buffer that is not mentioned was not passed. Bytes that are not
+// mentioned did not change.
 #pragma once
 
 #include "support/module_test.h"
@@ -21,22 +21,22 @@ namespace quelta::test {
 
 class Recorder {
 public:
-    // Listens to all three for as long as it lives.
+    // Listens to all three while it lives.
     Recorder(FakeDeviceLibrary& token, LogFolder& log, DialogUser& user);
     ~Recorder();
     Recorder(const Recorder&) = delete;
     Recorder& operator=(const Recorder&) = delete;
 
-    // One call: `call` makes it and says what it answered.
+    // Records one call. `call` makes it and returns its answer.
     void record(const std::string& name, const std::string& arguments, const std::function<std::string()>& call);
-    // The same for a function below the entry points. Such a function does not name itself.
+    // Does the same for a function below the entry points. Such a function does not log its name.
     void recordInner(const std::string& name, const std::string& arguments, const std::function<std::string()>& call);
-    // A line for a call that somebody else than the token gets meanwhile.
+    // Adds a line about another call that the module makes meanwhile.
     void writeDown(std::string line);
-    // A remark for the reader.
+    // Adds a remark for the reader.
     void note(const std::string& text);
 
-    // While one lives, nothing is written down: for what only prepares.
+    // While an object lives, nothing is recorded. It is for calls that only prepare.
     class Pause {
     public:
         explicit Pause(Recorder& recorder) : recorder_(recorder) { ++recorder_.pauses_; }
@@ -48,10 +48,10 @@ public:
         Recorder& recorder_;
     };
 
-    // Gives a new handle its word, as "key2", also in lines of the log that name its address.
+    // Gives a new handle a word such as "key2". The word also replaces the address in lines of the log.
     void introduce(const std::string& kind, ULONG_PTR handle);
     std::string handle(ULONG_PTR handle) const;
-    // Bytes that differ from run to run, or say little, and what to write in their place.
+    // Writes `word` in place of these bytes, which differ from run to run or say little.
     void call(ByteView bytes, const std::string& word);
 
     const std::vector<std::string>& lines() const { return lines_; }
@@ -67,7 +67,7 @@ private:
     int pauses_ = 0;
     std::recursive_mutex mutex_;
     std::vector<std::string> lines_;
-    // The name that the call under way has not yet given itself.
+    // The name that the running call has not yet logged.
     std::optional<std::string> unnamed_;
     std::map<ULONG_PTR, std::string> handles_;
     std::map<std::string, int> counts_;

@@ -33,7 +33,7 @@ protected:
     static Place room(DWORD size) { return {size, size}; }
     static Place query(DWORD stated = 0) { return {std::nullopt, stated}; }
     static Place nowhere() { return {}; }
-    // One variable for length and buffer, rounded up for a number.
+    // One variable is length and buffer. Its size is rounded up for a number.
     static Place oneVariable(DWORD size)
     {
         const DWORD aligned = (size + 3) / 4 * 4;

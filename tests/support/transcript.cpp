@@ -14,7 +14,7 @@ using Section = std::pair<std::string, Lines>;
 
 constexpr std::string_view titleMark = "== ";
 
-// Beside the source of the test that runs.
+// Returns the file beside the source of the running test.
 std::filesystem::path fileOfTest()
 {
     const std::string source = ::testing::UnitTest::GetInstance()->current_test_info()->file();

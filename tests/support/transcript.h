@@ -1,5 +1,5 @@
-// Transcripts stand beside the tests: what the scenarios of sign_transcript.cpp recorded is in sign.txt, a section for each. A
-// test compares its own and shows what differs. With QUELTA_WRITE_TRANSCRIPTS set the files are written instead.
+// Transcripts stand beside the tests: sign.txt has a section for each scenario of sign_transcript.cpp. A test compares its record
+// with its section and shows the difference. If QUELTA_WRITE_TRANSCRIPTS is set, the test writes the section instead.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@ namespace quelta::test {
 // Fails the running test if its section differs from the record. A new section is written at the end of the file.
 void expectTranscript(const std::vector<std::string>& recorded);
 
-// A test of this fixture whose name is a plain sentence, which is the section's title, too.
+// A test of this fixture. Its name is a plain sentence, which is also the section's title.
 // NOLINTBEGIN(bugprone-macro-parentheses): a base class takes none
 #define TRANSCRIPT(fixture, title) QUELTA_TRANSCRIPT_AT(fixture, title, __LINE__)
 #define QUELTA_TRANSCRIPT_AT(fixture, title, line) QUELTA_TRANSCRIPT(fixture, title, line)

@@ -44,7 +44,7 @@ bool isText(ByteView characters)
            std::ranges::all_of(characters, [](int character) { return character >= ' ' && character < 0x7F; });
 }
 
-// The low bytes of what may be a wide text; nothing if it is none.
+// Returns the low bytes of a wide text; nothing if the bytes are none.
 Bytes narrowedBytes(ByteView value)
 {
     Bytes narrow;

@@ -10,7 +10,7 @@ class DeviceMonitor : public ModuleTest {
 protected:
     DeviceMonitor() { fillState(); }
 
-    // The state after an opening and an accepted PIN.
+    // Sets the state as after an opening and an accepted PIN.
     static void fillState()
     {
         tokenState().libraryInitialised = true;

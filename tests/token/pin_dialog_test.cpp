@@ -8,7 +8,7 @@ namespace quelta::test {
 
 class PinDialogWindow : public ModuleTest {
 protected:
-    // The text that the dialog leaves behind when the user has done this with it.
+    // Returns the text that the dialog returns after the user's action.
     std::string textAfter(std::function<void(PinDialog)> action)
     {
         user.meetsPinDialog(std::move(action));

@@ -30,7 +30,7 @@ protected:
             return pin ? quoted((***pin).c_str()) : "no PIN";
         });
     }
-    // Each provider with a fresh token and nothing cached, and the user as `prepare` says.
+    // Lets each provider ask, with a fresh token and nothing cached. `prepare` sets up the user.
     void eachAsks(const std::function<void()>& prepare)
     {
         for (const auto asks : {&PinPromptTranscript::cspAsks, &PinPromptTranscript::kspAsks}) {

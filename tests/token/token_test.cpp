@@ -21,7 +21,7 @@ TEST_F(TokenCalls, ImportedKeyIsWipedFromItsRecord)
     EXPECT_THAT(stored->keyValue, ::testing::Each(0));
 }
 
-// The fake library's own texts hold the PIN too, but never at their begin.
+// The fake library's own texts hold the PIN too, but never at the beginning of a block.
 TEST_F(TokenCalls, TypedPinIsInNoBlockThatIsFreed)
 {
     token.pin = "a PIN with more characters than a string keeps inside itself";

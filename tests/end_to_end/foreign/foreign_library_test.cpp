@@ -1,4 +1,4 @@
-// Run with a device library of another compiler on the path.
+// ctest runs this with a device library of another compiler on the path.
 
 #include "end_to_end/interfaces.h"
 #include "support/log_folder.h"

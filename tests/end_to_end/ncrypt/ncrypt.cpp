@@ -1,5 +1,5 @@
-// An ncrypt.dll for the example of key storage: Wine's loads no provider. Each function goes to the slot of the built module's
-// table, with the one provider that is open.
+// An ncrypt.dll for the example of key storage, since Wine's ncrypt.dll loads no provider. Each function calls the slot of the
+// built module's table. Only one provider can be open.
 #include "base/key_storage_table.h"
 
 #include <windows.h>

@@ -47,11 +47,11 @@ TEST_F(UnloadingProcess, DISABLED_TwentyRounds)
             const KeyStorage storage;
             const CryptoApi csp;
             ASSERT_TRUE(csp.get());
-            // The key is encrypted for none of the token's keys.
+            // No key of the token can decrypt this key.
             const Bytes simple = keyBlob(SIMPLEBLOB, CALG_AES_128, concat({littleEndian({CALG_RSA_KEYX}), Bytes(256, 1)}));
             EXPECT_FALSE(csp.import(simple, csp.userKey(AT_KEYEXCHANGE).get()));
             EXPECT_EQ(storage.import(L"OpaqueKeyBlob", Bytes(24)).status(), NTE_BAD_KEY);
-            // In every other round the monitor sleeps when the end comes.
+            // In every other round the monitor sleeps when the module is unloaded.
             if (round % 2 == 0) Sleep(100);
         }
         ASSERT_EQ(GetModuleHandleA("QueltaCSP.dll"), nullptr) << "round " << round;
@@ -62,7 +62,7 @@ TEST_F(UnloadingProcess, DISABLED_TwentyRounds)
         if (round == firstRounds) before = holdings();
     }
     ASSERT_GT(before[1], 0) << "the system does not list them";
-    // A few bytes a round are the system's own.
+    // The system keeps a few bytes in each round.
     before[3] += rounds - firstRounds;
     // Idle threads of the process's pool leave by themselves after some seconds.
     for (int tries = 0; tries < 200 && !nothingMore(holdings(), before); ++tries) Sleep(100);
@@ -70,8 +70,8 @@ TEST_F(UnloadingProcess, DISABLED_TwentyRounds)
         << testing::PrintToString(holdings()) << " in place of " << testing::PrintToString(before);
 }
 
-// The process's first line is then one of the monitor's, on a thread for which the loader's lock is held: whatever that line has
-// to look up for the first time, it waits for ever.
+// The monitor then writes the process's first line, while the unloading thread holds the loader lock. If the line looked up a
+// function for the first time, it would wait for ever.
 TEST_F(UnloadingProcess, DISABLED_LogLevelRaisedWhileItWaits)
 {
     setLogLevel(2);
