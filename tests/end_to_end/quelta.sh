@@ -115,7 +115,7 @@ refuses "certificate of CN=rsa2048 of the tests is not valid before" \
 answers 1 '"good": false' verify --json signature changed
 answers 1 '"error": .*no such file' verify --json absent data
 refuses "no CMS" verify data data
-refuses "the PIN is wrong; another wrong one may lock the token .*log says: .* failed" sign data -o wrong --key rsa2048 --pin 000000
+refuses "the PIN is wrong; .* another wrong one may lock the token .*log says: .* failed" sign data -o wrong --key rsa2048 --pin 000000
 refuses "code page" sign data -o wrong --key rsa2048 --pin "A1Ā"
 refuses "the PIN is empty" sign data -o wrong --key rsa2048 --pin ""
 [[ ! -e wrong ]] || fail "a refused signature leaves a file"
@@ -238,7 +238,7 @@ does unpublish
 answers 0 "nothing was published" unpublish
 
 # What the help desk reads in each state.
-answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this system does not trust" check
+answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this computer does not trust" check
 answers 1 "FAILED *PIN: refused: .*the PIN is wrong & -- *signature through CryptoAPI" check --pin 99999
 another_program CancelsThePinDialog &
 answers 1 "FAILED *PIN: refused: .*the PIN was not entered" check --pin-dialog
@@ -266,7 +266,7 @@ token keygen --type rsa2048
 answers 1 "FAILED *certificates: .*has none & -- *validity: there is no certificate" check
 token init --pin "$pin" --force
 token import "$shared/rsa2048.pem" "$shared/rsa2048.leaf.pem"
-answers 1 "note *chains: .*has an issuer whose certificate is missing, CN=" check
+answers 1 "note *chains: .*has an issuer whose certificate is missing on this computer, CN=" check
 # The certificate ends in the second in which it begins.
 openssl req -new -key "$shared/rsa2048.pem" -subj "/CN=Late" -out late.csr
 openssl x509 -req -in late.csr -signkey "$shared/rsa2048.pem" -days 0 -out late.pem 2>log
@@ -295,7 +295,7 @@ truncate -s0 QueltaCSP.dll|module: .*is empty
 rm $library|device library: .*is missing; put it beside
 $other_processor $library|device library: .*is not a 64-bit DLL.*maker's 64-bit library
 truncate -s100000 $library|device library: .*is cut short
-$foreign $library|device library: .*change the module
+$foreign $library|device library: .*keep the library
 $foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's
 END
 register '%SystemRoot%\system32\rsaenh.dll'

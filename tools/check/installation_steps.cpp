@@ -117,13 +117,13 @@ Found lookAtModule(Examination& examination)
 void refuseMisfit(const Examination& examination, Compiler module, Compiler library)
 {
     if (module == library || module == Compiler::unknown || library == Compiler::unknown) return;
-    throw Failure(
-        nameOf(examination.deviceLibrary) +
-        (library == Compiler::visualCpp
-             ? " was built with Visual C++, and the module was not, so they can't work together; change the module: install "
-               "the QueltaCSP.dll that was built with Visual C++"
-             : " was built with GCC, as the software token is, and the module with Visual C++, so they can't work together; "
-               "change the library: install the maker's"));
+    throw Failure(nameOf(examination.deviceLibrary) + (library == Compiler::visualCpp
+                                                           ? " does not fit the module: it was built with Visual C++, and the "
+                                                             "module was not; keep the library, and install the "
+                                                             "QueltaCSP.dll that was built with Visual C++"
+                                                           : " does not fit the module: it was built with GCC, as the software "
+                                                             "token is, and the module with Visual C++; keep the "
+                                                             "module, and install the maker's library"));
 }
 
 Found lookAtDeviceLibrary(Examination& examination)
@@ -168,9 +168,9 @@ Found lookAtCryptoApi(Examination& examination)
         throw Failure("registered without a Signature, which Windows asks for; repair the installation");
     const auto image = registeredImage();
     if (!isFile(image))
-        throw Failure("registered, but its Image Path leads to no file, " + nameOf(registeredModule()) +
-                      "; repair the installation");
-    if (!isNamedAsModule(image)) throw Failure("registered with another DLL, " + nameOf(image) + "; repair the installation");
+        throw Failure("registered, but this file is missing: " + nameOf(registeredModule()) + "; repair the installation");
+    if (!isNamedAsModule(image))
+        throw Failure("registered with another DLL, " + nameOf(image) + ", in place of QueltaCSP.dll; repair the installation");
     const auto installed = systemFolder() / moduleName;
     std::error_code ignored;
     if (isFile(installed) && !std::filesystem::equivalent(image, installed, ignored))
@@ -213,7 +213,8 @@ Found lookAtVersions(Examination& examination)
     const std::string module = versionOf(examination.module);
     const std::string text = "quelta " + std::string(version) + ", QueltaCSP.dll " + module + ", QueltaDSCLibrary.dll " +
                              versionOf(examination.deviceLibrary);
-    if (examination.module.empty() || module == version) return {Verdict::ok, text};
+    if (examination.module.empty() || examination.deviceLibrary.empty()) return {Verdict::leftOut, text};
+    if (module == version) return {Verdict::ok, text};
     throw Failure(text + "; install the tool and the module of the same version");
 }
 
@@ -238,7 +239,9 @@ Found lookAtLog(Examination&)
     const auto folder = ownLogFile().parent_path();
     const int level = logLevel();
     const std::string where = "level " + std::to_string(level) + ", in " + nameOf(logFolder());
-    if (!canWriteInto(folder)) throw Failure("can't write into " + nameOf(folder) + "; see to its permissions and to the disk");
+    if (!canWriteInto(folder))
+        throw Failure("can't write into " + nameOf(folder) +
+                      ", so errors are not logged; see to its permissions and to the disk");
     if (level < 2) return {Verdict::note, where + ": nothing is logged; set logLevel under HKLM\\Software\\Oskvar\\Quelta to 2"};
     if (level > 2) return {Verdict::note, where + ": all is logged, symmetric keys in clear; set logLevel back to 2 when done"};
     return {Verdict::ok, where};

@@ -46,7 +46,7 @@ Found judged(const std::string& faults, Verdict ifAny, const std::string& well, 
 Found lookAtKeys(Examination& examination)
 {
     examination.keys = listKeys();
-    if (examination.keys.empty()) throw Failure("the token holds no key; make one on it, or ask who issued it");
+    if (examination.keys.empty()) throw Failure("the token holds no key; if it is the right token, ask who issued it");
     return {Verdict::ok, std::to_string(examination.keys.size()) + " on the token; quelta list shows them"};
 }
 
@@ -64,7 +64,7 @@ Found lookAtValidity(Examination& examination)
     const FILETIME now = timeNow();
     const auto judge = [&](const ListedKey& row) { return row.key.certificate ? validityFault(*row.key.certificate, now) : ""; };
     return judged(faults(examination, judge), Verdict::failed, "every certificate is valid today",
-                  "; renew it, or set this computer's clock if that is wrong");
+                  "; this computer's clock says " + timeText(now) + ": set it if that is wrong, else ask for a new certificate");
 }
 
 std::string chainFault(const Examination& examination, const ListedKey& row)
@@ -74,9 +74,11 @@ std::string chainFault(const Examination& examination, const ListedKey& row)
     const ChainEnd end = describeChain(*row.key.certificate, provider->chain(row.key));
     if (end.trusted) return {};
     if (!end.missingIssuer.empty())
-        return "has an issuer whose certificate is missing, " + end.missingIssuer +
-               ": put it into the store of intermediate authorities; whoever issued the token has it";
-    return "ends in " + end.name + ", a root that this system does not trust: an administrator may add it to the trusted ones";
+        return "has an issuer whose certificate is missing on this computer, " + end.missingIssuer +
+               ": applications may refuse it; whoever issued the token has the issuer's certificate";
+    return "ends in " + end.name +
+           ", a root that this computer does not trust: applications may refuse it; an administrator who knows the root can add "
+           "it";
 }
 
 Found lookAtChains(Examination& examination)
@@ -89,10 +91,12 @@ Found lookAtStore(Examination& examination)
 {
     const UserStore store(L"My");
     const auto absent = faults(examination, [&](const ListedKey& row) {
-        return !row.key.certificate || store.leadsToProvider(encodedOf(*row.key.certificate)) ? "" : "is not in the store My";
+        return !row.key.certificate || store.leadsToProvider(encodedOf(*row.key.certificate))
+                   ? ""
+                   : "is not among the user's certificates in Windows (My)";
     });
     return judged(absent, Verdict::failed, "every certificate is in the store My",
-                  "; applications do not see it; run: quelta publish");
+                  "; applications can't see it; run: quelta publish");
 }
 
 // Shows the dialog once, by a signature with a key that can sign.

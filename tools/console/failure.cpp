@@ -19,7 +19,7 @@ struct Advice {
 };
 
 constexpr auto notRegistered = "the provider is not registered on this computer; quelta check tells what is missing";
-constexpr auto noToken = "no token found; plug it in and try again";
+constexpr auto noToken = "no token found; plug it in and try again; if it is plugged in, try another socket";
 constexpr auto pinRefused = "the token refused the PIN: it is wrong, or the token is locked; another wrong one may lock it";
 
 constexpr Advice adviceWhenOpening[] = {
