@@ -65,7 +65,7 @@ measure() {
     tr -d '\r' <"$logs/bench-$name.log"
 }
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}"
 start_display
 prepare_prefix

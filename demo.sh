@@ -96,7 +96,7 @@ encrypt_and_back() {
     detail "${2#"$root"/}, the same as $name"
 }
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}"
 start_display
 prepare_prefix

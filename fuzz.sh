@@ -12,7 +12,7 @@ if [[ $# -ne 1 || ! $1 =~ ^[1-9][0-9]*$ ]]; then
 fi
 seconds=$1
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}" "${test_packages[@]}"
 build_preset native-fuzz
 

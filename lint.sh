@@ -60,7 +60,7 @@ check_form() {
 check_scripts() {
     local scripts
     mapfile -t scripts < <(files '*.sh' scripts/run .ci/run)
-    [[ ${#scripts[@]} -eq 0 ]] || shellcheck -x -P "$root" "${scripts[@]}" || complain "shellcheck has something to say"
+    [[ ${#scripts[@]} -eq 0 ]] || shellcheck -x -P "$root" "${scripts[@]}" || complain "shellcheck found mistakes"
 }
 
 check_changelog() {
@@ -92,9 +92,9 @@ rules() {
         xargs cat --
 }
 
-# look_at RULES DATABASE SOURCE ARGUMENT...: checks one source, in a process that xargs starts.
+# check_source RULES DATABASE SOURCE ARGUMENT...: checks one source, in a process that xargs starts.
 # shellcheck disable=SC2317
-look_at() {
+check_source() {
     local clean output
     clean=$build/lint/clean/$({ echo "$1 $3" && cat "$3"; } | sha256sum | cut -c1-40)
     [[ ! -e $clean ]] || return 0
@@ -105,7 +105,7 @@ look_at() {
         return 1
     fi
 }
-export -f look_at
+export -f check_source
 export build
 
 # check_mistakes PRESET PATTERN ARGUMENT...: checks the sources of this pattern that the preset compiles.
@@ -121,8 +121,8 @@ check_mistakes() {
     [[ -z $fix ]] || jobs=1
     mkdir -p "$build/lint/clean"
     printf '%s\0' "${sources[@]}" |
-        xargs -0 -P "$jobs" -I{} bash -c 'look_at "$@"' look_at "$rules" "$database" {} "${@:3}" 9>&- ||
-        complain "clang-tidy has something to say"
+        xargs -0 -P "$jobs" -I{} bash -c 'check_source "$@"' check_source "$rules" "$database" {} "${@:3}" 9>&- ||
+        complain "clang-tidy found mistakes"
 }
 
 lines() {
@@ -142,7 +142,7 @@ tell_shares() {
     say "$all lines of C++ and shell that are not blank; tests $tests, $(share "$tests" "$all"); tests and soak $(share $((tests + soak)) "$all")"
 }
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}" "${test_packages[@]}" "${lint_packages[@]}"
 check_form
 check_scripts

@@ -194,7 +194,7 @@ tell_release() {
     (cd "$release" && ls -1)
 }
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}" "${release_packages[@]}"
 case $task in
 all)

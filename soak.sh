@@ -48,7 +48,7 @@ make_token() {
     token import --aes 000102030405060708090A0B0C0D0E0F --label wrapping
 }
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}"
 start_display
 prepare_prefix

@@ -38,7 +38,7 @@ run_tests() {
     return "$status"
 }
 
-take_turn exclusive
+lock_checkout exclusive
 need_packages "${build_packages[@]}" "${test_packages[@]}"
 start_display
 prepare_prefix

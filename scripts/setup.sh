@@ -3,8 +3,8 @@
 # Functions that the scripts of the top folder share. Each script sources this file after `set -euo pipefail`. Everything that the
 # functions make is under build/: the build folders, the Wine prefix, the logs.
 #
-#   take_turn exclusive      waits until no other run uses this checkout
-#   take_turn shared         waits until no exclusive run uses this checkout
+#   lock_checkout exclusive      waits until no other run uses this checkout
+#   lock_checkout shared         waits until no exclusive run uses this checkout
 #   need_packages NAME...    installs missing packages with apt
 #   start_display            starts an X server of our own, so that no window appears on anybody's screen
 #   prepare_prefix           makes the Wine prefix if needed, and starts its wineserver
@@ -65,13 +65,13 @@ trap 'exit 130' INT
 trap 'exit 143' TERM
 
 # Descriptor 9 holds the lock. No child may inherit it: a process that outlives the script would keep the lock.
-take_turn() {
+lock_checkout() {
     mkdir -p "$logs" 2>/dev/null || true
     [[ -O $logs && -w $logs ]] ||
         die "$build is not yours to write: remove it, or run as the user who made it"
     exec 9>"$build/lock"
     flock "--$1" -n 9 && return
-    say "Another run is at work in this checkout; waiting for its end." >&2
+    say "Waiting until another run in this checkout has ended." >&2
     flock "--$1" 9
 }
 

@@ -18,14 +18,14 @@ public:
     // Returns null before the first store.
     std::shared_ptr<const T> load() const
     {
-        const Turn turn(taken_);
+        const SpinLock lock(taken_);
         return value_;
     }
 
     void store(std::shared_ptr<const T> next)
     {
         {
-            const Turn turn(taken_);
+            const SpinLock lock(taken_);
             value_.swap(next);
         }
         // The old value is freed here, after the lock was released.
@@ -33,16 +33,16 @@ public:
     }
 
 private:
-    class Turn {
+    class SpinLock {
     public:
-        explicit Turn(std::atomic_flag& taken) : taken_(taken)
+        explicit SpinLock(std::atomic_flag& taken) : taken_(taken)
         {
             // The holder of the lock may be waiting for a processor.
             while (taken_.test_and_set(std::memory_order_acquire)) std::this_thread::yield();
         }
-        ~Turn() { taken_.clear(std::memory_order_release); }
-        Turn(const Turn&) = delete;
-        Turn& operator=(const Turn&) = delete;
+        ~SpinLock() { taken_.clear(std::memory_order_release); }
+        SpinLock(const SpinLock&) = delete;
+        SpinLock& operator=(const SpinLock&) = delete;
 
     private:
         std::atomic_flag& taken_;

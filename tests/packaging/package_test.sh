@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # ./package.sh as the one who makes a release runs it: both packages, what is refused as a module, signatures with a throw-away key,
-# and the installers under Wine. It builds, and takes its turn in the checkout, so that it is run by itself and not by ctest.
+# and the installers under Wine. It builds, and locks the checkout. So it is run by itself and not by ctest.
 set -euo pipefail
 
 root=$(realpath "$(dirname "${BASH_SOURCE[0]}")/../..")
