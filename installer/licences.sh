@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# licences.sh KIND: the licences of what is linked into the package (product or developer), one heading a component, with the texts
-# that they refer to. Read from what the packages of the build state.
+# licences.sh KIND: prints the licences of what is linked into the package (product or developer). Each component has a heading, and
+# the texts that its licence refers to follow. They come from the copyright files of the Debian packages.
 set -euo pipefail
 
 kind=$1
@@ -24,13 +24,13 @@ heading() {
     printf '%s\n%s\n%s\n\n' "${line:=$(printf '=%.0s' {1..100})}" "$1" "$line"
 }
 
-# Another version of a package may state it in another way.
+# Another version of a package may state its licence in another form.
 nothing_stated() {
     echo "$(stated_by "$1") says nothing of $2" >&2
     exit 1
 }
 
-# holders PACKAGE FILES...: whose copyright these files are.
+# holders PACKAGE FILES...: prints the holders of the copyright of these files.
 holders() {
     local files
     for files in "${@:2}"; do
@@ -40,7 +40,7 @@ holders() {
     done
 }
 
-# text PACKAGE LICENCE
+# text PACKAGE LICENCE: prints the text of the licence.
 text() {
     grep -qxF "License: $2" "$(stated_by "$1")" || nothing_stated "$1" "$2"
     echo

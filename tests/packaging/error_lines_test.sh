@@ -3,7 +3,7 @@
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/../.."
 
-# The calls of logError, one line a text, "…" for what is only known when it happens. A call that it can't read is a failure.
+# Prints the texts of all calls of logError, one a line. "…" stands for values. A call that can't be read is a failure.
 texts_of_module() {
     # shellcheck disable=SC2016
     find src -name '*.cpp' -o -name '*.h' | grep -v '^src/log/' | LC_ALL=C sort | xargs perl -CSD -Mutf8 -0777 -ne '
@@ -25,7 +25,7 @@ texts_of_module() {
                     if ($argument =~ /^\s*(?:$string\s*)+$/) {
                         @choices = (join "", map { substr $_, 1, -1 } $argument =~ /$string/g);
                     } elsif ($argument =~ /"/) {
-                        die "error_lines_test.sh can not read: logError($inside)\n";
+                        die "error_lines_test.sh cannot read: logError($inside)\n";
                     } elsif ($argument =~ /^\s*texts\.(\w+)\s*$/) {
                         my $member = $1;
                         @choices = $code =~ /\.$member = "((?:\\.|[^"\\])*)"/g;

@@ -1,7 +1,7 @@
 # shellcheck shell=bash
 #
-# The installers in a Wine prefix of their own, its files and registry compared whole from step to step: the last part of
-# package_test.sh, which sources it when it has made them.
+# The last part of package_test.sh, which sources this file when it has made the installers. Runs them in a Wine prefix of their own,
+# and compares all files and the whole registry from step to step.
 # shellcheck disable=SC2154
 
 developer=$work/Quelta-developer-$version.msi product=$work/Quelta-$version.msi folder=$work/parts
@@ -11,7 +11,7 @@ export WINEDLLOVERRIDES="mscoree,mshtml=;winemenubuilder.exe=d" QUELTA_TOKEN_DIR
 unset DISPLAY WINEPATH
 drive=$WINEPREFIX/drive_c
 server=
-# The status of msiexec where something is refused.
+# The status of msiexec if an installation is refused.
 refused=1603
 
 clean_up() {
@@ -31,7 +31,7 @@ seen_by_windows() {
     printf 'Z:%s' "${1//\//\\}"
 }
 
-# installer STATUS ARGUMENT...: of msiexec's number there is only the low byte to see.
+# installer STATUS ARGUMENT...: runs msiexec, which must answer STATUS. Only the low byte of its number can be seen.
 installer() {
     local wanted=$1 status=0
     shift
@@ -43,8 +43,8 @@ installer() {
     }
 }
 
-# Left out: what Wine notes of its displays, services and the machine's own stores; where a package last came from; empty keys of
-# its list of components and of the user's stores, which are made when they are opened; and the semicolons that it leaves in PATH.
+# Prints the registry. Leaves out Wine's notes on displays, services and the machine's own stores; the place that a package last came
+# from; empty keys of the list of components and of the user's stores, which opening makes; and the semicolons that Wine leaves in PATH.
 registry() {
     local root
     for root in HKEY_LOCAL_MACHINE HKEY_CURRENT_USER; do
@@ -59,7 +59,7 @@ registry() {
     done
 }
 
-# state NAME: to be compared later. A shortcut's size depends on the day, and what programs have logged is their user's.
+# state NAME: stores the state for a comparison. A shortcut's size depends on the day. Programs' logs belong to the user.
 state() {
     (cd "$drive" && find . -path '*/Temp/Oskvar' -prune -o -name '*.lnk' -printf '%p\n' -o -printf '%p %y%s\n' | sed 's/ d[0-9]*$/ d/' | LC_ALL=C sort) >"$work/$1"
     registry >>"$work/$1"
@@ -71,7 +71,7 @@ same_state() {
     [[ ${PIPESTATUS[0]} -eq 0 ]]
 }
 
-# What an installation has added, without what Windows Installer notes for itself, sizes and the day.
+# Prints what an installation has added. Leaves out the notes of Windows Installer itself, sizes and the day.
 added() {
     { diff "$work/$1" "$work/$2" || true; } | grep '^[<>]' |
         grep -vE '\\(Classes|CurrentVersion)\\Installer|/windows/Installer|"(InstallDate|InstallSource|ModifyPath|UninstallString|Version.*)"|=""' |
@@ -89,13 +89,13 @@ make_prefix() {
     wineserver -w
     setpriv --pdeathsig INT wineserver -f -p >/dev/null 2>&1 </dev/null &
     server=$!
-    # As Windows has it from the start, and other programs too.
+    # Windows has this from the start, as other programs expect.
     mkdir -p "$drive/windows/Installer"
     windows regedit /S "$(seen_by_windows "$here/windows.reg")"
     windows cmd /c exit
 }
 
-# tool LINE: found by its name alone, on the path that a new program gets.
+# tool LINE: runs a line. The program is found by its name, on the path that a new program gets.
 tool() {
     windows cmd /c "$1" | tr -d '\r'
 }
@@ -113,14 +113,14 @@ signs_through() {
         -out /dev/null
 }
 
-# /famus by its properties: Wine's msiexec takes no product's code.
+# Repairs as /famus does, by its properties: Wine's msiexec takes no product's code.
 repairs() {
     rm "$drive/windows/system32/QueltaCSP.dll" "$drive/Program Files/Quelta/quelta.exe"
     windows reg delete 'HKLM\Software\Microsoft\Cryptography\Defaults\Provider\Quelta Cryptographic Provider CSP' /f
     installer 0 /i "$(seen_by_windows "$developer")" REINSTALL=ALL REINSTALLMODE=amus && same_state installed
 }
 
-# Its files are of this version, and Wine removes none that is newer than the package says.
+# The older package has files of this version, and Wine removes no file that is newer than its package says.
 make_older() {
     "$root/installer/make_msi.sh" developer 0.9.0 "$folder" "$work/older.msi"
     msibuild "$work/older.msi" -q "UPDATE File SET Version = '$version.0' WHERE Version = '0.9.0.0'"
@@ -139,12 +139,12 @@ ends_watchers() {
         grep -q "ended for the installer" "$work/watched" && [[ $((SECONDS - seconds)) -lt 15 ]]
 }
 
-# What only Windows obeys: row_of MSI TABLE BEGINNING-OF-ROW.
+# row_of MSI TABLE BEGINNING-OF-ROW: prints the rows. It is for what only Windows obeys.
 row_of() {
     msiinfo export "$1" "$2" | tr -d '\r' | grep "^$3"
 }
 
-# Neither a restart nor the end of a program where a file is in use, and a file of the same version is replaced.
+# If a file is in use, Windows restarts nothing and ends no program. A file of the same version is replaced.
 says_how_files_are_replaced() {
     local row
     for row in REBOOT$'\t'ReallySuppress MSIRESTARTMANAGERCONTROL$'\t'Disable REINSTALLMODE$'\t'amus; do
@@ -152,7 +152,7 @@ says_how_files_are_replaced() {
     done
 }
 
-# WiX's validation takes the menu for a part of a user's profile: no component may stand there, and only an advertised shortcut.
+# WiX's validation takes the menu for a part of a user's profile. So only an advertised shortcut may stand there, and no component.
 is_of_the_computer_alone() {
     ! row_of "$1" Component $'[^\t]*\t[^\t]*\t[A-Za-z]*MenuFolder\t' && row_of "$1" Shortcut $'Check\tMenuFolder\t.*\tCheck\tQuelta\t' &&
         row_of "$1" Property $'DISABLEADVTSHORTCUTS\t1' && row_of "$1" RemoveFile $'MenuFolder\tCheck\t\tMenuFolder'
@@ -168,7 +168,7 @@ says() {
     tr -d '\0' <"$work/msi.log" | grep "$1"
 }
 
-# An action at the very end that fails: it copies no library.
+# Adds an action at the very end that fails, since it finds no library to copy.
 make_failing() {
     cp "$product" "$work/failing.msi"
     msibuild "$work/failing.msi" \
@@ -176,7 +176,7 @@ make_failing() {
         -q "INSERT INTO InstallExecuteSequence (Action, Sequence) VALUES ('Fail', 6450)"
 }
 
-# Wine registers in name only: that it was taken back is in the module's own log.
+# Wine registers in name only. The module's own log tells that the registration was taken back.
 unregisters_when_it_fails() {
     local status=0 logs=$work/rolled-back
     windows reg add 'HKLM\Software\Oskvar\Quelta' /v logLevel /t REG_DWORD /d 3 /f
@@ -188,7 +188,7 @@ unregisters_when_it_fails() {
     [[ $status -eq 0 && $(tail -n 1 "$logs") == "KSP unregistered successfully" && $(wc -l <"$logs") -eq 2 ]]
 }
 
-# refuses_library PATH TEXT: as Windows sees it.
+# refuses_library PATH TEXT: PATH is one that Windows understands.
 refuses_library() {
     installer "$refused" /i "$(seen_by_windows "$product")" "DEVICELIBRARY=$1" && says "Quelta: DEVICELIBRARY $2"
 }
@@ -217,7 +217,8 @@ takes_newer_library_and_back() {
         cmp "$work/newer.dll" "$in_system" && installer 0 /i "$(seen_by_windows "$product")" REINSTALL=ALL "$library"
 }
 
-# Wine undoes no repair, but an installation over a library of the installer's. That the library is its own again shows in the removal.
+# Wine undoes no repair, but it undoes an installation over a library of the installer's. The removal then shows that the library
+# belongs to the installer again.
 failed_replacement_is_undone() {
     installer "$refused" /i "$(seen_by_windows "$work/failing.msi")" "DEVICELIBRARY=$(seen_by_windows "$work/newer.dll")" &&
         cmp "$work/maker.dll" "$in_system" && [[ -z $(find "$drive/windows/system32" -name 'QueltaDSCLibrary.dll.*') ]]

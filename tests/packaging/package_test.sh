@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# ./package.sh as the one who makes a release runs it: both packages, what is refused as a module, signatures with a throw-away key,
+# Runs ./package.sh as somebody who makes a release does: both packages, modules that it must refuse, signatures with a throw-away key,
 # and the installers under Wine. It builds, and locks the checkout. So it is run by itself and not by ctest.
 set -euo pipefail
 
@@ -29,7 +29,7 @@ refused() {
     [[ $(wc -l <"$work/refusal") -eq 1 ]] && grep -q "$wanted" "$work/refusal"
 }
 
-# make_module VERSION RUNTIMES [DROPPED-EXPORT]: with the exports and imports of a module of another compiler, and no code.
+# make_module VERSION RUNTIMES [DROPPED-EXPORT]: makes a module with the exports and imports of another compiler, and no code.
 make_module() {
     local names library libraries=(QueltaDSCLibrary) calls=quelta_init
     for library in $2; do
@@ -56,7 +56,7 @@ make_module() {
         "${libraries[@]/#/-l}"
 }
 
-# Never into build/release: a release may stand there.
+# Packs, but never into build/release: a release may stand there.
 package() {
     "$root/package.sh" --output "$work/release" "$@"
 }
@@ -74,7 +74,7 @@ product_holds_the_given_module() {
         [[ -z $(find "$folder" -name 'QueltaDSCLibrary*' -o -name 'quelta-token*') ]]
 }
 
-# What its documents refer to is in it.
+# Every link in the documents of the zip leads to a file of the zip.
 zip_is_complete() {
     local file link
     while IFS=: read -r file link; do
@@ -82,7 +82,7 @@ zip_is_complete() {
     done < <(grep -roP --include='*.md' '\]\(\K(?!http)[^)]*' "$work/unpacked")
 }
 
-# names_licences MODULES-RUNTIME OTHER: one heading a component, and a text below each.
+# names_licences MODULES-RUNTIME OTHER: each component has one heading, and a text below.
 names_licences() {
     local text=$work/extracted/Quelta/licences.txt
     [[ $(grep -cE '^(nlohmann-json|CLI11|Runtime of) .*: in .*' "$text") -eq $(($(grep -c '^====' "$text") / 2)) ]] &&
@@ -107,7 +107,7 @@ developer_package_is_signed() {
         all_signed "$work/unpacked" "$work/extracted" "$work/Quelta-developer-$version.msi"
 }
 
-# In place of signtool.
+# Signs in place of signtool.
 sign() {
     local file
     for file in "$@"; do
@@ -126,7 +126,7 @@ product_is_made_in_steps() {
         all_signed "$work/unpacked" "$work/extracted" "$work/Quelta-$version.msi"
 }
 
-# What make_msi.sh takes, for versions of the installer's test.
+# Lays out the files for make_msi.sh, from which the installer's test makes other versions.
 keep_parts() {
     "$root/package.sh" --stage "$work/parts" && mv "$work"/parts/installer/* "$work/parts"
 }
@@ -136,7 +136,7 @@ same_again() {
     package "${@:2}" && sha256sum --check --quiet "$work/sums"
 }
 
-# make_library FILE TEXT: a device library of the maker's compiler, by its exports and imports.
+# make_library FILE TEXT: makes a device library with the exports and imports of the maker's compiler.
 make_library() {
     printf 'const char text[] = "%s"; int of_ucrtbase(); int quelta_init() { return of_ucrtbase(); } int DllMainCRTStartup() { return 1; }' \
         "$2" >"$work/library.c"
