@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Puts the release build's programs and the end-to-end tests into one folder. copy_release.sh BUILD FOLDER NCRYPT TESTS
+# copy_release.sh BUILD FOLDER NCRYPT TESTS: copies the release build's programs and the end-to-end tests into one folder.
 set -euo pipefail
 
 rm -rf "${2:?}/bin" "${2:?}/softtoken"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Makes what all end-to-end tests start from, once for a build: a token whose keys openssl has made, so that openssl has
-# them too. make_shared.sh BIN FOLDER: the built programs; where to. Leaves there
+# make_shared.sh BIN FOLDER: makes the token with which all end-to-end tests begin, once for each build. BIN has the built programs.
+# openssl makes the keys, so that openssl has them, too. FOLDER then has
 #   NAME.pem, NAME.pub.pem, NAME.id    a key, its public half, its name on the token
 #   NAME.root.pem, NAME.leaf.pem       root and leaf of the chain of a key that has certificates
 #   token/                             the token

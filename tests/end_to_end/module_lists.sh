@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# The built module has the exports that callers look up, imports only what every Windows has, and nothing else. module_lists.sh BIN
+# module_lists.sh BIN: compares the exports and imports of the built module with module_lists.txt. Callers look up the exports, and
+# every Windows has the imports.
 set -euo pipefail
 
 here=$(dirname "$0")

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# quelta against openssl: each reads what the other has made, and refuses what was changed. quelta.sh BIN SHARED
+# quelta.sh BIN SHARED: tests quelta against openssl. Each reads what the other has made, and refuses what was changed.
 set -euo pipefail
 
 bin=$1
@@ -27,13 +27,13 @@ restore() {
 wine regedit /E before.reg "$provider_key" >/dev/null 2>&1 || true
 trap restore EXIT
 
-# register DLL
+# register DLL: registers DLL for CryptoAPI.
 register() {
     registration_of "$1" >provider.reg
     wine regedit /S provider.reg
 }
 
-# Each of the texts, with " & " between them.
+# says TEXTS: the last output must have each of the texts, which " & " separates.
 says() {
     local text
     while read -r text; do
@@ -41,7 +41,7 @@ says() {
     done <<<"${1// & /$'\n'}"
 }
 
-# answers STATUS TEXTS COMMAND...
+# answers STATUS TEXTS COMMAND...: runs quelta, which must answer STATUS and say TEXTS.
 answers() {
     local status=0
     wine "${quelta:-$bin/quelta.exe}" "${@:3}" >output 2>errors <"${input:-/dev/null}" || status=$?
@@ -49,12 +49,12 @@ answers() {
     [[ -z $2 ]] || says "$2"
 }
 
-# does COMMAND...
+# does COMMAND...: runs quelta, which must succeed.
 does() {
     answers 0 "" "$@"
 }
 
-# refuses TEXTS COMMAND...: in one line, and nothing on standard output.
+# refuses TEXTS COMMAND...: runs quelta, which must fail with one line and print nothing to standard output.
 refuses() {
     answers 1 "$@"
     [[ $(wc -l <errors) -eq 1 && ! -s output ]] || fail "quelta ${*:2} is not refused in one line: $(<errors)"
@@ -64,18 +64,18 @@ token() {
     wine "$bin/../softtoken/quelta-token.exe" "$@" >log 2>&1 </dev/null || fail "quelta-token $* failed: $(<log)"
 }
 
-# openssl_verifies ROOTS SIGNATURE [ARGUMENT]...
+# openssl_verifies ROOTS SIGNATURE [ARGUMENT]...: openssl must accept the signature. Its content goes to back.
 openssl_verifies() {
     openssl cms -verify -binary -cades -inform DER -purpose any -CAfile "$1" -in "$2" -out back "${@:3}" 2>errors ||
         fail "openssl refuses the signature $2: $(<errors)"
 }
 
-# openssl_encrypts ARGUMENT...: data into message
+# openssl_encrypts ARGUMENT...: encrypts data into message.
 openssl_encrypts() {
     openssl cms -encrypt -binary -in data -outform DER -out message "$@"
 }
 
-# sign_and_verify PROVIDER KEY HASH
+# sign_and_verify PROVIDER KEY HASH: signs data, verifies the signature with openssl and quelta, and changes it.
 sign_and_verify() {
     local root=$shared/$2.root.pem
     rm -f signature
@@ -134,7 +134,7 @@ for example in sign_with_cryptoapi sign_with_cng; do
     ! wine "examples/$example.exe" absent signature "$pin" >output 2>&1 </dev/null || fail "$example signs a file that is not there"
 done
 
-# Several files for one PIN, names that nobody can type, one more signature by another key, and streams.
+# One PIN signs several files. File names may have any letters. Another key adds a signature. Input and output may be streams.
 cp data "bläu 1"
 printf '%s\n' "$pin" >line
 input=line answers 0 "data.p7s$" sign data "bläu 1" --key rsa2048 --pin-stdin
@@ -145,7 +145,7 @@ answers 0 "CN=p256 of the tests" verify --root "$shared/rsa2048.root.pem" --root
 openssl_verifies both.root.pem "bläu 1.p7s" -content data
 refuses "the file is not the one that was signed" sign changed -o data.p7s --add --pin "$pin"
 
-# copies_of_pin PROCESS: counts them in the memory that the process can write to, as bytes and as UTF-16.
+# copies_of_pin PROCESS: counts the copies of the PIN, in bytes and in UTF-16, in the memory that the process can write to.
 copies_of_pin() {
     # shellcheck disable=SC2016
     perl -ne 'BEGIN { $pin = join "\0?", split //, shift; open $memory, "<:raw", shift }
@@ -158,7 +158,7 @@ wine "$bin/quelta.exe" sign - --attached --key rsa2048 --pin-stdin <pipe >attach
 signer=$!
 exec 3>pipe
 printf '%s\n' "$pin" >&3
-# The message begins when the PIN was given, and goes on when there is content.
+# quelta writes the head of the message when it has the PIN, and the rest when there is content.
 for ((i = 0; i < 300 && $(stat -c %s attached) == 0; ++i)); do sleep 0.1; done
 [[ -s attached ]] || fail "signing does not begin: $(<errors)"
 copies=$(copies_of_pin "$signer")
@@ -191,7 +191,7 @@ for provider in csp ksp; do
         cmp back data || fail "quelta decrypts something else: $provider $padding"
     done
 done
-# Contents at the borders of blocks and pieces, from a writer that does not know their length.
+# The contents end at the borders of blocks and pieces. Their writer does not know the length in advance.
 for size in 0 15 16 65536 200001; do
     head -c "$size" /dev/urandom >sized
     openssl cms -encrypt -binary -stream -indef -in sized -outform DER -out message -aes256 "$shared/rsa2048.leaf.pem"
@@ -199,7 +199,7 @@ for size in 0 15 16 65536 200001; do
     does decrypt message -o back --pin "$pin"
     cmp back sized || fail "quelta decrypts something else: $size bytes"
 done
-# A part of the message leaves the file as it was.
+# An incomplete message leaves the old file as it was.
 for size in 0 100 1000 100000 -1; do
     head -c "$size" message >part
     refuses "" decrypt part -o back --pin "$pin"
@@ -217,13 +217,13 @@ refuses "convert it first: openssl cms" decrypt message -o none --pin "$pin"
 openssl req -x509 -key "$shared/rsa2048.pem" -subj "/CN=Signer only" -addext keyUsage=digitalSignature -out signer.pem
 refuses "Signer only does not allow the key to encrypt" encrypt data -o none --cert signer.pem
 does encrypt data -o message --cert signer.pem --force
-# A certificate that the key had before the one that is on the token.
+# The message is for a former certificate of the key.
 openssl req -x509 -key "$shared/rsa2048.pem" -subj "/CN=Formerly" -days 2 -out former.pem
 openssl_encrypts -aes128 -recip former.pem
 does decrypt message -o back --pin "$pin"
 cmp back data
 
-# another_program DEED
+# another_program DEED: lets another program do this.
 another_program() {
     QUELTA_SUBJECT="rsa2048 of the tests" wine "$bin/quelta_end_to_end.exe" --gtest_also_run_disabled_tests \
         --gtest_filter="OneProcess.DISABLED_$1" >other 2>&1 </dev/null
@@ -237,7 +237,7 @@ does unpublish
 ! another_program SignsWithACertificateOfTheStore || fail "the certificate is still there"
 answers 0 "nothing was published" unpublish
 
-# What the help desk reads in each state.
+# The help desk reads these lines in each state.
 answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this computer does not trust" check
 answers 1 "FAILED *PIN: refused: .*the PIN is wrong & -- *signature through CryptoAPI" check --pin 99999
 another_program CancelsThePinDialog &
@@ -281,7 +281,7 @@ register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
 library=QueltaDSCLibrary.dll
 foreign="sed -i s/msvcrt.dll/MSVCP1.dll/"
 other_processor="env LC_ALL=C sed -i s/PE\x00\x00d\x86/PE\x00\x00L\x01/"
-# A row: a change of a copy of the installed files, and the finding. The tool then loads neither DLL.
+# Each row has a change of the installed files and the finding. The tool then loads neither DLL.
 while IFS='|' read -r change finding; do
     rm -rf installed && mkdir installed
     cp "$bin"/{quelta.exe,QueltaCSP.dll} "$bin/../softtoken/$library" installed

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# regsvr32 registers and unregisters the built module, each twice in a row, and the module's own log agrees. register_server.sh BIN
+# register_server.sh BIN: regsvr32 registers and unregisters the built module, each twice. The module's own log must say the same.
 set -euo pipefail
 
 work=$(mktemp -d "$1/../register.XXXXXX")

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# quelta-token against openssl: it reads the key files that openssl writes, and openssl its certificates and keys; what it refuses, it
-# refuses in one line. quelta_token.sh BIN
+# quelta_token.sh BIN: tests quelta-token against openssl. quelta-token reads openssl's key files, and openssl reads its certificates and
+# keys. A refusal is one line.
 set -euo pipefail
 
 bin=$1
@@ -19,7 +19,7 @@ token() {
     wine "$bin/../softtoken/quelta-token.exe" "$@" >output 2>errors </dev/null || fail "quelta-token $*"
 }
 
-# refuses TEXT ARGUMENT...: with a failure whose line holds the text
+# refuses TEXT ARGUMENT...: runs quelta-token, which must fail with one line that has the text.
 refuses() {
     ! wine "$bin/../softtoken/quelta-token.exe" "${@:2}" >output 2>errors </dev/null || fail "quelta-token ${*:2} is not refused"
     [[ ! -s output && $(wc -l <errors) -eq 1 && $(<errors) == *"$1"* ]] || fail "quelta-token ${*:2} is not refused in one line with \"$1\""
@@ -63,7 +63,7 @@ refuses "damaged" import rsa.cut
 sed 's/^-----END.*//' rsa.pem >rsa.endless
 refuses "no end" import rsa.endless
 
-# A key and its certificate, as the list shows them, until the certificate and then the key is deleted.
+# The list shows a key and its certificate until they are deleted.
 openssl pkcs12 -in ec.p12 -nodes -passin pass:sesam -out ec.all
 token import ec.all --label friendly
 token list --json
