@@ -154,7 +154,7 @@ void OpenModule::bareDecrypt()
     unsigned char* plain = nullptr;
     int length = 0;
     expectResult(deviceLibrary().decrypt(device_.c_str(), keyId_.data(), pin_.c_str(), storedCipher_.data(),
-                                         sizeOf(storedCipher_), &plain, &length, false, nullptr),
+                                         sizeOf(storedCipher_), &plain, &length, true, nullptr),
                  "decrypt");
     std::free(plain);
 }
