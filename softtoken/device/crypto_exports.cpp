@@ -101,14 +101,14 @@ int quelta_signHash(const char* deviceId, const unsigned char* keyId, const char
     });
 }
 
-int quelta_verifySignatureHash(unsigned int, const char* deviceId, const unsigned char* hash, int hashLength,
+int quelta_verifySignatureHash(unsigned int algorithm, const char* deviceId, const unsigned char* hash, int hashLength,
                                const unsigned char* publicKey, int publicKeyLength, const unsigned char* signature,
                                int signatureLength, void*)
 {
     return withToken(deviceId, [&](const StoredToken&) {
         const PublicKey key = decodePublicKey(viewOf(publicKey, publicKeyLength));
         const ByteView digest = viewOf(hash, hashLength);
-        if (digest.empty()) return Result::badArgument;
+        if (digest.empty() || keyAlgorithm(algorithm) == nullptr) return Result::badArgument;
         return verifyDigest(key, digest, viewOf(signature, signatureLength)) ? Result::ok : Result::badData;
     });
 }

@@ -102,11 +102,6 @@ void writeAtomically(const std::filesystem::path& path, ByteView content)
     if (!replacement.commit()) fail("can't replace", path);
 }
 
-void requireWritable(const std::filesystem::path& path)
-{
-    if (!FileReplacement(path, besideSuffix)) fail("can't write beside", path);
-}
-
 File lockFile(const std::filesystem::path& path, LockKind kind)
 {
     const bool exclusive = kind == LockKind::exclusive;

@@ -23,8 +23,6 @@ Bytes readFile(const std::filesystem::path& path);
 void writeFile(const std::filesystem::path& path, ByteView content);
 // Writes the whole file or nothing. The caller must hold the exclusive lock.
 void writeAtomically(const std::filesystem::path& path, ByteView content);
-// Throws TokenError if writeAtomically would fail. Changes nothing. The caller must keep writers out.
-void requireWritable(const std::filesystem::path& path);
 
 enum class LockKind { shared, exclusive };
 

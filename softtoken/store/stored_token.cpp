@@ -1,6 +1,5 @@
 #include "store/stored_token.h"
 
-#include "base/token_error.h"
 #include "common/bcrypt_calls.h"
 #include "common/hex.h"
 #include "crypto/primitives.h"
@@ -143,15 +142,17 @@ std::string toJson(const StoredToken& state)
     return json.dump(1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-StoredToken fromJson(const std::string& text)
+std::expected<StoredToken, TokenError> fromJson(const std::string& text)
 {
+    // The JSON library's own messages quote the text, which may be a private key. So nobody sees them.
+    const Json json = Json::parse(text, nullptr, false);
+    if (json.is_discarded()) return std::unexpected(TokenError(Result::badData, "it is damaged"));
     try {
-        return readState(Json::parse(text));
-    } catch (const Json::parse_error& error) {
-        // The JSON library's own text quotes its input, which may be a private key.
-        throw TokenError(Result::badData, "it is damaged at byte " + std::to_string(error.byte));
+        return readState(json);
+    } catch (const TokenError& error) {
+        return std::unexpected(error);
     } catch (const Json::exception&) {
-        throw TokenError(Result::badData, "a value is missing or of another kind");
+        return std::unexpected(TokenError(Result::badData, "a value is missing or of another kind"));
     }
 }
 

@@ -2,10 +2,12 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "base/token_error.h"
 #include "token/device_records.h"
 
 #include <array>
 #include <cstdint>
+#include <expected>
 #include <string>
 #include <vector>
 
@@ -65,8 +67,8 @@ struct StoredToken {
 };
 
 std::string toJson(const StoredToken& state);
-// Throws TokenError unless toJson wrote the text.
-StoredToken fromJson(const std::string& text);
+// Fails unless toJson wrote the text. A text that is no JSON causes no exception, so the first poll of such a token throws nothing.
+std::expected<StoredToken, TokenError> fromJson(const std::string& text);
 
 KeyId newKeyId();
 KeyId keyIdFrom(ByteView bytes);

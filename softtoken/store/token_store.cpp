@@ -77,13 +77,11 @@ void remember(const std::filesystem::path& folder, const FileStamp& stamp, const
 
 Reading parsed(const std::filesystem::path& folder, ByteView content)
 {
-    try {
-        return std::make_shared<const StoredToken>(fromJson(toText(content)));
-    } catch (const TokenError& error) {
-        return std::unexpected(
-            TokenError("the token in " + textOf(folder) + " can't be read (" + error.what() +
-                       "): restore its token.json, or make a new token with: quelta-token init --force --pin PIN"));
-    }
+    auto state = fromJson(toText(content));
+    if (state) return std::make_shared<const StoredToken>(*std::move(state));
+    return std::unexpected(
+        TokenError("the token in " + textOf(folder) + " can't be read (" + state.error().what() +
+                   "): restore its token.json, or make a new token with: quelta-token init --force --pin PIN"));
 }
 
 // The caller holds the lock.
@@ -142,12 +140,6 @@ Reading readToken(const std::filesystem::path& folder)
 TokenError noTokenIn(const std::filesystem::path& folder)
 {
     return {Result::noToken, "no token in " + textOf(folder) + ": make one with: quelta-token init --pin PIN"};
-}
-
-void requireChangeable(const std::filesystem::path& folder)
-{
-    const File lock = lockFile(folder / lockName, LockKind::exclusive);
-    requireWritable(folder / stateName);
 }
 
 void changeToken(const std::filesystem::path& folder, const std::function<bool(StoredToken&)>& change)

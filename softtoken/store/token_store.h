@@ -28,9 +28,6 @@ Reading readToken(const std::filesystem::path& folder);
 // Returns the error to throw if there is no token.
 TokenError noTokenIn(const std::filesystem::path& folder);
 
-// Throws TokenError if changes can't be written. Such a token could not count a wrong PIN.
-void requireChangeable(const std::filesystem::path& folder);
-
 // Applies the change to the present state under the exclusive lock, and writes the state unless the change returns false.
 void changeToken(const std::filesystem::path& folder, const std::function<bool(StoredToken&)>& change);
 

@@ -79,7 +79,7 @@ openssl_encrypts() {
 sign_and_verify() {
     local root=$shared/$2.root.pem
     rm -f signature
-    does sign data -o signature --provider "$1" --key "$(tr -d '\r\n' <"$shared/$2.id")" --pin "$pin" --hash "$3"
+    does sign data -o signature --provider "$1" --key "$(head -c 8 "$shared/$2.id" | tr A-F a-f)" --pin "$pin" --hash "$3"
     openssl_verifies "$root" signature -content data
     answers 0 "hash *$3" verify signature data --root "$root"
     refuses "NOT VALID" verify signature changed --root "$root"
@@ -205,11 +205,15 @@ for size in 0 100 1000 100000 -1; do
     refuses "" decrypt part -o back --pin "$pin"
     cmp back sized || fail "$size bytes of a message change the file"
 done
-does sign sized --key rsa2048 --pin "$pin"
+does sign sized --key 2 --pin "$pin"
 openssl_verifies "$shared/rsa2048.root.pem" sized.p7s -content sized
 openssl req -x509 -newkey rsa:2048 -nodes -keyout other.pem -subj "/CN=Other" -out other.pem 2>log
 openssl_encrypts -aes256 -recip other.pem
 refuses "not encrypted for a key on this token" decrypt message -o none --pin "$pin"
+# This changes the last byte, which is part of the padding.
+openssl_encrypts -aes256 -recip "$shared/rsa2048.leaf.pem"
+perl -0777 -pe 'substr($_, -17, 1) ^= "\1"' message >part
+refuses "" decrypt part -o none --pin "$pin"
 openssl_encrypts -aes-256-gcm -recip "$shared/rsa2048.leaf.pem"
 refuses "AES-GCM" decrypt message -o none --pin "$pin"
 openssl_encrypts -aes256 -outform PEM -recip "$shared/rsa2048.leaf.pem"
@@ -266,6 +270,7 @@ token init --pin "$pin"
 answers 1 "FAILED *keys: the token holds no key & -- *validity: the token holds no key" check
 token keygen --type rsa2048
 answers 1 "FAILED *certificates: .*has none & -- *validity: there is no certificate" check
+refuses "no key on the token can sign and has a certificate" sign data -o none --pin "$pin"
 token init --pin "$pin" --force
 token import "$shared/rsa2048.pem" "$shared/rsa2048.leaf.pem"
 answers 1 "note *chains: .*has an issuer whose certificate is missing on this computer, CN=" check
@@ -275,8 +280,11 @@ openssl x509 -req -in late.csr -signkey "$shared/rsa2048.pem" -days 0 -out late.
 token init --pin "$pin" --force
 token import "$shared/rsa2048.pem" late.pem
 answers 1 "FAILED *validity: .*Late. expired on" check
-refuses "expired on" sign data -o late --pin "$pin"
-does sign data -o late --pin "$pin" --force
+token import "$shared/rsa4096.pem" "$shared/rsa4096.leaf.pem"
+refuses "expired on" sign data -o late --key Late --pin "$pin"
+does sign data -o late --key Late --pin "$pin" --force
+does sign data -o unnamed --pin "$pin"
+answers 3 "signer *CN=rsa4096" verify unnamed data
 rm -r token && mv full token
 
 register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
@@ -296,6 +304,7 @@ rm QueltaCSP.dll|module: QueltaCSP.dll is neither
 truncate -s0 QueltaCSP.dll|module: .*is empty
 rm $library|device library: .*is missing; put it beside
 $other_processor $library|device library: .*is not a 64-bit DLL.*maker's 64-bit library
+cp quelta.exe $library|device library: .*is no DLL
 truncate -s100000 $library|device library: .*is cut short
 $foreign $library|device library: .*keep the library
 $foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's

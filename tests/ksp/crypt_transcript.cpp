@@ -1,4 +1,9 @@
+#include "ksp/key.h"
 #include "ksp/ksp_scenario.h"
+
+#include <array>
+#include <stdexcept>
+#include <thread>
 
 namespace quelta::test {
 
@@ -112,6 +117,39 @@ TRANSCRIPT(KspCryptTranscript, "an expired sign-on is renewed once")
     const auto symmetric = clearKey(counting(16));
     for (int i = 0; i < 4; ++i) user.cancels();
     useEach(key, symmetric);
+}
+
+using KspSilentCall = ModuleTest;
+
+// The device monitor may clear the PIN at any moment.
+TEST_F(KspSilentCall, NeverAsksForAPinThatIsClearedMeanwhile)
+{
+    setLogLevel(0);
+    ULONG_PTR provider = 0, key = 0;
+    const std::wstring name = wideKeyName(token.withKeyPair(usageBoth, algorithmRsa1024));
+    kspSlot("KSPOpenProvider")({addressOf(&provider)});
+    kspSlot("KSPOpenKey")({provider, addressOf(&key), addressOf(name.c_str())});
+    bool asked = false;
+    token.during(Call::getTokenInfo, [&] {
+        asked = true;
+        throw std::runtime_error("no prompt here");
+    });
+    std::array<BYTE, 256> room{};
+    const ULONG_PTR data = addressOf(room.data());
+    DWORD length = 0;
+    int served = 0;
+    constexpr int rounds = 20000;
+    {
+        const std::jthread clearing([](const std::stop_token& stop) {
+            for (; !stop.stop_requested(); tokenState().pinCache.clear()) cachePin();
+        });
+        for (int round = 0; round < rounds; ++round, token.takeCalls())
+            served += kspSlot("KSPEncrypt")({provider, key, data, 1, 0, data, room.size(), addressOf(&length), NCRYPT_SILENT_FLAG}) == 0;
+    }
+    EXPECT_FALSE(asked);
+    EXPECT_TRUE(served > 0 && served < rounds) << served;
+    kspSlot("KSPFreeKey")({provider, key});
+    kspSlot("KSPFreeProvider")({provider});
 }
 
 } // namespace quelta::test

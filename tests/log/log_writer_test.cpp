@@ -8,6 +8,7 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <array>
 #include <thread>
 
@@ -96,6 +97,23 @@ TEST_F(LogWriter, InstalledMutexIsHeldForTheLine)
     writer.join();
     logMutexSlot() = nullptr;
     EXPECT_THAT(log.takeLines(), ElementsAre(error("after the lock")));
+}
+
+// Lines in one piece may overwrite each other: under Wine a write for appending looks up the end of the file first.
+TEST_F(LogWriter, LinesOfSeveralThreadsDoNotTear)
+{
+    constexpr int writers = 4, linesEach = 1000;
+    {
+        std::array<std::jthread, writers> threads;
+        for (auto& thread : threads)
+            thread = std::jthread([] {
+                for (int line = 0; line < linesEach; ++line) logDebug("a line of ", "one of ", 4, " threads");
+            });
+    }
+    const auto lines = log.takeLines();
+    const auto whole = std::ranges::count(lines, debug("a line of one of 4 threads"));
+    EXPECT_LE(std::ssize(lines), whole + 1) << "torn lines";
+    EXPECT_GE(whole, writers * linesEach * 9 / 10) << "lost lines";
 }
 
 TEST(LogUtils, SplitKeepsEmptyPiecesAndAlwaysGivesOneAndHexNeedsALength)

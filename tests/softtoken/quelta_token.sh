@@ -99,5 +99,8 @@ token import rsa.pem
 mkdir damaged
 sed 's/"format": 2/"format": 1/' token/token.json >damaged/token.json
 refuses "make a new token with" --dir damaged list
+sed 's/"salt": "../"salt": "/' token/token.json >damaged/token.json
+refuses "token.json" --dir damaged list
 head -c 1000 token/token.json >damaged/token.json
 refuses "token.json" --dir damaged list
+! grep -qE '[0-9A-F]{32}' errors || fail "the message has a part of a key"

@@ -136,6 +136,7 @@ public:
     int validatePassword(const char* device, const char* pin, int mode, int* remaining, void* context) override
     {
         const Call call = begin(Call::validatePassword, context, device, pin, mode, *remaining);
+        token_.checkedPin = pin;
         constexpr int wrongPin = 5;
         const auto told = scripted(call);
         const int result = told.value_or(token_.pin == pin ? 0 : wrongPin);

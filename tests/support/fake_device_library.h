@@ -43,6 +43,8 @@ struct FakeToken {
     TokenInfo info{};
     std::string pin = "1234";
     int attempts = 10;
+    // The PIN of the last check, where the module keeps it.
+    const char* checkedPin = nullptr;
 
     Given signature;      // default: as many bytes as there is room for
     Given digest;         // default: 32 bytes, or what there is room for

@@ -22,17 +22,22 @@ TEST_F(TokenCalls, ImportedKeyIsWipedFromItsRecord)
 }
 
 // The fake library's own texts hold the PIN too, but never at the beginning of a block.
-TEST_F(TokenCalls, TypedPinIsInNoBlockThatIsFreed)
+TEST_F(TokenCalls, TypedPinIsWipedBeforeTheMessageAndInEachFreedBlock)
 {
     token.pin = "a PIN with more characters than a string keeps inside itself";
     user.entersPin(token.pin + "7");
     user.acknowledges();
     user.entersPin(token.pin);
+    std::string refusedPin = "there was no message";
+    user.onWindow([&](const std::string& window) {
+        if (window.starts_with("message")) refusedPin = token.checkedPin;
+    });
     const Bytes secret = toBytes(token.pin.substr(1));
     const FreedMemory memory(secret);
     EXPECT_TRUE(ensurePin(device, {.alreadyValidated = "", .askingForPin = "", .clockMismatch = "", .cancelled = ""}));
     tokenState().pinCache.clear();
     EXPECT_EQ(memory.withSecretFirst, 0);
+    EXPECT_EQ(refusedPin, "") << "while the message is shown";
 }
 
 TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)

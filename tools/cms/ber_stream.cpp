@@ -12,8 +12,6 @@ namespace {
 constexpr std::size_t pieceSize = std::size_t{64} * 1024;
 constexpr int deepest = 32;
 constexpr std::uint64_t largestElement = 1024 * 1024;
-// Limits the parts of an element that is read as a whole, on all levels. A message to thousands of recipients has fewer.
-constexpr int mostParts = 100'000;
 constexpr unsigned char constructed = 0x20;
 
 } // namespace
@@ -108,17 +106,16 @@ void BerStream::forEachPart(const Header& outer, Take take)
 
 Bytes BerStream::element()
 {
-    int partsLeft = mostParts;
-    return elementAfter(header(), 0, partsLeft);
+    return elementAfter(header(), 0);
 }
 
-Bytes BerStream::elementAfter(const Header& head, int depth, int& partsLeft)
+Bytes BerStream::elementAfter(const Header& head, int depth)
 {
-    if (depth > deepest || --partsLeft < 0 || head.length > largestElement) refuse();
+    if (depth > deepest || head.length > largestElement) refuse();
     Bytes content;
     if (head.tag & constructed) {
         forEachPart(head, [&](const Header& part) {
-            append(content, elementAfter(part, depth + 1, partsLeft));
+            append(content, elementAfter(part, depth + 1));
             if (content.size() > largestElement) refuse();
         });
     } else {

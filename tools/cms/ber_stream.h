@@ -52,7 +52,7 @@ private:
     void bytes(std::span<unsigned char> into);
     template <class Take>
     void forEachPart(const Header& outer, Take take);
-    Bytes elementAfter(const Header& head, int depth, int& partsLeft);
+    Bytes elementAfter(const Header& head, int depth);
     void segments(const Header& outer, const std::function<void(ByteView)>& take, int depth);
     void pass(std::uint64_t length, const std::function<void(ByteView)>& take);
 

@@ -32,7 +32,6 @@ struct SignerFields {
     std::optional<der::Element> attributes;
     std::string algorithm;
     ByteView value;
-    bool hasTimeStamp;
 };
 
 std::string oidIn(der::Reader& fields)
@@ -72,12 +71,10 @@ SignerFields fieldsOf(ByteView signerInfo)
     const auto value = fields->octetString();
     if (!value) throw Failure(damaged);
     signer.value = *value;
-    const auto unsignedAttributes = fields->next(der::explicitTag(1));
-    signer.hasTimeStamp = unsignedAttributes && attributeValues(unsignedAttributes->content, oid::timeStampToken);
     return signer;
 }
 
-// Throws a Refusal for an unsupported digest.
+// Returns null for an unsupported digest.
 const KnownDigest* digestOfOid(std::string_view oid)
 {
     const KnownDigest* kind = findRow(knownDigests, &KnownDigest::oid, oid);
@@ -173,7 +170,7 @@ Signer checkSigner(const SignedData& message, ByteView signerInfo, const Digests
     if (!signatureHolds(*certificate, hash, digest, signer.value))
         throw Refusal(signer.attributes ? "the signature itself is damaged or forged: it is not the signer's"
                                         : "the signature does not belong to this file: one of the two was changed");
-    return {std::move(certificate), std::string(hash.name), signingTime(signer), signer.hasTimeStamp};
+    return {std::move(certificate), std::string(hash.name), signingTime(signer)};
 }
 
 } // namespace

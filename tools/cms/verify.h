@@ -17,7 +17,6 @@ struct Signer {
     std::string hashName;
     // The time that the signer claims.
     std::optional<FILETIME> time;
-    bool hasTimeStamp;
 };
 
 struct CheckedSignature {
