@@ -12,14 +12,6 @@ TEST(Der, LengthsTakeAsFewBytesAsTheyNeedUpToFilesOfManyGigabytes)
     for (const auto& [length, expected] : rows) EXPECT_EQ(header(tagOctetString, length), expected) << length;
 }
 
-TEST(Der, UnsignedIntegersNeverTurnNegativeAndSetsAreSorted)
-{
-    EXPECT_EQ(unsignedInteger(Bytes()), (Bytes{2, 1, 0}));
-    EXPECT_EQ(unsignedInteger(Bytes{0, 0, 0x7F}), (Bytes{2, 1, 0x7F}));
-    EXPECT_EQ(unsignedInteger(Bytes{0, 0x80}), (Bytes{2, 2, 0, 0x80}));
-    EXPECT_EQ(setOf({smallInteger(9), smallInteger(1)}), (Bytes{0x31, 6, 2, 1, 1, 2, 1, 9}));
-}
-
 TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
 {
     const Bytes halves{0, 0, 5, 0, 0xFF, 1, 2, 3};

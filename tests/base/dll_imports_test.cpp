@@ -1,7 +1,5 @@
 #include "common/dll_imports.h"
 
-#include "base/microsoft_runtime.h"
-
 #include "support/scratch_folder.h"
 
 #include <gmock/gmock.h>
@@ -39,14 +37,6 @@ TEST(DllImports, AreReadFromAFileAndOfDamagedOnesWithoutLeavingTheFile)
         broken[at] ^= 0xFF;
         read(broken);
     }
-}
-
-TEST(DllImports, OfMicrosoftsRuntimeAreKnownInAnyCase)
-{
-    for (const char* name : {"vcruntime140_1.dll", "MSVCP140.dll", "ucrtbase.dll", "api-ms-win-crt-heap-l1-1-0.dll"})
-        EXPECT_TRUE(isMicrosoftRuntime(name)) << name;
-    for (const char* name : {"msvcrt.dll", "KERNEL32.dll", "api-ms-win-core-file-l1-1-0.dll", "MSVC"})
-        EXPECT_FALSE(isMicrosoftRuntime(name)) << name;
 }
 
 } // namespace

@@ -1,4 +1,3 @@
-#include "common/hex.h"
 #include "end_to_end/token_test.h"
 
 namespace quelta::test {
@@ -55,27 +54,6 @@ TEST_F(PublicKeys, ImportedOnesVerifyAndEncryptForOpenssl)
         EXPECT_EQ(stored.verify(digest, signature), 0);
         EXPECT_EQ(stored.verify(Bytes(32), signature), NTE_BAD_SIGNATURE);
     }
-}
-
-class WrappedKeys : public TokenTest {};
-
-// The values of RFC 3394, 4.1. Both interfaces unwrap with a key that one of them has imported.
-TEST_F(WrappedKeys, AreTakenOnceTheTokenHasTheKeyThatTheyAreUnder)
-{
-    const CryptoApi csp;
-    const auto expectImports = [&](const Bytes& wrapped, SECURITY_STATUS status) {
-        EXPECT_EQ(storage.import(L"OpaqueKeyBlob", wrapped).status(), status);
-        // The last four bytes are no part of the key.
-        const CryptKey key = csp.import(keyBlob(SYMMETRICWRAPKEYBLOB, CALG_AES_128, concat({wrapped, Bytes(4)})));
-        EXPECT_EQ(key ? 0 : static_cast<SECURITY_STATUS>(GetLastError()), status);
-    };
-    Bytes wrapped = fromHex("1FA68B0A8112B447AEF34BD8FB5A7B829D3E862371D2CFE5").value();
-    expectImports(wrapped, NTE_BAD_KEY);
-    const Bytes key = concat({littleEndian({BCRYPT_KEY_DATA_BLOB_MAGIC, 1, 16}), counting(16, 0)});
-    EXPECT_EQ(storage.import(L"KeyDataBlob", key).status(), 0);
-    expectImports(wrapped, 0);
-    wrapped.front() ^= 1;
-    expectImports(wrapped, NTE_BAD_KEY);
 }
 
 } // namespace quelta::test

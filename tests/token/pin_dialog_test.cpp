@@ -2,7 +2,7 @@
 
 #include "token/pin_dialog.h"
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 namespace quelta::test {
 
@@ -38,17 +38,25 @@ TEST_F(PinDialogWindow, LoginIsAllowedFrom4To63Characters)
     });
 }
 
-TEST_F(PinDialogWindow, EnterIsNothingBeforeLoginIsAllowed)
+// The second dialog opens while the first one waits, as it would in another thread.
+TEST_F(PinDialogWindow, TwoDialogsReadTheirOwnPins)
 {
-    EXPECT_EQ(textAfter([](PinDialog dialog) {
-                  dialog.type("12");
-                  dialog.pressEnter();
-                  Sleep(200);
-                  EXPECT_TRUE(IsWindowVisible(dialog.window())) << "too short a text must not be sent to the token";
-                  dialog.type("34");
-                  dialog.pressEnter();
-              }),
-              "1234");
+    static std::string inner;
+    SetTimer(nullptr, 0, 300, [](HWND, UINT, UINT_PTR timer, DWORD) {
+        KillTimer(nullptr, timer);
+        showPasswordDialog(inner);
+    });
+    const std::string outer = textAfter([](PinDialog first) {
+        first.type("1111");
+        std::vector<HWND> shown;
+        while ((shown = visibleDialogs()).size() < 2) Sleep(5);
+        const PinDialog second(shown[shown[0] == first.window() ? 1 : 0]);
+        second.type("2222");
+        second.pressEnter();
+        while (IsWindow(second.window())) Sleep(5);
+        first.pressLogin();
+    });
+    EXPECT_THAT((std::vector{outer, inner}), ::testing::UnorderedElementsAre("1111", "2222"));
 }
 
 } // namespace quelta::test

@@ -29,15 +29,13 @@ TEST_F(TokenCalls, TypedPinIsWipedBeforeTheMessageAndInEachFreedBlock)
     user.acknowledges();
     user.entersPin(token.pin);
     std::string refusedPin = "there was no message";
-    user.onWindow([&](const std::string& window) {
-        if (window.starts_with("message")) refusedPin = token.checkedPin;
-    });
+    user.onWindow([&](const std::string& window) { refusedPin = window[0] == 'm' ? token.checkedPin : refusedPin; });
     const Bytes secret = toBytes(token.pin.substr(1));
     const FreedMemory memory(secret);
     EXPECT_TRUE(ensurePin(device, {.alreadyValidated = "", .askingForPin = "", .clockMismatch = "", .cancelled = ""}));
     tokenState().pinCache.clear();
     EXPECT_EQ(memory.withSecretFirst, 0);
-    EXPECT_EQ(refusedPin, "") << "while the message is shown";
+    EXPECT_EQ(refusedPin, "") << "while a message is shown";
 }
 
 TEST_F(TokenCalls, SingleSignOnNeedsASerialNumberAndBothFlags)
