@@ -285,7 +285,7 @@ rm -r token && mv full token
 
 register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
 library=QueltaDSCLibrary.dll
-foreign="sed -i s/msvcrt.dll/MSVCP1.dll/"
+foreign="sed -i s/msvcrt.dll/ucrtbase.d/"
 other_processor="env LC_ALL=C sed -i s/PE\x00\x00d\x86/PE\x00\x00L\x01/"
 # Each row has a change of the installed files and the finding. The tool then loads neither DLL.
 while IFS='|' read -r change finding; do

@@ -139,14 +139,12 @@ TEST_F(KspSilentCall, NeverAsksForAPinThatIsClearedMeanwhile)
     DWORD length = 0;
     int served = 0;
     constexpr int rounds = 20000;
-    {
-        const std::jthread clearing([](const std::stop_token& stop) {
-            for (; !stop.stop_requested(); tokenState().pinCache.clear()) cachePin();
-        });
-        for (int round = 0; round < rounds; ++round, token.takeCalls())
-            served += kspSlot("KSPEncrypt")(
-                          {provider, key, data, 1, 0, data, room.size(), addressOf(&length), NCRYPT_SILENT_FLAG}) == 0;
-    }
+    const std::jthread clearing([](const std::stop_token& stop) {
+        for (; !stop.stop_requested(); tokenState().pinCache.clear()) cachePin();
+    });
+    for (int round = 0; round < rounds; ++round, token.takeCalls())
+        served +=
+            kspSlot("KSPEncrypt")({provider, key, data, 1, 0, data, room.size(), addressOf(&length), NCRYPT_SILENT_FLAG}) == 0;
     EXPECT_FALSE(asked);
     EXPECT_TRUE(served > 0 && served < rounds) << served;
 }
