@@ -287,14 +287,15 @@ register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
 library=QueltaDSCLibrary.dll
 foreign="sed -i s/msvcrt.dll/ucrtbase.d/"
 other_processor="env LC_ALL=C sed -i s/PE\x00\x00d\x86/PE\x00\x00L\x01/"
-# Each row has a change of the installed files and the finding. The tool then loads neither DLL.
-while IFS='|' read -r change finding; do
+other_entry="perl -0777 -pi -e substr(\$_,unpack('V',substr(\$_,60,4))+40,4)=pack('V',4096)"
+# Each row has a change of the installed files, the finding of check, and what list says if it says something else.
+while IFS='|' read -r change finding listed; do
     rm -rf installed && mkdir installed
     cp "$bin"/{quelta.exe,QueltaCSP.dll} "$bin/../softtoken/$library" installed
     # shellcheck disable=SC2086
     (cd installed && $change)
-    quelta=installed/quelta.exe WINEPATH='' answers 1 "FAILED *$finding & -- *loading" check
-    quelta=installed/quelta.exe WINEPATH='' refuses "${finding#*: }" list
+    quelta=installed/quelta.exe WINEPATH='' answers 1 "FAILED *$finding & -- *token:" check
+    quelta=installed/quelta.exe WINEPATH='' refuses "${listed:-${finding#*: }}" list
 done <<END
 rm QueltaCSP.dll|module: QueltaCSP.dll is neither
 truncate -s0 QueltaCSP.dll|module: .*is empty
@@ -302,6 +303,7 @@ rm $library|device library: .*is missing; put it beside
 $other_processor $library|device library: .*is not a 64-bit DLL.*maker's 64-bit library
 cp quelta.exe $library|device library: .*is no DLL
 truncate -s100000 $library|device library: .*is cut short
+$other_entry $library|loading: .*$library is damaged, or it fails when it starts|or $library can't be loaded
 $foreign $library|device library: .*keep the library
 $foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's
 END

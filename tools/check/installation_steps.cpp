@@ -95,6 +95,7 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
                                                 : "put it beside the module");
     if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version; repair the installation";
     const Library library(LoadLibraryExW(examination.deviceLibrary.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
+    if (!library) error = GetLastError();
     return nameOf(library ? examination.module : examination.deviceLibrary) +
            " is damaged, or it fails when it starts (Windows error " + std::to_string(error) + "); " +
            (library ? "install the provider anew" : "put the maker's library in its place");
