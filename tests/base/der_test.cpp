@@ -5,11 +5,12 @@
 namespace quelta::der {
 namespace {
 
-TEST(Der, LengthsTakeAsFewBytesAsTheyNeedUpToFilesOfManyGigabytes)
+TEST(Der, LengthsTakeAsFewBytesAsTheyNeedAndSetsAreSorted)
 {
     const std::pair<std::uint64_t, Bytes> rows[] = {
         {127, {4, 127}}, {128, {4, 0x81, 128}}, {256, {4, 0x82, 1, 0}}, {0x123456789, {4, 0x85, 1, 0x23, 0x45, 0x67, 0x89}}};
     for (const auto& [length, expected] : rows) EXPECT_EQ(header(tagOctetString, length), expected) << length;
+    EXPECT_EQ(setOf({smallInteger(9), smallInteger(1)}), (Bytes{0x31, 6, 2, 1, 1, 2, 1, 9}));
 }
 
 TEST(Der, EcdsaSignaturesSurviveThereAndBackWithLeadingZerosAndTopBits)
