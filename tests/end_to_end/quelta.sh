@@ -111,7 +111,7 @@ refuses "certificate of CN=rsa2048 of the tests is not valid before" \
 answers 1 '"good": false' verify --json signature changed
 answers 1 '"error": .*no such file' verify --json absent data
 refuses "no CMS" verify data data
-refuses "the PIN is wrong; .* another wrong one may lock the token .*log says: .* failed" sign data -o wrong --key rsa2048 --pin 000000
+refuses "the PIN is wrong, .* another wrong one may lock the token .*log says: .* failed" sign data -o wrong --key rsa2048 --pin 000000
 refuses "code page" sign data -o wrong --key rsa2048 --pin "A1Ā"
 refuses "the PIN is empty" sign data -o wrong --key rsa2048 --pin ""
 [[ ! -e wrong ]] || fail "a refused signature leaves a file"

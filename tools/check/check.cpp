@@ -18,8 +18,9 @@ namespace {
 
 constexpr std::size_t linesOfEachLog = 20;
 constexpr std::string_view libraryStarts =
-    "        The next steps call QueltaDSCLibrary.dll. If the list ends before its last line, which begins with \"Result\", the "
-    "library hangs or has crashed: pull the token and try again, then install the maker's library anew, then ask the maker.";
+    "        The next steps call QueltaDSCLibrary.dll. If no line that begins with \"Result\" follows, the library has crashed, "
+    "or it "
+    "hangs: pull the token and try again, then install the maker's library anew, then ask the maker.";
 
 struct Word {
     Verdict verdict;

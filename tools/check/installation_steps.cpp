@@ -17,6 +17,7 @@ namespace quelta::tools {
 namespace {
 
 constexpr auto libraryName = L"QueltaDSCLibrary.dll";
+constexpr auto repair = "; repair the installation (as an administrator: msiexec /famus and the package)";
 
 bool isFile(const std::filesystem::path& path)
 {
@@ -93,7 +94,7 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
             return missing + " is missing, which " + nameOf(dll.filename()) + " needs; " +
                    (isMicrosoftRuntime(missing) ? "install Microsoft's Visual C++ Redistributable (x64)"
                                                 : "put it beside the module");
-    if (error == ERROR_PROC_NOT_FOUND) return "a DLL that it needs is of another version; repair the installation";
+    if (error == ERROR_PROC_NOT_FOUND) return std::string("a DLL that it needs is of another version") + repair;
     const Library library(LoadLibraryExW(examination.deviceLibrary.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
     if (!library) error = GetLastError();
     return nameOf(library ? examination.module : examination.deviceLibrary) +
@@ -121,7 +122,7 @@ void refuseMisfit(const Examination& examination, Compiler module, Compiler libr
     throw Failure(nameOf(examination.deviceLibrary) + (library == Compiler::visualCpp
                                                            ? " does not fit the module: it was built with Visual C++, and the "
                                                              "module was not; keep the library, and install the "
-                                                             "QueltaCSP.dll that was built with Visual C++"
+                                                             "package for real tokens, whose module was built with Visual C++"
                                                            : " does not fit the module: it was built with GCC, as the software "
                                                              "token is, and the module with Visual C++; keep the "
                                                              "module, and install the maker's library"));
@@ -162,21 +163,18 @@ Found lookAtCryptoApi(Examination& examination)
     DWORD type = 0;
     DWORD size = sizeof type;
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Type", RRF_RT_REG_DWORD, nullptr, &type, &size))
-        throw Failure("not registered under HKLM\\" + providerRegistryKey() + "; repair the installation");
-    if (type != PROV_RSA_FULL)
-        throw Failure("registered with type " + std::to_string(type) + " in place of 1; repair the installation");
+        throw Failure("not registered under HKLM\\" + providerRegistryKey() + repair);
+    if (type != PROV_RSA_FULL) throw Failure("registered with type " + std::to_string(type) + " in place of 1" + repair);
     if (RegGetValueW(HKEY_LOCAL_MACHINE, key.c_str(), L"Signature", RRF_RT_ANY, nullptr, nullptr, nullptr))
-        throw Failure("registered without a Signature, which Windows asks for; repair the installation");
+        throw Failure(std::string("registered without a Signature, which Windows asks for") + repair);
     const auto image = registeredImage();
-    if (!isFile(image))
-        throw Failure("registered, but this file is missing: " + nameOf(registeredModule()) + "; repair the installation");
+    if (!isFile(image)) throw Failure("registered, but this file is missing: " + nameOf(registeredModule()) + repair);
     if (!isNamedAsModule(image))
-        throw Failure("registered with another DLL, " + nameOf(image) + ", in place of QueltaCSP.dll; repair the installation");
+        throw Failure("registered with another DLL, " + nameOf(image) + ", in place of QueltaCSP.dll" + repair);
     const auto installed = systemFolder() / moduleName;
     std::error_code ignored;
     if (isFile(installed) && !std::filesystem::equivalent(image, installed, ignored))
-        throw Failure("registered with another copy, " + nameOf(image) + ", than the installed " + nameOf(installed) +
-                      "; repair the installation");
+        throw Failure("registered with another copy, " + nameOf(image) + ", than the installed " + nameOf(installed) + repair);
     examination.registered = true;
     return {Verdict::ok, "registered as " + nameOf(image)};
 }
@@ -212,8 +210,8 @@ std::string versionOf(const std::filesystem::path& dll)
 Found lookAtVersions(Examination& examination)
 {
     const std::string module = versionOf(examination.module);
-    const std::string text = "quelta " + std::string(version) + ", QueltaCSP.dll " + module + ", QueltaDSCLibrary.dll " +
-                             versionOf(examination.deviceLibrary);
+    const std::string library = examination.module.empty() ? "not looked for" : versionOf(examination.deviceLibrary);
+    const std::string text = "quelta " + std::string(version) + ", QueltaCSP.dll " + module + ", QueltaDSCLibrary.dll " + library;
     if (examination.module.empty() || examination.deviceLibrary.empty()) return {Verdict::leftOut, text};
     if (module == version) return {Verdict::ok, text};
     throw Failure(text + "; install the tool and the module of the same version");
@@ -258,7 +256,7 @@ constexpr CheckStep stepsWithoutLibrary[] = {
 
 constexpr CheckStep stepsWithLibrary[] = {
     {"loading", Need::fittingFiles, lookAtLoading},
-    {"key storage", Need::fittingFiles, lookAtKeyStorage},
+    {"key storage", Need::module, lookAtKeyStorage},
 };
 
 } // namespace

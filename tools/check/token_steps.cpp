@@ -96,7 +96,7 @@ Found lookAtStore(Examination& examination)
                    : "is not among the user's certificates in Windows (My)";
     });
     return judged(absent, Verdict::failed, "every certificate is in the store My",
-                  "; applications can't see it; run: quelta publish");
+                  "; applications can't see what is missing there; run: quelta publish");
 }
 
 // Shows the dialog once, by a signature with a key that can sign.

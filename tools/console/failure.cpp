@@ -57,7 +57,7 @@ std::string quoteOfLog(unsigned long code)
 {
     if (!isProvidersOwn(code)) return {};
     const auto lines = ownErrorLines();
-    return lines.empty() ? "" : "; the provider's log says: " + lines.back();
+    return lines.empty() ? "" : "; the provider's log says: " + lines.back() + " (a number there is the library's answer)";
 }
 
 std::string systemText(unsigned long code)
