@@ -203,8 +203,8 @@ for size in 0 100 1000 100000 -1; do
 done
 does sign sized --key 2 --pin "$pin"
 openssl_verifies "$shared/rsa2048.root.pem" sized.p7s -content sized
-openssl req -x509 -newkey rsa:2048 -nodes -keyout other.pem -subj "/CN=Other" -out other.pem 2>log
-openssl_encrypts -aes256 -recip other.pem
+openssl req -x509 -newkey rsa:2048 -nodes -keyout later.pem -subj "/CN=Later" -out later.pem 2>log
+openssl_encrypts -aes256 -recip later.pem
 refuses "not encrypted for a key on this token" decrypt message -o none --pin "$pin"
 # This changes the last byte, which is part of the padding.
 openssl_encrypts -aes256 -recip "$shared/rsa2048.leaf.pem"
@@ -276,11 +276,11 @@ openssl x509 -req -in late.csr -signkey "$shared/rsa2048.pem" -days 0 -out late.
 token init --pin "$pin" --force
 token import "$shared/rsa2048.pem" late.pem
 answers 1 "FAILED *validity: .*Late. expired on" check
-token import "$shared/rsa4096.pem" "$shared/rsa4096.leaf.pem"
+token import later.pem
 refuses "expired on" sign data -o late --key Late --pin "$pin"
 does sign data -o late --key Late --pin "$pin" --force
 does sign data -o unnamed --pin "$pin"
-answers 3 "signer *CN=rsa4096" verify unnamed data
+answers 3 "signer *CN=Later" verify unnamed data
 rm -r token && mv full token
 
 register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
