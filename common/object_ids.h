@@ -19,6 +19,7 @@ constexpr std::string_view contentType = "1.2.840.113549.1.9.3";
 constexpr std::string_view messageDigest = "1.2.840.113549.1.9.4";
 constexpr std::string_view signingTime = "1.2.840.113549.1.9.5";
 // The attribute that has a time stamp (RFC 3161).
+constexpr std::string_view timeStampToken = "1.2.840.113549.1.9.16.2.14";
 } // namespace oid
 
 } // namespace quelta

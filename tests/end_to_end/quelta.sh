@@ -106,6 +106,10 @@ sign_and_verify ksp p256 sha384
 sign_and_verify csp rsa2048 sha256
 answers 3 "^good signature of data, but .* NOT CHECKED" verify signature data
 refuses "NOT VALID" verify signature data --root "$shared/p256.root.pem"
+# A time stamp is an attribute that is not signed. It makes five elements longer.
+perl -0777 -pe '$_ .= $stamp = pack "H*", "a1133011060b2a864886f70d010910020e31020500"; /\x31\x82..\x30\x82..\x02\x01\x01\x30/s;
+    foreach $at (0, 15, 19, $-[0], $-[0] + 4) { substr($_, $at + 2, 2) = pack "n", length($stamp) + unpack "n", substr $_, $at + 2, 2 }' signature >stamped
+answers 0 "there is a time stamp, which was not checked" verify stamped data --root "$shared/rsa2048.root.pem"
 refuses "certificate of CN=rsa2048 of the tests is not valid before" \
     verify signature data --root "$shared/rsa2048.root.pem" --at 2001-01-01
 answers 1 '"good": false' verify --json signature changed

@@ -103,13 +103,12 @@ TEST_F(LogWriter, InstalledMutexIsHeldForTheLine)
 TEST_F(LogWriter, LinesOfSeveralThreadsDoNotTear)
 {
     constexpr int writers = 4, linesEach = 1000;
-    {
-        std::array<std::jthread, writers> threads;
-        for (auto& thread : threads)
-            thread = std::jthread([] {
-                for (int line = 0; line < linesEach; ++line) logDebug("a line of ", "one of ", 4, " threads");
-            });
-    }
+    std::array<std::jthread, writers> threads;
+    for (auto& thread : threads)
+        thread = std::jthread([] {
+            for (int line = 0; line < linesEach; ++line) logDebug("a line of ", "one of ", 4, " threads");
+        });
+    for (auto& thread : threads) thread.join();
     const auto lines = log.takeLines();
     const auto whole = std::ranges::count(lines, debug("a line of one of 4 threads"));
     EXPECT_LE(std::ssize(lines), whole + 1) << "torn lines";

@@ -32,6 +32,7 @@ struct SignerFields {
     std::optional<der::Element> attributes;
     std::string algorithm;
     ByteView value;
+    bool hasTimeStamp;
 };
 
 std::string oidIn(der::Reader& fields)
@@ -71,6 +72,8 @@ SignerFields fieldsOf(ByteView signerInfo)
     const auto value = fields->octetString();
     if (!value) throw Failure(damaged);
     signer.value = *value;
+    const auto unsignedAttributes = fields->next(der::explicitTag(1));
+    signer.hasTimeStamp = unsignedAttributes && attributeValues(unsignedAttributes->content, oid::timeStampToken);
     return signer;
 }
 
@@ -170,7 +173,7 @@ Signer checkSigner(const SignedData& message, ByteView signerInfo, const Digests
     if (!signatureHolds(*certificate, hash, digest, signer.value))
         throw Refusal(signer.attributes ? "the signature itself is damaged or forged: it is not the signer's"
                                         : "the signature does not belong to this file: one of the two was changed");
-    return {std::move(certificate), std::string(hash.name), signingTime(signer)};
+    return {std::move(certificate), std::string(hash.name), signingTime(signer), signer.hasTimeStamp};
 }
 
 } // namespace

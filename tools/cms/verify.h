@@ -17,6 +17,7 @@ struct Signer {
     std::string hashName;
     // The time that the signer claims.
     std::optional<FILETIME> time;
+    bool hasTimeStamp;
 };
 
 struct CheckedSignature {

@@ -47,6 +47,7 @@ void describe(Outcome& outcome, const Signer& signer, const ChainEnd& end, const
                                     "  serial  " + serialOf(certificate), "  hash    " + signer.hashName, "  signed  " + signedAt,
                                     "  chain   " + textOf(end, wish), "  judged  for " + wish.atText})
         outcome.lines.push_back(line);
+    if (signer.hasTimeStamp) outcome.lines.emplace_back("  stamp   there is a time stamp, which was not checked");
     outcome.json["signers"].push_back({{"subject", subjectOf(certificate)},
                                        {"issuer", issuerOf(certificate)},
                                        {"serial", serialOf(certificate)},
@@ -54,7 +55,8 @@ void describe(Outcome& outcome, const Signer& signer, const ChainEnd& end, const
                                        {"signed", signer.time ? Json(timeText(*signer.time)) : Json()},
                                        {"chain", textOf(end, wish)},
                                        {"chainChecked", end.trusted},
-                                       {"judgedFor", timeText(wish.at)}});
+                                       {"judgedFor", timeText(wish.at)},
+                                       {"hasTimeStamp", signer.hasTimeStamp}});
 }
 
 Outcome describeAll(const std::string& file, const CheckedSignature& checked, const ChainWish& wish)
@@ -66,7 +68,7 @@ Outcome describeAll(const std::string& file, const CheckedSignature& checked, co
                     {{"good", true}, {"signers", Json::array()}},
                     trusted ? exitDone : exitChainNotChecked};
     for (std::size_t i = 0; i < chains.size(); ++i) describe(outcome, checked.signers[i], chains[i], wish);
-    outcome.lines.emplace_back("revocation and time stamps were not checked");
+    outcome.lines.emplace_back("whether a certificate was revoked was not looked at");
     outcome.json["revocationChecked"] = false;
     outcome.json["timeStampsChecked"] = false;
     return outcome;
