@@ -29,13 +29,16 @@ HCRYPTPROV acquire(const char* container)
     return context;
 }
 
-// Returns true if the container's key can sign and has a certificate. Applications identify a signer by the certificate.
+// Returns true if the container has an RSA key that can sign and has a certificate. Applications identify a signer by the
+// certificate. openssl expects another form of signature from a key on an elliptic curve.
 bool hasSigningCertificate(HCRYPTPROV context)
 {
     HCRYPTKEY key = 0;
     if (!CryptGetUserKey(context, AT_SIGNATURE, &key)) return false;
-    DWORD size = 0;
-    const bool found = CryptGetKeyParam(key, KP_CERTIFICATE, nullptr, &size, 0) != FALSE;
+    ALG_ID algorithm = 0;
+    DWORD algorithmSize = sizeof algorithm, size = 0;
+    const bool found = CryptGetKeyParam(key, KP_ALGID, reinterpret_cast<BYTE*>(&algorithm), &algorithmSize, 0) &&
+                       algorithm == CALG_RSA_SIGN && CryptGetKeyParam(key, KP_CERTIFICATE, nullptr, &size, 0);
     CryptDestroyKey(key);
     return found;
 }
@@ -55,7 +58,7 @@ HCRYPTPROV acquireSigner()
         }
         CryptReleaseContext(context, 0);
     }
-    std::fputs("The token has no key with a certificate that can sign.\n", stderr);
+    std::fputs("The token has no RSA key with a certificate that can sign.\n", stderr);
     std::exit(1);
 }
 
