@@ -67,7 +67,8 @@ struct StoredToken {
 };
 
 std::string toJson(const StoredToken& state);
-// Fails unless toJson wrote the text. A text that is no JSON causes no exception, so the first poll of such a token throws nothing.
+// Fails unless toJson wrote the text. A text that is no JSON causes no exception, so the first poll of such a token throws
+// nothing.
 std::expected<StoredToken, TokenError> fromJson(const std::string& text);
 
 KeyId newKeyId();
