@@ -92,6 +92,8 @@ refuses "no key and no certificate friendly" delete friendly
 refuses "ASCII" init --force --pin 'päss'
 refuses "ASCII" pin change --new 'päss'
 refuses "4 to 63" pin change --new 123
+refuses "pairs of the digits" import --aes 12345
+refuses "pairs of the digits" import --aes 123G
 token clock mismatch
 token list
 grep -q "clock mismatch, single sign-on off, PIN 2 of 2 attempts left" output || fail "another clock, or an attempt is lost"
