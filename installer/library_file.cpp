@@ -29,7 +29,7 @@ std::wstring whyUnread(const std::wstring& path, DWORD error)
     if (error == ERROR_FILE_NOT_FOUND || error == ERROR_PATH_NOT_FOUND)
         return L"DEVICELIBRARY names a file that is not there: " + path + L". Correct the path";
     return L"DEVICELIBRARY names a file that can't be read: " + path + because(error) +
-           L". Let the computer's account read it, and not only users";
+           L". Both the account that runs msiexec and the computer's account must be able to read it";
 }
 
 // Returns null if nothing is wrong.
