@@ -242,7 +242,7 @@ does unpublish
 answers 0 "nothing was published" unpublish
 
 # The help desk reads these lines in each state.
-answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this computer does not trust" check
+answers 1 "FAILED *published: .*quelta publish & note *chains: .*a root that this computer does not trust & -- *signature through key storage: no PIN was given" check
 answers 1 "FAILED *PIN: refused: .*the PIN is wrong & -- *signature through CryptoAPI" check --pin 99999
 token list
 grep -q "PIN 2 of 3 attempts left" log || fail "a wrong PIN does not cost one attempt: $(<log)"

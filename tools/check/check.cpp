@@ -49,6 +49,7 @@ std::string_view lackFor(Need need, const Examination& examination)
     if (need >= Need::token && !examination.csp) return "there is no token to look at";
     if (need >= Need::key && examination.keys.empty()) return "the token holds no key";
     if (need >= Need::certificate && !hasCertificate(examination)) return "there is no certificate to look at";
+    if (need >= Need::pin && !examination.options.withPin) return "no PIN was given";
     if (need >= Need::pin && !examination.pinAccepted) return "there is no PIN that the token accepted";
     return {};
 }

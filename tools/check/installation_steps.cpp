@@ -17,7 +17,7 @@ namespace quelta::tools {
 namespace {
 
 constexpr auto libraryName = L"QueltaDSCLibrary.dll";
-constexpr auto repair = "; repair the installation (as an administrator: msiexec /famus and the package)";
+constexpr auto repair = "; repair the installation (as an administrator: msiexec /famus FILE, the installed package's .msi)";
 
 bool isFile(const std::filesystem::path& path)
 {
@@ -99,7 +99,8 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
     if (!library) error = GetLastError();
     return nameOf(library ? examination.module : examination.deviceLibrary) +
            " is damaged, or it fails when it starts (Windows error " + std::to_string(error) + "); " +
-           (library ? "install the provider anew" : "put the maker's library in its place");
+           (library ? "install the provider anew"
+                    : "put the maker's library in its place, and ask the maker if that does not help");
 }
 
 Found lookAtModule(Examination& examination)
@@ -109,7 +110,9 @@ Found lookAtModule(Examination& examination)
                                           ownFolder() / moduleName, systemFolder() / moduleName});
     const auto& module = examination.module;
     if (module.empty())
-        throw Failure("QueltaCSP.dll is neither registered nor beside this program nor in the system's folder; install it");
+        throw Failure(
+            "QueltaCSP.dll is neither where it is registered nor beside this program nor in the system's folder; install "
+            "the package, or repair the installation");
     examination.deviceLibrary = firstThatExists({module.parent_path() / libraryName, onSearchPath(libraryName)});
     if (const auto dll = readDllFile(module); !dll.fault.empty())
         throw Failure(nameOf(module) + " " + dll.fault + "; install the provider anew");

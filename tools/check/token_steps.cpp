@@ -75,7 +75,8 @@ std::string chainFault(const Examination& examination, const ListedKey& row)
     if (end.trusted) return {};
     if (!end.missingIssuer.empty())
         return "has an issuer whose certificate is missing on this computer, " + end.missingIssuer +
-               ": applications may refuse it; whoever issued the token has the issuer's certificate";
+               ": applications may refuse it; get the issuer's certificate from whoever issued the token, and add it to this "
+               "computer";
     return "ends in " + end.name +
            ", a root that this computer does not trust: applications may refuse it; an administrator who knows the root can add "
            "it";

@@ -57,7 +57,9 @@ std::string quoteOfLog(unsigned long code)
 {
     if (!isProvidersOwn(code)) return {};
     const auto lines = ownErrorLines();
-    return lines.empty() ? "" : "; the provider's log says: " + lines.back() + " (a number there is the library's answer)";
+    if (lines.empty()) return {};
+    const bool hasNumber = lines.back().find_first_of("0123456789") != std::string::npos;
+    return "; the provider's log says: " + lines.back() + (hasNumber ? " (the number is the library's answer)" : "");
 }
 
 std::string systemText(unsigned long code)

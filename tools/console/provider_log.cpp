@@ -28,7 +28,8 @@ struct PinResult {
 constexpr PinResult pinResults[] = {
     {"4", "the PIN is wrong, and an attempt was used; do not guess, since another wrong one may lock the token"},
     {"5", "the token's PIN is locked; whoever issued the token can unlock it"},
-    {"48", "the token's clock and this computer's differ: set the computer's date and time; no attempt was used"},
+    {"48", "the token's clock and this computer's differ: set the computer's date and time, or use the maker's program if they "
+           "are right; no attempt was used"},
 };
 
 std::uintmax_t endAtStart = 0;
