@@ -6,7 +6,7 @@ function(quelta_find_package package)
   find_package(${package} CONFIG QUIET)
   if(NOT ${package}_FOUND)
     message(FATAL_ERROR "${package} is missing: run \"vcpkg install nlohmann-json cli11 boost-multiprecision gtest "
-      "--triplet x64-windows-static\" and configure with -DVCPKG_TARGET_TRIPLET=x64-windows-static "
+      "--triplet x64-windows-static\" and configure with --fresh -DVCPKG_TARGET_TRIPLET=x64-windows-static "
       "-DCMAKE_TOOLCHAIN_FILE=VCPKG/scripts/buildsystems/vcpkg.cmake, or leave out what needs it with the preset windows-msvc")
   endif()
 endfunction()
