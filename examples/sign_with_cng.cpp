@@ -39,7 +39,8 @@ NCRYPT_KEY_HANDLE openSigner(NCRYPT_PROV_HANDLE provider)
     NCRYPT_KEY_HANDLE signer = 0;
     NCryptKeyName* name = nullptr;
     void* state = nullptr;
-    while (!signer && NCryptEnumKeys(provider, nullptr, &name, &state, 0) == 0) {
+    SECURITY_STATUS status = 0;
+    while (!signer && (status = NCryptEnumKeys(provider, nullptr, &name, &state, 0)) == 0) {
         NCRYPT_KEY_HANDLE key = 0;
         check(NCryptOpenKey(provider, &key, name->pszName, 0, 0), "NCryptOpenKey");
         NCryptFreeBuffer(name);
@@ -51,6 +52,7 @@ NCRYPT_KEY_HANDLE openSigner(NCRYPT_PROV_HANDLE provider)
     }
     NCryptFreeBuffer(state);
     if (signer) return signer;
+    if (status != NTE_NO_MORE_ITEMS) check(status, "NCryptEnumKeys");
     std::fputs("The token has no key with a certificate that can sign.\n", stderr);
     std::exit(1);
 }
