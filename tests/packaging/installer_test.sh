@@ -258,6 +258,9 @@ check "and nothing changes" same_state upgraded
 check "the upgraded one is removed" installer 0 /x "$(seen_by_windows "$developer")"
 check "and leaves nothing behind" same_state before
 
+for change in REINSTALL=ALL REMOVE=Publishing; do
+    check "$change is refused where this version is not installed" installer "$refused" /i "$(seen_by_windows "$product")" "$change" "$library"
+done
 check "a device library that is none is refused, with the reason" refuses_libraries
 check "and nothing changes" same_state before
 make_failing
