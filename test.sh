@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Builds everything and runs all tests. Arguments go to ctest: ./test.sh -R SignHash
+# Builds everything and runs all tests. Arguments go to ctest: ./test.sh -R Signing
 set -euo pipefail
 # shellcheck source=scripts/setup.sh
 source "$(dirname "$(realpath "${BASH_SOURCE[0]}")")/scripts/setup.sh"
@@ -8,7 +8,7 @@ if [[ ${1-} == --help || ${1-} == -h ]]; then
     say "Usage: ./test.sh [--release] [CTEST-ARGUMENT]..."
     say "Installs missing packages, builds everything under build/, and runs all tests with ctest."
     say "--release    also runs the end-to-end tests with the release build"
-    say "Example: ./test.sh -R SignHash    runs the tests whose names contain SignHash"
+    say "Example: ./test.sh -R Signing    runs the tests whose names contain Signing"
     exit 0
 fi
 release=()
