@@ -86,7 +86,7 @@ std::string missingImportOf(const std::filesystem::path& dll)
     return {};
 }
 
-// Names a missing DLL: the device library may need others.
+// Names a missing DLL that the module or the device library needs. A DLL that only another one needs is not named.
 std::string whyNotLoaded(const Examination& examination, DWORD error)
 {
     for (const auto& dll : {examination.module, examination.deviceLibrary})
@@ -94,11 +94,15 @@ std::string whyNotLoaded(const Examination& examination, DWORD error)
             return missing + " is missing, which " + nameOf(dll.filename()) + " needs; " +
                    (isMicrosoftRuntime(missing) ? "install Microsoft's Visual C++ Redistributable (x64)"
                                                 : "put it beside the module");
-    if (error == ERROR_PROC_NOT_FOUND) return std::string("a DLL that it needs is of another version") + repair;
+    const std::string name = nameOf(examination.deviceLibrary);
+    if (error == ERROR_MOD_NOT_FOUND)
+        return "a DLL is missing that " + name + " needs through another one; ask the maker which DLLs it needs";
+    if (error == ERROR_PROC_NOT_FOUND)
+        return name + ", or a DLL that it needs, is of another version; put the maker's newest library in its place";
     const Library library(LoadLibraryExW(examination.deviceLibrary.c_str(), nullptr, LOAD_WITH_ALTERED_SEARCH_PATH));
     if (!library) error = GetLastError();
-    return nameOf(library ? examination.module : examination.deviceLibrary) +
-           " is damaged, or it fails when it starts (Windows error " + std::to_string(error) + "); " +
+    return (library ? nameOf(examination.module) : name) + " is damaged, or it fails when it starts (Windows error " +
+           std::to_string(error) + "); " +
            (library ? "install the provider anew"
                     : "put the maker's library in its place, and ask the maker if that does not help");
 }
