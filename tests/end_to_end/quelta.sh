@@ -292,11 +292,8 @@ library=QueltaDSCLibrary.dll
 foreign="sed -i s/msvcrt.dll/ucrtbase.d/"
 other_processor="env LC_ALL=C sed -i s/PE\x00\x00d\x86/PE\x00\x00L\x01/"
 other_entry="perl -0777 -pi -e substr(\$_,unpack('V',substr(\$_,60,4))+40,4)=pack('V',4096)"
-# needs_another OTHER: makes the library need OTHER, which needs a DLL that is not there.
-needs_another() {
-    sed 's/bcrypt.dll/absent.dll/' $library >"$1"
-    sed -i "s/bcrypt.dll/$1/" $library
-}
+# The library needs another DLL, which needs one that is not there.
+needs_another() { sed s/bcrypt.dll/absent.dll/ $library >second.dll && sed -i s/bcrypt.dll/second.dll/ $library; }
 # Each row has a change of the installed files, the finding of check, and what list says if it says something else.
 while IFS='|' read -r change finding listed; do
     rm -rf installed && mkdir installed
@@ -314,7 +311,7 @@ cp quelta.exe $library|device library: .*is no DLL
 truncate -s100000 $library|device library: .*is cut short
 $other_entry $library|loading: .*$library is damaged, or it fails when it starts|or $library can't be loaded
 sed -i s/bcrypt.dll/absent.dll/ $library|loading: .*absent.dll is missing, which .*$library needs; put it beside|or $library can't be loaded
-needs_another second.dll|loading: .*a DLL is missing that .*$library needs through another one|or $library can't be loaded
+needs_another|loading: .*a DLL is missing that .*$library needs through another one|or $library can't be loaded
 $foreign $library|device library: .*keep the library
 $foreign QueltaCSP.dll|device library: .*with GCC.*install the maker's
 END
