@@ -33,7 +33,7 @@ build_packages=(wine wine64 xvfb g++-mingw-w64-x86-64-posix mingw-w64-tools cmak
 # shellcheck disable=SC2034
 release_packages=(zip unzip osslsigncode wixl msitools)
 # shellcheck disable=SC2034
-test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev)
+test_packages=(libgtest-dev googletest libgmock-dev clang libclang-rt-14-dev python3)
 # clang-tidy 22 is the oldest version that skips the system's headers. Older versions take an hour.
 # shellcheck disable=SC2034
 lint_packages=(clang-format clang-tidy-22 shellcheck)

@@ -85,7 +85,7 @@ zip_is_complete() {
 # names_licences MODULES-RUNTIME OTHER: each component has one heading, and a text below.
 names_licences() {
     local text=$work/extracted/Quelta/licences.txt
-    [[ $(grep -cE '^(nlohmann-json|CLI11|Runtime of) .*: in .*' "$text") -eq $(($(grep -c '^====' "$text") / 2)) ]] &&
+    [[ $(grep -cE '^(Quelta$|(nlohmann-json|CLI11|Runtime of) .*: in .*)' "$text") -eq $(($(grep -c '^====' "$text") / 2)) ]] &&
         grep "^Runtime of $1.*QueltaCSP.dll" "$text" && ! grep "^Runtime of $2.*QueltaCSP.dll" "$text" &&
         grep '^Permission is hereby granted' "$text" && grep '^GCC RUNTIME LIBRARY EXCEPTION' "$text" &&
         grep 'GNU GENERAL PUBLIC LICENSE' "$text"
