@@ -14,7 +14,7 @@ provider_name=$(sed -n 's/^inline constexpr char providerName\[\] = "\(.*\)";$/\
 # The root key's full name: Wine's regedit silently refuses to export a key that begins with HKLM.
 provider_key="HKEY_LOCAL_MACHINE\\Software\\Microsoft\\Cryptography\\Defaults\\Provider\\$provider_name"
 
-# Windows wants the module's signature in this value. Wine only wants the value to exist.
+# Windows and Wine want the value Signature to exist. Neither looks at its content.
 registration_of() {
     cat <<END
 Windows Registry Editor Version 5.00
