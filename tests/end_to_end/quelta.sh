@@ -291,8 +291,8 @@ register "$(winepath -w "$work")\\installed\\QueltaCSP.dll"
 library=QueltaDSCLibrary.dll
 foreign="sed -i s/msvcrt.dll/ucrtbase.d/"
 other_processor="env LC_ALL=C sed -i s/PE\x00\x00d\x86/PE\x00\x00L\x01/"
-other_entry="perl -0777 -pi -e substr(\$_,unpack('V',substr(\$_,60,4))+40,4)=pack('V',4096)"
-# The library needs another DLL, which needs one that is not there.
+# The library's start (xor eax, eax; ret) answers FALSE. The header of its section stands 264 bytes behind PE.
+refuse_to_start() { perl -0777 -pi -e '$p=unpack"x60V";($v,$s,$r)=unpack"x$p x276V3";substr($_,unpack("x$p x40V")-$v+$r,3)="\x31\xc0\xc3"' $library; }
 needs_another() { sed s/bcrypt.dll/absent.dll/ $library >second.dll && sed -i s/bcrypt.dll/second.dll/ $library; }
 # Each row has a change of the installed files, the finding of check, and what list says if it says something else.
 while IFS='|' read -r change finding listed; do
@@ -309,7 +309,7 @@ rm $library|device library: .*is missing; put it beside
 $other_processor $library|device library: .*is not a 64-bit DLL.*maker's 64-bit library
 cp quelta.exe $library|device library: .*is no DLL
 truncate -s100000 $library|device library: .*is cut short
-$other_entry $library|loading: .*$library is damaged, or it fails when it starts|or $library can't be loaded
+refuse_to_start|loading: .*$library is damaged, or it fails when it starts|or $library can't be loaded
 sed -i s/bcrypt.dll/absent.dll/ $library|loading: .*absent.dll is missing, which .*$library needs; put it beside|or $library can't be loaded
 needs_another|loading: .*a DLL is missing that .*$library needs through another one|or $library can't be loaded
 $foreign $library|device library: .*keep the library
